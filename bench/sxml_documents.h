@@ -1,0 +1,21 @@
+// Documents for the benchmark of the XML reader: configuration files as a camera has them, and large ones.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+struct TXMLDocument {
+  std::string strName;
+  std::string strText;
+};
+
+// The .xml files in pszDirectory and below it, in the order of their paths; none where it can't be read.
+std::vector<TXMLDocument> Documents_Load(const char* pszDirectory);
+
+// Two small ones: a lens profile and a capability list.
+std::vector<TXMLDocument> Documents_Small();
+
+// Of about nBytes, the same on every run.  "wide": one root with very many children.  "deep": branches of 90 levels,
+// as deep as every peer goes.  "mixed": groups of settings with attributes, comments and longer texts.
+std::vector<TXMLDocument> Documents_Large(size_t nBytes);

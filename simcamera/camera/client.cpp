@@ -1,0 +1,156 @@
+#include "camera/client.h"
+
+#include <sys/socket.h>
+#include <sys/time.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <thread>
+
+namespace {
+
+constexpr i32 iReplyTimeout_s = 10;
+constexpr u64 qwPoll_us = 50'000;  // of the camera's clock, at least the next
+constexpr auto tLeastPoll = std::chrono::milliseconds(20);
+
+TDescriptor Connect(const std::string& sRoot) {
+  const TDescriptor tDirectory = Camera_OpenDirectory(sRoot, "tmp");
+  sockaddr_un tAddress{};
+  tAddress.sun_family = AF_UNIX;
+  std::snprintf(tAddress.sun_path, sizeof tAddress.sun_path, "%s", Camera_ShortPath(tDirectory, "VernierLens").c_str());
+  TDescriptor tSocket(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  const timeval tTimeout{iReplyTimeout_s, 0};
+  setsockopt(tSocket.Get(), SOL_SOCKET, SO_RCVTIMEO, &tTimeout, sizeof tTimeout);
+  setsockopt(tSocket.Get(), SOL_SOCKET, SO_SNDTIMEO, &tTimeout, sizeof tTimeout);
+  if (connect(tSocket.Get(), reinterpret_cast<const sockaddr*>(&tAddress), sizeof tAddress) != 0) return TDescriptor();
+  return tSocket;
+}
+
+bool SendAll(i32 fd, const std::string& sText) {
+  size_t iSent = 0;
+  while (iSent < sText.size()) {
+    const ssize_t iCount = send(fd, sText.data() + iSent, sText.size() - iSent, MSG_NOSIGNAL);
+    if (iCount <= 0) return false;
+    iSent += static_cast<size_t>(iCount);
+  }
+  return true;
+}
+
+// All up to the end of the connection; nothing on a time-out.
+std::optional<std::string> ReceiveAll(i32 fd) {
+  std::string sText;
+  char acBuffer[4096];
+  for (;;) {
+    const ssize_t iCount = recv(fd, acBuffer, sizeof acBuffer, 0);
+    if (iCount < 0) return std::nullopt;
+    if (iCount == 0) return sText;
+    sText.append(acBuffer, static_cast<size_t>(iCount));
+  }
+}
+
+void RequireQuery(const std::string& sQuery) {
+  for (const char c : sQuery) {
+    // The daemon decodes nothing, so such a byte has no place in a request line.
+    if (static_cast<unsigned char>(c) <= ' ' || static_cast<unsigned char>(c) >= 0x7F || c == '#') {
+      RefuseUsage("a query holds neither blanks nor control characters nor '#'");
+    }
+  }
+}
+
+// Idle by its own word: every axis's busy word is 0, asked of channel 0 last, since the daemon goes on with the last
+// channel that was named.
+bool SaysIdle(const TCamera& tCamera) {
+  for (i32 iChannel = tCamera.ptModel->iChannels - 1; iChannel >= 0; --iChannel) {
+    const auto tStatus = Client_Status(tCamera.sRoot, iChannel);
+    if (!tStatus) return false;
+    for (const auto& [sKey, iValue] : *tStatus) {
+      if (sKey.ends_with("_enable") && iValue != 0) return false;
+    }
+  }
+  return true;
+}
+
+bool IsMoving(const TCamera& tCamera) {
+  const TWorldLock tLock(tCamera.ptWorld.get());
+  return Lens_IsMoving(&tCamera.ptWorld->tLens, World_Now_us(tCamera.ptWorld.get()));
+}
+
+// A motor at work by the mark that it leaves in the flash.  Looked at first because it disturbs nothing, while a status
+// request makes its channel the daemon's current one.
+bool HasWorkingLog(const TCamera& tCamera) {
+  const std::string sDirectory = tCamera.sRoot + "/etc/conf.d/vernierlensd/";
+  return (Model_HasFocus(*tCamera.ptModel) && access((sDirectory + "focusworking.log").c_str(), F_OK) == 0) ||
+         (Model_HasZoom(*tCamera.ptModel) && access((sDirectory + "zoomworking.log").c_str(), F_OK) == 0);
+}
+
+}  // namespace
+
+bool Client_IsHeard(const std::string& sRoot) {
+  return Connect(sRoot).Get() >= 0;
+}
+
+std::optional<TReply> Client_Ask(const std::string& sRoot, const std::string& sQuery) {
+  const TDescriptor tSocket = Connect(sRoot);
+  if (tSocket.Get() < 0) return std::nullopt;
+  if (!SendAll(tSocket.Get(),
+               "GET /vernierlens?" + sQuery + " HTTP/1.1\r\nHost: camera\r\nConnection: close\r\n\r\n")) {
+    return std::nullopt;
+  }
+  const auto sReply = ReceiveAll(tSocket.Get());
+  TReply tReply{};
+  if (!sReply || std::sscanf(sReply->c_str(), "HTTP/%*d.%*d %d", &tReply.iStatus) != 1) return std::nullopt;
+  const size_t iHeadEnd = sReply->find("\r\n\r\n");
+  if (iHeadEnd == std::string::npos) return std::nullopt;
+  tReply.sBody = sReply->substr(iHeadEnd + 4);
+  return tReply;
+}
+
+std::optional<std::map<std::string, i64>> Client_Status(const std::string& sRoot, i32 iChannel) {
+  const auto tReply = Client_Ask(sRoot, "channel=" + std::to_string(iChannel) + "&function=getstatus");
+  if (!tReply || tReply->iStatus != 200) return std::nullopt;
+  std::map<std::string, i64> tStatus;
+  for (size_t iAt = 0; iAt < tReply->sBody.size();) {
+    const size_t iEnd = std::min(tReply->sBody.find("\r\n", iAt), tReply->sBody.size());
+    const std::string sLine = tReply->sBody.substr(iAt, iEnd - iAt);
+    char szKey[64];
+    long long iValue = 0;
+    if (std::sscanf(sLine.c_str(), "%63[^=]='%lld'", szKey, &iValue) == 2) tStatus[szKey] = iValue;
+    iAt = iEnd + 2;
+  }
+  return tStatus;
+}
+
+i32 Command_Ask(TArguments asArgs) {
+  Arguments_Expect(asArgs, 2, 2, "ask ROOT QUERY");
+  RequireQuery(asArgs[1]);
+  const TCamera tCamera = Camera_Open(asArgs[0]);
+  const auto tReply = Client_Ask(tCamera.sRoot, asArgs[1]);
+  if (!tReply) Fail(asArgs[0] + ": the daemon does not answer");
+  std::fputs(tReply->sBody.c_str(), stdout);
+  if (!tReply->sBody.empty() && !tReply->sBody.ends_with('\n')) std::fputc('\n', stdout);
+  if (tReply->iStatus != 200) Fail("refused with " + std::to_string(tReply->iStatus));
+  return 0;
+}
+
+i32 Command_Wait(TArguments asArgs) {
+  const auto sTimeout = Arguments_TakeOption(asArgs, "--timeout");
+  Arguments_Expect(asArgs, 1, 1, "wait ROOT [--timeout SECONDS]");
+  const double dTimeout_s = sTimeout ? Number_Parse(*sTimeout, "--timeout", 0, 1e6) : 120;
+  const TCamera tCamera = Camera_Open(asArgs[0]);
+  const TWorld* ptWorld = tCamera.ptWorld.get();
+  const u64 qwDeadline_us = World_Now_us(ptWorld) + static_cast<u64>(dTimeout_s * 1e6);
+  i32 iIdlePolls = 0;
+  while (iIdlePolls < 2) {
+    if (!Camera_IsRun(tCamera.sRoot)) Fail(asArgs[0] + ": the camera is not running");
+    if (World_Now_us(ptWorld) > qwDeadline_us) Fail(asArgs[0] + ": not idle in time");
+    // The pause comes first: a command just accepted has to reach its motor before anything else is asked.
+    std::this_thread::sleep_for(tLeastPoll);
+    Camera_Sleep(tCamera, qwPoll_us);
+    const bool bIdle = !HasWorkingLog(tCamera) && !IsMoving(tCamera) && SaysIdle(tCamera) && !IsMoving(tCamera);
+    iIdlePolls = bIdle ? iIdlePolls + 1 : 0;
+  }
+  return 0;
+}

@@ -1,0 +1,136 @@
+// What a person or a script does to a camera from outside: buttons, the scene, faults.
+#include <courier.h>
+#include <fcntl.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <cstdio>
+
+#include "camera/cli.h"
+
+namespace {
+
+void Note(const TCamera& tCamera, std::string sText, const TArguments& asArgs) {
+  for (size_t i = 1; i < asArgs.size(); ++i) sText += " " + asArgs[i];
+  Camera_Note(tCamera, sText);
+}
+
+void SendEvent(const TDescriptor& tDirectory, const std::string& sElement, const char* pszWord) {
+  TCourierSendOptions tOptions{};
+  std::snprintf(tOptions.szFIFO, sizeof tOptions.szFIFO, "%s", Camera_ShortPath(tDirectory, "VernierLensFIFO").c_str());
+  std::snprintf(tOptions.szPayload, sizeof tOptions.szPayload, "<message><%s>%s</%s></message>", sElement.c_str(),
+                pszWord, sElement.c_str());
+  if (Courier_Util_SendbyFIFO(&tOptions) != 0) Fail("the daemon does not listen to its buttons");
+}
+
+void SetScene(TWorld* ptWorld, const std::string& sKey, const std::string& sValue) {
+  if (sKey == "distance") {
+    ptWorld->dDistance_m = Number_Parse(sValue, sKey, 0.1, 1e6);
+  } else if (sKey == "temperature") {
+    ptWorld->dTemperature_C = Number_Parse(sValue, sKey, -60, 120);
+  } else if (sKey == "mode") {
+    if (sValue != "day" && sValue != "night") RefuseUsage("mode is day or night, not \"" + sValue + "\"");
+    ptWorld->bNight = sValue == "night" ? 1 : 0;
+  } else {
+    RefuseUsage("there is no \"" + sKey + "\" to set; there are distance, temperature and mode");
+  }
+}
+
+constexpr const char* pszFaultUsage =
+    "fault ROOT power-cut | stall AXIS [on|off] [--channel N] | slip AXIS STEPS|one-in=N [--channel N] | "
+    "silent-peer on|off";
+
+bool ParseSwitch(const std::string& sText) {
+  if (sText != "on" && sText != "off") RefuseUsage("on or off, not \"" + sText + "\"");
+  return sText == "on";
+}
+
+TAxisTruth& FindAxis(const TCamera& tCamera, const std::string& sAxis, i32 iChannel) {
+  if (sAxis != "zoom" && sAxis != "focus") RefuseUsage("an axis is zoom or focus, not \"" + sAxis + "\"");
+  const ELensAxis eAxis = sAxis == "zoom" ? LENS_ZOOM : LENS_FOCUS;
+  if (tCamera.ptWorld->tLens.atModel[eAxis].bPresent == 0) Fail("this lens has no " + sAxis + " motor");
+  if (iChannel >= tCamera.ptModel->iChannels) Fail("this camera has no channel " + std::to_string(iChannel));
+  return tCamera.ptWorld->tLens.atAxis[iChannel][eAxis];
+}
+
+void Slip(TAxisTruth& tAxis, const std::string& sHowMuch) {
+  constexpr const char* pszOneIn = "one-in=";
+  if (sHowMuch.starts_with(pszOneIn)) {
+    const std::string sNumber = sHowMuch.substr(std::string(pszOneIn).size());
+    tAxis.iSlipOneIn = static_cast<i32>(Integer_Parse(sNumber, "one-in", 0, 1'000'000));
+    tAxis.iSlipCount = 0;
+  } else {
+    tAxis.iSlipNow += static_cast<i32>(Integer_Parse(sHowMuch, "the number of driver steps", 0, 1'000'000));
+  }
+}
+
+// The daemon is killed and the motors stop at one time: with the world held no request comes between.
+void CutPower(const TCamera& tCamera) {
+  if (!Camera_IsRun(tCamera.sRoot)) Fail(tCamera.sRoot + ": the camera is not running");
+  i32 iDaemon = 0;
+  FILE* pFile = std::fopen((tCamera.sRoot + "/sim/daemon.pid").c_str(), "r");
+  if (pFile != nullptr) {
+    if (std::fscanf(pFile, "%d", &iDaemon) != 1) iDaemon = 0;
+    std::fclose(pFile);
+  }
+  if (iDaemon <= 1 || kill(iDaemon, SIGKILL) != 0) Fail(tCamera.sRoot + ": no daemon to cut the power of");
+  Lens_PowerCut(&tCamera.ptWorld->tLens, World_Now_us(tCamera.ptWorld.get()));
+}
+
+}  // namespace
+
+i32 Command_Press(TArguments asArgs) {
+  const auto sFor = Arguments_TakeOption(asArgs, "--for");
+  Arguments_Expect(asArgs, 2, 2, "press ROOT af|zoomin|zoomout [--for MS]");
+  const u64 qwFor_us = sFor ? static_cast<u64>(Integer_Parse(*sFor, "--for", 0, 3'600'000)) * 1000 : 100'000;
+  const std::string& sButton = asArgs[1];
+  if (sButton != "af" && sButton != "zoomin" && sButton != "zoomout") {
+    RefuseUsage("a button is af, zoomin or zoomout, not \"" + sButton + "\"");
+  }
+  const TCamera tCamera = Camera_Open(asArgs[0]);
+  const TDescriptor tDirectory = Camera_OpenDirectory(tCamera.sRoot, "tmp");
+  SendEvent(tDirectory, sButton + "button", "pressed");
+  Camera_Sleep(tCamera, qwFor_us);
+  SendEvent(tDirectory, sButton + "button", "released");
+  return 0;
+}
+
+i32 Command_Set(TArguments asArgs) {
+  Arguments_Expect(asArgs, 2, 16, "set ROOT distance=METRES|temperature=CELSIUS|mode=day|night...");
+  const TCamera tCamera = Camera_Open(asArgs[0]);
+  const TWorldLock tLock(tCamera.ptWorld.get());
+  for (size_t i = 1; i < asArgs.size(); ++i) {
+    const size_t iEquals = asArgs[i].find('=');
+    if (iEquals == std::string::npos) RefuseUsage("KEY=VALUE, not \"" + asArgs[i] + "\"");
+    SetScene(tCamera.ptWorld.get(), asArgs[i].substr(0, iEquals), asArgs[i].substr(iEquals + 1));
+  }
+  Note(tCamera, "set", asArgs);
+  return 0;
+}
+
+i32 Command_Fault(TArguments asArgs) {
+  const auto sChannel = Arguments_TakeOption(asArgs, "--channel");
+  Arguments_Expect(asArgs, 2, 4, pszFaultUsage);
+  const i32 iChannel = sChannel ? static_cast<i32>(Integer_Parse(*sChannel, "--channel", 0, iLensChannels - 1)) : 0;
+  const std::string& sKind = asArgs[1];
+  const size_t iArguments = asArgs.size() - 2;
+  const TCamera tCamera = Camera_Open(asArgs[0]);
+  TWorld* ptWorld = tCamera.ptWorld.get();
+  const TWorldLock tLock(ptWorld);
+  // What was walked before the fault was walked without it.
+  Lens_Settle(&ptWorld->tLens, World_Now_us(ptWorld));
+
+  if (sKind == "power-cut" && iArguments == 0) {
+    CutPower(tCamera);
+  } else if (sKind == "stall" && (iArguments == 1 || iArguments == 2)) {
+    FindAxis(tCamera, asArgs[2], iChannel).bSticky = iArguments == 1 || ParseSwitch(asArgs[3]) ? 1 : 0;
+  } else if (sKind == "slip" && iArguments == 2) {
+    Slip(FindAxis(tCamera, asArgs[2], iChannel), asArgs[3]);
+  } else if (sKind == "silent-peer" && iArguments == 1) {
+    ptWorld->bImageSideSilent = ParseSwitch(asArgs[2]) ? 1 : 0;
+  } else {
+    RefuseUsage(std::string("usage: simcamera ") + pszFaultUsage);
+  }
+  Note(tCamera, "fault", asArgs);
+  return 0;
+}

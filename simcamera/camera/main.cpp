@@ -1,0 +1,45 @@
+// The command line of the simulated camera.
+#include <cstdio>
+
+#include "camera/cli.h"
+
+namespace {
+
+i32 Command_Lenses(TArguments asArgs) {
+  Arguments_Expect(asArgs, 0, 0, "lenses");
+  for (i32 i = 0; const TLensModel* ptModel = Lenses_At(i); ++i) {
+    std::printf("%-10s%s\n", ptModel->pszName, ptModel->pszDescription);
+  }
+  return 0;
+}
+
+struct TCommandRow {
+  const char* pszName;
+  i32 (*pfnRun)(TArguments);
+};
+
+constexpr TCommandRow g_atCommands[] = {
+    {"lenses", Command_Lenses}, {"run", Command_Run},     {"ask", Command_Ask},
+    {"press", Command_Press},   {"wait", Command_Wait},   {"show", Command_Show},
+    {"set", Command_Set},       {"fault", Command_Fault}, {"transcript", Command_Transcript},
+};
+
+i32 Dispatch(const TArguments& asArgs) {
+  if (!asArgs.empty()) {
+    for (const TCommandRow& tRow : g_atCommands) {
+      if (asArgs[0] == tRow.pszName) return tRow.pfnRun(TArguments(asArgs.begin() + 1, asArgs.end()));
+    }
+  }
+  RefuseUsage("usage: simcamera lenses | run | ask | press | wait | show | set | fault | transcript ...");
+}
+
+}  // namespace
+
+int main(int iCount, char** apszArgs) {
+  try {
+    return Dispatch(TArguments(apszArgs + 1, apszArgs + iCount));
+  } catch (const TRefusal& tRefusal) {
+    if (!tRefusal.sText.empty()) std::fprintf(stderr, "simcamera: %s\n", tRefusal.sText.c_str());
+    return tRefusal.iExit;
+  }
+}

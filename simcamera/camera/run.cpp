@@ -1,0 +1,271 @@
+// Plays one camera: power, clock and image side, with the daemon as a child.
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/mman.h>
+#include <sys/prctl.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+
+#include "camera/cli.h"
+#include "camera/client.h"
+#include "camera/world_image.h"
+
+namespace {
+
+constexpr u64 qwMicrosPerSecond = 1'000'000;
+constexpr u64 qwListenTimeout_us = 30 * qwMicrosPerSecond;  // of the host's clock, as the next three
+constexpr u64 qwEndTimeout_us = 60 * qwMicrosPerSecond;     // the daemon ends its walk and its waits first
+constexpr u64 qwLeastPause_us = 200;
+constexpr u64 qwMostPause_us = 50'000;
+constexpr u64 qwIdleLook_us = 250'000;  // of the camera's clock: the image side's looks while no values are wanted
+
+struct TRun {
+  TCamera tCamera;
+  std::string sDaemon, sHooks;
+  u32* apdwBlock[iLensChannels] = {};
+  pid_t iDaemon = 0;
+  u64 qwStarted_us = 0;   // host's clock, of the present daemon
+  u64 qwEndAsked_us = 0;  // host's clock, 0 not yet
+  bool bListens = false;
+};
+
+u64 HostNow_us() {
+  timespec tNow;
+  clock_gettime(CLOCK_MONOTONIC, &tNow);
+  return static_cast<u64>(tNow.tv_sec) * qwMicrosPerSecond + static_cast<u64>(tNow.tv_nsec) / 1000;
+}
+
+void Say(const char* pszText) {
+  std::printf("%s\n", pszText);
+  std::fflush(stdout);
+}
+
+std::string BuildDirectory() {
+  char szPath[PATH_MAX];
+  const ssize_t iLength = readlink("/proc/self/exe", szPath, sizeof szPath - 1);
+  if (iLength < 0) Fail("cannot tell where this program lies");
+  const std::string sPath(szPath, static_cast<size_t>(iLength));
+  const std::string sBin = sPath.substr(0, sPath.rfind('/'));
+  return sBin.substr(0, sBin.rfind('/'));
+}
+
+void RequireReadable(const std::string& sPath) {
+  if (access(sPath.c_str(), R_OK) != 0) Fail(sPath + ": " + std::strerror(errno));
+}
+
+// Memory that a power cut or a new start finds empty: "/tmp", "/var/run" and the blocks.
+void ClearMemory(TRun& tRun) {
+  for (const char* pszBelow : {"tmp", "var/run"}) {
+    const std::string sDirectory = tRun.tCamera.sRoot + "/" + pszBelow;
+    DIR* pDirectory = opendir(sDirectory.c_str());
+    if (pDirectory == nullptr) Fail(sDirectory + ": " + std::strerror(errno));
+    while (const dirent* ptEntry = readdir(pDirectory)) unlinkat(dirfd(pDirectory), ptEntry->d_name, 0);
+    closedir(pDirectory);
+  }
+  for (i32 iChannel = 0; iChannel < tRun.tCamera.ptModel->iChannels; ++iChannel) {
+    for (u32 dwWord = 0; dwWord < BLOCK_WORDS; ++dwWord) Word_Store(tRun.apdwBlock[iChannel][dwWord], 0);
+  }
+}
+
+void MapBlocks(TRun& tRun) {
+  for (i32 iChannel = 0; iChannel < tRun.tCamera.ptModel->iChannels; ++iChannel) {
+    const std::string sPath = tRun.tCamera.sRoot + "/shm/" + std::to_string(iChannel);
+    const TDescriptor tFile(open(sPath.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644));
+    void* pv = MAP_FAILED;
+    if (tFile.Get() >= 0 && ftruncate(tFile.Get(), BLOCK_WORDS * sizeof(u32)) == 0) {
+      pv = mmap(nullptr, BLOCK_WORDS * sizeof(u32), PROT_READ | PROT_WRITE, MAP_SHARED, tFile.Get(), 0);
+    }
+    if (pv == MAP_FAILED) Fail(sPath + ": " + std::strerror(errno));
+    tRun.apdwBlock[iChannel] = static_cast<u32*>(pv);
+  }
+}
+
+// The camera's clock goes on from where the last run left it.
+void StartClock(TWorld* ptWorld, double dSpeed) {
+  const TWorldLock tLock(ptWorld);
+  const u64 qwReal_us = HostNow_us();
+  ptWorld->qwBase_us = World_Now_us(ptWorld);
+  ptWorld->qwRealStart_us = qwReal_us;
+  ptWorld->dSpeed = dSpeed;
+  if (ptWorld->qwBase_us == 0) ptWorld->qwWallAtZero_us = static_cast<u64>(std::time(nullptr)) * qwMicrosPerSecond;
+}
+
+void StopClock(TWorld* ptWorld) {
+  const TWorldLock tLock(ptWorld);
+  ptWorld->qwBase_us = World_Now_us(ptWorld);
+  ptWorld->dSpeed = 0;
+}
+
+// In the child: everything up to the daemon's own first instruction.
+[[noreturn]] void BecomeDaemon(const TRun& tRun) {
+  setpgid(0, 0);  // a Ctrl-C on the terminal is ours to pass on
+  prctl(PR_SET_PDEATHSIG, SIGKILL);
+  sigset_t tNone;
+  sigemptyset(&tNone);
+  sigprocmask(SIG_SETMASK, &tNone, nullptr);
+  const i32 fdNull = open("/dev/null", O_RDONLY);
+  const i32 fdLog = open((tRun.tCamera.sRoot + "/sim/daemon.log").c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
+  dup2(fdNull, 0);
+  dup2(fdLog, 1);
+  dup2(fdLog, 2);
+  setenv("SIMCAMERA_ROOT", tRun.tCamera.sRoot.c_str(), 1);
+  setenv("LD_PRELOAD", tRun.sHooks.c_str(), 1);
+  // A daemon built with the address sanitizer would refuse any library before the sanitizer's own.
+  const char* pszOptions = getenv("ASAN_OPTIONS");
+  setenv("ASAN_OPTIONS", (std::string(pszOptions == nullptr ? "" : pszOptions) + ":verify_asan_link_order=0").c_str(),
+         1);
+  execl(tRun.sDaemon.c_str(), "vernierlensd", static_cast<char*>(nullptr));
+  _exit(127);
+}
+
+void StartDaemon(TRun& tRun) {
+  ClearMemory(tRun);
+  std::fflush(stdout);
+  tRun.iDaemon = fork();
+  if (tRun.iDaemon < 0) Fail(std::string("fork: ") + std::strerror(errno));
+  if (tRun.iDaemon == 0) BecomeDaemon(tRun);
+  tRun.qwStarted_us = HostNow_us();
+  tRun.bListens = false;
+  const std::string sPath = tRun.tCamera.sRoot + "/sim/daemon.pid";
+  FILE* pFile = std::fopen(sPath.c_str(), "w");
+  if (pFile == nullptr) Fail(sPath + ": " + std::strerror(errno));
+  std::fprintf(pFile, "%d\n", tRun.iDaemon);
+  std::fclose(pFile);
+}
+
+void LookForSocket(TRun& tRun) {
+  if (tRun.bListens || tRun.qwEndAsked_us != 0) return;
+  if (Client_IsHeard(tRun.tCamera.sRoot)) {
+    tRun.bListens = true;
+    std::printf("lens %s listens, %g times as fast as real\n", tRun.tCamera.ptModel->pszName,
+                tRun.tCamera.ptWorld->dSpeed);
+    std::fflush(stdout);
+  } else if (HostNow_us() - tRun.qwStarted_us > qwListenTimeout_us) {
+    kill(tRun.iDaemon, SIGKILL);
+    waitpid(tRun.iDaemon, nullptr, 0);
+    Fail("the daemon does not listen; see " + tRun.tCamera.sRoot + "/sim/daemon.log");
+  }
+}
+
+// One look at every channel; gives the pause to the next, of the host's clock.
+u64 PlayImageSide(TRun& tRun) {
+  bool bWanted = false;
+  for (i32 iChannel = 0; iChannel < tRun.tCamera.ptModel->iChannels; ++iChannel) {
+    World_ImageFrame(tRun.tCamera.ptWorld.get(), iChannel, tRun.apdwBlock[iChannel]);
+    bWanted = bWanted || Word_Load(tRun.apdwBlock[iChannel][BLOCK_FOCUS_VALUE_WANTED]) != 0;
+  }
+  const double dPause_us = static_cast<double>(bWanted ? qwFrameTime_us : qwIdleLook_us) / tRun.tCamera.ptWorld->dSpeed;
+  return std::clamp(static_cast<u64>(dPause_us), qwLeastPause_us, qwMostPause_us);
+}
+
+void AskForEnd(TRun& tRun) {
+  if (tRun.qwEndAsked_us == 0) tRun.qwEndAsked_us = HostNow_us();
+  kill(tRun.iDaemon, SIGTERM);
+}
+
+void CutPower(TRun& tRun) {
+  const TWorldLock tLock(tRun.tCamera.ptWorld.get());
+  Lens_PowerCut(&tRun.tCamera.ptWorld->tLens, World_Now_us(tRun.tCamera.ptWorld.get()));
+}
+
+// Takes the daemon's end if it has come.  Nothing while the run goes on, else its exit status.
+std::optional<i32> TakeEnd(TRun& tRun) {
+  i32 iStatus = 0;
+  if (waitpid(tRun.iDaemon, &iStatus, WNOHANG) != tRun.iDaemon) return std::nullopt;
+  const bool bEndAsked = tRun.qwEndAsked_us != 0;
+  if (WIFSIGNALED(iStatus) && WTERMSIG(iStatus) == SIGKILL) {
+    CutPower(tRun);
+    if (bEndAsked) return iExitFailed;
+    Say("the power was cut; starting again");
+    StartDaemon(tRun);
+    return std::nullopt;
+  }
+  if (WIFEXITED(iStatus) && WEXITSTATUS(iStatus) == 0 && bEndAsked) return 0;
+  std::string sHow = WIFSIGNALED(iStatus) ? "was ended by signal " + std::to_string(WTERMSIG(iStatus))
+                                          : "ended with status " + std::to_string(WEXITSTATUS(iStatus));
+  if (!bEndAsked) sHow += " unasked";
+  Fail("the daemon " + sHow + "; see " + tRun.tCamera.sRoot + "/sim/daemon.log");
+}
+
+i32 Play(TRun& tRun, const sigset_t& tSignals) {
+  StartDaemon(tRun);
+  for (;;) {
+    if (const auto iExit = TakeEnd(tRun)) return *iExit;
+    LookForSocket(tRun);
+    const u64 qwPause_us = PlayImageSide(tRun);
+    const timespec tPause{static_cast<time_t>(qwPause_us / qwMicrosPerSecond),
+                          static_cast<long>(qwPause_us % qwMicrosPerSecond) * 1000};
+    const i32 iSignal = sigtimedwait(&tSignals, nullptr, &tPause);
+    if (iSignal == SIGTERM || iSignal == SIGINT) AskForEnd(tRun);
+    if (tRun.qwEndAsked_us != 0 && HostNow_us() - tRun.qwEndAsked_us > qwEndTimeout_us) {
+      std::fprintf(stderr, "simcamera: the daemon does not end, it is killed\n");
+      kill(tRun.iDaemon, SIGKILL);
+    }
+  }
+}
+
+// The run of a root, held by a lock on the file with our process id.
+TDescriptor TakeRoot(const std::string& sRoot) {
+  const std::string sPath = sRoot + "/sim/run.pid";
+  TDescriptor tFile(open(sPath.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644));
+  if (tFile.Get() < 0) Fail(sPath + ": " + std::strerror(errno));
+  if (flock(tFile.Get(), LOCK_EX | LOCK_NB) != 0) Fail(sRoot + ": this camera is running already");
+  if (ftruncate(tFile.Get(), 0) != 0 || dprintf(tFile.Get(), "%d\n", getpid()) < 0) Fail(sPath + ": cannot be written");
+  return tFile;
+}
+
+}  // namespace
+
+i32 Command_Run(TArguments asArgs) {
+  const auto sLens = Arguments_TakeOption(asArgs, "--lens");
+  const auto sSpeed = Arguments_TakeOption(asArgs, "--speed");
+  const auto sSeed = Arguments_TakeOption(asArgs, "--seed");
+  Arguments_Expect(asArgs, 1, 1, "run ROOT [--lens NAME] [--speed X] [--seed N]");
+  const double dSpeed = sSpeed ? Number_Parse(*sSpeed, "--speed", 0.01, 1000) : 1;
+  const u64 qwSeed = sSeed ? static_cast<u64>(Integer_Parse(*sSeed, "--seed", 0, 1LL << 52)) : 1;
+  if (sLens && Lenses_Find(sLens->c_str()) == nullptr) RefuseUsage("there is no lens model \"" + *sLens + "\"");
+
+  const std::string sBuild = BuildDirectory();
+  TRun tRun{};
+  tRun.sDaemon = sBuild + "/bin/vernierlensd";
+  tRun.sHooks = sBuild + "/lib/libsimcamera.so";
+  RequireReadable(tRun.sDaemon);
+  RequireReadable(tRun.sHooks);
+  if (sBuild.find_first_of(" :") != std::string::npos) Fail(sBuild + ": no library in here can be preloaded");
+
+  if (World_LayOut(asArgs[0].c_str(), sLens ? sLens->c_str() : "zoom", qwSeed) != 0) return iExitFailed;
+  tRun.tCamera = Camera_Open(asArgs[0]);
+  if (sLens && *sLens != tRun.tCamera.ptModel->pszName) {
+    Fail(asArgs[0] + ": laid out for the lens " + tRun.tCamera.ptModel->pszName);
+  }
+  const TDescriptor tHeld = TakeRoot(tRun.tCamera.sRoot);
+  MapBlocks(tRun);
+  if (sSeed) tRun.tCamera.ptWorld->qwSeed = qwSeed;
+
+  sigset_t tSignals;
+  sigemptyset(&tSignals);
+  for (const i32 iSignal : {SIGTERM, SIGINT, SIGCHLD}) sigaddset(&tSignals, iSignal);
+  sigprocmask(SIG_BLOCK, &tSignals, nullptr);
+  prctl(PR_SET_TIMERSLACK, 1);
+
+  StartClock(tRun.tCamera.ptWorld.get(), dSpeed);
+  try {
+    const i32 iExit = Play(tRun, tSignals);
+    StopClock(tRun.tCamera.ptWorld.get());
+    return iExit;
+  } catch (const TRefusal&) {
+    StopClock(tRun.tCamera.ptWorld.get());
+    throw;
+  }
+}

@@ -1,0 +1,82 @@
+// Belief and truth side by side.
+#include <cstdio>
+
+#include "camera/cli.h"
+#include "camera/client.h"
+#include "camera/world_image.h"
+
+namespace {
+
+struct TAxisView {
+  const char* pszName;
+  std::optional<i64> iBelieved;
+  double dTrue, dGlass;
+  std::optional<double> dSharp;  // of a focus
+};
+
+// The truth of the moment, taken under one lock.
+std::vector<TAxisView> View(const TCamera& tCamera, i32 iChannel) {
+  const auto tStatus = Client_Status(tCamera.sRoot, iChannel);
+  TWorld* ptWorld = tCamera.ptWorld.get();
+  const TWorldLock tLock(ptWorld);
+  Lens_Settle(&ptWorld->tLens, World_Now_us(ptWorld));
+  std::vector<TAxisView> atViews;
+  for (const ELensAxis eAxis : {LENS_ZOOM, LENS_FOCUS}) {
+    if (ptWorld->tLens.atModel[eAxis].bPresent == 0) continue;
+    TAxisView tView{eAxis == LENS_ZOOM ? "zoom" : "focus", std::nullopt,
+                    Lens_TrueVirtual(&ptWorld->tLens, iChannel, eAxis),
+                    Lens_GlassVirtual(&ptWorld->tLens, iChannel, eAxis), std::nullopt};
+    const std::string sKey = std::string("vernier_lens_") + tView.pszName + "_motor";
+    if (tStatus && tStatus->contains(sKey)) tView.iBelieved = tStatus->at(sKey);
+    if (eAxis == LENS_FOCUS) tView.dSharp = World_SharpFocus(ptWorld, iChannel);
+    atViews.push_back(tView);
+  }
+  return atViews;
+}
+
+void PrintText(const TCamera& tCamera) {
+  const TWorld* ptWorld = tCamera.ptWorld.get();
+  std::printf("lens %s, %s, %.1f C, object at %g m, camera time %.3f s\n", tCamera.ptModel->pszName,
+              ptWorld->bNight != 0 ? "night" : "day", ptWorld->dTemperature_C, ptWorld->dDistance_m,
+              static_cast<double>(World_Now_us(ptWorld)) / 1e6);
+  std::printf("%-8s%-8s%10s%12s%12s%12s\n", "channel", "axis", "believed", "true", "lens", "sharp");
+  for (i32 iChannel = 0; iChannel < tCamera.ptModel->iChannels; ++iChannel) {
+    for (const TAxisView& tView : View(tCamera, iChannel)) {
+      const std::string sBelieved = tView.iBelieved ? std::to_string(*tView.iBelieved) : "-";
+      std::printf("%-8d%-8s%10s%12.3f%12.3f", iChannel, tView.pszName, sBelieved.c_str(), tView.dTrue, tView.dGlass);
+      if (tView.dSharp) std::printf("%12.1f", *tView.dSharp);
+      std::printf("\n");
+    }
+  }
+}
+
+void PrintJson(const TCamera& tCamera) {
+  const TWorld* ptWorld = tCamera.ptWorld.get();
+  std::printf("{\"channels\":[");
+  for (i32 iChannel = 0; iChannel < tCamera.ptModel->iChannels; ++iChannel) {
+    std::printf("%s{", iChannel == 0 ? "" : ",");
+    const char* pszComma = "";
+    for (const TAxisView& tView : View(tCamera, iChannel)) {
+      const std::string sBelieved = tView.iBelieved ? std::to_string(*tView.iBelieved) : "null";
+      std::printf("%s\"%s\":{\"believed\":%s,\"true\":%.10g,\"lens\":%.10g", pszComma, tView.pszName, sBelieved.c_str(),
+                  tView.dTrue, tView.dGlass);
+      if (tView.dSharp) std::printf(",\"sharp\":%.10g", *tView.dSharp);
+      std::printf("}");
+      pszComma = ",";
+    }
+    std::printf("}");
+  }
+  std::printf("],\"model\":\"%s\",\"mode\":\"%s\",\"temperature\":%.10g,\"distance\":%.10g,\"time\":%.6f}\n",
+              tCamera.ptModel->pszName, ptWorld->bNight != 0 ? "night" : "day", ptWorld->dTemperature_C,
+              ptWorld->dDistance_m, static_cast<double>(World_Now_us(ptWorld)) / 1e6);
+}
+
+}  // namespace
+
+i32 Command_Show(TArguments asArgs) {
+  const bool bJson = Arguments_TakeFlag(asArgs, "--json");
+  Arguments_Expect(asArgs, 1, 1, "show ROOT [--json]");
+  const TCamera tCamera = Camera_Open(asArgs[0]);
+  bJson ? PrintJson(tCamera) : PrintText(tCamera);
+  return 0;
+}

@@ -1,0 +1,49 @@
+// What one simulated camera shares between its processes: the true lens, the scene, the clock and the faults.  One
+// TWorld lies in the file ROOT/sim/world, mapped MAP_SHARED by the preloaded hooks, the image side and the command
+// line, and by a test program and the lives that it forks.
+#pragma once
+
+#include <pthread.h>
+
+#include "lens/lens.h"
+
+enum EWorldTime : u32 { TIME_AT_A_SPEED = 0, TIME_VIRTUAL = 1 };
+
+struct TWorld {
+  u32 dwMagic;                   // dwWorldMagic
+  u32 dwSize;                    // sizeof(TWorld)
+  pthread_mutex_t mutexAtSpeed;  // process-shared and robust; taken at a speed only, never on the virtual clock
+  EWorldTime eTime;
+  u64 qwSeed;
+
+  // The camera's clock.  At a speed: now = qwBase_us + (CLOCK_MONOTONIC - qwRealStart_us) * dSpeed.  On the virtual
+  // clock the scheduler writes qwBase_us, and now is qwBase_us.
+  u64 qwBase_us;
+  u64 qwRealStart_us;
+  double dSpeed;        // 0: no run is under way and the clock stands at qwBase_us
+  u64 qwWallAtZero_us;  // wall clock (since 1970) at time 0 of the camera's clock
+
+  char szModel[16];
+  TLens tLens;
+  double dDistance_m;
+  double dTemperature_C;
+  u32 bNight;
+  u32 bImageSideSilent;
+};
+
+constexpr u32 dwWorldMagic = 0x314D4953;
+
+// Maps ROOT/sim/world.  Null with a line on stderr if it is not there or not of this build.  World_Unmap ends it.
+TWorld* World_Map(const char* pszRoot);
+void World_Unmap(TWorld* ptWorld);
+
+// Lays an empty (or absent) ROOT out for a model: the camera's configuration and state files, its directories, and
+// ROOT/sim/world with the lens at the model's first position.  Nothing of a ROOT that is laid out already is touched.
+// 0; -1 with a line on stderr (no such model, no room).
+i32 World_LayOut(const char* pszRoot, const char* pszModel, u64 qwSeed);
+
+u64 World_Now_us(const TWorld* ptWorld);
+
+// Bracket round every use of tLens and of the scene at a speed; does nothing on the virtual clock.
+void World_Lock(TWorld* ptWorld);
+void World_Unlock(TWorld* ptWorld);

@@ -1,0 +1,352 @@
+#include <dirent.h>
+#include <errno.h>
+#include <fcntl.h>
+#include <stdio.h>
+#include <string.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <string_view>
+
+#include "camera/world.h"
+#include "lens/optics.h"
+#include "lenses/lens_model.h"
+
+namespace {
+
+constexpr size_t iMaxPath = 4096;
+constexpr u64 qwWallAtFirstStart_us = 1'704'067'200'000'000;  // 2024-01-01 00:00:00, till a run at a speed knows better
+
+constexpr const char* g_apszDirectories[] = {
+    "etc/conf.d/vernierlensd", "mnt/flash", "var/run", "tmp", "usr/sbin", "dev", "shm", "sim"};
+
+bool JoinPath(char (&szPath)[iMaxPath], const char* pszRoot, const char* pszBelow) {
+  const i32 iLength = snprintf(szPath, sizeof szPath, "%s/%s", pszRoot, pszBelow);
+  if (iLength > 0 && static_cast<size_t>(iLength) < sizeof szPath) return true;
+  fprintf(stderr, "simcamera: %s: the path is too long\n", pszRoot);
+  return false;
+}
+
+// Makes a directory with all that it lies in.
+bool MakeDirectories(const char* pszPath) {
+  char szPath[iMaxPath];
+  if (snprintf(szPath, sizeof szPath, "%s", pszPath) >= static_cast<i32>(sizeof szPath)) return false;
+  for (char* pc = szPath + 1; *pc != 0; ++pc) {
+    if (*pc != '/') continue;
+    *pc = 0;
+    mkdir(szPath, 0755);  // one that is missing shows in the last step
+    *pc = '/';
+  }
+  if (mkdir(szPath, 0755) == 0 || errno == EEXIST) return true;
+  fprintf(stderr, "simcamera: %s: %s\n", szPath, strerror(errno));
+  return false;
+}
+
+// The one file under way: opened below ROOT, closed with a check that all of it has been written.
+struct TOutput {
+  FILE* pFile = nullptr;
+  char szPath[iMaxPath];
+};
+
+bool Output_Open(TOutput& tOutput, const char* pszRoot, const char* pszBelow) {
+  if (!JoinPath(tOutput.szPath, pszRoot, pszBelow)) return false;
+  tOutput.pFile = fopen(tOutput.szPath, "w");
+  if (tOutput.pFile == nullptr) fprintf(stderr, "simcamera: %s: %s\n", tOutput.szPath, strerror(errno));
+  return tOutput.pFile != nullptr;
+}
+
+bool Output_Close(TOutput& tOutput) {
+  const bool bWritten = ferror(tOutput.pFile) == 0;
+  if (fclose(tOutput.pFile) == 0 && bWritten) return true;
+  fprintf(stderr, "simcamera: %s: %s\n", tOutput.szPath, strerror(errno));
+  return false;
+}
+
+bool WriteText(const char* pszRoot, const char* pszBelow, const char* pszText) {
+  TOutput tOutput;
+  if (!Output_Open(tOutput, pszRoot, pszBelow)) return false;
+  fputs(pszText, tOutput.pFile);
+  return Output_Close(tOutput);
+}
+
+// One leaf of an XML document: the path of element names, and its text.
+struct TXmlRow {
+  const char* pszPath;
+  const char* pszText;
+};
+
+// A path cut at its slashes.
+struct TXmlPath {
+  i32 iNames = 0;
+  std::string_view aName[8];
+};
+
+TXmlPath Xml_Cut(std::string_view sPath) {
+  TXmlPath tPath;
+  while (!sPath.empty()) {
+    const size_t iSlash = sPath.find('/');
+    tPath.aName[tPath.iNames++] = sPath.substr(0, iSlash);
+    sPath = iSlash == sPath.npos ? std::string_view() : sPath.substr(iSlash + 1);
+  }
+  return tPath;
+}
+
+void Xml_Tag(FILE* pFile, i32 iDepth, const char* pszBefore, std::string_view sName) {
+  fprintf(pFile, "%*s%s%.*s>", 2 * iDepth, "", pszBefore, static_cast<i32>(sName.size()), sName.data());
+}
+
+// Rows that share parents stand together.
+bool WriteXml(const char* pszRoot, const char* pszBelow, const TXmlRow* ptRows, size_t iRows) {
+  TOutput tOutput;
+  if (!Output_Open(tOutput, pszRoot, pszBelow)) return false;
+  FILE* pFile = tOutput.pFile;
+  fputs("<?xml version=\"1.0\"?>\n", pFile);
+  TXmlPath tLast;
+  for (size_t i = 0; i <= iRows; ++i) {
+    const TXmlPath tPath = i < iRows ? Xml_Cut(ptRows[i].pszPath) : TXmlPath();
+    i32 iShared = 0;
+    while (iShared < tLast.iNames - 1 && tPath.aName[iShared] == tLast.aName[iShared]) ++iShared;
+    for (i32 iDepth = tLast.iNames - 2; iDepth >= iShared; --iDepth) {
+      Xml_Tag(pFile, iDepth, "</", tLast.aName[iDepth]);
+      fputc('\n', pFile);
+    }
+    if (i == iRows) break;
+    const i32 iLeaf = tPath.iNames - 1;
+    for (i32 iDepth = iShared; iDepth < iLeaf; ++iDepth) {
+      Xml_Tag(pFile, iDepth, "<", tPath.aName[iDepth]);
+      fputc('\n', pFile);
+    }
+    Xml_Tag(pFile, iLeaf, "<", tPath.aName[iLeaf]);
+    fputs(ptRows[i].pszText, pFile);
+    Xml_Tag(pFile, 0, "</", tPath.aName[iLeaf]);
+    fputc('\n', pFile);
+    tLast = tPath;
+  }
+  return Output_Close(tOutput);
+}
+
+struct TNumber {
+  char szText[24];
+};
+
+TNumber Number(i64 iValue) {
+  TNumber tNumber;
+  snprintf(tNumber.szText, sizeof tNumber.szText, "%lld", static_cast<long long>(iValue));
+  return tNumber;
+}
+
+constexpr i32 iFocusStartEntries = 16;
+
+// The lowest search position at each sixteenth of the zoom range, as the daemon divides it.
+void FormatFocusStarts(char (&szText)[128], const TLensModel& tModel) {
+  const u32 dwInterval = tModel.tZoom.dwTotalStep / iFocusStartEntries;
+  size_t iLength = 0;
+  for (u32 i = 0; i < iFocusStartEntries; ++i) {
+    const u32 dwStart =
+        Model_HasFocus(tModel) && Model_HasZoom(tModel) ? Optics_SearchStart(tModel, i * dwInterval) : 0;
+    iLength += static_cast<size_t>(snprintf(szText + iLength, sizeof szText - iLength, i == 0 ? "%u" : ",%u", dwStart));
+  }
+}
+
+bool WriteDaemonConfig(const char* pszRoot, const TLensModel& tModel) {
+  const TAxisSheet& tZoom = tModel.tZoom;
+  const TAxisSheet& tFocus = tModel.tFocus;
+  const TSearchSheet& tSearch = tModel.tSearch;
+  char szFocusStarts[128];
+  FormatFocusStarts(szFocusStarts, tModel);
+  struct TRow {
+    const char* pszPath;
+    TNumber tNumber;
+  };
+  const TRow atNumbers[] = {
+      {"root/vernierlensd/zoom/virtual/start", Number(tZoom.dwStart)},
+      {"root/vernierlensd/zoom/virtual/end", Number(tZoom.dwEnd)},
+      {"root/vernierlensd/zoom/virtual/onestep", Number(tZoom.dwOneStep)},
+      {"root/vernierlensd/zoom/virtual/totalstep", Number(tZoom.dwTotalStep)},
+      {"root/vernierlensd/zoom/motor/totalstep", Number(static_cast<i64>(tZoom.dwTotalStep) * tZoom.dwOneStep)},
+      {"root/vernierlensd/zoom/motor/positioningstep", Number(tZoom.dwPositioningStep)},
+      {"root/vernierlensd/zoom/onesteptime", Number(tZoom.dwOneStepTime_us)},
+      {"root/vernierlensd/zoom/adjuststep", Number(tZoom.dwAdjustStep)},
+      {"root/vernierlensd/zoom/pi/support", Number(tZoom.bPISupport)},
+      {"root/vernierlensd/zoom/pi/searchstep", Number(tZoom.dwPISearchStep)},
+      {"root/vernierlensd/zoom/pi/forwardshitf", Number(0)},  // no move of a zoom uses it
+      {"root/vernierlensd/zoom/pi/backwardshitf", Number(Sheet_PIBackwardShift(tZoom))},
+      {"root/vernierlensd/focus/virtual/start", Number(tFocus.dwStart)},
+      {"root/vernierlensd/focus/virtual/end", Number(tFocus.dwEnd)},
+      {"root/vernierlensd/focus/virtual/onestep", Number(tFocus.dwOneStep)},
+      {"root/vernierlensd/focus/virtual/totalstep", Number(tFocus.dwTotalStep)},
+      {"root/vernierlensd/focus/motor/totalstep", Number(static_cast<i64>(tFocus.dwTotalStep) * tFocus.dwOneStep)},
+      {"root/vernierlensd/focus/motor/positioningstep", Number(tFocus.dwPositioningStep)},
+      {"root/vernierlensd/focus/motor/reversecalibration", Number(tFocus.bReverseCalibration)},
+      {"root/vernierlensd/focus/onesteptime", Number(tFocus.dwOneStepTime_us)},
+      {"root/vernierlensd/focus/adjuststep", Number(tFocus.dwAdjustStep)},
+      {"root/vernierlensd/focus/pi/support", Number(tFocus.bPISupport)},
+      {"root/vernierlensd/focus/pi/searchstep", Number(tFocus.dwPISearchStep)},
+      {"root/vernierlensd/focus/pi/forwardshitf", Number(Sheet_PIForwardShift(tFocus))},
+      {"root/vernierlensd/focus/pi/backwardshitf", Number(Sheet_PIBackwardShift(tFocus))},
+      {"root/vernierlensd/focus/FlangeBackCompensation", Number(0)},
+      {"root/vernierlensd/search/range/firstlevel", Number(tSearch.iRangeFirst)},
+      {"root/vernierlensd/search/range/secondlevel", Number(tSearch.iRangeSecond)},
+      {"root/vernierlensd/search/range/thirdlevel", Number(tSearch.iRangeThird)},
+      {"root/vernierlensd/search/step/finetune", Number(tSearch.dwStepFine)},
+      {"root/vernierlensd/search/step/small", Number(tSearch.dwStepSmall)},
+      {"root/vernierlensd/search/step/large", Number(tSearch.dwStepLarge)},
+      {"root/vernierlensd/onestepsearchtime", Number(tSearch.dwOneStepSearchTime_us)},
+      {"root/vernierlensd/openiristime", Number(tSearch.dwOpenIrisTime_us)},
+      {"root/vernierlensd/blockingmode", Number(tModel.bBlockingMode)},
+      {"root/vernierlensd/finetunning", Number(tSearch.bFineTuning)},
+  };
+  constexpr size_t iNumbers = sizeof atNumbers / sizeof atNumbers[0];
+  TXmlRow atRows[iNumbers + 1];
+  for (size_t i = 0; i < iNumbers; ++i) atRows[i] = {atNumbers[i].pszPath, atNumbers[i].tNumber.szText};
+  atRows[iNumbers] = {"root/vernierlensd/table/focusstart", szFocusStarts};
+  return WriteXml(pszRoot, "etc/conf.d/vernierlensd/config_vernierlensd.xml", atRows, iNumbers + 1);
+}
+
+bool WriteXmlText(const char* pszRoot, const char* pszBelow, const char* pszPath, const char* pszText) {
+  const TXmlRow tRow{pszPath, pszText};
+  return WriteXml(pszRoot, pszBelow, &tRow, 1);
+}
+
+bool WriteCameraConfig(const char* pszRoot, const TLensModel& tModel) {
+  return WriteXmlText(pszRoot, "etc/conf.d/config_capability.xml", "root/capability/nvideoin",
+                      Number(tModel.iChannels).szText) &&
+         WriteXmlText(pszRoot, "etc/conf.d/config_imagefeature.xml", "root/capability/image/c0/vernierlens",
+                      Number(tModel.dwCapability).szText) &&
+         WriteXmlText(pszRoot, "etc/conf.d/config_videoin_c0.xml", "root/videoin/c0/lens/modelname",
+                      tModel.pszModelName) &&
+         WriteXmlText(pszRoot, "etc/conf.d/config_videomode_c0.xml", "root/capability/videoin/c0/lens/type",
+                      tModel.pszLensType);
+}
+
+bool WriteState(const char* pszRoot, const TLensModel& tModel) {
+  TOutput tOutput;
+  if (!Output_Open(tOutput, pszRoot, "etc/conf.d/vernierlensd/vernierlensd.conf")) return false;
+  if (Model_HasZoom(tModel)) fprintf(tOutput.pFile, "zoom_motor=%u\n", tModel.tZoom.dwFirstPosition);
+  if (Model_HasFocus(tModel)) fprintf(tOutput.pFile, "focus_motor=%u\n", tModel.tFocus.dwFirstPosition);
+  if (!Output_Close(tOutput)) return false;
+
+  // A lens without zoom has a default focus of its own.
+  if (tModel.dwCapability != CAPABILITY_FOCUS_ONLY) return true;
+  if (!Output_Open(tOutput, pszRoot, "etc/conf.d/vernierlensd/focus_default")) return false;
+  fprintf(tOutput.pFile, "%u\n", tModel.tFocus.dwFirstPosition);
+  return Output_Close(tOutput);
+}
+
+bool WritePanTable(const char* pszRoot, const TLensModel& tModel) {
+  if (!Model_HasZoom(tModel)) return true;
+  TOutput tOutput;
+  if (!Output_Open(tOutput, pszRoot, "etc/conf.d/vernierlensd/pan_focus.tab")) return false;
+  constexpr u32 dwPerLine = 16;
+  for (u32 dwZoom = 1; dwZoom <= tModel.tZoom.dwTotalStep; ++dwZoom) {
+    fprintf(tOutput.pFile, "%u%c", Optics_PanFocus(tModel, dwZoom), dwZoom % dwPerLine == 0 ? '\n' : ' ');
+  }
+  fputc('\n', tOutput.pFile);
+  return Output_Close(tOutput);
+}
+
+TAxisModel AxisModel(const TAxisSheet& tSheet) {
+  TAxisModel tModel{};
+  tModel.bPresent = tSheet.iTravel > 0 ? 1 : 0;
+  tModel.iTravel = tSheet.iTravel;
+  tModel.iOrigin = tSheet.iOrigin;
+  tModel.iSlack = tSheet.iSlack;
+  tModel.iDriverPerVirtual = static_cast<i32>(tSheet.dwOneStep);
+  tModel.iPI = tSheet.iPI;
+  tModel.bCheckPIWalk = tSheet.bCheckPIWalk;
+  tModel.qwStepTime_ns = tSheet.qwStepTime_ns;
+  return tModel;
+}
+
+// Every channel stands at the model's first position, its gears last driven forward.
+void FillLens(TLens& tLens, const TLensModel& tModel) {
+  for (const ELensAxis eAxis : {LENS_ZOOM, LENS_FOCUS}) {
+    const TAxisSheet& tSheet = Model_Sheet(tModel, eAxis);
+    tLens.atModel[eAxis] = AxisModel(tSheet);
+    for (auto& atChannel : tLens.atAxis) {
+      TAxisTruth& tAxis = atChannel[eAxis];
+      tAxis.iRotor = tAxis.iGlass = tSheet.iOrigin + static_cast<i32>(tSheet.dwFirstPosition * tSheet.dwOneStep);
+      tAxis.bForward = 1;
+    }
+  }
+}
+
+void FillWorld(TWorld& tWorld, const TLensModel& tModel, u64 qwSeed) {
+  tWorld.dwMagic = dwWorldMagic;
+  tWorld.dwSize = sizeof(TWorld);
+  pthread_mutexattr_t tAttributes;
+  pthread_mutexattr_init(&tAttributes);
+  pthread_mutexattr_setpshared(&tAttributes, PTHREAD_PROCESS_SHARED);
+  pthread_mutexattr_setrobust(&tAttributes, PTHREAD_MUTEX_ROBUST);
+  pthread_mutex_init(&tWorld.mutexAtSpeed, &tAttributes);
+  pthread_mutexattr_destroy(&tAttributes);
+  tWorld.eTime = TIME_AT_A_SPEED;
+  tWorld.qwSeed = qwSeed;
+  tWorld.qwWallAtZero_us = qwWallAtFirstStart_us;
+  snprintf(tWorld.szModel, sizeof tWorld.szModel, "%s", tModel.pszName);
+  FillLens(tWorld.tLens, tModel);
+  tWorld.dDistance_m = dPanDistance_m;
+  tWorld.dTemperature_C = dPanTemperature_C;
+}
+
+// The world is the last file made, under another name till it is whole: a ROOT that has it is laid out.
+bool WriteWorld(const char* pszRoot, const TLensModel& tModel, u64 qwSeed) {
+  char szNew[iMaxPath], szWorld[iMaxPath];
+  if (!JoinPath(szNew, pszRoot, "sim/world.new") || !JoinPath(szWorld, pszRoot, "sim/world")) return false;
+  const i32 fd = open(szNew, O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+  void* pv = nullptr;
+  if (fd >= 0 && posix_fallocate(fd, 0, sizeof(TWorld)) == 0)
+    pv = mmap(nullptr, sizeof(TWorld), PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+  if (fd >= 0) close(fd);
+  if (pv == nullptr || pv == MAP_FAILED) {
+    fprintf(stderr, "simcamera: %s: no room for the world\n", szNew);
+    return false;
+  }
+  FillWorld(*static_cast<TWorld*>(pv), tModel, qwSeed);
+  munmap(pv, sizeof(TWorld));
+  if (rename(szNew, szWorld) == 0) return true;
+  fprintf(stderr, "simcamera: %s: %s\n", szWorld, strerror(errno));
+  return false;
+}
+
+bool IsEmptyDirectory(const char* pszPath) {
+  DIR* pDirectory = opendir(pszPath);
+  if (pDirectory == nullptr) return false;
+  i32 iEntries = 0;
+  while (const dirent* ptEntry = readdir(pDirectory)) {
+    if (strcmp(ptEntry->d_name, ".") != 0 && strcmp(ptEntry->d_name, "..") != 0) ++iEntries;
+  }
+  closedir(pDirectory);
+  return iEntries == 0;
+}
+
+bool LayOutFiles(const char* pszRoot, const TLensModel& tModel, u64 qwSeed) {
+  for (const char* pszDirectory : g_apszDirectories) {
+    char szPath[iMaxPath];
+    if (!JoinPath(szPath, pszRoot, pszDirectory) || !MakeDirectories(szPath)) return false;
+  }
+  return WriteCameraConfig(pszRoot, tModel) && WriteDaemonConfig(pszRoot, tModel) && WriteState(pszRoot, tModel) &&
+         WritePanTable(pszRoot, tModel) && WriteText(pszRoot, "mnt/flash/.VernierlensStatus", "normal\n") &&
+         WriteText(pszRoot, "usr/sbin/vernierlensd", "") && WriteText(pszRoot, "sim/transcript", "") &&
+         WriteWorld(pszRoot, tModel, qwSeed);
+}
+
+}  // namespace
+
+i32 World_LayOut(const char* pszRoot, const char* pszModel, u64 qwSeed) {
+  const TLensModel* ptModel = Lenses_Find(pszModel);
+  if (ptModel == nullptr) {
+    fprintf(stderr, "simcamera: there is no lens model \"%.40s\"\n", pszModel);
+    return -1;
+  }
+  char szWorld[iMaxPath];
+  if (!JoinPath(szWorld, pszRoot, "sim/world")) return -1;
+  if (access(szWorld, F_OK) == 0) return 0;
+  if (!MakeDirectories(pszRoot)) return -1;
+  if (!IsEmptyDirectory(pszRoot)) {
+    fprintf(stderr, "simcamera: %s: neither empty nor a simulated camera\n", pszRoot);
+    return -1;
+  }
+  return LayOutFiles(pszRoot, *ptModel, qwSeed) ? 0 : -1;
+}

@@ -1,0 +1,462 @@
+#include "clock/clock.h"
+
+#include <errno.h>
+#include <linux/futex.h>
+#include <stdio.h>
+#include <string.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <vector>
+
+#include "clock/inside.h"
+
+namespace {
+
+constexpr u32 dwYieldOneIn = 4;
+constexpr u32 dwMaxOversleep_us = 200;
+constexpr u32 dwMaxStill = 10'000;  // events with the clock standing still, then the life is taken to spin
+
+enum ETaskState : u32 { TASK_FREE = 0, TASK_READY, TASK_RUNNING, TASK_WAITING, TASK_ENDED };
+
+struct TTask {
+  std::atomic<u32> dwToken;  // 1: the task may run
+  ETaskState eState;
+  EWaitEnd eWaitEnd;
+  TClockWait tWait;
+  u64 qwPending;  // signals, bit by number
+  sigset_t tMask;
+  unsigned long qwThread;
+  const char* szCall;
+  char szName[8];
+};
+
+struct TScripted {
+  u64 qwAt_us;
+  void (*pfn)(void* pv);
+  void* pv;
+};
+
+constinit TTask g_atTasks[iMaxTasks]{};
+constinit TClockPlan g_tPlan{};
+constinit u64 g_qwNow_us = 0;
+constinit u64 g_qwStart_us = 0;
+constinit u64 g_qwDraw = 0;
+constinit u32 g_dwStill = 0;
+constinit bool g_bDescriptorsChanged = false;
+constinit bool g_bRunsScript = false;
+constinit u64 g_qwPendingProcess = 0;
+constinit struct sigaction g_atActions[65]{};
+constinit std::vector<TScripted>* g_patScript = nullptr;  // latest first
+}  // namespace
+
+constinit EClockMode g_eClockMode = CLOCK_OFF;
+
+static void SwitchFrom(TTask& tSelf);
+static TTask& Pick();
+static void RunScript();
+static void PollDescriptors();
+static void JumpToNextDeadline();
+static void MakeReady(TTask& tTask, EWaitEnd eWaitEnd);
+static void HandOver(TTask& tTask);
+static void Park(TTask& tTask);
+static bool RunHandlers(TTask& tSelf);
+static void RunHandler(TTask& tSelf, i32 iSignal);
+static void AssignProcessSignals();
+static void CountStill();
+[[noreturn]] static void Deadlock();
+
+static TTask& Self() {
+  return g_atTasks[g_tSelf.iTask];
+}
+
+void Clock_Start(const TClockPlan& tPlan) {
+  g_tPlan = tPlan;
+  g_qwDraw = tPlan.qwSeed;
+  g_qwNow_us = g_qwStart_us = tPlan.ptWorld->qwBase_us;
+  if (g_patScript == nullptr) g_patScript = new std::vector<TScripted>;
+  TTask& tMain = g_atTasks[0];
+  tMain.eState = TASK_RUNNING;
+  tMain.qwThread = pthread_self();
+  strcpy(tMain.szName, "main");
+  sigemptyset(&tMain.tMask);
+  g_tSelf.iTask = 0;
+  g_tSelf.eKind = THREAD_TASK;
+  g_eClockMode = CLOCK_VIRTUAL;
+}
+
+void Clock_StartAtASpeed(TWorld* ptWorld) {
+  g_tPlan.ptWorld = ptWorld;
+  g_tSelf.eKind = THREAD_SCALED;
+  g_eClockMode = CLOCK_AT_A_SPEED;
+}
+
+u64 Clock_Now_us() {
+  return g_eClockMode == CLOCK_VIRTUAL ? g_qwNow_us : World_Now_us(g_tPlan.ptWorld);
+}
+u64 Clock_Wall_us() {
+  return g_tPlan.ptWorld->qwWallAtZero_us + Clock_Now_us();
+}
+TWorld* Clock_World() {
+  return g_tPlan.ptWorld;
+}
+TLifeRecord* Clock_Record() {
+  return g_tPlan.ptRecord;
+}
+
+u32 Clock_Draw(u32 dwBelow) {
+  g_qwDraw += 0x9E3779B97F4A7C15u;
+  u64 qw = g_qwDraw;
+  qw = (qw ^ (qw >> 30)) * 0xBF58476D1CE4E5B9u;
+  qw = (qw ^ (qw >> 27)) * 0x94D049BB133111EBu;
+  return static_cast<u32>(((qw ^ (qw >> 31)) >> 32) * dwBelow >> 32);
+}
+
+u64 Clock_Deadline(u64 qwDuration_us) {
+  return g_qwNow_us + qwDuration_us + Clock_Draw(dwMaxOversleep_us + 1);
+}
+
+void Clock_Point(const char* szCall) {
+  TInside tInside;
+  TTask& tSelf = Self();
+  tSelf.szCall = szCall;
+  TLifeRecord& tRecord = *g_tPlan.ptRecord;
+  ++tRecord.qwEvents;
+  tRecord.qwTime_us = g_qwNow_us - g_qwStart_us;
+  tRecord.szCall = szCall;
+  if (tRecord.qwEvents == g_tPlan.qwCutAtEvent) {
+    Lens_PowerCut(&g_tPlan.ptWorld->tLens, g_qwNow_us);
+    Clock_End(CLOCK_END_CUT, nullptr);
+  }
+  CountStill();
+  if (Clock_Draw(dwYieldOneIn) == 0) {
+    tSelf.eState = TASK_READY;
+    SwitchFrom(tSelf);
+  }
+  RunHandlers(tSelf);
+}
+
+EWaitEnd Clock_Wait(const TClockWait& tWait) {
+  TInside tInside;
+  TTask& tSelf = Self();
+  tSelf.tWait = tWait;
+  tSelf.eState = TASK_WAITING;
+  SwitchFrom(tSelf);
+  tSelf.tWait = {};
+  const EWaitEnd eWaitEnd = tSelf.eWaitEnd;
+  const bool bCutShort = RunHandlers(tSelf);
+  if (eWaitEnd != WAIT_INTERRUPTED) return eWaitEnd;
+  if (tWait.eInterrupt == INTERRUPT_ALWAYS || (tWait.eInterrupt == INTERRUPT_UNLESS_RESTART && bCutShort)) {
+    return WAIT_INTERRUPTED;
+  }
+  return WAIT_WOKEN;
+}
+
+void Clock_Wake(const void* pvKey) {
+  for (TTask& tTask : g_atTasks) {
+    if (tTask.eState == TASK_WAITING && tTask.tWait.pvKey == pvKey) MakeReady(tTask, WAIT_WOKEN);
+  }
+}
+
+void Clock_WakeOne(const void* pvKey) {
+  TTask* aptWaiting[iMaxTasks];
+  u32 dwWaiting = 0;
+  for (TTask& tTask : g_atTasks) {
+    if (tTask.eState == TASK_WAITING && tTask.tWait.pvKey == pvKey) aptWaiting[dwWaiting++] = &tTask;
+  }
+  if (dwWaiting > 0) MakeReady(*aptWaiting[dwWaiting > 1 ? Clock_Draw(dwWaiting) : 0], WAIT_WOKEN);
+}
+
+void Clock_DescriptorsChanged() {
+  g_bDescriptorsChanged = true;
+}
+
+void Clock_At(u64 qwAt_us, void (*pfn)(void* pv), void* pv) {
+  TInside tInside;
+  if (g_patScript == nullptr) g_patScript = new std::vector<TScripted>;
+  auto it = g_patScript->begin();
+  while (it != g_patScript->end() && it->qwAt_us > qwAt_us) ++it;
+  g_patScript->insert(it, TScripted{.qwAt_us = qwAt_us, .pfn = pfn, .pv = pv});
+}
+
+bool Clock_RunsScript() {
+  return g_bRunsScript;
+}
+
+i32 Clock_NewTask() {
+  TInside tInside;
+  for (i32 iTask = 0; iTask < iMaxTasks; ++iTask) {
+    TTask& tTask = g_atTasks[iTask];
+    if (tTask.eState != TASK_FREE) continue;
+    tTask.dwToken.store(0, std::memory_order_relaxed);
+    tTask.eState = TASK_READY;
+    tTask.eWaitEnd = WAIT_WOKEN;
+    tTask.tWait = {};
+    tTask.qwPending = 0;
+    tTask.tMask = Self().tMask;
+    tTask.qwThread = 0;
+    tTask.szCall = "start";
+    snprintf(tTask.szName, sizeof tTask.szName, "t%d", iTask);
+    return iTask;
+  }
+  return -1;
+}
+
+void Clock_ForgetTask(i32 iTask) {
+  g_atTasks[iTask].eState = TASK_FREE;
+}
+
+void Clock_TaskMade(i32 iTask, unsigned long qwThread) {
+  g_atTasks[iTask].qwThread = qwThread;
+}
+
+void Clock_EnterTask(i32 iTask) {
+  g_tSelf.iTask = iTask;
+  Park(g_atTasks[iTask]);
+  g_tSelf.eKind = THREAD_TASK;
+}
+
+void Clock_LeaveTask() {
+  TInside tInside;
+  TTask& tSelf = Self();
+  tSelf.eState = TASK_ENDED;
+  Clock_Wake(Clock_TaskKey(g_tSelf.iTask));
+  TTask& tNext = Pick();
+  g_tSelf.eKind = THREAD_ENDED;
+  HandOver(tNext);
+}
+
+i32 Clock_TaskOf(unsigned long qwThread) {
+  for (i32 iTask = 0; iTask < iMaxTasks; ++iTask) {
+    if (g_atTasks[iTask].eState != TASK_FREE && g_atTasks[iTask].qwThread == qwThread) return iTask;
+  }
+  return -1;
+}
+
+bool Clock_TaskEnded(i32 iTask) {
+  return g_atTasks[iTask].eState == TASK_ENDED;
+}
+const void* Clock_TaskKey(i32 iTask) {
+  return &g_atTasks[iTask];
+}
+
+void Clock_NameTask(const char* szName) {
+  TInside tInside;
+  snprintf(Self().szName, sizeof Self().szName, "%s", szName);
+}
+
+const char* Clock_TaskName() {
+  return Self().szName;
+}
+
+// Picks who goes on, and gives it the token unless it is the caller.
+static void SwitchFrom(TTask& tSelf) {
+  TTask& tNext = Pick();
+  if (&tNext == &tSelf) {
+    tSelf.eState = TASK_RUNNING;
+    return;
+  }
+  HandOver(tNext);
+  Park(tSelf);
+}
+
+static TTask& Pick() {
+  for (;;) {
+    RunScript();
+    PollDescriptors();
+    TTask* aptReady[iMaxTasks];
+    u32 dwReady = 0;
+    for (TTask& tTask : g_atTasks) {
+      if (tTask.eState == TASK_READY) aptReady[dwReady++] = &tTask;
+    }
+    if (dwReady > 0) return *aptReady[dwReady > 1 ? Clock_Draw(dwReady) : 0];
+    JumpToNextDeadline();
+  }
+}
+
+static void RunScript() {
+  while (!g_patScript->empty() && g_patScript->back().qwAt_us <= g_qwNow_us) {
+    const TScripted tScripted = g_patScript->back();
+    g_patScript->pop_back();
+    g_bDescriptorsChanged = true;
+    g_bRunsScript = true;
+    tScripted.pfn(tScripted.pv);
+    g_bRunsScript = false;
+  }
+}
+
+static void PollDescriptors() {
+  if (!g_bDescriptorsChanged) return;
+  g_bDescriptorsChanged = false;
+  for (TTask& tTask : g_atTasks) {
+    if (tTask.eState != TASK_WAITING || tTask.tWait.pfnReady == nullptr) continue;
+    if (tTask.tWait.pfnReady(tTask.tWait.pvReady)) MakeReady(tTask, WAIT_WOKEN);
+  }
+}
+
+static void JumpToNextDeadline() {
+  u64 qwNext_us = g_patScript->empty() ? qwNever_us : g_patScript->back().qwAt_us;
+  for (const TTask& tTask : g_atTasks) {
+    if (tTask.eState == TASK_WAITING && tTask.tWait.qwUntil_us < qwNext_us) qwNext_us = tTask.tWait.qwUntil_us;
+  }
+  if (qwNext_us == qwNever_us) Deadlock();
+  if (qwNext_us > g_qwNow_us) {
+    g_qwNow_us = qwNext_us;
+    g_dwStill = 0;
+    g_tPlan.ptWorld->qwBase_us = g_qwNow_us;
+    g_tPlan.ptRecord->qwTime_us = g_qwNow_us - g_qwStart_us;
+    if (g_tPlan.pfnTimeMoved != nullptr) g_tPlan.pfnTimeMoved(g_tPlan.pvTimeMoved);
+  }
+  for (TTask& tTask : g_atTasks) {
+    if (tTask.eState == TASK_WAITING && tTask.tWait.qwUntil_us <= g_qwNow_us) MakeReady(tTask, WAIT_TIMED_OUT);
+  }
+}
+
+static void MakeReady(TTask& tTask, EWaitEnd eWaitEnd) {
+  tTask.eState = TASK_READY;
+  tTask.eWaitEnd = eWaitEnd;
+}
+
+static void HandOver(TTask& tTask) {
+  tTask.eState = TASK_RUNNING;
+  memcpy(g_tPlan.ptRecord->szHolder, tTask.szName, sizeof tTask.szName);
+  tTask.dwToken.store(1, std::memory_order_release);
+  syscall(SYS_futex, &tTask.dwToken, FUTEX_WAKE_PRIVATE, 1, nullptr, nullptr, 0);
+}
+
+static void Park(TTask& tTask) {
+  while (tTask.dwToken.load(std::memory_order_acquire) == 0) {
+    syscall(SYS_futex, &tTask.dwToken, FUTEX_WAIT_PRIVATE, 0, nullptr, nullptr, 0);
+  }
+  tTask.dwToken.store(0, std::memory_order_relaxed);
+}
+
+i32 Clock_SetAction(i32 iSignal, const struct sigaction* ptNew, struct sigaction* ptOld) {
+  if (iSignal < 1 || iSignal > 64 || ((iSignal == SIGKILL || iSignal == SIGSTOP) && ptNew != nullptr)) {
+    errno = EINVAL;
+    return -1;
+  }
+  TInside tInside;
+  if (ptOld != nullptr) *ptOld = g_atActions[iSignal];
+  if (ptNew != nullptr) g_atActions[iSignal] = *ptNew;
+  return 0;
+}
+
+i32 Clock_SetMask(i32 iHow, const sigset_t* ptNew, sigset_t* ptOld) {
+  TInside tInside;
+  TTask& tSelf = Self();
+  if (ptOld != nullptr) *ptOld = tSelf.tMask;
+  if (ptNew == nullptr) return 0;
+  if (iHow != SIG_BLOCK && iHow != SIG_UNBLOCK && iHow != SIG_SETMASK) return EINVAL;
+  if (iHow == SIG_SETMASK) tSelf.tMask = *ptNew;
+  for (i32 iSignal = 1; iSignal <= 64 && iHow != SIG_SETMASK; ++iSignal) {
+    if (sigismember(ptNew, iSignal) != 1) continue;
+    if (iHow == SIG_BLOCK)
+      sigaddset(&tSelf.tMask, iSignal);
+    else
+      sigdelset(&tSelf.tMask, iSignal);
+  }
+  AssignProcessSignals();
+  RunHandlers(tSelf);
+  return 0;
+}
+
+void Clock_Signal(i32 iSignal) {
+  TInside tInside;
+  g_qwPendingProcess |= u64{1} << (iSignal - 1);
+  AssignProcessSignals();
+}
+
+void Clock_SignalSelf(i32 iSignal) {
+  TInside tInside;
+  TTask& tSelf = Self();
+  tSelf.qwPending |= u64{1} << (iSignal - 1);
+  RunHandlers(tSelf);
+}
+
+// Gives each signal of the process to the first task that has not blocked it, as the kernel does.
+static void AssignProcessSignals() {
+  for (i32 iSignal = 1; iSignal <= 64 && g_qwPendingProcess != 0; ++iSignal) {
+    const u64 qwBit = u64{1} << (iSignal - 1);
+    if ((g_qwPendingProcess & qwBit) == 0) continue;
+    for (TTask& tTask : g_atTasks) {
+      if (tTask.eState == TASK_FREE || tTask.eState == TASK_ENDED || sigismember(&tTask.tMask, iSignal) == 1) continue;
+      g_qwPendingProcess &= ~qwBit;
+      if (g_atActions[iSignal].sa_handler == SIG_IGN) break;
+      tTask.qwPending |= qwBit;
+      if (tTask.eState == TASK_WAITING) MakeReady(tTask, WAIT_INTERRUPTED);
+      break;
+    }
+  }
+}
+
+// Runs the handlers of the task's pending signals.  True if one of them was installed without SA_RESTART.
+static bool RunHandlers(TTask& tSelf) {
+  bool bCutShort = false;
+  for (i32 iSignal = 1; iSignal <= 64 && tSelf.qwPending != 0; ++iSignal) {
+    const u64 qwBit = u64{1} << (iSignal - 1);
+    if ((tSelf.qwPending & qwBit) == 0 || sigismember(&tSelf.tMask, iSignal) == 1) continue;
+    tSelf.qwPending &= ~qwBit;
+    if ((g_atActions[iSignal].sa_flags & SA_RESTART) == 0) bCutShort = true;
+    RunHandler(tSelf, iSignal);
+  }
+  return bCutShort;
+}
+
+static void RunHandler(TTask& tSelf, i32 iSignal) {
+  const struct sigaction tAction = g_atActions[iSignal];
+  if (tAction.sa_handler == SIG_IGN) return;
+  if (tAction.sa_handler == SIG_DFL) {
+    if (iSignal == SIGCHLD || iSignal == SIGURG || iSignal == SIGWINCH || iSignal == SIGCONT) return;
+    Clock_End(CLOCK_END_ERROR, "killed by a signal without a handler");
+  }
+  const sigset_t tMask = tSelf.tMask;
+  for (i32 iOther = 1; iOther <= 64; ++iOther) {
+    if (sigismember(&tAction.sa_mask, iOther) == 1) sigaddset(&tSelf.tMask, iOther);
+  }
+  sigaddset(&tSelf.tMask, iSignal);
+  if ((tAction.sa_flags & SA_SIGINFO) != 0) {
+    siginfo_t tInfo{};
+    tInfo.si_signo = iSignal;
+    TOutside tOutside;
+    tAction.sa_sigaction(iSignal, &tInfo, nullptr);
+  } else {
+    TOutside tOutside;
+    tAction.sa_handler(iSignal);
+  }
+  tSelf.tMask = tMask;
+}
+
+static void CountStill() {
+  if (++g_dwStill <= dwMaxStill) return;
+  char szWhy[96];
+  snprintf(szWhy, sizeof szWhy, "the clock stands still: 10000 events at one time, the token is with %s",
+           Self().szName);
+  Clock_End(CLOCK_END_STOOD_STILL, szWhy);
+}
+
+static void Deadlock() {
+  char szWhy[512] = "deadlock:";
+  size_t iLength = strlen(szWhy);
+  for (const TTask& tTask : g_atTasks) {
+    if (tTask.eState != TASK_WAITING || iLength >= sizeof szWhy - 1) continue;
+    iLength += static_cast<size_t>(
+        snprintf(szWhy + iLength, sizeof szWhy - iLength, " %s waits in %s;", tTask.szName, tTask.szCall));
+  }
+  Clock_End(CLOCK_END_DEADLOCK, szWhy);
+}
+
+void Clock_End(EClockEnd eEnd, const char* szWhy) {
+  TInside tInside;
+  if (g_tPlan.ptRecord != nullptr) {
+    g_tPlan.ptRecord->eEnd = eEnd;
+    g_tPlan.ptRecord->qwTime_us = g_qwNow_us - g_qwStart_us;
+  }
+  if (szWhy != nullptr) {
+    char szLine[640];
+    const i32 iLength = snprintf(szLine, sizeof szLine, "simcamera: %s\n", szWhy);
+    syscall(SYS_write, 2, szLine, static_cast<size_t>(iLength));
+  }
+  syscall(SYS_exit_group, 1);
+  __builtin_unreachable();
+}

@@ -1,0 +1,112 @@
+// The virtual clock: a scheduler that lets one thread of a life run at a time.  Each thread is a task; who holds the
+// token runs.  A task gives way where it waits, and by draw at every hooked call.  When all tasks wait, the clock jumps
+// to the next deadline or scripted event.  Nothing here is drawn but from the one seed, so the same seed gives the same
+// life.
+//
+// All functions: any task that holds the token, unless told otherwise.  Times are microseconds of the camera's clock.
+#pragma once
+
+#include <signal.h>
+
+#include "camera/world.h"
+
+enum EClockMode : u32 { CLOCK_OFF = 0, CLOCK_AT_A_SPEED = 1, CLOCK_VIRTUAL = 2 };
+extern constinit EClockMode
+    g_eClockMode;  // written once, at the start of a life or by the preload library's constructor
+
+enum EWaitEnd : u32 { WAIT_WOKEN, WAIT_TIMED_OUT, WAIT_INTERRUPTED };
+// What a signal whose handler has run does to a wait.
+enum EInterrupt : u32 { INTERRUPT_NEVER, INTERRUPT_UNLESS_RESTART, INTERRUPT_ALWAYS };
+
+constexpr u64 qwNever_us = ~u64{0};
+constexpr i32 iMaxTasks = 16;
+
+// How a life ended, as the life itself tells it; 0 while it runs and after an orderly exit.
+enum EClockEnd : u32 { CLOCK_END_NONE = 0, CLOCK_END_CUT, CLOCK_END_DEADLOCK, CLOCK_END_STOOD_STILL, CLOCK_END_ERROR };
+
+// What outlives the child: written by the life, read by the parent after its end.
+struct TLifeRecord {
+  u32 eEnd;
+  u64 qwEvents;
+  u64 qwTime_us;       // of the life
+  char szHolder[16];   // task with the token
+  const char* szCall;  // its last hooked call; a literal of the program, so good in the parent too
+  u32 bTranscriptFull;
+  u32 dwTranscript;             // bytes
+  u32 dwReplies;                // bytes
+  char acReplies[1 << 20];      // one after the other: request number, length (32 bits each), text
+  char acTranscript[64 << 20];  // backed by memory only as far as it is used
+};
+
+struct TClockPlan {
+  u64 qwSeed;
+  u64 qwCutAtEvent;  // 0 never
+  TWorld* ptWorld;
+  TLifeRecord* ptRecord;
+  void (*pfnTimeMoved)(void* pv);  // runs each time the clock has jumped, before a task runs; null: nothing
+  void* pvTimeMoved;
+};
+
+// Start-up: the calling thread becomes task 0, "main", and holds the token.
+void Clock_Start(const TClockPlan& tPlan);
+
+// Start-up of the other way of time: the world's own clock, threads side by side.
+void Clock_StartAtASpeed(TWorld* ptWorld);
+
+// Camera time in either way of time.  Any thread.
+u64 Clock_Now_us();
+u64 Clock_Wall_us();  // since 1970
+TWorld* Clock_World();
+TLifeRecord* Clock_Record();
+
+// A value below dwBelow, from the seed.
+u32 Clock_Draw(u32 dwBelow);
+// The end of a sleep or time-out: sleeps overrun, by a drawn time.
+u64 Clock_Deadline(u64 qwDuration_us);
+
+// A hooked call begins: counts an event, cuts the power at the event wanted, runs pending signal handlers and lets
+// another task go on in one of four cases.  szCall is a literal.
+void Clock_Point(const char* szCall);
+
+struct TClockWait {
+  const void* pvKey = nullptr;  // what Clock_Wake names
+  u64 qwUntil_us = qwNever_us;
+  EInterrupt eInterrupt = INTERRUPT_NEVER;
+  bool (*pfnReady)(void* pv) = nullptr;  // descriptors: true if they are ready; asked when descriptors may have changed
+  void* pvReady = nullptr;
+};
+// Gives way until woken.  May also come back as woken for no reason: callers look at what they wait for again.
+EWaitEnd Clock_Wait(const TClockWait& tWait);
+
+void Clock_Wake(const void* pvKey);     // every task that waits for the key
+void Clock_WakeOne(const void* pvKey);  // one of them, drawn
+
+// Something was written to, read from or done to a descriptor that a task may wait on.
+void Clock_DescriptorsChanged();
+
+// Runs pfn at the given time on whichever task looks for the next one; hooks pass through in it.
+void Clock_At(u64 qwAt_us, void (*pfn)(void* pv), void* pv);
+bool Clock_RunsScript();  // within such a call
+
+// Tasks.  Clock_NewTask reserves one (-1: table full); the new thread calls Clock_EnterTask, which parks it until its
+// first turn, and Clock_LeaveTask at its end, which hands the token on and comes back.
+i32 Clock_NewTask();
+void Clock_ForgetTask(i32 iTask);
+void Clock_TaskMade(i32 iTask, unsigned long qwThread);
+void Clock_EnterTask(i32 iTask);
+void Clock_LeaveTask();
+i32 Clock_TaskOf(unsigned long qwThread);  // -1: none
+bool Clock_TaskEnded(i32 iTask);
+const void* Clock_TaskKey(i32 iTask);
+void Clock_NameTask(const char* szName);  // the calling one; at most 7 characters
+const char* Clock_TaskName();
+
+// Signals as a life sees them.  Handlers run on a task that has not blocked the signal, the main one first, and only
+// while it holds the token.
+i32 Clock_SetAction(i32 iSignal, const struct sigaction* ptNew, struct sigaction* ptOld);
+i32 Clock_SetMask(i32 iHow, const sigset_t* ptNew, sigset_t* ptOld);
+void Clock_Signal(i32 iSignal);      // to the process
+void Clock_SignalSelf(i32 iSignal);  // to the calling task, handled at once
+
+// Ends the life on the spot with a line on stderr: no destructor, no flush.
+[[noreturn]] void Clock_End(EClockEnd eEnd, const char* szWhy);

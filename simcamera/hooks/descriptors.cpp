@@ -1,0 +1,310 @@
+// What waits on descriptors, and reads and writes of them.  Pipes and sockets are real ones; a wait is a wait of the
+// clock until a poll that never waits says that they are ready.
+#include <errno.h>
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <string.h>
+#include <sys/select.h>
+#include <sys/socket.h>
+#include <sys/syscall.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include "hooks/hooks.h"
+#include "hooks/scale.h"
+
+namespace {
+constinit TReal<int(int, fd_set*, fd_set*, fd_set*, timeval*)> g_realSelect{"select"};
+constinit TReal<int(int, fd_set*, fd_set*, fd_set*, const timespec*, const sigset_t*)> g_realPselect{"pselect"};
+constinit TReal<int(pollfd*, nfds_t, int)> g_realPoll{"poll"};
+constinit TReal<ssize_t(int, void*, size_t)> g_realRead{"read"};
+constinit TReal<ssize_t(int, const void*, size_t)> g_realWrite{"write"};
+constinit TReal<ssize_t(int, void*, size_t, int)> g_realRecv{"recv"};
+constinit TReal<ssize_t(int, const void*, size_t, int)> g_realSend{"send"};
+constinit TReal<int(int)> g_realClose{"close"};
+constinit TReal<int(int, const sockaddr*, socklen_t)> g_realBind{"bind"};
+constinit TReal<int(int, const sockaddr*, socklen_t)> g_realConnect{"connect"};
+
+struct TSelect {
+  i32 iCount;
+  fd_set* aptSets[3];  // the caller's, as they were handed in; null where there is none
+};
+struct TPoll {
+  pollfd* ptFds;
+  u64 qwCount;
+};
+}  // namespace
+
+int Hook_select(int n, fd_set* ptRead, fd_set* ptWrite, fd_set* ptExcept, timeval* ptTime) asm("select");
+int Hook_pselect(int n, fd_set* ptRead, fd_set* ptWrite, fd_set* ptExcept, const timespec* ptTime,
+                 const sigset_t* ptMask) asm("pselect");
+int Hook_poll(pollfd* ptFds, nfds_t dwCount, int iTime_ms) asm("poll");
+int Hook_poll_chk(pollfd* ptFds, nfds_t dwCount, int iTime_ms, size_t dwRoom) asm("__poll_chk");
+ssize_t Hook_read(int fd, void* pv, size_t dwLength) asm("read");
+ssize_t Hook_read_chk(int fd, void* pv, size_t dwLength, size_t dwRoom) asm("__read_chk");
+ssize_t Hook_write(int fd, const void* pv, size_t dwLength) asm("write");
+ssize_t Hook_recv(int fd, void* pv, size_t dwLength, int iFlags) asm("recv");
+ssize_t Hook_recv_chk(int fd, void* pv, size_t dwLength, size_t dwRoom, int iFlags) asm("__recv_chk");
+ssize_t Hook_send(int fd, const void* pv, size_t dwLength, int iFlags) asm("send");
+int Hook_close(int fd) asm("close");
+int Hook_bind(int fd, const sockaddr* ptAddress, socklen_t dwLength) asm("bind");
+int Hook_connect(int fd, const sockaddr* ptAddress, socklen_t dwLength) asm("connect");
+
+// Past every interceptor, and never waiting.  An all-zero time is the same in every layout of timespec.
+static i32 SelectNow(i32 iCount, fd_set* const (&aptSets)[3]) {
+  u64 aqwNoTime[2] = {0, 0};
+  return static_cast<i32>(
+      syscall(SYS_pselect6, iCount, aptSets[0], aptSets[1], aptSets[2], aqwNoTime, static_cast<void*>(nullptr)));
+}
+
+static i32 PollNow(pollfd* ptFds, u64 qwCount) {
+  u64 aqwNoTime[2] = {0, 0};
+  return static_cast<i32>(syscall(SYS_ppoll, ptFds, qwCount, aqwNoTime, static_cast<void*>(nullptr), 8));
+}
+
+static bool IsReadyNow(i32 fd, short iEvents) {
+  pollfd tFd{.fd = fd, .events = iEvents, .revents = 0};
+  return PollNow(&tFd, 1) != 0;
+}
+
+static bool SelectReady(void* pv) {
+  const TSelect& tSelect = *static_cast<TSelect*>(pv);
+  fd_set atCopies[3];
+  fd_set* aptCopies[3] = {nullptr, nullptr, nullptr};
+  for (i32 i = 0; i < 3; ++i) {
+    if (tSelect.aptSets[i] == nullptr) continue;
+    atCopies[i] = *tSelect.aptSets[i];
+    aptCopies[i] = &atCopies[i];
+  }
+  return SelectNow(tSelect.iCount, aptCopies) != 0;
+}
+
+static bool PollReady(void* pv) {
+  const TPoll& tPoll = *static_cast<TPoll*>(pv);
+  return PollNow(tPoll.ptFds, tPoll.qwCount) != 0;
+}
+
+// Copies a set as far as it is looked at; the caller's may be no longer than that.
+static void CopySet(fd_set* ptTo, const fd_set* ptFrom, i32 iCount) {
+  memcpy(ptTo, ptFrom, (static_cast<size_t>(iCount) + 63) / 64 * 8);
+}
+
+static i32 SelectVirtually(const char* szCall, i32 iCount, fd_set* const (&aptSets)[3], u64 qwTime_us) {
+  Clock_Point(szCall);
+  TInside tInside;
+  fd_set atAsked[3]{};
+  TSelect tSelect{.iCount = iCount, .aptSets = {nullptr, nullptr, nullptr}};
+  for (i32 i = 0; i < 3; ++i) {
+    if (aptSets[i] == nullptr) continue;
+    CopySet(&atAsked[i], aptSets[i], iCount);
+    tSelect.aptSets[i] = &atAsked[i];
+  }
+  const u64 qwUntil_us = qwTime_us == qwNever_us ? qwNever_us : Clock_Deadline(qwTime_us);
+  EWaitEnd eEnd = qwTime_us == 0 ? WAIT_TIMED_OUT : WAIT_WOKEN;
+  for (;;) {
+    for (i32 i = 0; i < 3; ++i) {
+      if (aptSets[i] != nullptr) CopySet(aptSets[i], &atAsked[i], iCount);
+    }
+    const i32 iReady = SelectNow(iCount, aptSets);
+    if (iReady < 0) return -errno;
+    if (iReady > 0) Transcript_Note("%s %d ready", szCall, iReady);
+    if (iReady > 0 || eEnd == WAIT_TIMED_OUT) return iReady;
+    eEnd = Clock_Wait(
+        {.qwUntil_us = qwUntil_us, .eInterrupt = INTERRUPT_ALWAYS, .pfnReady = &SelectReady, .pvReady = &tSelect});
+    if (eEnd == WAIT_INTERRUPTED) Transcript_Note("%s interrupted", szCall);
+    if (eEnd == WAIT_INTERRUPTED) return -EINTR;
+  }
+}
+
+static i32 FailBelow0(i32 iResult) {
+  if (iResult >= 0) return iResult;
+  errno = -iResult;
+  return -1;
+}
+
+static u64 Micros(const timeval& t) {
+  return static_cast<u64>(t.tv_sec) * 1'000'000 + static_cast<u64>(t.tv_usec);
+}
+
+static void SetMicros(timeval* pt, u64 qw_us) {
+  pt->tv_sec = static_cast<time_t>(qw_us / 1'000'000);
+  pt->tv_usec = static_cast<suseconds_t>(qw_us % 1'000'000);
+}
+
+int Hook_select(int n, fd_set* ptRead, fd_set* ptWrite, fd_set* ptExcept, timeval* ptTime) {
+  if (Hooks_Scaled() && ptTime != nullptr) {
+    timespec tReal = Scale_Real(Micros(*ptTime));
+    timeval tScaled{};
+    tScaled.tv_sec = tReal.tv_sec;
+    tScaled.tv_usec = static_cast<suseconds_t>(tReal.tv_nsec / 1'000);
+    const i32 iReady = g_realSelect(n, ptRead, ptWrite, ptExcept, &tScaled);
+    tReal.tv_sec = tScaled.tv_sec;
+    tReal.tv_nsec = tScaled.tv_usec * 1'000;
+    SetMicros(ptTime, Scale_Camera_us(tReal));
+    return iReady;
+  }
+  if (!Hooks_OnVirtualClock("select")) return g_realSelect(n, ptRead, ptWrite, ptExcept, ptTime);
+  const u64 qwTime_us = ptTime == nullptr ? qwNever_us : Micros(*ptTime);
+  const u64 qwStart_us = Clock_Now_us();
+  const i32 iResult = SelectVirtually("select", n, {ptRead, ptWrite, ptExcept}, qwTime_us);
+  if (ptTime != nullptr) {
+    const u64 qwSpent_us = Clock_Now_us() - qwStart_us;
+    SetMicros(ptTime, qwSpent_us < qwTime_us ? qwTime_us - qwSpent_us : 0);
+  }
+  return FailBelow0(iResult);
+}
+
+int Hook_pselect(int n, fd_set* ptRead, fd_set* ptWrite, fd_set* ptExcept, const timespec* ptTime,
+                 const sigset_t* ptMask) {
+  if (!Hooks_OnVirtualClock("pselect")) return g_realPselect(n, ptRead, ptWrite, ptExcept, ptTime, ptMask);
+  sigset_t tBefore;
+  if (ptMask != nullptr) Clock_SetMask(SIG_SETMASK, ptMask, &tBefore);
+  const u64 qwTime_us = ptTime == nullptr ? qwNever_us : Scale_Micros(*ptTime);
+  const i32 iResult = SelectVirtually("pselect", n, {ptRead, ptWrite, ptExcept}, qwTime_us);
+  if (ptMask != nullptr) Clock_SetMask(SIG_SETMASK, &tBefore, nullptr);
+  return FailBelow0(iResult);
+}
+
+int Hook_poll(pollfd* ptFds, nfds_t dwCount, int iTime_ms) {
+  if (!Hooks_OnVirtualClock("poll")) return g_realPoll(ptFds, dwCount, iTime_ms);
+  Clock_Point("poll");
+  TPoll tPoll{.ptFds = ptFds, .qwCount = dwCount};
+  const u64 qwUntil_us = iTime_ms < 0 ? qwNever_us : Clock_Deadline(static_cast<u64>(iTime_ms) * 1'000);
+  EWaitEnd eEnd = iTime_ms == 0 ? WAIT_TIMED_OUT : WAIT_WOKEN;
+  for (;;) {
+    const i32 iReady = PollNow(ptFds, dwCount);
+    if (iReady != 0 || eEnd == WAIT_TIMED_OUT) return iReady;
+    eEnd = Clock_Wait(
+        {.qwUntil_us = qwUntil_us, .eInterrupt = INTERRUPT_ALWAYS, .pfnReady = &PollReady, .pvReady = &tPoll});
+    if (eEnd == WAIT_INTERRUPTED) return FailBelow0(-EINTR);
+  }
+}
+
+int Hook_poll_chk(pollfd* ptFds, nfds_t dwCount, int iTime_ms, size_t dwRoom) {
+  if (dwRoom / sizeof(pollfd) < dwCount) __builtin_trap();
+  return Hook_poll(ptFds, dwCount, iTime_ms);
+}
+
+// A descriptor that the clock answers for: from a camera path, or a pipe or socket.
+static bool IsOurs(i32 fd) {
+  const TDescriptor* ptDescriptor = Hooks_Descriptor(fd);
+  return ptDescriptor != nullptr && (ptDescriptor->eKind != DESCRIPTOR_FOREIGN || Hooks_IsPipe(fd));
+}
+
+// Waits on the clock until the descriptor is ready; false if a signal came first.
+static bool WaitReady(i32 fd, short iEvents, bool bWait) {
+  if (!bWait || (fcntl(fd, F_GETFL) & O_NONBLOCK) != 0) return true;
+  pollfd tFd{.fd = fd, .events = iEvents, .revents = 0};
+  TPoll tPoll{.ptFds = &tFd, .qwCount = 1};
+  while (!IsReadyNow(fd, iEvents)) {
+    if (Clock_Wait({.eInterrupt = INTERRUPT_UNLESS_RESTART, .pfnReady = &PollReady, .pvReady = &tPoll}) ==
+        WAIT_INTERRUPTED) {
+      errno = EINTR;
+      return false;
+    }
+  }
+  return true;
+}
+
+ssize_t Hook_read(int fd, void* pv, size_t dwLength) {
+  if (!Hooks_Active() || !IsOurs(fd) || !Hooks_OnVirtualClock("read")) return g_realRead(fd, pv, dwLength);
+  Clock_Point("read");
+  if (!WaitReady(fd, POLLIN, true)) return -1;
+  const ssize_t iRead = g_realRead(fd, pv, dwLength);
+  Clock_DescriptorsChanged();
+  return iRead;
+}
+
+ssize_t Hook_read_chk(int fd, void* pv, size_t dwLength, size_t dwRoom) {
+  if (dwRoom < dwLength) __builtin_trap();
+  return Hook_read(fd, pv, dwLength);
+}
+
+ssize_t Hook_recv(int fd, void* pv, size_t dwLength, int iFlags) {
+  if (!Hooks_Active() || !Hooks_OnVirtualClock("recv")) return g_realRecv(fd, pv, dwLength, iFlags);
+  Clock_Point("recv");
+  if (!WaitReady(fd, POLLIN, (iFlags & MSG_DONTWAIT) == 0)) return -1;
+  const ssize_t iRead = g_realRecv(fd, pv, dwLength, iFlags);
+  Clock_DescriptorsChanged();
+  return iRead;
+}
+
+ssize_t Hook_recv_chk(int fd, void* pv, size_t dwLength, size_t dwRoom, int iFlags) {
+  if (dwRoom < dwLength) __builtin_trap();
+  return Hook_recv(fd, pv, dwLength, iFlags);
+}
+
+// A peer that is gone: the life ignores the kernel's SIGPIPE, and raises it as the clock's.
+static ssize_t AfterWrite(ssize_t iWritten) {
+  Clock_DescriptorsChanged();
+  if (iWritten < 0 && errno == EPIPE) Clock_SignalSelf(SIGPIPE);
+  return iWritten;
+}
+
+ssize_t Hook_write(int fd, const void* pv, size_t dwLength) {
+  if (g_eClockMode == CLOCK_VIRTUAL && fd == STDOUT_FILENO && Hooks_OnVirtualClock("write")) {
+    Clock_Point("write");
+    Transcript_Printed(static_cast<const char*>(pv), dwLength);
+    return static_cast<ssize_t>(dwLength);
+  }
+  if (!Hooks_Active() || !IsOurs(fd) || !Hooks_OnVirtualClock("write")) return g_realWrite(fd, pv, dwLength);
+  Clock_Point("write");
+  if (!WaitReady(fd, POLLOUT, true)) return -1;
+  return AfterWrite(g_realWrite(fd, pv, dwLength));
+}
+
+ssize_t Hook_send(int fd, const void* pv, size_t dwLength, int iFlags) {
+  if (!Hooks_Active() || !Hooks_OnVirtualClock("send")) return g_realSend(fd, pv, dwLength, iFlags);
+  Clock_Point("send");
+  if (!WaitReady(fd, POLLOUT, (iFlags & MSG_DONTWAIT) == 0)) return -1;
+  const ssize_t iSent = g_realSend(fd, pv, dwLength, iFlags);
+  if ((iFlags & MSG_NOSIGNAL) == 0) return AfterWrite(iSent);
+  Clock_DescriptorsChanged();
+  return iSent;
+}
+
+int Hook_close(int fd) {
+  if (!Hooks_Active() || !IsOurs(fd)) return g_realClose(fd);
+  TDescriptor& tDescriptor = *Hooks_Descriptor(fd);
+  Hooks_Point("close");
+  const TDescriptor tClosed = tDescriptor;
+  tDescriptor.eKind = DESCRIPTOR_FOREIGN;
+  tDescriptor.pfnClosed = nullptr;
+  const i32 iResult = g_realClose(fd);
+  Clock_DescriptorsChanged();
+  if (tClosed.eKind == DESCRIPTOR_DEVICE || tClosed.bWritten) Transcript_Fact("close %s", tClosed.szPath);
+  if (tClosed.eKind == DESCRIPTOR_WATCHED && tClosed.pfnClosed != nullptr) tClosed.pfnClosed(fd);
+  return iResult;
+}
+
+// A camera's socket lies below ROOT, whose name may be longer than a socket address holds: the address names the
+// directory by a descriptor of it.  0, or -errno.
+static i32 WithAddress(TReal<int(int, const sockaddr*, socklen_t)>& tReal, i32 fd, const sockaddr* ptAddress,
+                       socklen_t dwLength) {
+  const bool bLocal = Hooks_Active() && ptAddress->sa_family == AF_UNIX;
+  const TCameraPath tPath(bLocal ? reinterpret_cast<const sockaddr_un*>(ptAddress)->sun_path : nullptr);
+  if (!tPath.bOurs) return tReal(fd, ptAddress, dwLength) < 0 ? -errno : 0;
+  TInside tInside;
+  char szFolder[sizeof tPath.szReal];
+  snprintf(szFolder, sizeof szFolder, "%s", tPath.szReal);
+  char* pszName = strrchr(szFolder, '/');
+  *pszName++ = '\0';
+  const i32 fdFolder = static_cast<i32>(syscall(SYS_openat, AT_FDCWD, szFolder, O_PATH | O_DIRECTORY | O_CLOEXEC));
+  if (fdFolder < 0) return -errno;
+  sockaddr_un tReached{};
+  tReached.sun_family = AF_UNIX;
+  snprintf(tReached.sun_path, sizeof tReached.sun_path, "/proc/self/fd/%d/%.64s", fdFolder, pszName);
+  const i32 iResult = tReal(fd, reinterpret_cast<const sockaddr*>(&tReached), static_cast<socklen_t>(sizeof tReached));
+  const i32 iError = errno;
+  syscall(SYS_close, fdFolder);
+  return iResult < 0 ? -iError : iResult;
+}
+
+int Hook_bind(int fd, const sockaddr* ptAddress, socklen_t dwLength) {
+  return FailBelow0(WithAddress(g_realBind, fd, ptAddress, dwLength));
+}
+
+int Hook_connect(int fd, const sockaddr* ptAddress, socklen_t dwLength) {
+  return FailBelow0(WithAddress(g_realConnect, fd, ptAddress, dwLength));
+}

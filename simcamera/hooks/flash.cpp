@@ -1,0 +1,326 @@
+#include "hooks/flash.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <stdio.h>
+#include <string.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "clock/inside.h"
+
+namespace {
+constexpr u32 iMaxContent = 64 * 1024;
+constexpr u32 iMaxChanges = 32;
+
+struct TContent {
+  u32 dwLength;
+  char ac[iMaxContent];
+};
+
+// A file whose content is not safe, or one that lost its name.
+struct TUnsafeFile {
+  u64 qwInode;      // 0: free
+  char szPath[96];  // where it was seen last
+  bool bWritten;    // tSafe and what it holds now may differ
+  TContent tSafe;
+  bool bGone;  // no name leads to it any more: tLast is what it held
+  TContent tLast;
+};
+
+// A name that is not safe: what it led to when it last was, an inode or 0 for nothing.
+struct TUnsafeName {
+  char szPath[96];  // "" free
+  u64 qwSafeInode;
+  u32 dwGroup;  // names of one group share their fate
+};
+
+struct TFlash {
+  u32 bTooMuch;  // more unsafe than fits: a cut would be judged wrongly
+  u32 dwGroups;
+  TUnsafeName atNames[iMaxChanges];
+  TUnsafeFile atFiles[iMaxChanges];
+};
+
+constinit TFlash* g_ptFlash = nullptr;
+
+enum EFate : u32 { FATE_NEW = 0, FATE_OLD, FATE_TORN, FATES };
+}  // namespace
+
+static bool IsOnFlash(const char* szPath) {
+  return strncmp(szPath, "/etc/", 5) == 0 || strncmp(szPath, "/mnt/", 5) == 0;
+}
+
+static TFlash* Map(const char* szRoot) {
+  char szPath[512];
+  snprintf(szPath, sizeof szPath, "%s/sim/flash", szRoot);
+  const i32 fd = static_cast<i32>(syscall(SYS_openat, AT_FDCWD, szPath, O_RDWR | O_CREAT | O_CLOEXEC, 0666));
+  void* pv = MAP_FAILED;
+  if (fd >= 0 && ftruncate(fd, sizeof(TFlash)) == 0) {
+    pv = mmap(nullptr, sizeof(TFlash), PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+  }
+  if (pv == MAP_FAILED) fprintf(stderr, "simcamera: %s: %s\n", szPath, strerror(errno));
+  if (fd >= 0) syscall(SYS_close, fd);
+  return pv == MAP_FAILED ? nullptr : static_cast<TFlash*>(pv);
+}
+
+i32 Flash_Open(const char* szRoot) {
+  TInside tInside;
+  g_ptFlash = Map(szRoot);
+  return g_ptFlash != nullptr ? 0 : -1;
+}
+
+static u64 InodeOf(const char* szReal) {
+  struct stat tStat;
+  return lstat(szReal, &tStat) == 0 && S_ISREG(tStat.st_mode) ? static_cast<u64>(tStat.st_ino) : 0;
+}
+
+static void ReadContent(const char* szReal, TContent& tContent) {
+  tContent.dwLength = 0;
+  const i32 fd = static_cast<i32>(syscall(SYS_openat, AT_FDCWD, szReal, O_RDONLY | O_CLOEXEC));
+  if (fd < 0) return;
+  ssize_t iRead = 0;
+  while ((iRead = syscall(SYS_read, fd, tContent.ac + tContent.dwLength, sizeof tContent.ac - tContent.dwLength)) > 0) {
+    tContent.dwLength += static_cast<u32>(iRead);
+  }
+  syscall(SYS_close, fd);
+}
+
+static TUnsafeFile* FindFile(u64 qwInode) {
+  for (TUnsafeFile& tFile : g_ptFlash->atFiles) {
+    if (qwInode != 0 && tFile.qwInode == qwInode) return &tFile;
+  }
+  return nullptr;
+}
+
+// The file's record, made with its present content as the safe one if there is none yet.
+static TUnsafeFile* KeepFile(u64 qwInode, const char* szPath, const char* szReal) {
+  TUnsafeFile* ptFile = FindFile(qwInode);
+  if (ptFile != nullptr) return ptFile;
+  for (TUnsafeFile& tFile : g_ptFlash->atFiles) {
+    if (tFile.qwInode != 0) continue;
+    tFile.qwInode = qwInode;
+    snprintf(tFile.szPath, sizeof tFile.szPath, "%s", szPath);
+    tFile.bGone = false;
+    tFile.bWritten = false;
+    ReadContent(szReal, tFile.tSafe);
+    return &tFile;
+  }
+  g_ptFlash->bTooMuch = 1;
+  return nullptr;
+}
+
+static TUnsafeName* KeepName(const char* szPath, u64 qwInode) {
+  for (TUnsafeName& tName : g_ptFlash->atNames) {
+    if (strcmp(tName.szPath, szPath) == 0) return &tName;
+  }
+  for (TUnsafeName& tName : g_ptFlash->atNames) {
+    if (tName.szPath[0] != '\0') continue;
+    snprintf(tName.szPath, sizeof tName.szPath, "%s", szPath);
+    tName.qwSafeInode = qwInode;
+    tName.dwGroup = ++g_ptFlash->dwGroups;
+    return &tName;
+  }
+  g_ptFlash->bTooMuch = 1;
+  return nullptr;
+}
+
+static void KeepWritten(u64 qwInode, const char* szPath, const char* szReal) {
+  if (TUnsafeFile* ptFile = KeepFile(qwInode, szPath, szReal); ptFile != nullptr) ptFile->bWritten = true;
+}
+
+void Flash_BeforeWrite(const char* szPath, const char* szReal) {
+  if (g_ptFlash == nullptr || !IsOnFlash(szPath)) return;
+  TInside tInside;
+  const u64 qwInode = InodeOf(szReal);
+  if (qwInode != 0) KeepWritten(qwInode, szPath, szReal);
+}
+
+void Flash_AfterCreate(const char* szPath, const char* szReal) {
+  if (g_ptFlash == nullptr || !IsOnFlash(szPath)) return;
+  TInside tInside;
+  const u64 qwInode = InodeOf(szReal);
+  if (qwInode == 0) return;
+  KeepName(szPath, 0);
+  // The system gives a removed file's inode out again: its record would be taken for the new file's.
+  if (TUnsafeFile* ptOld = FindFile(qwInode); ptOld != nullptr && ptOld->bGone) {
+    const u64 qwPutAside = qwInode | u64{1} << 63;
+    for (TUnsafeName& tName : g_ptFlash->atNames) {
+      if (tName.qwSafeInode == qwInode) tName.qwSafeInode = qwPutAside;
+    }
+    ptOld->qwInode = qwPutAside;
+  }
+  KeepWritten(qwInode, szPath, szReal);
+}
+
+// A name is about to lead nowhere or elsewhere: its file's last content is kept, since the old name may come back.
+static TUnsafeName* LoseName(const char* szPath, const char* szReal, bool bFileGoes) {
+  const u64 qwInode = InodeOf(szReal);
+  TUnsafeName* ptName = KeepName(szPath, qwInode);
+  if (qwInode == 0 || !bFileGoes) return ptName;
+  TUnsafeFile* ptFile = KeepFile(qwInode, szPath, szReal);
+  if (ptFile == nullptr) return ptName;
+  ReadContent(szReal, ptFile->tLast);
+  ptFile->bGone = true;
+  return ptName;
+}
+
+void Flash_BeforeRename(const char* szFrom, const char* szRealFrom, const char* szTo, const char* szRealTo) {
+  if (g_ptFlash == nullptr || !IsOnFlash(szFrom)) return;
+  TInside tInside;
+  if (InodeOf(szRealFrom) == 0) return;
+  TUnsafeName* ptFrom = LoseName(szFrom, szRealFrom, szTo == nullptr);
+  if (szTo == nullptr || !IsOnFlash(szTo)) return;
+  TUnsafeName* ptTo = LoseName(szTo, szRealTo, true);
+  if (ptFrom == nullptr || ptTo == nullptr) return;
+  const u32 dwMerged = ptFrom->dwGroup;
+  for (TUnsafeName& tName : g_ptFlash->atNames) {
+    if (tName.dwGroup == dwMerged) tName.dwGroup = ptTo->dwGroup;
+  }
+}
+
+void Flash_Sync() {
+  if (g_ptFlash == nullptr) return;
+  TInside tInside;
+  for (TUnsafeName& tName : g_ptFlash->atNames) tName.szPath[0] = '\0';
+  for (TUnsafeFile& tFile : g_ptFlash->atFiles) tFile.qwInode = 0;
+  g_ptFlash->bTooMuch = 0;
+}
+
+// A rename out of a synced folder is safe with it, whole: names of one group are never made safe in part.
+static void SyncFolder(const char* szFolder) {
+  size_t iFolder = strlen(szFolder);
+  while (iFolder > 1 && szFolder[iFolder - 1] == '/') --iFolder;
+  for (const TUnsafeName& tName : g_ptFlash->atNames) {
+    const char* pszSlash = strrchr(tName.szPath, '/');
+    if (pszSlash == nullptr || static_cast<size_t>(pszSlash - tName.szPath) != iFolder) continue;
+    if (strncmp(tName.szPath, szFolder, iFolder) != 0) continue;
+    const u32 dwGroup = tName.dwGroup;
+    for (TUnsafeName& tOther : g_ptFlash->atNames) {
+      if (tOther.dwGroup == dwGroup) tOther.szPath[0] = '\0';
+    }
+  }
+}
+
+void Flash_SyncOne(i32 fd, const char* szPath) {
+  if (g_ptFlash == nullptr || !IsOnFlash(szPath)) return;
+  TInside tInside;
+  struct stat tStat;
+  if (fstat(fd, &tStat) != 0) return;
+  if (S_ISDIR(tStat.st_mode)) {
+    SyncFolder(szPath);
+    return;
+  }
+  TUnsafeFile* ptFile = FindFile(static_cast<u64>(tStat.st_ino));
+  if (ptFile != nullptr) ptFile->qwInode = 0;
+}
+
+static u32 Draw(u64& qwState, u32 dwBelow) {
+  qwState += 0x9E3779B97F4A7C15u;
+  u64 qw = qwState;
+  qw = (qw ^ (qw >> 30)) * 0xBF58476D1CE4E5B9u;
+  qw = (qw ^ (qw >> 27)) * 0x94D049BB133111EBu;
+  return static_cast<u32>(((qw ^ (qw >> 31)) >> 32) * dwBelow >> 32);
+}
+
+// Settles what the file holds from now on, in tLast.  Torn: the head of what was written last, of drawn length, and
+// behind it, by draw, what was there before.
+static void SettleContent(TUnsafeFile& tFile, u64& qwState) {
+  if (!tFile.bWritten) return;
+  const EFate eFate = static_cast<EFate>(Draw(qwState, FATES));
+  if (eFate == FATE_NEW) return;
+  if (eFate == FATE_OLD) {
+    tFile.tLast = tFile.tSafe;
+    return;
+  }
+  const u32 dwHead = Draw(qwState, tFile.tLast.dwLength + 1);
+  const bool bTail = Draw(qwState, 2) == 0 && tFile.tSafe.dwLength > dwHead;
+  tFile.tLast.dwLength = bTail ? tFile.tSafe.dwLength : dwHead;
+  if (bTail) memcpy(tFile.tLast.ac + dwHead, tFile.tSafe.ac + dwHead, tFile.tSafe.dwLength - dwHead);
+}
+
+// Where a file lies now, below ROOT; "" if no name that was ever unsafe leads to it.
+static std::string PresentPath(const char* szRoot, u64 qwInode, const char* szLastSeen) {
+  std::string sPath = std::string(szRoot) + szLastSeen;
+  if (szLastSeen[0] != '\0' && InodeOf(sPath.c_str()) == qwInode) return sPath;
+  for (const TUnsafeName& tName : g_ptFlash->atNames) {
+    sPath = std::string(szRoot) + tName.szPath;
+    if (tName.szPath[0] != '\0' && InodeOf(sPath.c_str()) == qwInode) return sPath;
+  }
+  return "";
+}
+
+// What ROOT is to be made of: a path, and its content or none for no such file.
+struct TOutcome {
+  std::string sPath;
+  bool bExists;
+  std::string sContent;
+};
+
+static std::string ContentOf(const char* szRoot, u64 qwInode) {
+  if (const TUnsafeFile* ptFile = FindFile(qwInode); ptFile != nullptr) {
+    return std::string(ptFile->tLast.ac, ptFile->tLast.dwLength);
+  }
+  auto ptContent = std::make_unique<TContent>();
+  ReadContent(PresentPath(szRoot, qwInode, "").c_str(), *ptContent);
+  return std::string(ptContent->ac, ptContent->dwLength);
+}
+
+static std::vector<TOutcome> DrawOutcomes(const char* szRoot, u64& qwState) {
+  std::vector<TOutcome> atOutcomes;
+  for (TUnsafeFile& tFile : g_ptFlash->atFiles) {
+    if (tFile.qwInode == 0) continue;
+    const std::string sPath = tFile.bGone ? "" : PresentPath(szRoot, tFile.qwInode, tFile.szPath);
+    if (!tFile.bGone) ReadContent(sPath.c_str(), tFile.tLast);
+    SettleContent(tFile, qwState);
+    if (!sPath.empty()) atOutcomes.push_back({sPath, true, ContentOf(szRoot, tFile.qwInode)});
+  }
+  const u64 qwNames = qwState;
+  Draw(qwState, 2);
+  for (const TUnsafeName& tName : g_ptFlash->atNames) {
+    if (tName.szPath[0] == '\0') continue;
+    u64 qwGroup =
+        qwNames + tName.dwGroup * 0x9E3779B97F4A7C15u;  // one draw for each group, whatever order they are met in
+    if (Draw(qwGroup, 2) == 0) continue;
+    const bool bExists = tName.qwSafeInode != 0;
+    atOutcomes.push_back(
+        {std::string(szRoot) + tName.szPath, bExists, bExists ? ContentOf(szRoot, tName.qwSafeInode) : ""});
+  }
+  return atOutcomes;
+}
+
+// Old names come after the present ones, and so win.
+static i32 Apply(const TOutcome& tOutcome) {
+  unlink(tOutcome.sPath.c_str());
+  if (!tOutcome.bExists) return 0;
+  const i32 fd = static_cast<i32>(
+      syscall(SYS_openat, AT_FDCWD, tOutcome.sPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
+  if (fd < 0) return -1;
+  const ssize_t iWritten = syscall(SYS_write, fd, tOutcome.sContent.data(), tOutcome.sContent.size());
+  syscall(SYS_close, fd);
+  return iWritten == static_cast<ssize_t>(tOutcome.sContent.size()) ? 0 : -1;
+}
+
+i32 Flash_PowerCut(const char* szRoot, u64 qwSeed) {
+  TInside tInside;
+  TFlash* ptBefore = g_ptFlash;
+  g_ptFlash = Map(szRoot);
+  i32 iResult = g_ptFlash != nullptr && g_ptFlash->bTooMuch == 0 ? 0 : -1;
+  if (iResult != 0) fprintf(stderr, "simcamera: more was written without a sync than the flash keeps track of\n");
+  if (g_ptFlash != nullptr) {
+    u64 qwState = qwSeed;
+    for (const TOutcome& tOutcome : DrawOutcomes(szRoot, qwState)) {
+      if (Apply(tOutcome) != 0) iResult = -1;
+    }
+    Flash_Sync();
+    munmap(g_ptFlash, sizeof(TFlash));
+  }
+  g_ptFlash = ptBefore;
+  return iResult;
+}

@@ -1,0 +1,377 @@
+#include "lens/lens.h"
+
+#include <cerrno>
+#include <cstddef>
+
+#include "motor/motor_device.h"
+
+namespace {
+
+constexpr u64 qwNanosPerMicro = 1000;
+constexpr i64 iMicrosPerSecond = 1'000'000;
+
+struct TRequestRow {
+  u32 dwRequest;
+  bool bHasArgument;
+  const char* pszName;
+};
+
+constexpr TRequestRow g_atStepperRequests[] = {
+    {MOTOR_SET_FORWARD, false, "MOTOR_SET_FORWARD"},
+    {MOTOR_SET_BACKWARD, false, "MOTOR_SET_BACKWARD"},
+    {MOTOR_WALK_STEPS, true, "MOTOR_WALK_STEPS"},
+    {MOTOR_STOP_WALK, false, "MOTOR_STOP_WALK"},
+    {MOTOR_WALK_STEPS_BLOCK, true, "MOTOR_WALK_STEPS_BLOCK"},
+    {MOTOR_SEARCH_PI, true, "MOTOR_SEARCH_PI"},
+    {MOTOR_CHECK_PI_WALK_STEPS, true, "MOTOR_CHECK_PI_WALK_STEPS"},
+    {MOTOR_SELECT_DEVICE, true, "MOTOR_SELECT_DEVICE"},
+    {MOTOR_SET_PI_POWER_ON, false, "MOTOR_SET_PI_POWER_ON"},
+    {MOTOR_SET_PI_POWER_OFF, false, "MOTOR_SET_PI_POWER_OFF"},
+};
+
+// MOTOR_SELECT_DEVICE is here for its name: it is sent to this device too, which does not know it.
+constexpr TRequestRow g_atICSRequests[] = {
+    {ICS_GET_FOCUS_PI_POSITION, false, "ICS_GET_FOCUS_PI_POSITION"},
+    {ICS_GET_ZOOM_PI_POSITION, false, "ICS_GET_ZOOM_PI_POSITION"},
+    {ICS_GET_FOCUS_POSITION, false, "ICS_GET_FOCUS_POSITION"},
+    {ICS_GET_ZOOM_POSITION, false, "ICS_GET_ZOOM_POSITION"},
+    {ICS_GET_ZOOM_MIN, false, "ICS_GET_ZOOM_MIN"},
+    {ICS_GET_ZOOM_MAX, false, "ICS_GET_ZOOM_MAX"},
+    {ICS_GET_FOCUS_SPEED, false, "ICS_GET_FOCUS_SPEED"},
+    {ICS_GET_ZOOM_SPEED, false, "ICS_GET_ZOOM_SPEED"},
+    {ICS_GET_FOCUS_HOME, false, "ICS_GET_FOCUS_HOME"},
+    {ICS_GET_ZOOM_HOME, false, "ICS_GET_ZOOM_HOME"},
+    {ICS_INIT_STEP_A, false, "ICS_INIT_STEP_A"},
+    {ICS_INIT_STEP_B, false, "ICS_INIT_STEP_B"},
+    {ICS_SET_FOCUS_POSITION, true, "ICS_SET_FOCUS_POSITION"},
+    {ICS_SET_ZOOM_POSITION, true, "ICS_SET_ZOOM_POSITION"},
+    {ICS_SET_FOCUS_SPEED, true, "ICS_SET_FOCUS_SPEED"},
+    {ICS_SET_ZOOM_SPEED, true, "ICS_SET_ZOOM_SPEED"},
+    {ICS_GET_AD_VALUE, false, "ICS_GET_AD_VALUE"},
+    {ICS_GET_MIN_AD, false, "ICS_GET_MIN_AD"},
+    {ICS_GET_MAX_AD, false, "ICS_GET_MAX_AD"},
+    {ICS_GET_FOCUS_MIN, false, "ICS_GET_FOCUS_MIN"},
+    {ICS_GET_FOCUS_MAX, false, "ICS_GET_FOCUS_MAX"},
+    {ICS_CHECK_DETACHED, true, "ICS_CHECK_DETACHED"},
+    {MOTOR_SELECT_DEVICE, true, "MOTOR_SELECT_DEVICE"},
+};
+
+template <size_t N>
+const TRequestRow* FindRow(const TRequestRow (&atRows)[N], u32 dwRequest) {
+  for (const TRequestRow& tRow : atRows) {
+    if (tRow.dwRequest == dwRequest) return &tRow;
+  }
+  return nullptr;
+}
+
+const TRequestRow* FindRequest(ELensDevice eDevice, u32 dwRequest) {
+  switch (eDevice) {
+    case DEVICE_FOCUS_MOTOR:
+    case DEVICE_ZOOM_MOTOR:
+      return FindRow(g_atStepperRequests, dwRequest);
+    case DEVICE_ICS:
+      return FindRow(g_atICSRequests, dwRequest);
+    case DEVICE_I2C:
+      break;
+  }
+  return nullptr;
+}
+
+TDriverAnswer Answer(i32 iResult, u64 qwUntil_us = 0) {
+  return {iResult, 0, qwUntil_us};
+}
+TDriverAnswer Refuse(i32 iErrno) {
+  return {-1, iErrno, 0};
+}
+
+u64 Walk_Duration_us(const TAxisModel& tModel, i32 iCount) {
+  return (static_cast<u64>(iCount) * tModel.qwStepTime_ns + qwNanosPerMicro - 1) / qwNanosPerMicro;
+}
+
+// True if a fault takes this driver step.
+bool Axis_SlipsNow(TAxisTruth& tAxis) {
+  if (tAxis.iSlipNow > 0) {
+    --tAxis.iSlipNow;
+    return true;
+  }
+  if (tAxis.iSlipOneIn > 0 && ++tAxis.iSlipCount >= tAxis.iSlipOneIn) {
+    tAxis.iSlipCount = 0;
+    return true;
+  }
+  return false;
+}
+
+// One driver step: the rotor turns unless a stop or a fault takes the step, and the glass follows through the slack.
+void Axis_Step(const TAxisModel& tModel, TAxisTruth& tAxis, bool bForward) {
+  const bool bAtStop = bForward ? tAxis.iRotor >= tModel.iTravel : tAxis.iRotor <= 0;
+  if (bAtStop || tAxis.bSticky != 0 || Axis_SlipsNow(tAxis)) {
+    ++tAxis.iLost;
+    return;
+  }
+  tAxis.iRotor += bForward ? 1 : -1;
+  if (tAxis.iGlass < tAxis.iRotor) tAxis.iGlass = tAxis.iRotor;
+  if (tAxis.iGlass > tAxis.iRotor + tModel.iSlack) tAxis.iGlass = tAxis.iRotor + tModel.iSlack;
+}
+
+void Axis_Settle(const TAxisModel& tModel, TAxisTruth& tAxis, u64 qwNow_us) {
+  if (tAxis.iWalkCount == 0 || qwNow_us <= tAxis.qwWalkStart_us) return;
+  const u64 qwPassed = (qwNow_us - tAxis.qwWalkStart_us) * qwNanosPerMicro / tModel.qwStepTime_ns;
+  const u64 qwCount = static_cast<u64>(tAxis.iWalkCount);
+  const i32 iDue = static_cast<i32>(qwPassed < qwCount ? qwPassed : qwCount);
+  for (; tAxis.iWalkDone < iDue; ++tAxis.iWalkDone) Axis_Step(tModel, tAxis, tAxis.bWalkForward != 0);
+  if (tAxis.iWalkDone == tAxis.iWalkCount) tAxis.iWalkCount = tAxis.iWalkDone = 0;
+}
+
+// Ends the walk of a settled axis; gives the driver steps that were still to go.
+i32 Axis_EndWalk(TAxisTruth& tAxis) {
+  const i32 iLeft = tAxis.iWalkCount - tAxis.iWalkDone;
+  tAxis.iWalkCount = tAxis.iWalkDone = 0;
+  return iLeft;
+}
+
+// Starts a walk of a settled axis; gives the time at which it will be done.
+u64 Axis_StartWalk(const TAxisModel& tModel, TAxisTruth& tAxis, bool bForward, i32 iCount, u64 qwNow_us) {
+  Axis_EndWalk(tAxis);
+  tAxis.iWalkCount = iCount;
+  tAxis.bWalkForward = bForward;
+  tAxis.qwWalkStart_us = qwNow_us;
+  return qwNow_us + Walk_Duration_us(tModel, iCount);
+}
+
+// Driver steps after which a walk in a direction stands at the PI sensor: 0 if it stands there already, -1 if the count
+// does not get it there.  Tried on a copy of the axis, since steps may be lost on the way.
+i32 Axis_StepsToPI(const TAxisModel& tModel, TAxisTruth tAxis, bool bForward, i32 iCount) {
+  if (tAxis.iRotor == tModel.iPI) return 0;
+  for (i32 iStep = 1; iStep <= iCount; ++iStep) {
+    Axis_Step(tModel, tAxis, bForward);
+    if (tAxis.iRotor == tModel.iPI) return iStep;
+  }
+  return -1;
+}
+
+TDriverAnswer Axis_SearchPI(const TAxisModel& tModel, TAxisTruth& tAxis, i32 iCount, u64 qwNow_us) {
+  Axis_EndWalk(tAxis);
+  if (tModel.iPI < 0 || tAxis.bPIPower == 0) return Refuse(EIO);
+  const bool bForward = tAxis.iRotor == tModel.iPI ? tAxis.bForward != 0 : tAxis.iRotor < tModel.iPI;
+  const i32 iSteps = Axis_StepsToPI(tModel, tAxis, bForward, iCount);
+  const u64 qwUntil_us = Axis_StartWalk(tModel, tAxis, bForward, iSteps < 0 ? iCount : iSteps, qwNow_us);
+  return {iSteps < 0 ? -1 : 0, iSteps < 0 ? EIO : 0, qwUntil_us};
+}
+
+TDriverAnswer Axis_CheckPIWalk(const TAxisModel& tModel, TAxisTruth& tAxis, i32 iCount, u64 qwNow_us) {
+  if (tModel.bCheckPIWalk == 0) return Refuse(EOPNOTSUPP);
+  Axis_EndWalk(tAxis);
+  const bool bForward = tAxis.bForward != 0;
+  const i32 iSteps = Axis_StepsToPI(tModel, tAxis, bForward, iCount);
+  return Answer(0, Axis_StartWalk(tModel, tAxis, bForward, iSteps < 0 ? iCount : iSteps, qwNow_us));
+}
+
+TDriverAnswer Stepper_Request(TLens* ptLens, ELensAxis eAxis, u32 dwRequest, i32 iArgument, u64 qwNow_us) {
+  const TAxisModel& tModel = ptLens->atModel[eAxis];
+  if (tModel.bPresent == 0) return Refuse(ENODEV);
+  TAxisTruth& tAxis = ptLens->atAxis[ptLens->adwSelected[eAxis]][eAxis];
+  // Settled first, whatever the request: a new direction must not bend the steps already made.
+  Axis_Settle(tModel, tAxis, qwNow_us);
+
+  switch (dwRequest) {
+    case MOTOR_SET_FORWARD:
+      tAxis.bForward = 1;
+      return Answer(0);
+    case MOTOR_SET_BACKWARD:
+      tAxis.bForward = 0;
+      return Answer(0);
+    case MOTOR_STOP_WALK:
+      return Answer(Axis_EndWalk(tAxis));
+    case MOTOR_SET_PI_POWER_ON:
+      tAxis.bPIPower = 1;
+      return Answer(0);
+    case MOTOR_SET_PI_POWER_OFF:
+      tAxis.bPIPower = 0;
+      return Answer(0);
+    case MOTOR_SELECT_DEVICE:
+      if (iArgument < 0 || iArgument >= iLensChannels) return Refuse(EINVAL);
+      ptLens->adwSelected[eAxis] = static_cast<u32>(iArgument);
+      return Answer(0);
+    default:
+      break;
+  }
+
+  if (iArgument < 0) return Refuse(EINVAL);
+  switch (dwRequest) {
+    case MOTOR_WALK_STEPS:
+      Axis_StartWalk(tModel, tAxis, tAxis.bForward != 0, iArgument, qwNow_us);
+      return Answer(0);
+    case MOTOR_WALK_STEPS_BLOCK:
+      return Answer(0, Axis_StartWalk(tModel, tAxis, tAxis.bForward != 0, iArgument, qwNow_us));
+    case MOTOR_SEARCH_PI:
+      return Axis_SearchPI(tModel, tAxis, iArgument, qwNow_us);
+    case MOTOR_CHECK_PI_WALK_STEPS:
+      return Axis_CheckPIWalk(tModel, tAxis, iArgument, qwNow_us);
+    default:
+      return Refuse(ENOTTY);
+  }
+}
+
+i32 ICS_Position(const TICSAxisTruth& tAxis, u64 qwNow_us) {
+  const i64 iPassed_us = qwNow_us > tAxis.qwMoveStart_us ? static_cast<i64>(qwNow_us - tAxis.qwMoveStart_us) : 0;
+  const i64 iDistance = static_cast<i64>(tAxis.iTarget) - tAxis.iFrom;
+  const i64 iLength = iDistance < 0 ? -iDistance : iDistance;
+  // A pause of years between two requests must not overflow the product.
+  const bool bDone = tAxis.iSpeed > 0 && iPassed_us / iMicrosPerSecond > iLength / tAxis.iSpeed;
+  if (bDone) return tAxis.iTarget;
+  const i64 iSteps = iPassed_us * tAxis.iSpeed / iMicrosPerSecond;
+  if (iSteps >= iLength) return tAxis.iTarget;
+  return static_cast<i32>(tAxis.iFrom + (iDistance < 0 ? -iSteps : iSteps));
+}
+
+void ICS_HoldAt(TICSAxisTruth& tAxis, u64 qwNow_us) {
+  tAxis.iFrom = ICS_Position(tAxis, qwNow_us);
+  tAxis.qwMoveStart_us = qwNow_us;
+}
+
+TDriverAnswer ICS_SetPosition(TLens* ptLens, ELensAxis eAxis, i32 iTarget, u64 qwNow_us) {
+  if (ptLens->bICSDetached != 0) return Refuse(EIO);
+  TICSAxisTruth& tAxis = ptLens->atICS[eAxis];
+  ICS_HoldAt(tAxis, qwNow_us);
+  tAxis.iTarget = iTarget < tAxis.iMin ? tAxis.iMin : iTarget > tAxis.iMax ? tAxis.iMax : iTarget;
+  return Answer(0);
+}
+
+TDriverAnswer ICS_SetSpeed(TLens* ptLens, ELensAxis eAxis, i32 iSpeed, u64 qwNow_us) {
+  if (ptLens->bICSDetached != 0) return Refuse(EIO);
+  if (iSpeed < 0) return Refuse(EINVAL);
+  ICS_HoldAt(ptLens->atICS[eAxis], qwNow_us);
+  ptLens->atICS[eAxis].iSpeed = iSpeed;
+  return Answer(0);
+}
+
+TDriverAnswer ICS_Request(TLens* ptLens, u32 dwRequest, i32 iArgument, u64 qwNow_us) {
+  if (ptLens->bICS == 0) return Refuse(ENODEV);
+  const TICSAxisTruth& tZoom = ptLens->atICS[LENS_ZOOM];
+  const TICSAxisTruth& tFocus = ptLens->atICS[LENS_FOCUS];
+  switch (dwRequest) {
+    case ICS_GET_FOCUS_PI_POSITION:
+      return Answer(tFocus.iPI);
+    case ICS_GET_ZOOM_PI_POSITION:
+      return Answer(tZoom.iPI);
+    case ICS_GET_FOCUS_POSITION:
+      return Answer(ICS_Position(tFocus, qwNow_us));
+    case ICS_GET_ZOOM_POSITION:
+      return Answer(ICS_Position(tZoom, qwNow_us));
+    case ICS_GET_ZOOM_MIN:
+      return Answer(tZoom.iMin);
+    case ICS_GET_ZOOM_MAX:
+      return Answer(tZoom.iMax);
+    case ICS_GET_FOCUS_MIN:
+      return Answer(tFocus.iMin);
+    case ICS_GET_FOCUS_MAX:
+      return Answer(tFocus.iMax);
+    case ICS_GET_FOCUS_SPEED:
+      return Answer(tFocus.iSpeed);
+    case ICS_GET_ZOOM_SPEED:
+      return Answer(tZoom.iSpeed);
+    case ICS_GET_FOCUS_HOME:
+      return Answer(tFocus.iHome);
+    case ICS_GET_ZOOM_HOME:
+      return Answer(tZoom.iHome);
+    case ICS_INIT_STEP_A:
+    case ICS_INIT_STEP_B:
+      return Answer(0);
+    case ICS_SET_FOCUS_POSITION:
+      return ICS_SetPosition(ptLens, LENS_FOCUS, iArgument, qwNow_us);
+    case ICS_SET_ZOOM_POSITION:
+      return ICS_SetPosition(ptLens, LENS_ZOOM, iArgument, qwNow_us);
+    case ICS_SET_FOCUS_SPEED:
+      return ICS_SetSpeed(ptLens, LENS_FOCUS, iArgument, qwNow_us);
+    case ICS_SET_ZOOM_SPEED:
+      return ICS_SetSpeed(ptLens, LENS_ZOOM, iArgument, qwNow_us);
+    case ICS_GET_AD_VALUE:
+      return ptLens->bICSDetached != 0 ? Refuse(EIO) : Answer(ptLens->iAD);
+    case ICS_GET_MIN_AD:
+      return Answer(ptLens->iMinAD);
+    case ICS_GET_MAX_AD:
+      return Answer(ptLens->iMaxAD);
+    case ICS_CHECK_DETACHED:
+      return Answer(ptLens->bICSDetached != 0 ? 1 : 0);
+    default:
+      return Refuse(ENOTTY);
+  }
+}
+
+double InVirtualSteps(const TAxisModel& tModel, i32 iPlace) {
+  if (tModel.iDriverPerVirtual == 0) return 0;
+  return static_cast<double>(iPlace - tModel.iOrigin) / tModel.iDriverPerVirtual;
+}
+
+}  // namespace
+
+TDriverAnswer Lens_Request(TLens* ptLens, ELensDevice eDevice, u32 dwRequest, i32 iArgument, u64 qwNow_us) {
+  ++ptLens->qwRequests;
+  switch (eDevice) {
+    case DEVICE_FOCUS_MOTOR:
+      return Stepper_Request(ptLens, LENS_FOCUS, dwRequest, iArgument, qwNow_us);
+    case DEVICE_ZOOM_MOTOR:
+      return Stepper_Request(ptLens, LENS_ZOOM, dwRequest, iArgument, qwNow_us);
+    case DEVICE_ICS:
+      return ICS_Request(ptLens, dwRequest, iArgument, qwNow_us);
+    case DEVICE_I2C:
+      break;
+  }
+  return Refuse(ENOTTY);
+}
+
+void Lens_Settle(TLens* ptLens, u64 qwNow_us) {
+  for (auto& atChannel : ptLens->atAxis) {
+    for (u32 dwAxis = 0; dwAxis < LENS_AXES; ++dwAxis)
+      Axis_Settle(ptLens->atModel[dwAxis], atChannel[dwAxis], qwNow_us);
+  }
+}
+
+void Lens_PowerCut(TLens* ptLens, u64 qwNow_us) {
+  Lens_Settle(ptLens, qwNow_us);
+  for (auto& atChannel : ptLens->atAxis) {
+    for (TAxisTruth& tAxis : atChannel) {
+      Axis_EndWalk(tAxis);
+      tAxis.bForward = 1;  // a driver wakes up forward, with the sensor off
+      tAxis.bPIPower = 0;
+    }
+  }
+  for (u32& dwSelected : ptLens->adwSelected) dwSelected = 0;
+  for (TICSAxisTruth& tAxis : ptLens->atICS) {
+    ICS_HoldAt(tAxis, qwNow_us);
+    tAxis.iTarget = tAxis.iFrom;
+  }
+}
+
+bool Lens_RequestHasArgument(ELensDevice eDevice, u32 dwRequest) {
+  const TRequestRow* ptRow = FindRequest(eDevice, dwRequest);
+  return ptRow != nullptr && ptRow->bHasArgument;
+}
+
+const char* Lens_RequestName(ELensDevice eDevice, u32 dwRequest) {
+  const TRequestRow* ptRow = FindRequest(eDevice, dwRequest);
+  return ptRow == nullptr ? nullptr : ptRow->pszName;
+}
+
+double Lens_TrueVirtual(const TLens* ptLens, i32 iChannel, ELensAxis eAxis) {
+  return InVirtualSteps(ptLens->atModel[eAxis], ptLens->atAxis[iChannel][eAxis].iRotor);
+}
+
+double Lens_GlassVirtual(const TLens* ptLens, i32 iChannel, ELensAxis eAxis) {
+  return InVirtualSteps(ptLens->atModel[eAxis], ptLens->atAxis[iChannel][eAxis].iGlass);
+}
+
+bool Lens_IsMoving(const TLens* ptLens, u64 qwNow_us) {
+  for (const auto& atChannel : ptLens->atAxis) {
+    for (u32 dwAxis = 0; dwAxis < LENS_AXES; ++dwAxis) {
+      const TAxisTruth& tAxis = atChannel[dwAxis];
+      if (tAxis.iWalkCount == 0) continue;
+      if (qwNow_us < tAxis.qwWalkStart_us + Walk_Duration_us(ptLens->atModel[dwAxis], tAxis.iWalkCount)) return true;
+    }
+  }
+  if (ptLens->bICS == 0) return false;
+  for (const TICSAxisTruth& tAxis : ptLens->atICS) {
+    if (tAxis.iSpeed > 0 && ICS_Position(tAxis, qwNow_us) != tAxis.iTarget) return true;
+  }
+  return false;
+}

@@ -1,0 +1,104 @@
+// The true lens of the simulated camera: what motors, gears and glass really do, apart from what the daemon believes.
+//
+// A TLens is plain memory without pointers.  It lies in the mapping of a TWorld, outlives the daemon and is seen by the
+// image side and the command line as well.  Callers hold the world's lock (at a speed) or are the one thread that runs
+// (on the virtual clock).  Times are microseconds of the camera's own clock and never go back.
+//
+// A stepper axis.  Rotor and glass are counted in driver steps from the low end stop.  A walk takes step time per
+// driver step from the moment of its request; settling a walk to a time moves the rotor by the whole steps that have
+// passed.  A rotor that reaches an end stop loses the remaining steps.  The glass follows the rotor through the gear
+// slack: driven forward it stands at the rotor, driven backward slack steps above it, between the two it stays where it
+// is, so that
+//     rotor <= glass <= rotor + slack   (a backward walk first takes up the slack before the glass moves).
+// Position 0 of the daemon's counter is the rotor at iOrigin.  That is 0, the low end stop, for a lens that finds its
+// reference by running into the stop; with a PI sensor the first position may lie above the stop.
+//
+// What a stepper driver does is open loop: it counts the steps that it sends, whether the rotor follows or not.  A
+// direction holds for later walks only.  A walk asked for while another runs ends that one where it is and drops the
+// rest of it. The PI sensor tells on which side of it the rotor stands, so MOTOR_SEARCH_PI walks towards it from either
+// side, up to the count, and stands exactly at it if it gets there; the direction of later walks stays as it was.
+// MOTOR_CHECK_PI_WALK_STEPS is a blocking walk in the set direction that ends early at the sensor, and it powers the
+// sensor by itself.
+#pragma once
+
+#include "core/types.h"
+
+constexpr i32 iLensChannels = 4;
+enum ELensAxis : u32 { LENS_ZOOM = 0, LENS_FOCUS = 1, LENS_AXES = 2 };
+enum ELensDevice : u32 { DEVICE_FOCUS_MOTOR, DEVICE_ZOOM_MOTOR, DEVICE_ICS, DEVICE_I2C };
+
+struct TAxisModel {
+  u32 bPresent;
+  i32 iTravel;            // driver steps between the end stops; 0..iTravel are the rotor's places
+  i32 iOrigin;            // rotor place of the daemon's position 0
+  i32 iSlack;             // driver steps of gear slack
+  i32 iDriverPerVirtual;  // driver steps in one virtual step, for reports only
+  i32 iPI;                // place of the PI sensor, -1 none
+  u32 bCheckPIWalk;       // MOTOR_CHECK_PI_WALK_STEPS is supported
+  u64 qwStepTime_ns;      // of one driver step
+};
+
+struct TAxisTruth {
+  i32 iRotor;      // driver steps, settled to the last request's time
+  i32 iGlass;      // driver steps
+  u32 bForward;    // direction of later walks
+  u32 bSticky;     // stall fault: the rotor does not turn while this is set (its walks take their time all the same)
+  i32 iSlipOneIn;  // slip fault: one driver step in so many is lost, 0 none
+  i32 iSlipCount;  // driver steps since the last lost one
+  i32 iSlipNow;    // slip fault: that many of the next driver steps are lost
+  i32 iLost;       // driver steps lost so far, to stops and faults; only grows
+  u32 bPIPower;
+  // The walk under way; iWalkCount 0 none.
+  i32 iWalkCount;  // driver steps asked for
+  i32 iWalkDone;   // of them settled
+  u32 bWalkForward;
+  u64 qwWalkStart_us;
+};
+
+struct TICSAxisTruth {
+  i32 iMin, iMax, iPI, iHome, iSpeed;  // positions; steps per second
+  i32 iFrom, iTarget;                  // the move under way or done; at speed 0 it stands still
+  u64 qwMoveStart_us;
+};
+
+struct TLens {
+  TAxisModel atModel[LENS_AXES];
+  TAxisTruth atAxis[iLensChannels][LENS_AXES];
+  u32 adwSelected[LENS_AXES];  // channel that MOTOR_SELECT_DEVICE chose, by device
+  TICSAxisTruth atICS[LENS_AXES];
+  u32 bICS;          // an ICS lens
+  u32 bICSDetached;  // the ICS lens does not answer
+  i32 iAD, iMinAD, iMaxAD;
+  u64 qwRequests;  // driver requests so far
+};
+
+// What a driver says to a request.
+struct TDriverAnswer {
+  i32 iResult;  // the ioctl's return value; below 0 with iErrno set
+  i32 iErrno;
+  u64 qwUntil_us;  // a blocking request returns at this time; not above the present: at once
+};
+
+// One request to a driver at a time.  bHasArgument tells whether the request takes iArgument.  Unknown requests give -1
+// and ENOTTY, a selected channel outside 0..3 gives -1 and EINVAL, a negative count of steps gives -1 and EINVAL.
+TDriverAnswer Lens_Request(TLens* ptLens, ELensDevice eDevice, u32 dwRequest, i32 iArgument, u64 qwNow_us);
+
+// Brings every axis to where it stands at the given time.
+void Lens_Settle(TLens* ptLens, u64 qwNow_us);
+
+// Power is cut: every walk and move ends where it is at that time.
+void Lens_PowerCut(TLens* ptLens, u64 qwNow_us);
+
+// True if the request takes an argument; one of an ioctl without argument is register garbage and must not be looked
+// at.
+bool Lens_RequestHasArgument(ELensDevice eDevice, u32 dwRequest);
+
+// The request's name as in motor/motor_device.h, or null for one that is none.
+const char* Lens_RequestName(ELensDevice eDevice, u32 dwRequest);
+
+// Rotor and glass of an axis in virtual steps.
+double Lens_TrueVirtual(const TLens* ptLens, i32 iChannel, ELensAxis eAxis);
+double Lens_GlassVirtual(const TLens* ptLens, i32 iChannel, ELensAxis eAxis);
+
+// True while an axis of any channel is moving at the given time.
+bool Lens_IsMoving(const TLens* ptLens, u64 qwNow_us);

@@ -1,0 +1,25 @@
+// The optics of a lens model: where the focus is sharp, and what the camera's focus statistics say of an image that is
+// not. Pure functions of their arguments; only exact steps (no pow, no exp), so every compiler and processor gets the
+// same bits.
+#pragma once
+
+#include "lenses/lens_model.h"
+
+// The sharp focus position in virtual steps, with fractions.  dZoom is the true zoom position in virtual steps (of no
+// account to a lens without zoom), the distance that of the object in metres, above 0.  Not limited to the lens's
+// travel.
+double Optics_SharpFocus(const TLensModel& tModel, double dZoom, double dDistance_m, double dTemperature_C,
+                         bool bNight);
+
+// The focus value of an image whose focus stands at dFocus while dSharp would be sharp, without noise.
+u32 Optics_FocusValue(const TLensModel& tModel, double dFocus, double dSharp);
+
+// What the pan table says for a zoom position from 1: sharp at the distance that the table is made for, by day at 25
+// degrees.
+u32 Optics_PanFocus(const TLensModel& tModel, u32 dwZoom);
+
+// The lowest position at which a search makes sense at a zoom position: below all that is sharp there.
+u32 Optics_SearchStart(const TLensModel& tModel, u32 dwZoom);
+
+constexpr double dPanDistance_m = 5;
+constexpr double dPanTemperature_C = 25;

@@ -1,0 +1,83 @@
+// A lens model: what a maker would know of one camera with its lens.  Each model is one constant record, from which
+// both the true lens and the camera's configuration files are made, so that every number stands once.
+#pragma once
+
+#include "core/context.h"
+#include "lens/lens.h"
+
+
+
+// One axis.  A model without the axis leaves it all zero.
+struct TAxisSheet {
+  u32 dwStart, dwEnd;       // virtual steps: the usable range
+  u32 dwTotalStep;          // virtual steps
+  u32 dwOneStep;            // driver steps in one virtual step
+  u32 dwPositioningStep;    // driver steps: a walk that reaches the stop from anywhere
+  u32 dwOneStepTime_us;     // what the daemon allows for a virtual step
+  u32 dwAdjustStep;         // virtual steps: how far the daemon goes to take up slack
+  u32 bReverseCalibration;  // focus only: the reference is the end of the range
+  u32 bPISupport;           // the configuration tells the daemon to use the PI sensor
+  u32 dwPISearchStep;       // driver steps
+  u32 dwFirstPosition;      // virtual steps: where a new camera stands; the focus of a zoom lens on its pan focus
+  i32 iTravel, iSlack, iOrigin, iPI;  // driver steps, as in TAxisModel
+  u32 bCheckPIWalk;
+  u64 qwStepTime_ns;
+};
+
+struct TSearchSheet {
+  i32 iRangeFirst, iRangeSecond, iRangeThird;  // virtual steps
+  u32 dwStepFine, dwStepSmall, dwStepLarge;    // virtual steps
+  u32 dwOneStepSearchTime_us;                  // covers a large step and a few frames
+  u32 dwOpenIrisTime_us;
+  u32 bFineTuning;
+};
+
+// How the sharp focus position depends on the rest; virtual steps throughout.  See Optics_SharpFocus.
+struct TOptics {
+  double dWide, dTele;    // sharp at infinity at both ends of the zoom; a lens without zoom stands at the wide end
+  double dNearWide;       // an object at 1 m moves it up by this at the wide end
+  double dMagnification;  // focal length at the tele end over that at the wide end
+  double dPerDegree;      // for each degree Celsius above 25
+  double dNight;          // infra-red light at the wide end
+  double dHalfWidth;      // of the peak of the focus value
+};
+
+struct TLensModel {
+  const char* pszName;
+  const char* pszDescription;
+  const char* pszModelName;  // of the lens, as the camera's video-in configuration names it
+  const char* pszLensType;
+  i32 iChannels;
+  u32 dwCapability;  // ECapability
+  u32 bBlockingMode;
+  TAxisSheet tZoom, tFocus;
+  TSearchSheet tSearch;
+  TOptics tOptics;
+};
+
+// The model of that name; null if there is none.
+const TLensModel* Lenses_Find(const char* pszName);
+
+// The model in place iIndex from 0; null behind the last.
+const TLensModel* Lenses_At(i32 iIndex);
+
+inline bool Model_HasZoom(const TLensModel& tModel) {
+  return tModel.dwCapability == CAPABILITY_ZOOM_AND_FOCUS || tModel.dwCapability == CAPABILITY_ZOOM_ONLY;
+}
+inline bool Model_HasFocus(const TLensModel& tModel) {
+  return tModel.dwCapability == CAPABILITY_ZOOM_AND_FOCUS || tModel.dwCapability == CAPABILITY_FOCUS_ONLY;
+}
+inline const TAxisSheet& Model_Sheet(const TLensModel& tModel, ELensAxis eAxis) {
+  return eAxis == LENS_ZOOM ? tModel.tZoom : tModel.tFocus;
+}
+
+// Driver steps between the PI sensor and the daemon's reference, which the configuration calls the forward and the
+// backward shift: forward from the sensor to the reference of a positioning, backward from the sensor to position 0.
+constexpr i32 Sheet_PIForwardShift(const TAxisSheet& tSheet) {
+  if (tSheet.iPI < 0) return 0;
+  const i32 iReference = tSheet.bReverseCalibration != 0 ? static_cast<i32>(tSheet.dwEnd * tSheet.dwOneStep) : 0;
+  return tSheet.iOrigin + iReference - tSheet.iPI;
+}
+constexpr i32 Sheet_PIBackwardShift(const TAxisSheet& tSheet) {
+  return tSheet.iPI < 0 ? 0 : tSheet.iPI - tSheet.iOrigin;
+}

@@ -1,0 +1,272 @@
+#include <cstring>
+
+#include "lenses/lens_model.h"
+
+namespace {
+
+constexpr TAxisSheet NoAxis() {
+  TAxisSheet tSheet{};
+  tSheet.iPI = -1;
+  return tSheet;
+}
+
+// The stepped lens: the daemon times every step by sleeping, so a real driver is a little faster than the time allowed,
+// 600 microseconds a driver step where the daemon counts 625.  No sensor: the reference is the low end stop.
+constexpr TLensModel g_tZoomModel{
+    .pszName = "zoom",
+    .pszDescription = "zoom and focus, stepped walks, no PI sensor",
+    .pszModelName = "V0880M",
+    .pszLensType = "motorized",
+    .iChannels = 1,
+    .dwCapability = CAPABILITY_ZOOM_AND_FOCUS,
+    .bBlockingMode = 0,
+    .tZoom = {.dwStart = 0,
+              .dwEnd = 800,
+              .dwTotalStep = 800,
+              .dwOneStep = 8,
+              .dwPositioningStep = 6600,
+              .dwOneStepTime_us = 5000,
+              .dwAdjustStep = 6,
+              .bReverseCalibration = 0,
+              .bPISupport = 0,
+              .dwPISearchStep = 0,
+              .dwFirstPosition = 200,
+              .iTravel = 6424,
+              .iSlack = 41,
+              .iOrigin = 0,
+              .iPI = -1,
+              .bCheckPIWalk = 0,
+              .qwStepTime_ns = 600'000},
+    .tFocus = {.dwStart = 20,
+               .dwEnd = 1480,
+               .dwTotalStep = 1500,
+               .dwOneStep = 8,
+               .dwPositioningStep = 12200,
+               .dwOneStepTime_us = 4000,
+               .dwAdjustStep = 8,
+               .bReverseCalibration = 0,
+               .bPISupport = 0,
+               .dwPISearchStep = 0,
+               .dwFirstPosition = 485,
+               .iTravel = 12040,
+               .iSlack = 57,
+               .iOrigin = 0,
+               .iPI = -1,
+               .bCheckPIWalk = 0,
+               .qwStepTime_ns = 480'000},
+    .tSearch = {.iRangeFirst = 600,
+                .iRangeSecond = 120,
+                .iRangeThird = 24,
+                .dwStepFine = 2,
+                .dwStepSmall = 10,
+                .dwStepLarge = 40,
+                .dwOneStepSearchTime_us = 300'000,
+                .dwOpenIrisTime_us = 500'000,
+                .bFineTuning = 1},
+    .tOptics = {.dWide = 150,
+                .dTele = 1050,
+                .dNearWide = 20,
+                .dMagnification = 3,
+                .dPerDegree = -0.3,
+                .dNight = 12,
+                .dHalfWidth = 30},
+};
+
+// A fixed focal length whose driver times its walks.  The sensor sits at the far end of the range, at the high stop,
+// and the range is counted down from there (reverse calibration).
+constexpr TLensModel g_tFocusModel{
+    .pszName = "focus",
+    .pszDescription = "focus only, blocking walks, PI sensor at the far end, reverse calibration",
+    .pszModelName = "F1000R",
+    .pszLensType = "motorized",
+    .iChannels = 1,
+    .dwCapability = CAPABILITY_FOCUS_ONLY,
+    .bBlockingMode = 1,
+    .tZoom = NoAxis(),
+    .tFocus = {.dwStart = 0,
+               .dwEnd = 1000,
+               .dwTotalStep = 1000,
+               .dwOneStep = 4,
+               .dwPositioningStep = 4200,
+               .dwOneStepTime_us = 2000,
+               .dwAdjustStep = 10,
+               .bReverseCalibration = 1,
+               .bPISupport = 1,
+               .dwPISearchStep = 4200,
+               .dwFirstPosition = 520,
+               .iTravel = 4032,
+               .iSlack = 37,
+               .iOrigin = 32,
+               .iPI = 4032,
+               .bCheckPIWalk = 1,
+               .qwStepTime_ns = 450'000},
+    .tSearch = {.iRangeFirst = 400,
+                .iRangeSecond = 100,
+                .iRangeThird = 20,
+                .dwStepFine = 1,
+                .dwStepSmall = 5,
+                .dwStepLarge = 25,
+                .dwOneStepSearchTime_us = 120'000,
+                .dwOpenIrisTime_us = 500'000,
+                .bFineTuning = 1},
+    .tOptics = {.dWide = 380,
+                .dTele = 380,
+                .dNearWide = 90,
+                .dMagnification = 1,
+                .dPerDegree = -0.4,
+                .dNight = 14,
+                .dHalfWidth = 24},
+};
+
+constexpr TLensModel g_tZoomOnlyModel{
+    .pszName = "zoomonly",
+    .pszDescription = "zoom only, blocking walks, no PI sensor",
+    .pszModelName = "Z0320P",
+    .pszLensType = "motorized",
+    .iChannels = 1,
+    .dwCapability = CAPABILITY_ZOOM_ONLY,
+    .bBlockingMode = 1,
+    .tZoom = {.dwStart = 0,
+              .dwEnd = 320,
+              .dwTotalStep = 320,
+              .dwOneStep = 6,
+              .dwPositioningStep = 2100,
+              .dwOneStepTime_us = 3000,
+              .dwAdjustStep = 5,
+              .bReverseCalibration = 0,
+              .bPISupport = 0,
+              .dwPISearchStep = 0,
+              .dwFirstPosition = 40,
+              .iTravel = 1950,
+              .iSlack = 26,
+              .iOrigin = 0,
+              .iPI = -1,
+              .bCheckPIWalk = 0,
+              .qwStepTime_ns = 470'000},
+    .tFocus = NoAxis(),
+    .tSearch = {},
+    .tOptics = {},
+};
+
+constexpr TLensModel g_tFixedModel{
+    .pszName = "fixed",
+    .pszDescription = "no motor at all",
+    .pszModelName = "S0001X",
+    .pszLensType = "fixed",
+    .iChannels = 1,
+    .dwCapability = CAPABILITY_NONE,
+    .bBlockingMode = 0,
+    .tZoom = NoAxis(),
+    .tFocus = NoAxis(),
+    .tSearch = {},
+    .tOptics = {},
+};
+
+// Four heads in one housing.  One saved position serves all four, so only the sensors of both axes make it true of each
+// head again at a start.  Position 0 lies above the low stop: at the focus sensor, and 80 driver steps below the zoom
+// sensor.
+constexpr TLensModel g_tQuadModel{
+    .pszName = "quad",
+    .pszDescription = "four channels of a zoom lens, stepped walks, PI sensors on both axes",
+    .pszModelName = "V0440Q",
+    .pszLensType = "motorized",
+    .iChannels = 4,
+    .dwCapability = CAPABILITY_ZOOM_AND_FOCUS,
+    .bBlockingMode = 0,
+    .tZoom = {.dwStart = 0,
+              .dwEnd = 400,
+              .dwTotalStep = 400,
+              .dwOneStep = 4,
+              .dwPositioningStep = 1800,
+              .dwOneStepTime_us = 2000,
+              .dwAdjustStep = 4,
+              .bReverseCalibration = 0,
+              .bPISupport = 1,
+              .dwPISearchStep = 1700,
+              .dwFirstPosition = 100,
+              .iTravel = 1640,
+              .iSlack = 13,
+              .iOrigin = 24,
+              .iPI = 104,
+              .bCheckPIWalk = 0,
+              .qwStepTime_ns = 480'000},
+    .tFocus = {.dwStart = 10,
+               .dwEnd = 590,
+               .dwTotalStep = 600,
+               .dwOneStep = 4,
+               .dwPositioningStep = 2600,
+               .dwOneStepTime_us = 2000,
+               .dwAdjustStep = 5,
+               .bReverseCalibration = 0,
+               .bPISupport = 1,
+               .dwPISearchStep = 2600,
+               .dwFirstPosition = 188,
+               .iTravel = 2460,
+               .iSlack = 18,
+               .iOrigin = 40,
+               .iPI = 40,
+               .bCheckPIWalk = 0,
+               .qwStepTime_ns = 475'000},
+    .tSearch = {.iRangeFirst = 300,
+                .iRangeSecond = 60,
+                .iRangeThird = 16,
+                .dwStepFine = 1,
+                .dwStepSmall = 5,
+                .dwStepLarge = 20,
+                .dwOneStepSearchTime_us = 160'000,
+                .dwOpenIrisTime_us = 500'000,
+                .bFineTuning = 1},
+    .tOptics = {.dWide = 60,
+                .dTele = 400,
+                .dNearWide = 10,
+                .dMagnification = 3,
+                .dPerDegree = -0.15,
+                .dNight = 6,
+                .dHalfWidth = 15},
+};
+
+constexpr const TLensModel* g_aptModels[] = {&g_tZoomModel, &g_tFocusModel, &g_tZoomOnlyModel, &g_tFixedModel,
+                                             &g_tQuadModel};
+constexpr i32 iModels = static_cast<i32>(sizeof(g_aptModels) / sizeof(g_aptModels[0]));
+
+// A lens that the daemon can work with: the range lies between the stops, the slack is taken up, the reference walk
+// reaches the stop, the PI shifts are distances forward and backward, and the driver keeps up with the daemon's time.
+constexpr bool SheetIsSound(const TAxisSheet& tSheet) {
+  if (tSheet.iTravel == 0) return tSheet.dwTotalStep == 0 && tSheet.iPI == -1;
+  const i32 iOneStep = static_cast<i32>(tSheet.dwOneStep);
+  return tSheet.dwStart <= tSheet.dwFirstPosition && tSheet.dwFirstPosition <= tSheet.dwEnd &&
+         tSheet.dwEnd <= tSheet.dwTotalStep &&
+         tSheet.iOrigin + static_cast<i32>(tSheet.dwEnd) * iOneStep <= tSheet.iTravel &&
+         tSheet.iSlack < static_cast<i32>(tSheet.dwAdjustStep) * iOneStep &&
+         static_cast<i32>(tSheet.dwPositioningStep) >= tSheet.iTravel && tSheet.iPI <= tSheet.iTravel &&
+         (tSheet.bPISupport == 0 || (tSheet.iPI >= 0 && static_cast<i32>(tSheet.dwPISearchStep) >= tSheet.iTravel &&
+                                     Sheet_PIBackwardShift(tSheet) >= 0)) &&
+         static_cast<u64>(tSheet.dwOneStepTime_us) * 1000 > tSheet.qwStepTime_ns * tSheet.dwOneStep;
+}
+
+constexpr bool ModelsAreSound() {
+  for (const TLensModel* ptModel : g_aptModels) {
+    if (!SheetIsSound(ptModel->tZoom) || !SheetIsSound(ptModel->tFocus)) return false;
+    if (Sheet_PIForwardShift(ptModel->tFocus) < 0) return false;
+    if (ptModel->iChannels < 1 || ptModel->iChannels > iLensChannels) return false;
+    // A sweep step, sent without waiting in stepped mode, is over when its value is read.
+    const u64 qwWalk_us =
+        ptModel->tSearch.dwStepLarge * ptModel->tFocus.dwOneStep * ptModel->tFocus.qwStepTime_ns / 1000;
+    if (qwWalk_us > ptModel->tSearch.dwOneStepSearchTime_us) return false;
+  }
+  return true;
+}
+static_assert(ModelsAreSound());
+
+}  // namespace
+
+const TLensModel* Lenses_Find(const char* pszName) {
+  for (const TLensModel* ptModel : g_aptModels) {
+    if (std::strcmp(ptModel->pszName, pszName) == 0) return ptModel;
+  }
+  return nullptr;
+}
+
+const TLensModel* Lenses_At(i32 iIndex) {
+  return iIndex >= 0 && iIndex < iModels ? g_aptModels[iIndex] : nullptr;
+}

@@ -1,0 +1,124 @@
+#include "command/client_dispatch.h"
+
+#include <cstdio>
+
+#include "motor/command_box.h"
+
+namespace {
+
+constexpr const char* szWakingZoomFailed = "[vernierlensd] : Waking up zoom motor thread failed.";
+constexpr const char* szWakingFocusMotorFailed = "[vernierlensd] : Waking up focus motor thread failed.";
+constexpr const char* szWakingFocusFailed = "[vernierlensd] : Waking up focus thread failed.";
+
+// Writes a command of the request's channel to an axis's block.
+template <typename TWrite>
+void Send(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 iChannel, const char* szFailed, TWrite fnWrite) {
+  if (Command_Send(pThis, tAxis, iChannel, fnWrite) != 0) std::puts(szFailed);
+}
+
+void SendFunction(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 iChannel, const char* szFailed, u32 dwFunction) {
+  Send(pThis, tAxis, iChannel, szFailed, [&](TMotorCommand& tBlock) { Word_Store(tBlock.dwFunction, dwFunction); });
+}
+
+void StoreMove(TMotorCommand& tBlock, const TMotorCommand& tCommand) {
+  Word_Store(tBlock.dwPosition, tCommand.dwPosition);
+  Word_Store(tBlock.dwSteps, tCommand.dwSteps);
+  Word_Store(tBlock.dwDirection, tCommand.dwDirection);
+  Word_Store(tBlock.dwFunction, tCommand.dwFunction);
+}
+
+void DispatchFocus(TVernierLensdInfo* pThis, i32 iChannel, const TMotorCommand& tCommand) {
+  Send(pThis, g_tFocusAxis, iChannel, szWakingFocusFailed, [&](TMotorCommand& tBlock) {
+    StoreMove(tBlock, tCommand);
+    Word_Store(pThis->bThermalRecheck, 1);
+  });
+}
+
+void DispatchSearch(TVernierLensdInfo* pThis, i32 iChannel, const TMotorCommand& tCommand) {
+  // A search needs a zoom at rest.
+  SendFunction(pThis, g_tZoomAxis, iChannel, szWakingZoomFailed, FUNCTION_STOP);
+  Send(pThis, g_tFocusAxis, iChannel, szWakingFocusMotorFailed, [&](TMotorCommand& tBlock) {
+    Word_Store(tBlock.bIris, g_bIrisFullyOpenStatus.load() == 1 ? 1 : tCommand.bIris);
+    Word_Store(tBlock.dwFunction, tCommand.dwFunction);
+    Word_Store(pThis->bThermalRecheck, 1);
+  });
+}
+
+void DispatchPositioning(TVernierLensdInfo* pThis, i32 iChannel, u32 dwFunction) {
+  if (pThis->bSupportFocus != 0) SendFunction(pThis, g_tFocusAxis, iChannel, szWakingFocusMotorFailed, dwFunction);
+  if (pThis->bSupportZoom == 0) return;
+  Send(pThis, g_tZoomAxis, iChannel, szWakingZoomFailed, [&](TMotorCommand& tBlock) {
+    Word_Store(tBlock.dwFunction, dwFunction);
+    Word_Store(tBlock.dwPosition, g_tVernierLensdConfigInfo.dwZoomVirtualStart);
+  });
+}
+
+void DispatchStop(TVernierLensdInfo* pThis, i32 iChannel) {
+  if (pThis->bSupportFocus != 0) SendFunction(pThis, g_tFocusAxis, iChannel, szWakingFocusMotorFailed, FUNCTION_STOP);
+  if (pThis->bSupportZoom != 0) SendFunction(pThis, g_tZoomAxis, iChannel, szWakingZoomFailed, FUNCTION_STOP);
+}
+
+// The words that later searches and status replies read change behind the wake-up, also when it failed.
+void DispatchIris(TVernierLensdInfo* pThis, i32 iChannel, u32 dwFunction) {
+  SendFunction(pThis, g_tFocusAxis, iChannel, szWakingFocusMotorFailed, dwFunction);
+  const u32 bOpen = dwFunction == FUNCTION_IRISOPEN ? 1 : 0;
+  Word_Store(pThis->tFocusCommand.bIris, bOpen);
+  g_bIrisFullyOpenStatus = bOpen;
+}
+
+void DispatchFocusDefault(TVernierLensdInfo* pThis, i32 iChannel, const TMotorCommand& tCommand) {
+  Send(pThis, g_tFocusAxis, iChannel, szWakingFocusMotorFailed, [&](TMotorCommand& tBlock) {
+    Word_Store(tBlock.dwFunction, tCommand.dwFunction);
+    Word_Store(tBlock.dwDefaultPosition, tCommand.dwDefaultPosition);
+  });
+}
+
+void DispatchZoom(TVernierLensdInfo* pThis, i32 iChannel, const TMotorCommand& tCommand) {
+  Send(pThis, g_tZoomAxis, iChannel, szWakingZoomFailed, [&](TMotorCommand& tBlock) { StoreMove(tBlock, tCommand); });
+}
+
+void DispatchFocusFunction(TVernierLensdInfo* pThis, i32 iChannel, const TMotorCommand& tCommand) {
+  switch (tCommand.dwFunction) {
+    case FUNCTION_FOCUS:
+      DispatchFocus(pThis, iChannel, tCommand);
+      break;
+    case FUNCTION_AUTO:
+    case FUNCTION_SCAN:
+      DispatchSearch(pThis, iChannel, tCommand);
+      break;
+    case FUNCTION_IRISOPEN:
+    case FUNCTION_IRISENABLE:
+      DispatchIris(pThis, iChannel, tCommand.dwFunction);
+      break;
+    case FUNCTION_RESETFOCUS:
+      SendFunction(pThis, g_tFocusAxis, iChannel, szWakingFocusMotorFailed, FUNCTION_RESETFOCUS);
+      break;
+    case FUNCTION_SETFOCUSDEFAULT:
+      DispatchFocusDefault(pThis, iChannel, tCommand);
+      break;
+    default:
+      break;
+  }
+}
+
+}  // namespace
+
+void VernierLensd_DispatchClientCommand(TVernierLensdInfo* pThis, const TClientRequest* ptRequest) {
+  const i32 iChannel = ptRequest->iChannel;
+  const TMotorCommand& tCommand = ptRequest->atCommand[iChannel];
+  switch (tCommand.dwFunction) {
+    case FUNCTION_ZOOM:
+      if (pThis->bSupportZoom != 0) DispatchZoom(pThis, iChannel, tCommand);
+      break;
+    case FUNCTION_POSITIONING:
+    case FUNCTION_MOTORRESET:
+      DispatchPositioning(pThis, iChannel, tCommand.dwFunction);
+      break;
+    case FUNCTION_STOP:
+      DispatchStop(pThis, iChannel);
+      break;
+    default:
+      if (pThis->bSupportFocus != 0) DispatchFocusFunction(pThis, iChannel, tCommand);
+      break;
+  }
+}

@@ -1,0 +1,49 @@
+#include "config/config_limits.h"
+
+#include <algorithm>
+#include <cstdio>
+
+#include "core/context.h"
+
+namespace {
+
+constexpr u32 dwMaxVirtual = 0xFFFF;  // highest target of a plain lens
+
+struct TLimit {
+  const char* szKey;
+  u32 TVernierLensdConfigInfo::*pdwField;
+  u32 dwHighest;
+};
+
+constexpr u32 dwMaxOneStep = 32767;  // times dwMaxVirtual still fits a driver's count
+static_assert(u64{dwMaxOneStep} * dwMaxVirtual <= 0x7FFFFFFF);
+constexpr u32 dwMaxOneStepTime_us = 1'000'000;
+
+constexpr TLimit g_atLimits[] = {
+    {"zoom/virtual/onestep", &TVernierLensdConfigInfo::dwZoomVirtualOneStep, dwMaxOneStep},
+    {"zoom/onesteptime", &TVernierLensdConfigInfo::dwZoomOneStepTime, dwMaxOneStepTime_us},
+    {"zoom/adjuststep", &TVernierLensdConfigInfo::dwZoomAdjustStep, dwMaxVirtual},
+    {"focus/virtual/onestep", &TVernierLensdConfigInfo::dwFocusVirtualOneStep, dwMaxOneStep},
+    {"focus/onesteptime", &TVernierLensdConfigInfo::dwFocusOneStepTime, dwMaxOneStepTime_us},
+    {"focus/adjuststep", &TVernierLensdConfigInfo::dwFocusAdjustStep, dwMaxVirtual},
+};
+
+}  // namespace
+
+void Config_Limit() {
+  for (const TLimit& tLimit : g_atLimits) {
+    u32& dwValue = g_tVernierLensdConfigInfo.*tLimit.pdwField;
+    if (dwValue <= tLimit.dwHighest) continue;
+    std::printf("[vernierlensd] : %s = %d is no size of a lens, 0 is used.\n", tLimit.szKey, static_cast<i32>(dwValue));
+    dwValue = 0;
+  }
+}
+
+void Config_LimitPosition(u32* pdwPosition, u32 dwVirtualEnd) {
+  const u32 dwHighest = std::min(dwVirtualEnd, dwMaxVirtual);
+  const u32 dwPosition = Word_Load(*pdwPosition);
+  if (dwPosition <= dwHighest) return;
+  std::printf("[vernierlensd] : Saved position %d is outside the range, %d is used.\n", static_cast<i32>(dwPosition),
+              static_cast<i32>(dwHighest));
+  Word_Store(*pdwPosition, dwHighest);
+}

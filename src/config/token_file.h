@@ -1,0 +1,31 @@
+// State files of "key=value" tokens, separated by white space.  Keys are compared over the length of the wanted key
+// only, so a longer key with the same start matches too; where a key occurs twice the last one stands.
+#pragma once
+
+#include <cstdio>
+#include <span>
+#include <string_view>
+
+#include "core/types.h"
+
+struct TTokenRow {
+  std::string_view sKey;
+  u32* pdwDest;  // shared word; takes the number behind the first '='
+};
+
+constexpr i32 iMaxToken = 131;  // characters
+
+struct TToken {
+  char szText[iMaxToken + 1];
+};
+
+// The next token of an open file.  One longer than iMaxToken is passed over whole: its tail is no token.  False at the
+// end.
+bool TokenFile_Next(FILE* pFile, TToken* ptToken);
+
+// The value of a token whose key is sKey, or null: another key, or no '='.
+const char* Token_Value(const TToken& tToken, std::string_view sKey);
+
+// Reads the rows' keys.  Of several rows that match a token the first takes it; a token that no row wants is passed
+// over. 0; -1: the file cannot be opened, and every destination is as it was.  Any thread.
+i32 TokenFile_Read(const char* pszPath, std::span<const TTokenRow> atRows);

@@ -1,0 +1,229 @@
+// The records that the whole daemon shares: its context, its configuration, the command records, and the globals.
+//
+// There is one TVernierLensdInfo.  main keeps it in its own frame, zeroes it before anything else, and hands a pointer
+// to every operation and to both motor threads.  Arrays by channel have iMaxChannels entries; channel numbers run from
+// 0 to iMaxDevNum - 1.  A position counts virtual steps.  Times are microseconds unless a field says otherwise.
+//
+// Who touches what: a field marked "shared" is touched by more than one thread and goes through Word_Load, Word_Store,
+// Word_Take and Word_Publish only.  A field without the mark is written before the thread that reads it is started, or
+// belongs to the main thread.
+#pragma once
+
+#include <pthread.h>
+#include <semaphore.h>
+#include <sys/select.h>
+
+#include <atomic>
+#include <cstddef>
+#include <ctime>
+
+#include "core/types.h"
+#include "taskshim.h"
+
+struct TSXMLParser;
+
+constexpr i32 iMaxChannels = 4;
+
+// Values of TMotorCommand::dwFunction.  There is no 10.
+enum EFunction : u32 {
+  FUNCTION_IDLE = 0,
+  FUNCTION_ZOOM = 1,
+  FUNCTION_FOCUS = 2,
+  FUNCTION_AUTO = 3,
+  FUNCTION_SCAN = 4,
+  FUNCTION_POSITIONING = 5,
+  FUNCTION_MOTORRESET = 6,
+  FUNCTION_GETSTATUS = 7,
+  FUNCTION_GETPARAM = 8,
+  FUNCTION_STOP = 9,
+  FUNCTION_IRISOPEN = 11,
+  FUNCTION_IRISENABLE = 12,
+  FUNCTION_RESETFOCUS = 13,
+  FUNCTION_GETFOCUSDEFAULT = 14,
+  FUNCTION_SETFOCUSDEFAULT = 15,
+};
+
+enum EDirection : u32 { DIRECTION_FORWARD = 0, DIRECTION_BACKWARD = 1, DIRECTION_DIRECT = 2 };
+
+enum ECapability : u32 {
+  CAPABILITY_NONE = 0,
+  CAPABILITY_ZOOM_AND_FOCUS = 1,
+  CAPABILITY_ZOOM_ONLY = 2,
+  CAPABILITY_FOCUS_ONLY = 4,
+};
+
+enum ELensKind : u32 { LENS_KIND_ICS = 0, LENS_KIND_THERMAL = 1, LENS_KIND_OTHER = 2 };
+
+// One command: a client's parsed command, or the work of a motor thread (its block; then all words are shared).
+struct TMotorCommand {
+  u32 dwFunction;         // EFunction; in a block: pending or running, 0 when the axis is idle
+  u32 dwDirection;        // EDirection
+  u32 dwSteps;            // virtual steps of a forward or backward move
+  u32 dwPosition;         // target of a direct move; of a getparam request the index into the focus value table
+  u32 dwDefaultPosition;  // new default focus position of function 15
+  u32 dwStart;            // first position of the axis's usable range; for focus the lower bound of a search
+  u32 dwEnd;              // last position of that range
+  u32 bIris;              // open the iris for the focus search
+  u32 bZoomContinuous;    // zoom block only: the zoom button is held and the zoom thread repeats its move
+};
+static_assert(sizeof(TMotorCommand) == 36 && offsetof(TMotorCommand, dwDefaultPosition) == 16 &&
+              offsetof(TMotorCommand, bZoomContinuous) == 32);
+
+// A parsed request.  One per request, in the frame of the client handler, zeroed first.
+struct TClientRequest {
+  i32 fdRequest;  // the requester's connection; every reply ends by closing it
+  i32 iChannel;   // channel named by the query, 0 if none
+  TMotorCommand atCommand[iMaxChannels];
+};
+
+// The private side of a motor thread's block.  The lock is held for a few words at a time, never over a wait or a
+// request.
+struct TCommandBox {
+  pthread_mutex_t mutex;   // guards: writing the block with its channel and wake flag, taking it, setting it idle
+  i32 iChannel;            // under the lock: the channel that the pending command is for
+  TMotorCommand tRunning;  // owner thread only: the command as it was taken
+  i32 iRunningChannel;     // owner thread only: its channel
+  u32 bStarted;            // main thread only: the motor thread runs or has run
+  u32 bEnded;              // shared: the motor thread has left its loop and touches nothing any more
+};
+
+struct TVernierLensdInfo {
+  u32 dwPid;
+  i32 iCurChannel;   // shared: channel that clients and events chose last; the main thread writes
+  u32 dwLensKind;    // ELensKind
+  void* hXMLParser;  // Expat parser, handed to the message library
+  TSXMLParser* hSXMLParser;
+  void* hTemperature;
+  void* hGateLink;        // null while the gateway is closed
+  i32 iMaxFd;             // highest descriptor ever entered in fdsRead; only rises
+  i32 fdGateLink;         // -1 none
+  i32 fdFIFO;             // -1 none
+  i32 fdICS;              // -1 none
+  fd_set fdsRead;         // what the main loop watches
+  u32 dwButtonPressTime;  // shared; ms of the wall clock, wraps: only differences count; the main thread writes
+  u32 adwFocusValue[iMaxChannels];
+  void* hFocusThread;
+  u32 bFocusWake;                           // shared: a new command stands in tFocusCommand
+  u32 bThermalRecheck;                      // shared
+  u32 adwFocusMotorPosition[iMaxChannels];  // shared; virtual steps
+  u32 adwPanFocus[iMaxChannels];            // shared
+  TMotorCommand tFocusCommand;              // shared
+  void* hZoomThread;
+  u32 bZoomWake;                           // shared: a new command stands in tZoomCommand
+  u32 dwChainedFocusCommand;               // search to start behind a zoom; nothing sets it
+  u32 adwZoomMotorPosition[iMaxChannels];  // shared; virtual steps
+  TMotorCommand tZoomCommand;              // shared
+  void* aptFocusBlock[iMaxChannels];
+  i32 iShmId;
+  sem_t semConfigFile;     // orders the writers of the state files
+  i32 aiFocusWakePair[2];  // senders write to 0, the focus thread reads 1; -1 none
+  i32 aiZoomWakePair[2];
+  u32 bFocusWakeReady;  // shared: the pair exists
+  u32 bZoomWakeReady;
+  u32 bSupportZoom;
+  u32 bSupportFocus;
+  u32 bSupportICS;
+  u32 bICSDetached;    // shared: the ICS lens has stopped answering
+  u32 dwICSZoomSpeed;  // steps per second
+  u32 dwICSFocusSpeed;
+  i32 iTrackingCurveIndex;
+  i32 aiNightMode[iMaxChannels];
+  u32 bDayNightCorrection;
+  u32 bThermalShift;  // shared
+  struct tm* ptTime;
+  i32 iInitTime;  // minute
+  i32 aiRefTemperature[iMaxChannels];
+  i32 iMin;
+  i32 iMax;
+  i32 iThermalTempCount;
+  i32* piThermalTemp;
+  i32 iThermalZoomCount;
+  i32* piThermalZoom;
+  i32** ppiThermalOffset;
+
+  // Private words of this daemon, behind the told ones.
+  TCommandBox tFocusBox;
+  TCommandBox tZoomBox;
+  u32 bConfigSemaphore;  // semConfigFile exists
+  u32 bPidFile;          // the PID file is ours
+};
+
+struct TVernierLensdConfigInfo {
+  i32 iMaxDevNum;  // channels, at most iMaxChannels once loaded
+  u32 dwZoomVirtualStart;
+  u32 dwZoomVirtualEnd;
+  u32 dwZoomVirtualOneStep;  // driver steps in one virtual step
+  u32 dwZoomVirtualTotalStep;
+  u32 dwZoomMotorTotalStep;
+  u32 dwZoomMotorPositioningStep;  // driver steps
+  u32 dwZoomOneStepTime;           // us for one virtual step
+  u32 dwZoomAdjustStep;            // backlash, virtual steps
+  u32 bZoomPISupport;
+  u32 dwZoomPISearchStep;  // driver steps, as the next two
+  u32 dwZoomPIForwardShift;
+  u32 dwZoomPIBackwardShift;
+  u32 dwZoomPIDev;  // shared: channel that the zoom thread's PI pass has reached
+  u32 bZoomPIDone;  // shared
+  u32 dwFocusVirtualStart;
+  u32 dwFocusVirtualEnd;
+  u32 dwFocusVirtualOneStep;
+  u32 dwFocusVirtualTotalStep;
+  u32 dwFocusMotorTotalStep;
+  u32 dwFocusMotorPositioningStep;
+  u32 dwFocusMotorReverseCalibration;  // the reference stop lies at the end of the range
+  u32 dwFocusOneStepTime;
+  u32 dwFocusAdjustStep;
+  u32 bFocusPISupport;
+  u32 dwFocusPISearchStep;
+  u32 dwFocusPIForwardShift;
+  u32 dwFocusPIBackwardShift;
+  u32 dwFocusPIDev;  // shared
+  u32 bFocusPIDone;  // shared
+  u32 dwFlangeBackCompensation;
+  i32 iSearchRangeFirstLevel;  // virtual steps, as the next five
+  i32 iSearchRangeSecondLevel;
+  i32 iSearchRangeThirdLevel;
+  u32 dwSearchStepFineTune;
+  u32 dwSearchStepSmall;
+  u32 dwSearchStepLarge;
+  char szFocusStartTable[128];  // comma-separated numbers; taken apart while it is parsed
+  u32 dwOneStepSearchTime;      // us
+  u32 dwOpenIrisTime;           // us
+  u32 bBlockingMode;            // a move is one blocking request, else the daemon times it step by step
+  u32 bFineTuning;
+  u32 dwCapability;  // ECapability
+  i32 iTrackCurveCount;
+  i32 iTempCurveCount;
+  i32 iIRCurveCount;
+  i32 iADCurveCount;
+  u32 dwMinAD;
+  u32 dwMaxAD;
+  u32 dwTotalAD;
+  i32 iFocusValueTableSize;   // entries in a channel's row of the focus value table
+  i32 iZoomPositionInterval;  // virtual steps; 0 with fewer than 16 of them: divide by at least 1
+  u32 dwRestoreStatus;        // 0 restore, 1 backup, 2 anything else
+};
+static_assert(offsetof(TVernierLensdConfigInfo, dwFocusVirtualStart) == 15 * 4 &&
+              offsetof(TVernierLensdConfigInfo, szFocusStartTable) == 37 * 4 &&
+              sizeof(TVernierLensdConfigInfo) == (37 + 32 + 15) * 4);
+
+extern TVernierLensdConfigInfo g_tVernierLensdConfigInfo;
+
+extern std::atomic<u32> g_bTerminated;           // set by the signal handler, read by the main loop and by long waits
+extern std::atomic<u32> g_bRunThread;            // while 1 all three loops run
+extern std::atomic<u32> g_bIrisFullyOpenStatus;  // the iris is held fully open by command
+extern std::atomic<u32> g_dwFocusDefault;        // default focus position, virtual steps
+static_assert(std::atomic<u32>::is_always_lock_free);  // a signal handler stores one
+
+extern pthread_mutex_t gICSMutex;  // held during each sequence of requests to fdICS
+
+// Each table is null or complete, and belongs to the daemon until VernierLensd_Release.
+extern u32* g_pdwtabFocusValueTable;     // iMaxDevNum rows of iFocusValueTableSize focus values; words shared
+extern u32* g_pdwtabFocusPanTable;       // dwZoomVirtualTotalStep entries, plain lens with zoom only
+extern u32* g_pdwtabFocusingStartTable;  // iFocusStartEntries entries, plain lens with zoom only
+
+constexpr i32 iFocusStartEntries = 16;
+
+// Tables of this many entries are refused at start-up: a plain lens has no target above 0xFFFF, so more is a broken
+// file.
+constexpr i64 llMaxTableEntries = 1'000'000;

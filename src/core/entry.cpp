@@ -1,0 +1,96 @@
+#include "core/entry.h"
+
+#include <signal.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <string_view>
+
+#include "core/context.h"
+#include "core/main_loop.h"
+#include "core/release.h"
+#include "core/startup.h"
+
+namespace {
+
+constexpr const char* szUsage =
+    "Vernier Lens daemon\nUsage:\nvernierlensd [-d][-v][-h]\nOptions:\n-d              Daemon mode\n"
+    "-v              Show current version\n-h              This help";
+constexpr const char* szVersion = "1.0.4.0";
+constexpr const char* szLastModifyDate = "2018/06/10";
+
+// Printing is not safe inside a signal handler, write is.
+void WriteLine(std::string_view sLine) {
+  const int iSaved = errno;
+  if (write(STDOUT_FILENO, sLine.data(), sLine.size()) < 0) {
+    // The line is lost; there is nobody to tell.
+  }
+  errno = iSaved;
+}
+
+}  // namespace
+
+i32 VernierLensd_Main(i32 argc, char** argv) {
+  TVernierLensdInfo tInfo = {};
+  VernierLensd_ParseOptions(argc, argv);
+  VernierLensd_InstallSignals();
+  if (VernierLensd_Init(&tInfo) == 0) {
+    VernierLensd_MainLoop(&tInfo);
+  } else {
+    std::puts("[vernierlensd] : VernierLensd_Init failed.");
+  }
+  if (VernierLensd_Release(&tInfo) == 0) return 0;
+  std::puts("[vernierlensd] : VernierLensd_Release failed.");
+  return 1;
+}
+
+void VernierLensd_ParseOptions(i32 argc, char** argv) {
+  bool bDaemon = false;
+  for (int iOption = getopt(argc, argv, "dvh"); iOption != -1; iOption = getopt(argc, argv, "dvh")) {
+    switch (iOption) {
+      case 'd':
+        bDaemon = true;
+        break;
+      case 'v':
+        VernierLensd_ShowVersion();
+        std::exit(0);
+      default:
+        VernierLensd_ShowUsage();
+        std::exit(0);
+    }
+  }
+  if (!bDaemon) return;
+  std::puts("[vernierlensd] : Entering daemon mode...");
+  if (daemon(0, 0) != 0) {
+    // Goes on in the foreground: a camera without a detached daemon still wants its lens.
+  }
+}
+
+void VernierLensd_ShowUsage() {
+  std::puts(szUsage);
+}
+
+void VernierLensd_ShowVersion() {
+  std::printf("VernierLensd Version: %s\n", szVersion);
+  std::printf("Last Modify Date:     %s \n", szLastModifyDate);
+  std::puts("Zoom, focus and ICS lenses, up to 4 channels");
+}
+
+void VernierLensd_InstallSignals() {
+  struct sigaction tAction = {};
+  tAction.sa_handler = VernierLensd_SignalHandler;
+  sigemptyset(&tAction.sa_mask);
+  tAction.sa_flags = SA_RESTART;
+  for (const int iSignal : {SIGTERM, SIGINT, SIGPIPE}) sigaction(iSignal, &tAction, nullptr);
+}
+
+void VernierLensd_SignalHandler(i32 iSignal) {
+  if (iSignal == SIGPIPE) {
+    WriteLine("[vernierlensd] : Receive SIGPIPE!\n");
+    return;
+  }
+  WriteLine("[vernierlensd] : Receive TERM/INT signal!\n");
+  g_bTerminated = 1;
+}

@@ -1,0 +1,13 @@
+// The one reader of decimal numbers: from clients, state files and tables.
+#pragma once
+
+#include "core/types.h"
+
+// Reads as atoi does on the 32-bit target, on every word size: leading white space, a sign, digits; it stops at the
+// ends of i32; text that is no number gives 0.  psz is never null.  Any thread.
+i32 Text_ToI32(const char* psz);
+
+// The same number stored in an unsigned word: a negative one keeps its bit pattern.
+inline u32 Text_ToU32(const char* psz) {
+  return static_cast<u32>(Text_ToI32(psz));
+}

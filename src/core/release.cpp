@@ -1,0 +1,54 @@
+#include "core/release.h"
+
+#include <expat.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+
+#include "core/fail.h"
+#include "core/inputs.h"
+#include "core/paths.h"
+#include "motor/axis.h"
+#include "motor/motor_thread.h"
+#include "sxmlparser/sxmlparser.h"
+
+namespace {
+
+void FreeTable(u32*& pdwTable) {
+  std::free(pdwTable);
+  pdwTable = nullptr;
+}
+
+void CloseWakePair(TVernierLensdInfo* pThis, const TAxis& tAxis) {
+  for (i32& fd : pThis->*tAxis.paiWakePair) {
+    if (fd >= 0) close(fd);
+    fd = -1;
+  }
+}
+
+}  // namespace
+
+i32 VernierLensd_Release(TVernierLensdInfo* pThis) {
+  std::printf("[vernierlensd] : Release resources...");
+  g_bRunThread = 0;
+  // Before anything is freed or detached: a thread may still be finishing its move.
+  if (MotorThreads_WaitForEnd(pThis) != 0) return Fail("[vernierlensd] : TaskShim_Release failed.");
+  if (MotorThread_Release(pThis, g_tFocusAxis) != 0) return Fail("[vernierlensd] : TaskShim_Release failed.");
+  if (MotorThread_Release(pThis, g_tZoomAxis) != 0) return Fail("[vernierlensd] : TaskShim_Release failed.");
+  CloseWakePair(pThis, g_tFocusAxis);
+  CloseWakePair(pThis, g_tZoomAxis);
+  FreeTable(g_pdwtabFocusPanTable);
+  FreeTable(g_pdwtabFocusingStartTable);
+  FreeTable(g_pdwtabFocusValueTable);
+  SXMLParser_Release(&pThis->hSXMLParser);
+  if (pThis->hXMLParser != nullptr) XML_ParserFree(static_cast<XML_Parser>(pThis->hXMLParser));
+  pThis->hXMLParser = nullptr;
+  if (pThis->bConfigSemaphore != 0) sem_destroy(&pThis->semConfigFile);
+  pThis->bConfigSemaphore = 0;
+  VernierLensd_CloseGateLink(pThis);
+  VernierLensd_CloseFIFO(pThis);
+  if (pThis->bPidFile != 0) unlink(szPidPath);
+  std::puts("OK");
+  return 0;
+}

@@ -1,0 +1,144 @@
+#include "core/startup.h"
+
+#include <expat.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+
+#include "config/config_load.h"
+#include "core/fail.h"
+#include "core/inputs.h"
+#include "core/paths.h"
+#include "motor/axis.h"
+#include "motor/motor_thread.h"
+#include "sxmlparser/sxmlparser.h"
+
+namespace {
+
+void ClearContext(TVernierLensdInfo* pThis);
+i32 StartFocusThread(TVernierLensdInfo* pThis);
+void InitConfigSemaphore(TVernierLensdInfo* pThis);
+i32 CreatePanTable(TVernierLensdInfo* pThis);
+i32 StartZoomThread(TVernierLensdInfo* pThis);
+void CreateWakePair(TVernierLensdInfo* pThis, const TAxis& tAxis);
+i32 CreateFocusValueTable();
+u32* AllocateTable(i64 llEntries);
+
+}  // namespace
+
+i32 VernierLensd_Init(TVernierLensdInfo* pThis) {
+  ClearContext(pThis);
+  if (VernierLensd_InitSXMLParser(&pThis->hSXMLParser) != 0) {
+    return Fail("[vernierlensd] : VernierLensd_InitSXMLParser failed.");
+  }
+  if (VernierLensd_CheckLensType(pThis) != 0) return Fail("[vernierlensd] : VernierLensd_CheckLensType failed.");
+  if (VernierLensd_LoadConfigFile(pThis) != 0) return Fail("[vernierlensd] : VernierLensd_LoadConfigFile failed.");
+  if (VernierLensd_InitGateLink(pThis) != 0) return Fail("[vernierlensd] : VernierLensd_InitGateLink failed.");
+  if (VernierLensd_InitFIFO(pThis) != 0) return Fail("[vernierlensd] : VernierLensd_InitFIFO failed.");
+  if (VernierLensd_InitXMLParser(pThis) != 0) return Fail("[vernierlensd] : VernierLensd_InitXMLParser failed.");
+  if (StartFocusThread(pThis) != 0) return Fail("[vernierlensd] : VernierLensd_InitFocusMotorThread failed.");
+  InitConfigSemaphore(pThis);
+  if (CreatePanTable(pThis) != 0) return Fail("[vernierlensd] : Create focus pan table failed.");
+  if (StartZoomThread(pThis) != 0) return Fail("[vernierlensd] : VernierLensd_InitZoomMotorThread failed.");
+  VernierLensd_WritePidFile(pThis);
+  pThis->dwPid = static_cast<u32>(getpid());
+  CreateWakePair(pThis, g_tFocusAxis);
+  CreateWakePair(pThis, g_tZoomAxis);
+  if (CreateFocusValueTable() != 0) return Fail("[vernierlensd] : Create focus value table failed.");
+  return 0;
+}
+
+i32 VernierLensd_InitSXMLParser(TSXMLParser** phParser) {
+  if (phParser == nullptr) return -1;
+  const i32 iResult = SXMLParser_Initial(phParser);
+  if (iResult != 0) {
+    std::printf("[vernierlensd] : SXMLParser_Initial failed = 0x%x!\r\n", static_cast<u32>(iResult));
+    return -1;
+  }
+  TSXMLOption tOption = {};
+  tOption.dwFlags = 3;
+  tOption.dwMode = 1;
+  SXMLParser_SetOption(*phParser, &tOption);
+  return 0;
+}
+
+i32 VernierLensd_InitXMLParser(TVernierLensdInfo* pThis) {
+  pThis->hXMLParser = XML_ParserCreate(nullptr);
+  return pThis->hXMLParser != nullptr ? 0 : Fail("[vernierlensd] : XML_ParserCreate failed.");
+}
+
+void VernierLensd_WritePidFile(TVernierLensdInfo* pThis) {
+  FILE* pFile = std::fopen(szPidPath, "w");
+  if (pFile == nullptr) return;
+  char szPid[8] = {};
+  // A longer number is cut, as told; the format has room for what a 32-bit kernel hands out.
+  if (std::snprintf(szPid, sizeof szPid, "%d", getpid()) > 0) std::fputs(szPid, pFile);
+  std::fclose(pFile);
+  pThis->bPidFile = 1;
+}
+
+namespace {
+
+// main zeroed the record, but descriptor 0 is standard input, not "none".
+void ClearContext(TVernierLensdInfo* pThis) {
+  Word_Store(pThis->bFocusWake, 0);
+  Word_Store(pThis->bZoomWake, 0);
+  pThis->dwChainedFocusCommand = FUNCTION_IDLE;
+  Word_Store(pThis->bFocusWakeReady, 0);
+  Word_Store(pThis->bZoomWakeReady, 0);
+  FD_ZERO(&pThis->fdsRead);
+  pThis->iMaxFd = -1;
+  pThis->fdGateLink = -1;
+  pThis->fdFIFO = -1;
+  pThis->fdICS = -1;
+  for (const TAxis* ptAxis : {&g_tFocusAxis, &g_tZoomAxis}) {
+    std::fill_n(pThis->*ptAxis->paiWakePair, 2, -1);
+    pthread_mutex_init(&Axis_Box(pThis, *ptAxis).mutex, nullptr);
+  }
+}
+
+i32 StartFocusThread(TVernierLensdInfo* pThis) {
+  return pThis->bSupportFocus != 0 ? VernierLensd_InitFocusMotorThread(pThis) : 0;
+}
+
+void InitConfigSemaphore(TVernierLensdInfo* pThis) {
+  pThis->bConfigSemaphore = sem_init(&pThis->semConfigFile, 0, 1) == 0;
+}
+
+i32 CreatePanTable(TVernierLensdInfo* pThis) {
+  if (pThis->bSupportZoom == 0 || pThis->bSupportICS != 0) return 0;
+  g_pdwtabFocusPanTable = AllocateTable(g_tVernierLensdConfigInfo.dwZoomVirtualTotalStep);
+  return g_pdwtabFocusPanTable != nullptr ? 0 : -1;
+}
+
+i32 StartZoomThread(TVernierLensdInfo* pThis) {
+  return pThis->bSupportZoom != 0 ? VernierLensd_InitZoomMotorThread(pThis) : 0;
+}
+
+// Without its pair an axis takes no commands, and its thread idles.
+void CreateWakePair(TVernierLensdInfo* pThis, const TAxis& tAxis) {
+  i32* aiPair = pThis->*tAxis.paiWakePair;
+  if (socketpair(AF_UNIX, SOCK_STREAM, 0, aiPair) < 0) {
+    std::fill_n(aiPair, 2, -1);
+    return;
+  }
+  Word_Publish(pThis->*tAxis.pbWakeReady, 1);
+}
+
+i32 CreateFocusValueTable() {
+  const TVernierLensdConfigInfo& tConfig = g_tVernierLensdConfigInfo;
+  g_pdwtabFocusValueTable =
+      AllocateTable(i64{std::max(tConfig.iMaxDevNum, 0)} * std::max(tConfig.iFocusValueTableSize, 0));
+  return g_pdwtabFocusValueTable != nullptr ? 0 : -1;
+}
+
+// Zeroed; null when there are too many entries or there is no memory.  An empty table still has an address.
+u32* AllocateTable(i64 llEntries) {
+  if (llEntries > llMaxTableEntries) return nullptr;
+  return static_cast<u32*>(std::calloc(static_cast<std::size_t>(std::max<i64>(llEntries, 1)), sizeof(u32)));
+}
+
+}  // namespace

@@ -1,0 +1,17 @@
+// Start-up, in its fixed order: the configuration decides which threads exist, and the focus thread starts before the
+// later tables and before the wake-up pairs.  Main thread, once.
+#pragma once
+
+#include "core/context.h"
+
+// 0, or -1 at the first step that failed, with its line printed; what exists by then is VernierLensd_Release's.
+i32 VernierLensd_Init(TVernierLensdInfo* pThis);
+
+// Makes the XML reader with its options.  0, or -1: a null slot, without a line, or no memory.
+i32 VernierLensd_InitSXMLParser(TSXMLParser** phParser);
+
+// Makes the Expat parser for the message library.  0 or -1.
+i32 VernierLensd_InitXMLParser(TVernierLensdInfo* pThis);
+
+// Writes the process id, at most 7 digits, no line end.  A file that cannot be made is passed over.
+void VernierLensd_WritePidFile(TVernierLensdInfo* pThis);

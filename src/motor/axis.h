@@ -1,0 +1,54 @@
+// What zoom and focus do alike is written once, over a record that describes an axis: where its words are, its requests
+// and its texts.  The named operations of each axis are one line over it.
+#pragma once
+
+#include "core/context.h"
+#include "motor/motor_device.h"
+
+struct TAxis {
+  // The context's side.
+  u32 TVernierLensdInfo::*pbSupport;
+  u32 TVernierLensdInfo::*pbWake;
+  u32 TVernierLensdInfo::*pbWakeReady;
+  i32 (TVernierLensdInfo::*paiWakePair)[2];
+  TMotorCommand TVernierLensdInfo::*ptCommand;
+  TCommandBox TVernierLensdInfo::*ptBox;
+  void* TVernierLensdInfo::*phThread;
+  u32 (TVernierLensdInfo::*padwPosition)[iMaxChannels];  // virtual steps, by channel
+
+  // The configuration's side.
+  u32 TVernierLensdConfigInfo::*pdwVirtualStart;    // lowest target
+  u32 TVernierLensdConfigInfo::*pdwVirtualEnd;      // highest target
+  u32 TVernierLensdConfigInfo::*pdwVirtualOneStep;  // driver steps in one virtual step
+  u32 TVernierLensdConfigInfo::*pdwOneStepTime;     // us for one virtual step
+  u32 TVernierLensdConfigInfo::*pdwAdjustStep;      // backlash, virtual steps
+
+  i32 (*pfnThread)(void* pvThis);  // the thread body, as the thread library calls it
+  void (*pfnDispatch)(TVernierLensdInfo* pThis, i32 fd);
+  const char* szDevice;
+  EICSRequest eICSSetPosition;
+  EICSRequest eICSGetPosition;
+  bool bFocusLeads;         // the focus follows each move of this axis and starts ahead of it
+  bool bStartNeedsZoom;     // dwStart is the configuration's only on a lens with zoom, else 0
+  const char* szRemaining;  // one %d: driver steps left
+  const char* szICSMoved;   // two numbers: present position, target
+};
+
+extern const TAxis g_tZoomAxis;
+extern const TAxis g_tFocusAxis;
+
+inline TMotorCommand& Axis_Command(TVernierLensdInfo* pThis, const TAxis& tAxis) {
+  return pThis->*tAxis.ptCommand;
+}
+inline TCommandBox& Axis_Box(TVernierLensdInfo* pThis, const TAxis& tAxis) {
+  return pThis->*tAxis.ptBox;
+}
+
+// Position of the channel that the running command is for.  Owner thread; shared, so through Word_Load and Word_Store.
+inline u32& Axis_Position(TVernierLensdInfo* pThis, const TAxis& tAxis) {
+  return (pThis->*tAxis.padwPosition)[Axis_Box(pThis, tAxis).iRunningChannel];
+}
+
+inline u32 Axis_Config(u32 TVernierLensdConfigInfo::*pdwField) {
+  return g_tVernierLensdConfigInfo.*pdwField;
+}

@@ -1,0 +1,216 @@
+#include "motor/axis_move.h"
+
+#include <sys/ioctl.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <limits>
+
+#include "core/wait.h"
+#include "motor/command_box.h"
+
+namespace {
+
+constexpr u32 dwMaxRelativeSteps = 30;
+constexpr u32 dwWrappedTarget = 0x10000;  // from here up a plain lens's target is a number below 0 that wrapped
+constexpr u64 qwFocusLead_us = 300'000;   // the focus runs ahead of the zoom
+
+enum EWalkSign : u32 { WALK_BACKWARD = 0, WALK_FORWARD = 1 };
+
+u32 Axis_Clamp(const TVernierLensdInfo* pThis, const TAxis& tAxis, u32 dwTarget);
+i32 Axis_MoveICS(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, u32 dwTarget);
+i32 Axis_Walk(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, u32 dwTarget, EWalkSign eSign);
+i32 Axis_CountSteps(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, u32 dwDelta, EWalkSign eSign);
+void Axis_Recover(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, u32 dwLeft, u32 bForward);
+void Axis_TakeUpBacklash(const TAxis& tAxis, i32 fd, u32 dwTarget);
+void Axis_RequestWalk(i32 fd, i32 iDriverSteps);
+i32 Axis_DriverSteps(const TAxis& tAxis, u32 dwVirtualSteps);
+void Axis_AddToPosition(TVernierLensdInfo* pThis, const TAxis& tAxis, u32 dwChange);
+
+i32 Axis_Move(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, u32 dwTarget) {
+  if (pThis->*tAxis.pbSupport == 0) return -1;
+  ioctl(fd, MOTOR_SELECT_DEVICE, Axis_Box(pThis, tAxis).iRunningChannel);
+  dwTarget = Axis_Clamp(pThis, tAxis, dwTarget);
+  if (tAxis.bFocusLeads) Delay_us(qwFocusLead_us);
+  if (pThis->bSupportICS != 0) return Axis_MoveICS(pThis, tAxis, fd, dwTarget);
+  if (dwTarget >= Word_Load(Axis_Position(pThis, tAxis))) return Axis_Walk(pThis, tAxis, fd, dwTarget, WALK_FORWARD);
+  if (Axis_Walk(pThis, tAxis, fd, dwTarget, WALK_BACKWARD) != 0) return -1;
+  Axis_TakeUpBacklash(tAxis, fd, dwTarget);
+  return 0;
+}
+
+// The range is limited once, here: no lens has a target that reads as a wrapped one, and a start above the end is no
+// start.
+u32 Axis_Clamp(const TVernierLensdInfo* pThis, const TAxis& tAxis, u32 dwTarget) {
+  if (pThis->bSupportICS != 0) {
+    const i32 iHighest = static_cast<i32>(Axis_Config(tAxis.pdwVirtualEnd));
+    const i32 iLowest = std::min(static_cast<i32>(Axis_Config(tAxis.pdwVirtualStart)), iHighest);
+    // Signed, so that a backward move past 0 never ends at the far end of the lens.
+    return static_cast<u32>(std::clamp(static_cast<i32>(dwTarget), iLowest, iHighest));
+  }
+  const u32 dwHighest = std::min(Axis_Config(tAxis.pdwVirtualEnd), dwWrappedTarget - 1);
+  if (dwTarget >= dwWrappedTarget) return std::min(Axis_Config(tAxis.pdwVirtualStart), dwHighest);
+  return std::min(dwTarget, dwHighest);
+}
+
+i32 Axis_MoveICS(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, u32 dwTarget) {
+  if (Word_Load(pThis->bICSDetached) != 0) return 0;
+  u32& dwPosition = Axis_Position(pThis, tAxis);
+  // Told distances lie within the range; a counter that does not must not hold the lens's lock for hours.
+  const i64 llRange = i64{Axis_Config(tAxis.pdwVirtualEnd)} - i64{Axis_Config(tAxis.pdwVirtualStart)};
+  const i64 llDistance = std::abs(i64{static_cast<i32>(dwTarget)} - i64{static_cast<i32>(Word_Load(dwPosition))});
+  const u64 qwTimed = static_cast<u64>(std::clamp<i64>(llDistance, 0, std::max<i64>(llRange, 0)));
+
+  pthread_mutex_lock(&gICSMutex);
+  const bool bAttached = ioctl(fd, tAxis.eICSSetPosition, static_cast<i32>(dwTarget)) >= 0;
+  i32 iPresent = 0;
+  if (bAttached) {
+    Delay_us(qwTimed * Axis_Config(tAxis.pdwOneStepTime));
+    iPresent = ioctl(fd, tAxis.eICSGetPosition);
+  } else {
+    Word_Store(pThis->bICSDetached, 1);
+    std::puts("[vernierlensd] : [ICS] ICS Detached.");
+  }
+  pthread_mutex_unlock(&gICSMutex);
+  if (!bAttached) return 0;
+
+  std::printf(tAxis.szICSMoved, iPresent, static_cast<i32>(dwTarget));
+  Word_Store(dwPosition, dwTarget);
+  return 0;
+}
+
+i32 Axis_Walk(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, u32 dwTarget, EWalkSign eSign) {
+  const u32 dwPosition = Word_Load(Axis_Position(pThis, tAxis));
+  const u32 dwDelta = eSign == WALK_FORWARD ? dwTarget - dwPosition : dwPosition - dwTarget;
+  ioctl(fd, eSign == WALK_FORWARD ? MOTOR_SET_FORWARD : MOTOR_SET_BACKWARD);
+  if (g_tVernierLensdConfigInfo.bBlockingMode != 0) {
+    Word_Store(Axis_Position(pThis, tAxis), dwTarget);
+    Axis_RequestWalk(fd, Axis_DriverSteps(tAxis, dwDelta));
+    return 0;
+  }
+  Axis_RequestWalk(fd, Axis_DriverSteps(tAxis, dwDelta));
+  return Axis_CountSteps(pThis, tAxis, fd, dwDelta, eSign);
+}
+
+i32 Axis_CountSteps(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, u32 dwDelta, EWalkSign eSign) {
+  for (u32 dwLeft = dwDelta; dwLeft-- > 0;) {
+    Delay_us(Axis_Config(tAxis.pdwOneStepTime));
+    Axis_AddToPosition(pThis, tAxis, eSign == WALK_FORWARD ? 1 : ~0U);
+    // Counted first, then the flag: an interrupted last step is still a step.
+    if (Word_Take(pThis->*tAxis.pbWake) == 0) continue;
+    std::puts("[vernierlensd] : Operation interrupted!");
+    Axis_Recover(pThis, tAxis, fd, dwLeft, eSign);
+    return -1;
+  }
+  return 0;
+}
+
+// Backward beyond the target and forward again, so that the gears stand as after a forward move.  The counter stays.
+void Axis_TakeUpBacklash(const TAxis& tAxis, i32 fd, u32 dwTarget) {
+  const u32 dwBacklash = Axis_Config(tAxis.pdwAdjustStep);
+  if (dwTarget < dwBacklash) return;  // too near 0 to overshoot
+  const bool bStepped = g_tVernierLensdConfigInfo.bBlockingMode == 0;
+  const u64 qwTime_us = u64{dwBacklash} * Axis_Config(tAxis.pdwOneStepTime);
+  Axis_RequestWalk(fd, Axis_DriverSteps(tAxis, dwBacklash));
+  if (bStepped) Delay_us(qwTime_us);
+  ioctl(fd, MOTOR_SET_FORWARD);
+  Axis_RequestWalk(fd, Axis_DriverSteps(tAxis, dwBacklash));
+  if (bStepped) Delay_us(qwTime_us);
+}
+
+void Axis_RequestWalk(i32 fd, i32 iDriverSteps) {
+  ioctl(fd, g_tVernierLensdConfigInfo.bBlockingMode != 0 ? MOTOR_WALK_STEPS_BLOCK : MOTOR_WALK_STEPS, iDriverSteps);
+}
+
+i32 Axis_DriverSteps(const TAxis& tAxis, u32 dwVirtualSteps) {
+  const u64 qwSteps = u64{dwVirtualSteps} * Axis_Config(tAxis.pdwVirtualOneStep);
+  return static_cast<i32>(std::min<u64>(qwSteps, std::numeric_limits<i32>::max()));
+}
+
+// dwChange is added in 32 bits and wraps: ~0 is one step down.
+void Axis_AddToPosition(TVernierLensdInfo* pThis, const TAxis& tAxis, u32 dwChange) {
+  u32& dwPosition = Axis_Position(pThis, tAxis);
+  Word_Store(dwPosition, Word_Load(dwPosition) + dwChange);
+}
+
+void Axis_Recover(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, u32 dwLeft, u32 bForward) {
+  if (pThis->*tAxis.pbSupport == 0) return;
+  const i32 iDriverLeft = ioctl(fd, MOTOR_STOP_WALK);
+  std::printf(tAxis.szRemaining, iDriverLeft);
+  // A driver that does not answer leaves the count as it is.  One with nothing left is ahead of the sleeps, which all run
+  // over a little: what is uncounted has been walked.
+  if (iDriverLeft < 0) return;
+
+  const i32 iOneStep = static_cast<i32>(Axis_Config(tAxis.pdwVirtualOneStep));
+  const i32 iWholeLeft = iOneStep == 0 ? 0 : iDriverLeft / iOneStep;
+  const i32 iPart = iDriverLeft - iWholeLeft * iOneStep;
+  // Time and driver may disagree either way, so the correction may be negative; it wraps in 32 bits.
+  const u32 dwCorrection = dwLeft - static_cast<u32>(iWholeLeft);
+  Axis_AddToPosition(pThis, tAxis, bForward != 0 ? dwCorrection : 0U - dwCorrection);
+  if (iPart == 0) return;
+
+  // The direction still stands: finish the broken virtual step, so that the counter names a place.
+  Axis_RequestWalk(fd, iPart);
+  if (g_tVernierLensdConfigInfo.bBlockingMode == 0) Delay_us(Axis_Config(tAxis.pdwOneStepTime));
+}
+
+// 0: the move is done.  -1: no such axis, or interrupted.
+i32 Axis_RunCommand(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd) {
+  if (pThis->*tAxis.pbSupport == 0) return -1;
+  TMotorCommand& tRunning = Axis_Box(pThis, tAxis).tRunning;
+  u32 dwTarget = tRunning.dwPosition;
+  if (tRunning.dwDirection != DIRECTION_DIRECT) {
+    if (tRunning.dwSteps > dwMaxRelativeSteps) {
+      tRunning.dwSteps = dwMaxRelativeSteps;
+      Command_WriteBack(pThis, tAxis, &TMotorCommand::dwSteps, dwMaxRelativeSteps);
+    }
+    const u32 dwPosition = Word_Load(Axis_Position(pThis, tAxis));
+    dwTarget =
+        tRunning.dwDirection == DIRECTION_FORWARD ? dwPosition + tRunning.dwSteps : dwPosition - tRunning.dwSteps;
+  }
+  const bool bMoves = tRunning.dwDirection <= DIRECTION_DIRECT;
+  if (bMoves && Axis_Move(pThis, tAxis, fd, dwTarget) != 0) return -1;
+  Command_Finish(pThis, tAxis);
+  return 0;
+}
+
+// Starts the focus search that was asked for behind this zoom, on the zoom's channel.
+void StartChainedFocus(TVernierLensdInfo* pThis) {
+  const u32 dwFunction = pThis->dwChainedFocusCommand;
+  pThis->dwChainedFocusCommand = FUNCTION_IDLE;
+  if (dwFunction != FUNCTION_AUTO && dwFunction != FUNCTION_SCAN) return;
+  std::puts(dwFunction == FUNCTION_AUTO ? "[vernierlensd] : Start auto focus..."
+                                        : "[vernierlensd] : Start focus scan...");
+  const i32 iWoken = Command_Send(pThis, g_tFocusAxis, pThis->tZoomBox.iRunningChannel, [&](TMotorCommand& tBlock) {
+    Word_Store(tBlock.bIris, 1);
+    Word_Store(tBlock.dwFunction, dwFunction);
+  });
+  if (iWoken != 0) std::puts("[vernierlensd] : Waking up focus motor thread failed.");
+}
+
+}  // namespace
+
+i32 VernierLensd_MoveZoom(TVernierLensdInfo* pThis, i32 fd, u32 dwTarget) {
+  return Axis_Move(pThis, g_tZoomAxis, fd, dwTarget);
+}
+
+i32 VernierLensd_MoveFocus(TVernierLensdInfo* pThis, i32 fd, u32 dwTarget) {
+  return Axis_Move(pThis, g_tFocusAxis, fd, dwTarget);
+}
+
+void VernierLensd_RecoverZoomMove(TVernierLensdInfo* pThis, i32 fd, u32 dwLeft, u32 bForward) {
+  Axis_Recover(pThis, g_tZoomAxis, fd, dwLeft, bForward);
+}
+
+void VernierLensd_RecoverFocusMove(TVernierLensdInfo* pThis, i32 fd, u32 dwLeft, u32 bForward) {
+  Axis_Recover(pThis, g_tFocusAxis, fd, dwLeft, bForward);
+}
+
+void VernierLensd_ZoomCommand(TVernierLensdInfo* pThis, i32 fd) {
+  if (Axis_RunCommand(pThis, g_tZoomAxis, fd) == 0) StartChainedFocus(pThis);
+}
+
+void VernierLensd_FocusCommand(TVernierLensdInfo* pThis, i32 fd) {
+  Axis_RunCommand(pThis, g_tFocusAxis, fd);
+}

@@ -1,0 +1,54 @@
+#include "motor/command_box.h"
+
+#include <sys/socket.h>
+
+void Command_Lock(TCommandBox& tBox) {
+  pthread_mutex_lock(&tBox.mutex);
+}
+
+void Command_Unlock(TCommandBox& tBox) {
+  pthread_mutex_unlock(&tBox.mutex);
+}
+
+i32 Command_Wake(TVernierLensdInfo* pThis, const TAxis& tAxis) {
+  const i32* aiPair = pThis->*tAxis.paiWakePair;
+  const u32 bWake = 1;
+  u32 dwDrained = 0;
+  // Nobody reads the pair of an axis without a thread: without this, years of auto focus would fill it.
+  if (pThis->*tAxis.pbSupport == 0) {
+    while (recv(aiPair[1], &dwDrained, sizeof dwDrained, MSG_DONTWAIT) > 0) {
+    }
+  }
+  return send(aiPair[0], &bWake, sizeof bWake, MSG_DONTWAIT) < 0 ? -1 : 0;
+}
+
+void Command_Take(TVernierLensdInfo* pThis, const TAxis& tAxis) {
+  TCommandBox& tBox = Axis_Box(pThis, tAxis);
+  const TMotorCommand& tBlock = Axis_Command(pThis, tAxis);
+  Command_Lock(tBox);
+  Word_Publish(pThis->*tAxis.pbWake, 0);
+  tBox.tRunning = {
+      .dwFunction = Word_Load(tBlock.dwFunction),
+      .dwDirection = Word_Load(tBlock.dwDirection),
+      .dwSteps = Word_Load(tBlock.dwSteps),
+      .dwPosition = Word_Load(tBlock.dwPosition),
+      .dwDefaultPosition = Word_Load(tBlock.dwDefaultPosition),
+      .dwStart = Word_Load(tBlock.dwStart),
+      .dwEnd = Word_Load(tBlock.dwEnd),
+      .bIris = Word_Load(tBlock.bIris),
+      .bZoomContinuous = Word_Load(tBlock.bZoomContinuous),
+  };
+  tBox.iRunningChannel = tBox.iChannel;
+  Command_Unlock(tBox);
+}
+
+void Command_Finish(TVernierLensdInfo* pThis, const TAxis& tAxis) {
+  Command_WriteBack(pThis, tAxis, &TMotorCommand::dwFunction, FUNCTION_IDLE);
+}
+
+void Command_WriteBack(TVernierLensdInfo* pThis, const TAxis& tAxis, u32 TMotorCommand::*pdwWord, u32 dwValue) {
+  TCommandBox& tBox = Axis_Box(pThis, tAxis);
+  Command_Lock(tBox);
+  if (Word_Load(pThis->*tAxis.pbWake) == 0) Word_Store(Axis_Command(pThis, tAxis).*pdwWord, dwValue);
+  Command_Unlock(tBox);
+}

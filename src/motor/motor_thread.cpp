@@ -1,0 +1,148 @@
+#include "motor/motor_thread.h"
+
+#include <fcntl.h>
+#include <pthread.h>
+#include <sys/select.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+
+#include "core/fail.h"
+#include "core/wait.h"
+#include "motor/command_box.h"
+
+namespace {
+
+constexpr time_t tWakeTimeOut_s = 3;
+constexpr u64 qwReadyPoll_us = 1000;
+constexpr u64 qwSelectPause_us = 100'000;  // after a failed select, so that a dead descriptor costs no processor
+constexpr u64 qwEndPoll_us = 10'000;
+constexpr u64 qwEndBound_us = 600'000'000;  // longer than any move of a sound configuration
+
+i32 MotorThread_Run(TVernierLensdInfo* pThis, const TAxis& tAxis);
+i32 MotorThread_Serve(TVernierLensdInfo* pThis, const TAxis& tAxis);
+void MotorThread_SetRange(TVernierLensdInfo* pThis, const TAxis& tAxis);
+bool MotorThread_Receive(TVernierLensdInfo* pThis, const TAxis& tAxis);
+i32 MotorThread_Initial(TVernierLensdInfo* pThis, const TAxis& tAxis);
+i32 MotorThread_Start(TVernierLensdInfo* pThis, const TAxis& tAxis);
+
+// Whatever the way out, the last act is the ended word: from there on the release may free what the thread used.
+i32 MotorThread_Run(TVernierLensdInfo* pThis, const TAxis& tAxis) {
+  const i32 iResult = pThis->*tAxis.pbSupport == 0 ? 0 : MotorThread_Serve(pThis, tAxis);
+  Word_Publish(Axis_Box(pThis, tAxis).bEnded, 1);
+  return iResult;
+}
+
+i32 MotorThread_Serve(TVernierLensdInfo* pThis, const TAxis& tAxis) {
+  MotorThread_SetRange(pThis, tAxis);
+  const i32 fd = pThis->bSupportICS != 0 ? pThis->fdICS : open(tAxis.szDevice, O_WRONLY | O_CLOEXEC);
+  if (fd < 0) {
+    std::puts("[vernierlensd] : Failed to open device");
+    g_bRunThread = 0;
+    return -1;
+  }
+  Wait_Poll(qwReadyPoll_us, qwNoBound_us,
+            [&] { return Word_Take(pThis->*tAxis.pbWakeReady) != 0 || g_bRunThread.load() == 0; });
+  while (g_bRunThread.load() != 0) {
+    if (MotorThread_Receive(pThis, tAxis)) tAxis.pfnDispatch(pThis, fd);
+  }
+  if (pThis->bSupportICS == 0) close(fd);
+  g_bRunThread = 0;
+  return 0;
+}
+
+void MotorThread_SetRange(TVernierLensdInfo* pThis, const TAxis& tAxis) {
+  TMotorCommand& tBlock = Axis_Command(pThis, tAxis);
+  if (!tAxis.bStartNeedsZoom || pThis->bSupportZoom != 0)
+    Word_Store(tBlock.dwStart, Axis_Config(tAxis.pdwVirtualStart));
+  Word_Store(tBlock.dwEnd, Axis_Config(tAxis.pdwVirtualEnd));
+}
+
+// True: woken, and a command stands in the block.  The flag carries the command, not the bytes: several wake-ups may
+// have left several, and run the block once.
+bool MotorThread_Receive(TVernierLensdInfo* pThis, const TAxis& tAxis) {
+  const i32 fdWake = (pThis->*tAxis.paiWakePair)[1];
+  fd_set fdsWake;
+  FD_ZERO(&fdsWake);
+  FD_SET(fdWake, &fdsWake);
+  timeval tTimeOut = {.tv_sec = tWakeTimeOut_s, .tv_usec = 0};
+  const i32 iReady = select(fdWake + 1, &fdsWake, nullptr, nullptr, &tTimeOut);
+  if (iReady < 0 && errno == EINTR) return false;
+  if (iReady < 0) {
+    std::puts("[vernierlensd] : select failed.");
+    Delay_us(qwSelectPause_us);
+    return false;
+  }
+  if (iReady == 0) {
+    std::puts("[vernierlensd] : select timeout");
+    return false;
+  }
+  u32 dwDiscarded = 0;
+  if (read(fdWake, &dwDiscarded, sizeof dwDiscarded) < 0) return false;
+  return g_bRunThread.load() != 0 && Word_Take(pThis->*tAxis.pbWake) != 0;
+}
+
+i32 MotorThread_Initial(TVernierLensdInfo* pThis, const TAxis& tAxis) {
+  const TTaskShimOptions tOptions = {.dwReserved = 0,
+                                     .pvArgument = pThis,
+                                     .dwStackSize_KiB = 120,
+                                     .dwPriority = 2,
+                                     .dwFlags = 0,
+                                     .pfnEntry = tAxis.pfnThread};
+  if (TaskShim_Initial(&(pThis->*tAxis.phThread), &tOptions) != 0) {
+    return Fail("[vernierlensd] : TaskShim_Initial failed.");
+  }
+  return MotorThread_Start(pThis, tAxis);
+}
+
+// A signal on a motor thread would end a sleep early and count a step that the motor has not made, or break a blocking
+// walk: the thread inherits a mask without them.
+i32 MotorThread_Start(TVernierLensdInfo* pThis, const TAxis& tAxis) {
+  sigset_t tBlocked;
+  sigset_t tFormer;
+  sigemptyset(&tBlocked);
+  sigaddset(&tBlocked, SIGTERM);
+  sigaddset(&tBlocked, SIGINT);
+  pthread_sigmask(SIG_BLOCK, &tBlocked, &tFormer);
+  const i32 iResult = TaskShim_Start(pThis->*tAxis.phThread);
+  pthread_sigmask(SIG_SETMASK, &tFormer, nullptr);
+  if (iResult != 0) return Fail("[vernierlensd] : TaskShim_Start failed.");
+  Axis_Box(pThis, tAxis).bStarted = 1;
+  return 0;
+}
+
+}  // namespace
+
+i32 VernierLensd_FocusMotorThread(void* pvThis) {
+  return MotorThread_Run(static_cast<TVernierLensdInfo*>(pvThis), g_tFocusAxis);
+}
+
+i32 VernierLensd_ZoomMotorThread(void* pvThis) {
+  return MotorThread_Run(static_cast<TVernierLensdInfo*>(pvThis), g_tZoomAxis);
+}
+
+i32 VernierLensd_InitFocusMotorThread(TVernierLensdInfo* pThis) {
+  return MotorThread_Initial(pThis, g_tFocusAxis);
+}
+
+i32 VernierLensd_InitZoomMotorThread(TVernierLensdInfo* pThis) {
+  return MotorThread_Initial(pThis, g_tZoomAxis);
+}
+
+i32 MotorThreads_WaitForEnd(TVernierLensdInfo* pThis) {
+  bool bEnded = true;
+  for (const TAxis* ptAxis : {&g_tFocusAxis, &g_tZoomAxis}) {
+    const TCommandBox& tBox = Axis_Box(pThis, *ptAxis);
+    if (tBox.bStarted == 0) continue;
+    Command_Wake(pThis, *ptAxis);  // bytes without a flag: the thread looks at g_bRunThread and dispatches nothing
+    bEnded &= Wait_Poll(qwEndPoll_us, qwEndBound_us, [&] { return Word_Take(tBox.bEnded) != 0; });
+  }
+  return bEnded ? 0 : -1;
+}
+
+i32 MotorThread_Release(TVernierLensdInfo* pThis, const TAxis& tAxis) {
+  void** phThread = &(pThis->*tAxis.phThread);
+  return *phThread == nullptr ? 0 : TaskShim_Release(phThread);
+}

@@ -1,0 +1,145 @@
+#include "sxmlparser/sxmlparser.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <limits>
+
+#include "sxmlparser/sxml_scanner.h"
+#include "sxmlparser/sxml_tree.h"
+
+constexpr i32 g_iMaxTextSize = std::numeric_limits<i32>::max() - 1;  // bytes, so that text and NUL count in 31 bits
+
+static void Ignore_Element(void*, const char*, i32) {}
+static void Ignore_Attribute(void*, const char*, i32, const char*, i32, const char*, i32) {}
+static void Ignore_Text(void*, const char*, i32, const char*, i32) {}
+
+i32 SXMLParser_Initial(HSXMLParser* phParser) {
+  if (phParser == nullptr) return -1;
+  *phParser = nullptr;
+  auto* const ptHandle = static_cast<TSXMLHandle*>(std::calloc(1, sizeof(TSXMLHandle)));
+  if (ptHandle == nullptr) return -1;
+  *phParser = &ptHandle->tParser;
+  TSXMLOption tOption{};
+  tOption.dwFlags = SXML_OPTION_CALLBACKS;
+  return SXMLParser_SetOption(*phParser, &tOption);
+}
+
+i32 SXMLParser_Release(HSXMLParser* phParser) {
+  if (phParser == nullptr) return -1;
+  if (*phParser != nullptr) std::free((*phParser)->pvBlock);
+  std::free(*phParser);
+  *phParser = nullptr;
+  return 0;
+}
+
+i32 SXMLParser_SetOption(HSXMLParser hParser, const TSXMLOption* ptOption) {
+  if (hParser == nullptr || ptOption == nullptr) return 0;
+  if ((ptOption->dwFlags & SXML_OPTION_MODE) != 0) hParser->dwMode = ptOption->dwMode;
+  if ((ptOption->dwFlags & SXML_OPTION_CALLBACKS) != 0) {
+    hParser->pfnStartElement = ptOption->pfnStartElement != nullptr ? ptOption->pfnStartElement : Ignore_Element;
+    hParser->pfnEndElement = ptOption->pfnEndElement != nullptr ? ptOption->pfnEndElement : Ignore_Element;
+    hParser->pfnAttribute = ptOption->pfnAttribute != nullptr ? ptOption->pfnAttribute : Ignore_Attribute;
+    hParser->pfnText = ptOption->pfnText != nullptr ? ptOption->pfnText : Ignore_Text;
+    hParser->pvUserData = ptOption->pvUserData;
+  }
+  if ((ptOption->dwFlags & SXML_OPTION_EXTRA) != 0) {
+    hParser->dwExtra1 = ptOption->dwExtra1;
+    hParser->dwExtra2 = ptOption->dwExtra2;
+  }
+  return 0;
+}
+
+struct TEventPass {
+  const TSXMLParser* pThis;
+  std::string_view svElement;    // of the last opening tag
+  std::string_view svAttribute;  // told together with its value
+};
+
+static inline i32 Length(std::string_view sv) {
+  return static_cast<i32>(sv.size());
+}
+
+static inline i32 Pass_Opening(TEventPass& t, std::string_view svName) {
+  t.svElement = svName;
+  t.pThis->pfnStartElement(t.pThis->pvUserData, svName.data(), Length(svName));
+  return 0;
+}
+
+static inline void Pass_AttributeName(TEventPass& t, std::string_view svName) {
+  t.svAttribute = svName;
+}
+
+static inline void Pass_AttributeValue(TEventPass& t, std::string_view svValue) {
+  t.pThis->pfnAttribute(t.pThis->pvUserData, t.svElement.data(), Length(t.svElement), t.svAttribute.data(),
+                        Length(t.svAttribute), svValue.data(), Length(svValue));
+}
+
+static inline void Pass_Text(TEventPass& t, std::string_view svText) {
+  t.pThis->pfnText(t.pThis->pvUserData, t.svElement.data(), Length(t.svElement), svText.data(), Length(svText));
+}
+
+static inline i32 Pass_Closing(TEventPass& t, std::string_view svName) {
+  t.pThis->pfnEndElement(t.pThis->pvUserData, svName.data(), Length(svName));
+  return 0;
+}
+
+static inline i32 Pass_SelfClosing(TEventPass& t) {
+  Pass_Text(t, {});
+  return Pass_Closing(t, t.svElement);
+}
+
+static i32 Parser_RunEvents(TSXMLParser* pThis, std::string_view svText) {
+  if (pThis->dwMode != 1) return -1;
+  TEventPass t{.pThis = pThis, .svElement = svText.substr(0, 0), .svAttribute = {}};
+  return Scan_Run(svText, t);
+}
+
+i32 SXMLParser_ProcessBuffer(HSXMLParser hParser, const char* pszText, i32 iMode) {
+  if (hParser == nullptr) return -1;
+  if (iMode != SXML_MODE_TREE && iMode != SXML_MODE_EVENTS) return 0;
+  if (iMode == SXML_MODE_TREE) Tree_Drop(hParser);
+  if (pszText == nullptr) return -1;
+  const std::string_view svText(pszText);
+  if (svText.size() > g_iMaxTextSize) return -1;
+  return iMode == SXML_MODE_TREE ? Tree_Parse(hParser, svText) : Parser_RunEvents(hParser, svText);
+}
+
+// Length in bytes, or -1.  A directory reports the largest long, a pipe cannot be sought.
+static long File_Length(FILE* pFile) {
+  if (std::fseek(pFile, 0, SEEK_END) != 0) return -1;
+  const long nLength = std::ftell(pFile);
+  if (nLength < 0 || nLength > g_iMaxTextSize || std::fseek(pFile, 0, SEEK_SET) != 0) return -1;
+  return nLength;
+}
+
+// The text of the file with a NUL behind it, to be freed; null where it can't be had.
+static char* File_Read(FILE* pFile) {
+  const long nLength = File_Length(pFile);
+  if (nLength < 0) return nullptr;
+  char* const pszText = static_cast<char*>(std::malloc(static_cast<size_t>(nLength) + 1));
+  if (pszText == nullptr) return nullptr;
+  const size_t nRead = std::fread(pszText, 1, static_cast<size_t>(nLength), pFile);
+  pszText[nRead] = '\0';
+  if (std::ferror(pFile) == 0) return pszText;
+  std::free(pszText);
+  return nullptr;
+}
+
+static char* File_Load(const char* pszPath) {
+  FILE* const pFile = pszPath == nullptr ? nullptr : std::fopen(pszPath, "rb");
+  if (pFile == nullptr) return nullptr;
+  char* const pszText = File_Read(pFile);
+  std::fclose(pFile);
+  return pszText;
+}
+
+i32 SXMLParser_Process(HSXMLParser hParser, const char* pszPath, i32 iMode) {
+  if (hParser == nullptr) return -1;
+  if (iMode == SXML_MODE_TREE) Tree_Drop(hParser);
+  char* const pszText = File_Load(pszPath);
+  if (pszText == nullptr) return -1;
+  const i32 iResult = SXMLParser_ProcessBuffer(hParser, pszText, iMode);
+  std::free(pszText);
+  return iResult;
+}

@@ -1,0 +1,123 @@
+// The XML reader of the lens daemon's configuration documents: not validating, one block of memory per handle.
+//
+// Mode 1 turns a document into a tree of copies inside the handle's block; values are then fetched by a list of element
+// names.  Mode 2 calls back per event and stores nothing.  Elements, attributes, text, comments and processing
+// instructions are known; entity references stay as they stand, CDATA sections and DOCTYPE declarations are errors.
+// Text is kept of an element without child elements only, and of that the stretch behind its last comment or
+// instruction.
+//
+// A handle belongs to one thread at a time, nothing here locks.  Nothing here prints.  Pointers are borrowed for the
+// call.  A null handle is refused: -1, null or 0, by the type of the result (SetOption: 0).
+// What a lookup gives out lies in the block: it is void from the next mode 1 parse or the release on.
+#pragma once
+
+#include "core/types.h"
+
+struct TSXMLParser;
+using HSXMLParser = TSXMLParser*;
+
+// Why a document is refused.  The parse stops at the first error; errors of nesting names come last, since the whole
+// text has been walked once before names are compared.
+enum ESXMLError : u32 {
+  SXML_ERROR_NO_MEMORY = 0x80000004,     // no memory for the block, or it would take more than 2^31 - 1 bytes
+  SXML_ERROR_CLOSING_NAME = 0x80000005,  // a closing tag's name differs from the open element's
+  SXML_ERROR_TAG_START = 0x80000006,     // behind '<' comes neither a tag, nor a comment, nor an instruction
+  SXML_ERROR_EQUALS = 0x80000009,        // an attribute's name isn't followed by '='
+  SXML_ERROR_STACK_FULL = 0x8000000a,    // deeper than measured: no document gets here
+  SXML_ERROR_COMMENT = 0x8000000b,       // a comment isn't ended, or nothing stands behind it
+  SXML_ERROR_INSTRUCTION = 0x8000000c,   // a processing instruction likewise
+  SXML_ERROR_TAG_END = 0x8000000d,       // a tag isn't ended by '>' or "/>", or holds a stray character
+  SXML_ERROR_VALUE = 0x8000000e,         // an attribute's value isn't quoted, or its closing quote is missing
+  SXML_ERROR_NESTING = 0x80000010,       // a closing tag with nothing open, or elements open at the end
+};
+
+struct TXMLAttribute {
+  i32 iIndex;  // number in the whole document, from 1
+  const char* pszName;
+  const char* pszValue;
+};
+
+struct TXMLElement {
+  i32 iIndex;  // number in order of opening tags, from 1
+  const char* pszName;
+  const char* pszXMLText;  // never null
+  i32 iChildCount;         // direct children
+  i32 iAttributeCount;
+  TXMLAttribute* ptFirstAttribute;  // iAttributeCount records in a row, null if there is none
+  TXMLElement* ptFirstChild;
+  TXMLElement* ptNextSibling;  // null at top level, even where another element follows
+  TXMLElement* ptParent;       // null at top level
+};
+
+// Callbacks of mode 2.  Names, values and texts point into the caller's text and aren't NUL-terminated: the lengths, in
+// bytes, are what counts.  pszElement is the last opening tag's name, empty before the first.
+using PFNSXMLElement = void (*)(void* pvUserData, const char* pszElement, i32 iElementLength);
+using PFNSXMLAttribute = void (*)(void* pvUserData, const char* pszElement, i32 iElementLength, const char* pszName,
+                                  i32 iNameLength, const char* pszValue, i32 iValueLength);
+using PFNSXMLText = void (*)(void* pvUserData, const char* pszElement, i32 iElementLength, const char* pszText,
+                             i32 iTextLength);  // "<a/>" gives a null text of length 0
+
+enum ESXMLOption : u32 {
+  SXML_OPTION_MODE = 1,       // takes dwMode
+  SXML_OPTION_CALLBACKS = 2,  // takes the four callbacks and pvUserData; a null callback: do nothing
+  SXML_OPTION_EXTRA = 4,      // takes dwExtra1 and dwExtra2
+};
+
+struct TSXMLOption {
+  u32 dwFlags;  // ESXMLOption bits; what no bit takes stays as it was
+  u32 dwMode;   // 1 allows mode 2; mode 1 doesn't look at it
+  PFNSXMLElement pfnStartElement;
+  PFNSXMLElement pfnEndElement;
+  PFNSXMLAttribute pfnAttribute;
+  PFNSXMLText pfnText;
+  void* pvUserData;  // first argument of every callback
+  u32 dwExtra1;      // kept for the caller, never read
+  u32 dwExtra2;
+};
+
+enum ESXMLMode : i32 { SXML_MODE_TREE = 1, SXML_MODE_EVENTS = 2 };
+
+// Makes a handle with callbacks that do nothing, to be given back by SXMLParser_Release.
+// 0.  -1: no memory, the slot then holds null, or phParser is null.
+i32 SXMLParser_Initial(HSXMLParser* phParser);
+
+// Frees block and handle and clears the slot; a slot that holds null is left so.  0.  -1: phParser is null.
+i32 SXMLParser_Release(HSXMLParser* phParser);
+
+// Takes what ptOption->dwFlags says.  0 always; a null record changes nothing.
+i32 SXMLParser_SetOption(HSXMLParser hParser, const TSXMLOption* ptOption);
+
+// Reads the file whole and parses it as SXMLParser_ProcessBuffer does; its first NUL byte ends the document.
+// Blocks for as long as the file takes.  -1: it can't be opened, measured (a directory, a pipe) or read, is larger than
+// 2^31 - 2 bytes, or there is no memory for its text.  A mode 1 call that fails in any way leaves no tree.
+i32 SXMLParser_Process(HSXMLParser hParser, const char* pszPath, i32 iMode);
+
+// Parses the NUL-terminated pszText.  The text is never written to, and a tree doesn't need it once it is built.
+// Mode 1: the last tree is gone, whatever the result.  Mode 2: a tree stays, nesting isn't followed.
+// Any other mode: 0 at once.  0 or an ESXMLError; -1: mode 2 without dwMode 1, a null text, or one of more than
+// 2^31 - 2 bytes.  At most one allocation, and none where the last block is large enough.
+i32 SXMLParser_ProcessBuffer(HSXMLParser hParser, const char* pszText, i32 iMode);
+
+// Lookups by path: element names from the root element's on, then a null.  Of several siblings with one name only the
+// first is seen.  A handle without a tree (nothing parsed yet, or the last parse failed) gives null or 0.
+
+// Text of the element: null if there is no such path, "" if the element has no text.
+[[gnu::sentinel]] const char* SXMLParser_GetElementText(HSXMLParser hParser, ...);
+[[gnu::sentinel]] const TXMLElement* SXMLParser_GetElement(HSXMLParser hParser, ...);
+// Its iIndex, or 0.
+[[gnu::sentinel]] i32 SXMLParser_GetElementIndex(HSXMLParser hParser, ...);
+// Value of the element's first attribute of that name; null if the name is null or nothing is found.
+[[gnu::sentinel]] const char* SXMLParser_GetAttributeValue(HSXMLParser hParser, const char* pszAttribute, ...);
+// Its iIndex, or 0.
+[[gnu::sentinel]] i32 SXMLParser_GetAttributeIndex(HSXMLParser hParser, const char* pszAttribute, ...);
+
+// The walk over all elements in order of opening tags; the position is the handle's.  Null past the last.
+const TXMLElement* SXMLParser_GetFirstElement(HSXMLParser hParser);
+const TXMLElement* SXMLParser_GetNextElement(HSXMLParser hParser);
+
+// Lookups by number, from 1.  Null outside the document.
+const TXMLElement* SXMLParser_GetElementByIndex(HSXMLParser hParser, i32 iIndex);
+const char* SXMLParser_GetElementTextByIndex(HSXMLParser hParser, i32 iIndex);
+const char* SXMLParser_GetAttributeValueByIndex(HSXMLParser hParser, i32 iIndex);
+i32 SXMLParser_GetElementCount(HSXMLParser hParser);
+i32 SXMLParser_GetAttributeCount(HSXMLParser hParser);

@@ -1,0 +1,219 @@
+// The true lens of the simulated camera, and the cameras laid out for its models.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+#include "camera/world_image.h"
+#include "lenses/lens_model.h"
+#include "motor/motor_device.h"
+
+namespace {
+
+// 100 driver steps of travel at 500 us each, 7 of slack, a sensor at 40; both axes alike.
+TLens MakeLens(i32 iPlace, i32 iGlass) {
+  TLens tLens{};
+  for (TAxisModel& tModel : tLens.atModel) tModel = {1, 100, 0, 7, 5, 40, 1, 500'000};
+  for (auto& atChannel : tLens.atAxis) {
+    for (TAxisTruth& tAxis : atChannel) tAxis.iRotor = iPlace, tAxis.iGlass = iGlass, tAxis.bForward = 1;
+  }
+  return tLens;
+}
+
+struct TDo {
+  u64 qwAt_us;
+  u32 dwRequest;
+  i32 iArgument = 0, iResult = 0;
+};
+
+struct TWalkCase {
+  const char* pszRule;
+  i32 iRotor, iGlass;  // at first
+  std::vector<TDo> atDo;
+  u64 qwLook_us;
+  i32 iRotorThen, iGlassThen, iLostThen;
+  i32 TAxisTruth::*piFault = nullptr;
+  i32 iFault = 0;
+};
+
+constexpr u32 BACKWARD = MOTOR_SET_BACKWARD, WALK = MOTOR_WALK_STEPS, BLOCK = MOTOR_WALK_STEPS_BLOCK;
+constexpr u32 STOP = MOTOR_STOP_WALK, SEARCH = MOTOR_SEARCH_PI, CHECK = MOTOR_CHECK_PI_WALK_STEPS;
+constexpr TDo BACK{0, MOTOR_SET_BACKWARD}, POWER{0, MOTOR_SET_PI_POWER_ON};
+
+const TWalkCase g_atWalks[] = {
+    {"backward takes the slack up first", 10, 10, {BACK, {0, WALK, 5, 0}}, 2500, 5, 10, 0},
+    {"backward beyond the slack", 20, 20, {BACK, {0, WALK, 10, 0}}, 5000, 10, 17, 0},
+    {"backward after backward", 20, 27, {BACK, {0, WALK, 3, 0}}, 5000, 17, 24, 0},
+    {"forward after backward leaves the glass in the slack", 20, 27, {{0, WALK, 6, 0}}, 5000, 26, 27, 0},
+    {"forward after backward beyond the slack", 20, 27, {{0, WALK, 9, 0}}, 5000, 29, 29, 0},
+    {"the high stop takes steps", 97, 97, {{0, WALK, 10, 0}}, 5000, 100, 100, 7},
+    {"the low stop takes steps, the glass keeps its slack", 3, 3, {BACK, {0, WALK, 9, 0}}, 5000, 0, 3, 6},
+    {"a step is not done a microsecond early", 10, 10, {{0, WALK, 8, 0}, {1499, STOP, 0, 6}}, 9000, 12, 12, 0},
+    {"a step is done at its time", 10, 10, {{0, WALK, 8, 0}, {1500, STOP, 0, 5}}, 9000, 13, 13, 0},
+    {"a stop before the first step", 10, 10, {{7, WALK, 8, 0}, {506, STOP, 0, 8}}, 9000, 10, 10, 0},
+    {"steps into a stop are steps of the driver", 98, 98, {{0, WALK, 8, 0}, {3000, STOP, 0, 2}}, 9000, 100, 100, 4},
+    {"a new direction is for later walks", 10, 10, {{0, WALK, 8, 0}, {1000, BACKWARD, 0, 0}}, 9000, 18, 18, 0},
+    {"a new walk drops the rest", 20, 20, {{0, WALK, 8, 0}, {9, BACKWARD}, {2000, WALK, 3, 0}}, 9000, 21, 24, 0},
+    {"one step in four slips", 10, 10, {{0, WALK, 9, 0}}, 9000, 17, 17, 2, &TAxisTruth::iSlipOneIn, 4},
+    {"three steps slip now", 10, 10, {{0, WALK, 9, 0}}, 9000, 16, 16, 3, &TAxisTruth::iSlipNow, 3},
+    {"a search without power fails and stands", 30, 30, {{0, SEARCH, 50, -1}}, 90000, 30, 30, 0},
+    {"a search from above, whatever the direction", 60, 60, {POWER, {0, SEARCH, 50, 0}}, 90000, 40, 47, 0},
+    {"a search sees a slip", 30, 30, {POWER, {0, SEARCH, 10, -1}}, 90000, 39, 39, 1, &TAxisTruth::iSlipNow, 1},
+    {"a checked walk ends at the sensor", 30, 30, {{0, CHECK, 50, 0}}, 90000, 40, 40, 0},
+};
+
+TEST(Lens, Walks) {
+  for (const auto& [eDevice, eAxis] : {std::pair{DEVICE_ZOOM_MOTOR, LENS_ZOOM}, {DEVICE_FOCUS_MOTOR, LENS_FOCUS}}) {
+    for (const TWalkCase& tCase : g_atWalks) {
+      SCOPED_TRACE(tCase.pszRule);
+      TLens tLens = MakeLens(tCase.iRotor, tCase.iGlass);
+      TAxisTruth& tAxis = tLens.atAxis[0][eAxis];
+      if (tCase.piFault != nullptr) tAxis.*tCase.piFault = tCase.iFault;
+      for (const TDo& tDo : tCase.atDo) {
+        EXPECT_EQ(Lens_Request(&tLens, eDevice, tDo.dwRequest, tDo.iArgument, tDo.qwAt_us).iResult, tDo.iResult);
+      }
+      Lens_Settle(&tLens, tCase.qwLook_us);
+      const std::array aiThen{tCase.iRotorThen, tCase.iGlassThen, tCase.iLostThen};
+      EXPECT_EQ((std::array{tAxis.iRotor, tAxis.iGlass, tAxis.iLost}), aiThen);
+    }
+  }
+}
+
+TEST(Lens, BlockingRequestsTellWhenTheyReturn) {
+  TLens tLens = MakeLens(30, 30);
+  tLens.atModel[LENS_ZOOM].qwStepTime_ns = 500'300;
+  TAxisTruth& tAxis = tLens.atAxis[0][LENS_ZOOM];
+  const auto Ask = [&tLens](u32 dwRequest, i32 iArgument, u64 qwNow_us) {
+    return Lens_Request(&tLens, DEVICE_ZOOM_MOTOR, dwRequest, iArgument, qwNow_us);
+  };
+  EXPECT_EQ(Ask(BLOCK, 3, 100).qwUntil_us, 1601u) << "rounded up";
+  Ask(MOTOR_SET_PI_POWER_ON, 0, 1601);
+  EXPECT_EQ(tAxis.iRotor, 33) << "the walk is done when it returns";
+  EXPECT_EQ(Ask(SEARCH, 50, 2000).qwUntil_us, 2000u + 3503) << "7 steps, not 50";
+  Ask(MOTOR_SET_FORWARD, 0, 9000);
+  tAxis.bSticky = 1;
+  EXPECT_LE(Ask(WALK, 50, 9000).qwUntil_us, 9000u);
+  tLens.atModel[LENS_ZOOM].bCheckPIWalk = 0;
+  EXPECT_EQ(Ask(CHECK, 9, 9000).iResult, -1) << "not supported: nothing is done";
+  EXPECT_EQ(Ask(STOP, 0, 12000).iResult, 45) << "a stalled walk takes its time";
+  EXPECT_EQ(tAxis.iRotor, 40);
+}
+
+TEST(Lens, ChannelsAndDevicesAreApart) {
+  TLens tLens = MakeLens(10, 10);
+  for (const TDo& tDo : {TDo{0, WALK, 5}, TDo{0, MOTOR_SELECT_DEVICE, 2}, BACK, TDo{0, WALK, 4}}) {
+    Lens_Request(&tLens, DEVICE_ZOOM_MOTOR, tDo.dwRequest, tDo.iArgument, 0);
+  }
+  EXPECT_EQ(Lens_Request(&tLens, DEVICE_ZOOM_MOTOR, MOTOR_SELECT_DEVICE, 4, 0).iErrno, EINVAL);
+  Lens_Request(&tLens, DEVICE_FOCUS_MOTOR, WALK, 3, 0);
+  EXPECT_TRUE(Lens_IsMoving(&tLens, 2499));
+  EXPECT_FALSE(Lens_IsMoving(&tLens, 2500));
+  Lens_PowerCut(&tLens, 1500);
+  Lens_Settle(&tLens, 9000);
+  EXPECT_EQ(tLens.atAxis[0][LENS_ZOOM].iRotor, 13) << "cut after three steps";
+  EXPECT_EQ(tLens.atAxis[2][LENS_ZOOM].iRotor, 7);
+  EXPECT_EQ(tLens.atAxis[0][LENS_FOCUS].iRotor, 13);
+}
+
+std::string Read(const std::string& sPath) {
+  std::ifstream tIn(sPath);
+  return (std::stringstream() << tIn.rdbuf()).str();
+}
+
+// The text of an element, by the path of names to it.
+std::string XmlText(const std::string& sXml, const std::string& sPath) {
+  size_t iAt = 0;
+  std::istringstream tPath(sPath);
+  for (std::string sName; std::getline(tPath, sName, '/');) {
+    iAt = sXml.find("<" + sName + ">", iAt);
+    if (iAt == std::string::npos) return "missing " + sName;
+    iAt += sName.size() + 2;
+  }
+  return sXml.substr(iAt, sXml.find('<', iAt) - iAt);
+}
+
+constexpr const char* pszAxisKeys =
+    "virtual/start virtual/end virtual/onestep virtual/totalstep motor/totalstep motor/positioningstep onesteptime "
+    "adjuststep pi/support pi/searchstep pi/forwardshitf pi/backwardshitf";
+constexpr const char* pszOtherKeys =
+    "focus/motor/reversecalibration focus/FlangeBackCompensation search/range/firstlevel search/range/secondlevel "
+    "search/range/thirdlevel search/step/finetune search/step/small search/step/large table/focusstart "
+    "onestepsearchtime openiristime blockingmode finetunning";
+
+void ExpectKeys(const std::string& sXml, const std::string& sBefore, const char* pszKeys) {
+  std::istringstream tKeys(pszKeys);
+  for (std::string sKey; tKeys >> sKey;) {
+    const std::string sText = XmlText(sXml, "root/vernierlensd/" + sBefore + sKey);
+    EXPECT_TRUE(!sText.empty() && std::isdigit(sText[0])) << sBefore + sKey << ": " << sText;
+  }
+}
+
+void ExpectAxisTrue(const TWorld* ptWorld, i32 iChannel, ELensAxis eAxis, const std::string& sConfig) {
+  const TAxisModel& tAxis = ptWorld->tLens.atModel[eAxis];
+  const std::string sAxis = eAxis == LENS_ZOOM ? "zoom" : "focus", sSaved = Read(sConfig + "vernierlensd.conf");
+  const std::string sXml = Read(sConfig + "config_vernierlensd.xml");
+  ExpectKeys(sXml, sAxis + "/", pszAxisKeys);
+  const size_t iSaved = sSaved.find(sAxis + "_motor=");
+  ASSERT_EQ(iSaved != std::string::npos, tAxis.bPresent != 0);
+  if (tAxis.bPresent == 0) return;
+  const i32 iPosition = std::atoi(sSaved.c_str() + sSaved.find('=', iSaved) + 1);
+  const i32 iOneStep = std::stoi(XmlText(sXml, sAxis + "/virtual/onestep"));
+  EXPECT_EQ(ptWorld->tLens.atAxis[iChannel][eAxis].iRotor, tAxis.iOrigin + iPosition * iOneStep);
+  EXPECT_EQ(Lens_GlassVirtual(&ptWorld->tLens, iChannel, eAxis), iPosition);
+}
+
+TEST(Lenses, EachModelIsLaidOutConsistently) {
+  for (i32 i = 0; const TLensModel* ptModel = Lenses_At(i); ++i) {
+    SCOPED_TRACE(ptModel->pszName);
+    char szRoot[] = "/tmp/lens_test_XXXXXX";
+    ASSERT_EQ(World_LayOut(mkdtemp(szRoot), ptModel->pszName, 7), 0);
+    const std::string sConfig = std::string(szRoot) + "/etc/conf.d/vernierlensd/";
+    const std::string sXml = Read(sConfig + "config_vernierlensd.xml");
+    ExpectKeys(sXml, "", pszOtherKeys);
+    TWorld* ptWorld = World_Map(szRoot);
+    ASSERT_NE(ptWorld, nullptr);
+    ExpectAxisTrue(ptWorld, ptModel->iChannels - 1, LENS_ZOOM, sConfig);
+    ExpectAxisTrue(ptWorld, ptModel->iChannels - 1, LENS_FOCUS, sConfig);
+    if (ptModel->dwCapability == CAPABILITY_ZOOM_AND_FOCUS) {
+      std::istringstream tPan(Read(sConfig + "pan_focus.tab"));
+      const std::vector<u32> adwPan{std::istream_iterator<u32>(tPan), {}};
+      ASSERT_EQ(adwPan.size(), ptModel->tZoom.dwTotalStep);
+      EXPECT_EQ(adwPan[ptModel->tZoom.dwFirstPosition - 1], ptModel->tFocus.dwFirstPosition);
+      EXPECT_NEAR(World_SharpFocus(ptWorld, 0), ptModel->tFocus.dwFirstPosition, 0.5) << "a new camera is sharp";
+      const std::string sStarts = XmlText(sXml, "table/focusstart");
+      EXPECT_EQ(std::count(sStarts.begin(), sStarts.end(), ','), 15) << sStarts;
+    }
+    EXPECT_EQ(World_LayOut(szRoot, "fixed", 8), 0);
+    EXPECT_STREQ(ptWorld->szModel, ptModel->pszName) << "a root in use is left alone";
+    World_Unmap(ptWorld);
+    std::filesystem::remove_all(szRoot);
+  }
+}
+
+// The value is highest where the glass is sharp, noise or not, and only while it is wanted and the image side speaks.
+TEST(Lenses, TheImageSideSeesTheGlass) {
+  TWorld tWorld{};
+  tWorld.eTime = TIME_VIRTUAL;
+  tWorld.dDistance_m = 5;
+  std::strcpy(tWorld.szModel, "zoom");
+  tWorld.tLens.atModel[LENS_FOCUS].iDriverPerVirtual = tWorld.tLens.atModel[LENS_ZOOM].iDriverPerVirtual = 1;
+  const i32 iSharp = static_cast<i32>(World_SharpFocus(&tWorld, 0) + 0.5);
+  u32 adwBlock[BLOCK_WORDS] = {1, 0, 1, 1}, dwBest = 0;
+  for (i32 iAway : {-200, -40, -10, 0, 10, 40, 200}) {
+    tWorld.tLens.atAxis[0][LENS_FOCUS].iGlass = iSharp + iAway;
+    tWorld.qwBase_us += qwFrameTime_us;
+    World_ImageFrame(&tWorld, 0, adwBlock);
+    EXPECT_EQ(adwBlock[BLOCK_FOCUS_VALUE] > dwBest, iAway <= 0) << iAway;
+    dwBest = std::max(dwBest, adwBlock[BLOCK_FOCUS_VALUE]);
+  }
+  EXPECT_EQ(adwBlock[BLOCK_IRIS_PENDING], 0u) << "answered";
+  adwBlock[BLOCK_IRIS_PENDING] = tWorld.bImageSideSilent = tWorld.bNight = 1;
+  World_ImageFrame(&tWorld, 0, adwBlock);
+  EXPECT_EQ(adwBlock[BLOCK_IRIS_PENDING] + adwBlock[BLOCK_DAY_NIGHT_MODE], 1u) << "silent";
+}
+
+}  // namespace

@@ -1,0 +1,286 @@
+// Whole lives of the daemon on the virtual clock, judged by replies, printed lines and the true lens.
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <random>
+
+#include "support.h"
+
+namespace {
+
+constexpr const char* szPlainOK =
+    "HTTP/1.1 200 OK\r\nContent-type: text/plain\r\nCache-control: no-cache\r\nPragma: no-cache\r\n"
+    "Content-length: 2\r\n\r\nOK";
+constexpr const char* szRefusal = "HTTP/1.1 400 Bad Request\r\n\r\n";
+
+std::string Framed(const std::string& sBody) {
+  return "HTTP/1.1 200 OK\r\nContent-type: text/plain\r\nCache-control: no-cache\r\nPragma: no-cache\r\nContent-length: " +
+         std::to_string(sBody.size()) + "\r\n\r\n" + sBody;
+}
+
+// A life that ended in order: exit status 0, nothing from a sanitizer, the release complete.
+void ExpectOrderly(const TLifeResult& tResult) {
+  EXPECT_EQ(tResult.eEnd, LIFE_EXITED) << Tale(tResult);
+  EXPECT_EQ(tResult.iStatus, 0) << Tale(tResult);
+  // A motor thread may still have a line to say while the release waits for it.
+  EXPECT_NE(Printed(tResult).find("[vernierlensd] : Release resources..."), std::string::npos) << Tale(tResult);
+  EXPECT_TRUE(Printed(tResult).ends_with("OK\n")) << Tale(tResult);
+}
+
+TEST(Life, RepliesAreExact) {
+  const struct {
+    const char* szModel;
+    const char* szQuery;
+    std::string sReply;
+  } atCases[] = {
+      {"zoom", "function=getstatus",
+       Framed("vernier_lens_zoom_motor_max='800'\r\nvernier_lens_focus_motor_max='1500'\r\n"
+              "vernier_lens_zoom_motor_start='0'\r\nvernier_lens_zoom_motor_end='800'\r\n"
+              "vernier_lens_focus_motor_start='20'\r\nvernier_lens_focus_motor_end='1480'\r\n"
+              "vernier_lens_zoom_motor='200'\r\nvernier_lens_focus_motor='485'\r\n"
+              "vernier_lens_zoom_enable='0'\r\nvernier_lens_focus_enable='0'\r\nvernier_lens_iris_open='0'\r\n")},
+      {"focus", "function=getstatus",
+       Framed("vernier_lens_focus_motor_max='1000'\r\nvernier_lens_focus_motor_start='0'\r\n"
+              "vernier_lens_focus_motor_end='1000'\r\nvernier_lens_focus_motor='520'\r\n"
+              "vernier_lens_focus_enable='0'\r\nvernier_lens_iris_open='0'\r\n")},
+      {"zoomonly", "function=getstatus",
+       Framed("vernier_lens_zoom_motor_max='320'\r\nvernier_lens_zoom_motor_start='0'\r\n"
+              "vernier_lens_zoom_motor_end='320'\r\nvernier_lens_zoom_motor='40'\r\n"
+              "vernier_lens_zoom_enable='0'\r\nvernier_lens_iris_open='0'\r\n")},
+      {"fixed", "function=getstatus", Framed("")},
+      {"zoom", "function=getparam&position=-1", Framed("vernier_lens_focus_value='0'\r\nvernier_lens_focus_enable='0'\r\n")},
+      {"fixed", "function=getparam&position=5", Framed("vernier_lens_focus_value='0'\r\nvernier_lens_focus_enable='0'\r\n")},
+      {"focus", "function=getfocusdefault", Framed("vernier_lens_focus_default='0'\r\n")},
+      {"zoom", "function=getfocusdefault", szRefusal},
+      {"zoomonly", "function=focus&direction=direct&position=5", szPlainOK},
+      {"fixed", "function=zoom&steps=3", szPlainOK},
+      {"quad", "channel=4&function=stop", szRefusal},
+      {"zoom", "", szRefusal},
+  };
+  for (const auto& tCase : atCases) {
+    const TCamera tCamera(tCase.szModel);
+    const TLifeResult tResult = Live(tCamera, {Ask(500, tCase.szQuery)}, 1000);
+    SCOPED_TRACE(std::string(tCase.szModel) + " " + tCase.szQuery);
+    ASSERT_EQ(tResult.asReplies.size(), 1U);
+    EXPECT_EQ(tResult.asReplies[0], tCase.sReply);
+    ExpectOrderly(tResult);
+  }
+}
+
+struct TScript {
+  const char* szName;
+  const char* szModel;
+  std::vector<TLifeEvent> atEvents;  // the last event is the status that tells the belief
+  double dZoom, dFocus;              // where the true motor ends, virtual steps; -1 no such axis
+  i32 iChannel = 0;
+};
+
+// Believed equals true, both axes are idle, and the lens is where the row says, or anywhere with -2.
+void ExpectEnd(const TCamera& tCamera, const TLifeResult& tResult, const TScript& tScript) {
+  ExpectOrderly(tResult);
+  const std::string& sStatus = tResult.asReplies.back();
+  const struct {
+    const char* szKey;
+    ELensAxis eAxis;
+    double dExpected;
+  } atAxes[] = {{"zoom", LENS_ZOOM, tScript.dZoom}, {"focus", LENS_FOCUS, tScript.dFocus}};
+  for (const auto& tAxis : atAxes) {
+    if (tAxis.dExpected == -1) continue;
+    const double dTruth = tCamera.Truth(tAxis.eAxis, tScript.iChannel);
+    EXPECT_EQ(StatusValue(sStatus, std::string(tAxis.szKey) + "_enable"), 0) << tAxis.szKey << Tale(tResult);
+    EXPECT_EQ(StatusValue(sStatus, std::string(tAxis.szKey) + "_motor"), dTruth) << tAxis.szKey << Tale(tResult);
+    if (tAxis.dExpected >= 0) {
+      EXPECT_EQ(dTruth, tAxis.dExpected) << tAxis.szKey << Tale(tResult);
+    }
+  }
+}
+
+const char* const szStatus = "function=getstatus";
+
+std::vector<TScript> Scripts() {
+  return {
+      {"relative zoom", "zoom", {Ask(100, "function=zoom&direction=forward&steps=25"), Ask(3000, szStatus)}, 225, 485},
+      {"direct, backward", "zoom", {Ask(100, "function=zoom&direction=direct&position=150"), Ask(3000, szStatus)}, 150, 485},
+      {"backward past 0 ends at the start", "zoom",
+       {Ask(100, "function=focus&direction=direct&position=10"), Ask(6000, "function=focus&direction=backward&steps=30"),
+        Ask(9000, szStatus)},
+       200, 20},
+      {"both axes at once", "zoom",
+       {Ask(100, "function=zoom&direction=direct&position=300"), Ask(110, "function=focus&direction=direct&position=600"),
+        Ask(4000, szStatus)},
+       300, 600},
+      {"stop while nothing moves", "zoom", {Ask(100, "function=stop"), Ask(500, szStatus)}, 200, 485},
+      {"stop in a long move", "zoom",
+       {Ask(100, "function=zoom&direction=direct&position=700"), Ask(1500, "function=stop"), Ask(2500, szStatus)},
+       -2, 485},
+      {"two commands within one step: the later runs, once", "zoom",
+       {Ask(100, "function=focus&direction=direct&position=900"), Ask(600, "function=focus&direction=forward&steps=7"),
+        Ask(601, "function=focus&direction=direct&position=500"), Ask(4000, szStatus)},
+       200, 500},
+      {"a command during a blocking walk runs afterwards", "zoomonly",
+       {Ask(100, "function=zoom&direction=direct&position=200"), Ask(420, "function=zoom&direction=direct&position=60"),
+        Ask(4000, szStatus)},
+       60, -1},
+      {"a refused query in the middle costs nothing", "zoom",
+       {Ask(100, "function=zoom&direction=forward&steps=25"), Ask(450, "channel=9&function=stop"), Ask(3000, szStatus)},
+       225, 485},
+      {"the move stays on its channel", "quad",
+       {Ask(100, "channel=2&function=zoom&direction=direct&position=200"), Ask(101, szStatus), Ask(500, szStatus),
+        Ask(3000, "channel=2&function=getstatus")},
+       200, 188, 2},
+      {"SIGPIPE costs a line only", "zoom",
+       {Signal(150, SIGPIPE), Ask(200, "function=zoom&direction=forward&steps=5"), Ask(2000, szStatus)}, 205, 485},
+  };
+}
+
+TEST(Life, EndsWhereTheCommandsSay) {
+  for (const TScript& tScript : Scripts()) {
+    const TCamera tCamera(tScript.szModel);
+    const TLifeResult tResult = Live(tCamera, tScript.atEvents, tScript.atEvents.back().qwAt_us / 1000 + 500);
+    SCOPED_TRACE(tScript.szName);
+    ExpectEnd(tCamera, tResult, tScript);
+  }
+}
+
+TEST(Life, OtherChannelsStayWhereTheyAre) {
+  const TCamera tCamera("quad");
+  Live(tCamera, {Ask(100, "channel=2&function=zoom&direction=direct&position=200"), Ask(101, szStatus)}, 3000);
+  for (const i32 iChannel : {0, 1, 3}) EXPECT_EQ(tCamera.Truth(LENS_ZOOM, iChannel), 100) << iChannel;
+  EXPECT_EQ(tCamera.Truth(LENS_ZOOM, 2), 200);
+}
+
+// No command that got its OK may be lost, whenever it comes: before, within and at the very end of a blocking walk.
+TEST(Life, NoCommandIsLostAtTheEndOfAWalk) {
+  for (u64 qw = 0; qw < Lives(200); qw++) {
+    const TCamera tCamera("zoomonly");
+    std::vector<TLifeEvent> atEvents = {Ask(100, "function=zoom&direction=direct&position=50"),
+                                        Ask(0, "function=zoom&direction=direct&position=60"), Ask(3000, szStatus)};
+    atEvents[1].qwAt_us = 100'000 + 300'000 + 28'200 - 1'000 + qw * 10;  // round the end of a walk of 60 driver steps
+    const TLifeResult tResult = Live(tCamera, atEvents, 3500, FirstSeed() + qw);
+    SCOPED_TRACE(qw);
+    ExpectEnd(tCamera, tResult, {.szName = "", .szModel = "", .atEvents = {}, .dZoom = 60, .dFocus = -1});
+    if (HasFailure()) return;
+  }
+}
+
+// SIGTERM at any moment of a move: the walk is finished, and the daemon is gone 5 seconds of camera time later.
+TEST(Life, SigtermFinishesTheMove) {
+  for (const u64 qwEnd_ms : {90, 101, 250, 405, 700, 1234}) {
+    const TCamera tCamera("zoom");
+    const TLifeResult tResult =
+        Live(tCamera, {Ask(100, "function=zoom&direction=direct&position=400")}, qwEnd_ms, FirstSeed());
+    SCOPED_TRACE(qwEnd_ms);
+    ExpectOrderly(tResult);
+    EXPECT_TRUE(HasPrinted(tResult, "[vernierlensd] : Receive TERM/INT signal!"));
+    EXPECT_EQ(tCamera.Truth(LENS_ZOOM), qwEnd_ms < 100 ? 200 : 400) << Tale(tResult);
+    EXPECT_LT(tResult.qwTime_us, 100'000 + 300'000 + 1'000'000 + 5'000'000U);
+  }
+}
+
+TEST(Life, ZoomButtonRepeatsInGrowingSteps) {
+  const TCamera tCamera("zoom");
+  const std::string sPressed = EventFrame("<message><zoominbutton>pressed</zoominbutton></message>");
+  const std::string sReleased = EventFrame("<message><zoomoutbutton>released</zoomoutbutton></message>");
+  const TLifeResult tResult = Live(tCamera,
+                                   {Frame(100, tCamera, sPressed), Frame(150, tCamera, "\x02\x01"), Frame(2200, tCamera, sReleased),
+                                    Ask(5000, szStatus)},
+                                   5500);
+  // 305 ms a move of one step: four of them within the first second, then 30 steps (an eighth of the range, capped) a move.
+  const std::string sRequests = Requests(tResult, "zoommotor");
+  EXPECT_TRUE(sRequests.starts_with("SELECT 0, FORWARD, WALK 8, SELECT 0, FORWARD, WALK 8, SELECT 0, FORWARD, WALK 8, "
+                                    "SELECT 0, FORWARD, WALK 8, SELECT 0, FORWARD, WALK 240"))
+      << sRequests;
+  EXPECT_EQ(sRequests.find("BACKWARD"), std::string::npos);
+  EXPECT_TRUE(HasPrinted(tResult, "[vernierlensd] : Zoom out stop!"));
+  ExpectEnd(tCamera, tResult, {.szName = "", .szModel = "", .atEvents = {}, .dZoom = -2, .dFocus = 485});
+}
+
+TEST(Life, FramesThatAreNoneCostALine) {
+  const struct {
+    std::string sBytes;
+    const char* szLine;
+    bool bMadeAnew;
+  } atCases[] = {
+      {std::string("\x02\x01\x00\x02<>", 6), "[vernierlensd] : VernierLensd_CheckMessage failed.", true},
+      {std::string("\x01\x00", 2), "[vernierlensd] : Failed to read FIFO.", true},
+      {std::string("\x01\x01\x00\x20", 4), "[vernierlensd] : Failed to read FIFO.", true},
+      {std::string("\x01\x01\x04\x00", 4) + std::string(1024, '<'), "[vernierlensd] : Failed to read FIFO.", true},
+      {std::string("\x01\x02\x00\x00", 4), "[vernierlensd] : Courier_GetTypeLength failed.", false},
+      {EventFrame("no xml"), "[vernierlensd] : Courier_Parse_Event failed.", false},
+      {EventFrame("<message><channel>7</channel><zoominbutton>released</zoominbutton></message>"),
+       "[vernierlensd] : Zoom in stop!", false},
+  };
+  for (const auto& tCase : atCases) {
+    const TCamera tCamera("zoom");
+    const std::string sNext = EventFrame("<message><zoomoutbutton>released</zoomoutbutton></message>");
+    const TLifeResult tResult = Live(tCamera, {Frame(100, tCamera, tCase.sBytes), Frame(2000, tCamera, sNext), Ask(3000, szStatus)}, 3500);
+    SCOPED_TRACE(Tale(tResult));
+    ExpectOrderly(tResult);
+    EXPECT_TRUE(HasPrinted(tResult, tCase.szLine));
+    EXPECT_EQ(HasPrinted(tResult, "[vernierlensd] : Reinitialize FIFO..."), tCase.bMadeAnew);
+    EXPECT_TRUE(HasPrinted(tResult, "[vernierlensd] : Zoom out stop!")) << "the next frame is read in step";
+  }
+}
+
+// Random clients: moves, stops, refusals and status requests at any time on any channel.
+std::vector<TLifeEvent> RandomClients(const char* szModel, u64 qwSeed, u64 qwUntil_ms) {
+  std::mt19937_64 tDraw(qwSeed);
+  const auto Draw = [&](u64 qwBelow) { return tDraw() % qwBelow; };
+  const bool bQuad = std::string_view(szModel) == "quad";
+  std::vector<TLifeEvent> atEvents;
+  for (u64 qwAt_ms = 50; qwAt_ms < qwUntil_ms; qwAt_ms += Draw(10) == 0 ? Draw(3) : Draw(400)) {
+    const std::string sChannel = bQuad ? "channel=" + std::to_string(Draw(4)) + "&" : "";
+    const std::string sAxis = Draw(2) == 0 ? "zoom" : "focus";
+    const std::string asQueries[] = {
+        sChannel + "function=" + sAxis + "&direction=direct&position=" + std::to_string(Draw(700)),
+        sChannel + "function=" + sAxis + "&direction=forward&steps=" + std::to_string(Draw(40)),
+        sChannel + "function=" + sAxis + "&direction=backward&steps=" + std::to_string(Draw(40)),
+        "function=stop", "function=getstatus", "function=nothing"};
+    TLifeEvent tAsk = Ask(qwAt_ms, asQueries[Draw(std::size(asQueries))]);
+    tAsk.qwAt_us += Draw(1000);
+    atEvents.push_back(tAsk);
+  }
+  const u64 qwRest_ms = qwUntil_ms + 12'000;  // longer than the longest move
+  for (i32 iChannel = 0; iChannel < (bQuad ? 4 : 1); iChannel++) {
+    atEvents.push_back(Ask(qwRest_ms + static_cast<u64>(iChannel), "channel=" + std::to_string(iChannel) + "&function=getstatus"));
+  }
+  return atEvents;
+}
+
+TEST(Seeds, BelievedEqualsTrueAfterAnyClients) {
+  const char* const aszModels[] = {"zoom", "quad", "zoomonly", "focus"};
+  for (u64 qw = 0; qw < Lives(1000); qw++) {
+    const u64 qwSeed = FirstSeed() + qw;
+    const char* szModel = aszModels[qwSeed % std::size(aszModels)];
+    const TCamera tCamera(szModel);
+    const std::vector<TLifeEvent> atEvents = RandomClients(szModel, qwSeed, 4000);
+    const TLifeResult tResult = Live(tCamera, atEvents, atEvents.back().qwAt_us / 1000 + 500, qwSeed);
+    SCOPED_TRACE("seed " + std::to_string(qwSeed) + " of " + szModel + ": ./test.sh Seeds " + std::to_string(qwSeed));
+    ASSERT_EQ(tResult.asReplies.size(), atEvents.size());
+    const i32 iChannels = std::string_view(szModel) == "quad" ? 4 : 1;
+    for (i32 iChannel = 0; iChannel < iChannels; iChannel++) {
+      TLifeResult tOfChannel = tResult;
+      tOfChannel.asReplies.resize(atEvents.size() - static_cast<std::size_t>(iChannels - 1 - iChannel));
+      ExpectEnd(tCamera, tOfChannel,
+                {.szName = "", .szModel = "", .atEvents = {}, .dZoom = szModel[0] == 'f' ? -1. : -2.,
+                 .dFocus = std::string_view(szModel) == "zoomonly" ? -1. : -2., .iChannel = iChannel});
+    }
+    for (const std::string& sReply : tResult.asReplies) ASSERT_NE(sReply, "");
+    if (HasFailure()) return;
+  }
+}
+
+TEST(Seeds, SameSeedSameTranscript) {
+  for (const char* szModel : {"zoom", "quad"}) {
+    const std::vector<TLifeEvent> atEvents = RandomClients(szModel, FirstSeed(), 3000);
+    std::string asTranscripts[2];
+    for (std::string& sTranscript : asTranscripts) {
+      const TCamera tCamera(szModel);
+      sTranscript = Live(tCamera, atEvents, 8000).sTranscript;
+    }
+    EXPECT_GT(asTranscripts[0].size(), 1000U);
+    EXPECT_EQ(asTranscripts[0], asTranscripts[1]);
+  }
+}
+
+}  // namespace

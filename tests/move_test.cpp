@@ -1,0 +1,211 @@
+// The step moves, judged by the driver's requests and the true motor.  Every table runs over both axes.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <cstdio>
+
+#include "motor/axis_move.h"
+#include "motor/command_box.h"
+#include "support.h"
+
+namespace {
+
+constexpr u32 dwOneStep = 8;
+
+struct TSetUp {
+  bool bBlocking = false;
+  u32 dwFrom = 0;
+  u32 dwStart = 2;
+  u32 dwEnd = 700;
+  u32 dwBacklash = 8;
+};
+
+TVernierLensdInfo g_tInfo;  // of the life's child; zero in the parent
+
+// A context as start-up leaves it, with a plain lens of 8 driver steps a virtual step at the given position.
+void SetUpContext(const TAxis& tAxis, const TSetUp& tSetUp) {
+  TVernierLensdConfigInfo& tConfig = g_tVernierLensdConfigInfo;
+  g_tInfo.bSupportZoom = g_tInfo.bSupportFocus = 1;
+  tConfig.bBlockingMode = tSetUp.bBlocking ? 1 : 0;
+  tConfig.*tAxis.pdwVirtualStart = tSetUp.dwStart;
+  tConfig.*tAxis.pdwVirtualEnd = tSetUp.dwEnd;
+  tConfig.*tAxis.pdwVirtualOneStep = dwOneStep;
+  tConfig.*tAxis.pdwOneStepTime = 5000;
+  tConfig.*tAxis.pdwAdjustStep = tSetUp.dwBacklash;
+  Word_Store((g_tInfo.*tAxis.padwPosition)[0], tSetUp.dwFrom);
+}
+
+TLifeResult RunMove(const TCamera& tCamera, const TAxis& tAxis, const TSetUp& tSetUp, std::function<i32(i32 fd)> fnMove,
+                    std::vector<TLifeEvent> atEvents = {}) {
+  tCamera.Place(LensAxisOf(tAxis), tSetUp.dwFrom);
+  TLifePlan tPlan;
+  tPlan.sRoot = tCamera.sRoot;
+  tPlan.qwSeed = FirstSeed();
+  tPlan.atEvents = std::move(atEvents);
+  tPlan.fnBody = [&](TWorld*) {
+    SetUpContext(tAxis, tSetUp);
+    const i32 fd = open(tAxis.szDevice, O_WRONLY);
+    const i32 iResult = fnMove(fd);
+    const TMotorCommand& tBlock = Axis_Command(&g_tInfo, tAxis);
+    std::printf("result %d position %u function %u steps %u\n", iResult, (g_tInfo.*tAxis.padwPosition)[0],
+                tBlock.dwFunction, tBlock.dwSteps);
+    usleep(1'000'000);  // a walk that nobody waits for would end here, not in the next life
+    close(fd);
+    return 0;
+  };
+  return Life_Run(tPlan);
+}
+
+i32 MoveTo(const TAxis& tAxis, i32 fd, u32 dwTarget) {
+  return tAxis.bFocusLeads ? VernierLensd_MoveZoom(&g_tInfo, fd, dwTarget)
+                           : VernierLensd_MoveFocus(&g_tInfo, fd, dwTarget);
+}
+
+struct TMoveCase {
+  const char* szName;
+  TSetUp tSetUp;
+  u32 dwTarget;
+  const char* szRequests;  // behind SELECT 0
+  u32 dwAfter;
+};
+
+const TMoveCase g_atMoves[] = {
+    {"forward: no take-up", {.dwFrom = 100}, 120, "FORWARD, WALK 160", 120},
+    {"backward: slack taken up", {.dwFrom = 120}, 100, "BACKWARD, WALK 160, WALK 64, FORWARD, WALK 64", 100},
+    {"in place: a walk of 0", {.dwFrom = 50}, 50, "FORWARD, WALK 0", 50},
+    {"at the backlash: taken up", {.dwFrom = 12}, 8, "BACKWARD, WALK 32, WALK 64, FORWARD, WALK 64", 8},
+    {"below the backlash: too near 0", {.dwFrom = 12}, 7, "BACKWARD, WALK 40", 7},
+    {"above the end: limited", {.dwFrom = 690}, 65535, "FORWARD, WALK 80", 700},
+    {"wrapped: lowest target", {.dwFrom = 12}, 0x10000, "BACKWARD, WALK 80", 2},
+    {"below the start: not raised", {.dwFrom = 12}, 1, "BACKWARD, WALK 88", 1},
+    {"start above the end: the end", {.dwFrom = 12, .dwStart = 4294967295, .dwEnd = 10}, 4294967295,
+     "BACKWARD, WALK 16, WALK 64, FORWARD, WALK 64", 10},
+    {"blocking, forward", {.bBlocking = true, .dwFrom = 100}, 120, "FORWARD, BLOCK 160", 120},
+    {"blocking, backward", {.bBlocking = true, .dwFrom = 120}, 100, "BACKWARD, BLOCK 160, BLOCK 64, FORWARD, BLOCK 64",
+     100},
+};
+
+TEST(Move, AsksTheDriverAndArrives) {
+  for (const TAxis* ptAxis : {&g_tZoomAxis, &g_tFocusAxis}) {
+    for (const TMoveCase& tCase : g_atMoves) {
+      const TCamera tCamera("zoom");
+      const TLifeResult tResult =
+          RunMove(tCamera, *ptAxis, tCase.tSetUp, [&](i32 fd) { return MoveTo(*ptAxis, fd, tCase.dwTarget); });
+      SCOPED_TRACE(std::string(tCase.szName) + ", " + DeviceOf(*ptAxis) + "\n" + Tale(tResult));
+      EXPECT_EQ(Requests(tResult, DeviceOf(*ptAxis)), std::string("SELECT 0, ") + tCase.szRequests);
+      EXPECT_TRUE(HasPrinted(tResult, "result 0 position " + std::to_string(tCase.dwAfter) + " function 0 steps 0"));
+      EXPECT_EQ(tCamera.Truth(LensAxisOf(*ptAxis)), tCase.dwAfter);
+    }
+  }
+}
+
+// Whatever driver step the walk has reached when the stop comes, the motor ends on a whole virtual step and the counter
+// names it.
+TEST(Move, StopAtEveryDriverStepLeavesTheCounterTrue) {
+  constexpr u32 dwSteps = 30;  // long enough for the driver to end well ahead of the count
+  constexpr u64 qwDriverStep_us = 480;  // not above the faster axis's
+  const TCamera tCamera("zoom");
+  for (const TAxis* ptAxis : {&g_tZoomAxis, &g_tFocusAxis}) {
+    for (const bool bForward : {true, false}) {
+      const TSetUp tSetUp = {.dwFrom = bForward ? 100 : 100 + dwSteps};
+      const u64 qwLead_us = ptAxis->bFocusLeads ? 300'000 : 0;
+      for (u64 qwStep = 0; qwStep < (dwSteps + 1) * 5000 / qwDriverStep_us; qwStep++) {
+        TLifeEvent tStop = Call(0, [&](TWorld*) { Word_Publish(g_tInfo.*ptAxis->pbWake, 1); });
+        tStop.qwAt_us = qwLead_us + qwStep * qwDriverStep_us;
+        const TLifeResult tResult = RunMove(
+            tCamera, *ptAxis, tSetUp, [&](i32 fd) { return MoveTo(*ptAxis, fd, bForward ? 100 + dwSteps : 100); },
+            {tStop});
+        const double dTruth = tCamera.Truth(LensAxisOf(*ptAxis));
+        char szExpected[80];
+        const bool bStopped = Printed(tResult).find("result -1") != std::string::npos;
+        std::snprintf(szExpected, sizeof szExpected, "result %d position %.3g function 0 steps 0", bStopped ? -1 : 0, dTruth);
+        ASSERT_TRUE(HasPrinted(tResult, szExpected)) << szExpected << "\nstop at driver step " << qwStep << Tale(tResult);
+        ASSERT_EQ(bStopped, HasPrinted(tResult, "[vernierlensd] : Operation interrupted!")) << Tale(tResult);
+      }
+    }
+  }
+}
+
+struct TRecoverCase {
+  const char* szName;
+  i32 iWalk;      // driver steps asked for and not walked when the repair comes
+  u32 dwOneStep;  // of the configuration
+  u32 dwLeft;
+  bool bForward;
+  u32 dwAfter;  // from 100
+  const char* szRest;
+};
+
+const TRecoverCase g_atRecovers[] = {
+    {"37 of 8: four whole, five finished", 37, 8, 4, true, 100, ", WALK 5"},
+    {"the driver is ahead of time", 16, 8, 5, true, 103, ""},
+    {"the driver is behind time", 40, 8, 3, true, 98, ""},
+    {"backward", 16, 8, 5, false, 97, ""},
+    {"the driver is done: the uncounted has been walked", 0, 8, 2, true, 102, ""},
+    {"a size of 0 has no whole steps", 9, 0, 2, true, 102, ", WALK 9"},
+};
+
+TEST(Move, RecoverCorrectsByTheDriver) {
+  for (const TAxis* ptAxis : {&g_tZoomAxis, &g_tFocusAxis}) {
+    for (const TRecoverCase& tCase : g_atRecovers) {
+      const TCamera tCamera("zoom");
+      const TLifeResult tResult = RunMove(tCamera, *ptAxis, {.dwFrom = 100}, [&](i32 fd) {
+        g_tVernierLensdConfigInfo.*ptAxis->pdwVirtualOneStep = tCase.dwOneStep;
+        TWorld* ptWorld = World_Map(tCamera.sRoot.c_str());
+        ptWorld->tLens.atModel[LensAxisOf(*ptAxis)].qwStepTime_ns = 1'000'000'000;  // nothing walks before the stop
+        World_Unmap(ptWorld);
+        Axis_Command(&g_tInfo, *ptAxis) = {};
+        EXPECT_EQ(0, ioctl(fd, MOTOR_WALK_STEPS, tCase.iWalk));
+        (ptAxis->bFocusLeads ? VernierLensd_RecoverZoomMove : VernierLensd_RecoverFocusMove)(
+            &g_tInfo, fd, tCase.dwLeft, tCase.bForward ? 1 : 0);
+        return 0;
+      });
+      SCOPED_TRACE(std::string(tCase.szName) + ", " + DeviceOf(*ptAxis) + "\n" + Tale(tResult));
+      EXPECT_EQ(Requests(tResult, DeviceOf(*ptAxis)), "WALK " + std::to_string(tCase.iWalk) + ", STOP" + tCase.szRest);
+      EXPECT_TRUE(HasPrinted(tResult, "result 0 position " + std::to_string(tCase.dwAfter) + " function 0 steps 0"));
+    }
+  }
+}
+
+struct TCommandCase {
+  const char* szName;
+  u32 dwDirection;
+  u32 dwSteps;
+  u32 dwPosition;
+  u32 dwAfter;       // from 100
+  u32 dwStepsAfter;  // what the block then holds
+};
+
+const TCommandCase g_atCommands[] = {
+    {"forward", DIRECTION_FORWARD, 7, 0, 107, 7},
+    {"forward, capped, the cap written back", DIRECTION_FORWARD, 40, 0, 130, 30},
+    {"a negative count is capped as well", DIRECTION_BACKWARD, 4294967295, 0, 70, 30},
+    {"direct has no cap", DIRECTION_DIRECT, 40, 160, 160, 40},
+    {"another direction moves nothing", 3, 7, 160, 100, 7},
+};
+
+TEST(Move, CommandTurnsTheBlockIntoATarget) {
+  for (const TAxis* ptAxis : {&g_tZoomAxis, &g_tFocusAxis}) {
+    for (const TCommandCase& tCase : g_atCommands) {
+      const TCamera tCamera("zoom");
+      const TLifeResult tResult = RunMove(tCamera, *ptAxis, {.dwFrom = 100}, [&](i32 fd) {
+        TMotorCommand& tBlock = Axis_Command(&g_tInfo, *ptAxis);
+        tBlock.dwFunction = FUNCTION_ZOOM;
+        tBlock.dwDirection = tCase.dwDirection;
+        tBlock.dwSteps = tCase.dwSteps;
+        tBlock.dwPosition = tCase.dwPosition;
+        Command_Take(&g_tInfo, *ptAxis);
+        (ptAxis->bFocusLeads ? VernierLensd_ZoomCommand : VernierLensd_FocusCommand)(&g_tInfo, fd);
+        return 0;
+      });
+      SCOPED_TRACE(std::string(tCase.szName) + ", " + DeviceOf(*ptAxis) + "\n" + Tale(tResult));
+      EXPECT_TRUE(HasPrinted(tResult, "result 0 position " + std::to_string(tCase.dwAfter) + " function 0 steps " +
+                                          std::to_string(tCase.dwStepsAfter)));
+      EXPECT_EQ(tCamera.Truth(LensAxisOf(*ptAxis)), tCase.dwAfter);
+    }
+  }
+}
+
+}  // namespace

@@ -1,0 +1,57 @@
+// What the tests of the daemon share: lives and their transcripts, read as a person would.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "camera/world.h"
+#include "core/types.h"
+#include "life/life.h"
+#include "motor/axis.h"
+
+// A laid-out camera for one test, removed at its end.
+struct TCamera {
+  explicit TCamera(const char* pszModel);
+  ~TCamera();
+  TCamera(const TCamera&) = delete;
+  TCamera& operator=(const TCamera&) = delete;
+
+  std::string Path(std::string_view sPath) const;  // of a file of the camera
+  void Write(std::string_view sPath, std::string_view sText) const;
+  std::string Read(std::string_view sPath) const;
+  void Place(ELensAxis eAxis, u32 dwVirtual) const;  // stands the true motor of channel 0 there, gears driven forward
+  double Truth(ELensAxis eAxis, i32 iChannel = 0) const;  // where the true motor has come to rest, virtual steps
+
+  std::string sRoot;
+};
+
+// First seed of the tests that draw: VERNIER_TEST_SEED, 1 if not set.
+u64 FirstSeed();
+// Number of lives: all of them in a plain build, a tenth under a sanitizer.
+u64 Lives(u64 qwPlain);
+
+TLifeEvent Ask(u64 qwAt_ms, std::string sQuery);
+TLifeEvent Signal(u64 qwAt_ms, i32 iSignal);
+TLifeEvent Call(u64 qwAt_ms, std::function<void(TWorld*)> fnCall);
+// A frame on the camera's event FIFO.
+TLifeEvent Frame(u64 qwAt_ms, const TCamera& tCamera, std::string sBytes);
+std::string EventFrame(std::string_view sPayload);
+
+// A life of the whole daemon that ends by SIGTERM.
+TLifeResult Live(const TCamera& tCamera, std::vector<TLifeEvent> atEvents, u64 qwEnd_ms, u64 qwSeed = FirstSeed());
+
+// The requests to a device in short: "SELECT 0, FORWARD, WALK 160".
+std::string Requests(const TLifeResult& tResult, std::string_view sDevice);
+// The printed lines, a line each.
+std::string Printed(const TLifeResult& tResult);
+bool HasPrinted(const TLifeResult& tResult, std::string_view sLine);
+
+// The number behind "vernier_lens_KEY='" of a status reply, -1 if it has no such key.
+i32 StatusValue(std::string_view sReply, std::string_view sKey);
+
+// What a failure shows: how the life ended, its messages, the transcript's last lines.
+std::string Tale(const TLifeResult& tResult);
+
+inline ELensAxis LensAxisOf(const TAxis& tAxis) { return &tAxis == &g_tZoomAxis ? LENS_ZOOM : LENS_FOCUS; }
+inline const char* DeviceOf(const TAxis& tAxis) { return &tAxis == &g_tZoomAxis ? "zoommotor" : "focusmotor"; }
