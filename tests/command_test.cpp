@@ -86,7 +86,8 @@ TEST(Query, IsParsedOrRefused) {
     const TMotorCommand& tCommand = tRequest.atCommand[tRequest.iChannel];
     char szCommand[160];
     std::snprintf(szCommand, sizeof szCommand, "%d: %u %u %u %u %u %u", tRequest.iChannel, tCommand.dwFunction,
-                  tCommand.dwDirection, tCommand.dwSteps, tCommand.dwPosition, tCommand.dwDefaultPosition, tCommand.bIris);
+                  tCommand.dwDirection, tCommand.dwSteps, tCommand.dwPosition, tCommand.dwDefaultPosition,
+                  tCommand.bIris);
     EXPECT_EQ(iResult == 0 ? szCommand : sPrinted, tCase.szCommand);
     if (iResult == 0) {
       EXPECT_EQ(sPrinted, "[vernierlensd] : Command string: " + tCase.sQuery + "\n");
@@ -106,9 +107,17 @@ TEST(Number, StopsAtTheEndsOf32Bits) {
   const struct {
     const char* szText;
     i32 iNumber;
-  } atCases[] = {{"12", 12},   {" \t-7x", -7},     {"+3", 3},           {"", 0},
-                 {"x1", 0},    {"0x10", 0},        {"2147483647", 2147483647}, {"2147483648", 2147483647},
-                 {"-2147483649", -2147483647 - 1}, {"4294967301", 2147483647}, {"99999999999999999999", 2147483647}};
+  } atCases[] = {{"12", 12},
+                 {" \t-7x", -7},
+                 {"+3", 3},
+                 {"", 0},
+                 {"x1", 0},
+                 {"0x10", 0},
+                 {"2147483647", 2147483647},
+                 {"2147483648", 2147483647},
+                 {"-2147483649", -2147483647 - 1},
+                 {"4294967301", 2147483647},
+                 {"99999999999999999999", 2147483647}};
   for (const auto& tCase : atCases) EXPECT_EQ(Text_ToI32(tCase.szText), tCase.iNumber) << tCase.szText;
 }
 
@@ -156,7 +165,8 @@ TEST(TokenFile, TakesKnownKeysOnly) {
     std::ofstream(szPath) << tCase.sText;
     u32 dwZoom = 7;
     u32 dwFocus = 7;
-    const TTokenRow atRows[] = {{.sKey = "zoom_motor", .pdwDest = &dwZoom}, {.sKey = "focus_motor", .pdwDest = &dwFocus}};
+    const TTokenRow atRows[] = {{.sKey = "zoom_motor", .pdwDest = &dwZoom},
+                                {.sKey = "focus_motor", .pdwDest = &dwFocus}};
     EXPECT_EQ(TokenFile_Read(szPath, atRows), 0);
     EXPECT_EQ(dwZoom, tCase.dwZoom) << tCase.sText;
     EXPECT_EQ(dwFocus, tCase.dwFocus) << tCase.sText;

@@ -14,7 +14,8 @@ constexpr const char* szPlainOK =
 constexpr const char* szRefusal = "HTTP/1.1 400 Bad Request\r\n\r\n";
 
 std::string Framed(const std::string& sBody) {
-  return "HTTP/1.1 200 OK\r\nContent-type: text/plain\r\nCache-control: no-cache\r\nPragma: no-cache\r\nContent-length: " +
+  return "HTTP/1.1 200 OK\r\nContent-type: text/plain\r\nCache-control: no-cache\r\nPragma: "
+         "no-cache\r\nContent-length: " +
          std::to_string(sBody.size()) + "\r\n\r\n" + sBody;
 }
 
@@ -48,8 +49,10 @@ TEST(Life, RepliesAreExact) {
               "vernier_lens_zoom_motor_end='320'\r\nvernier_lens_zoom_motor='40'\r\n"
               "vernier_lens_zoom_enable='0'\r\nvernier_lens_iris_open='0'\r\n")},
       {"fixed", "function=getstatus", Framed("")},
-      {"zoom", "function=getparam&position=-1", Framed("vernier_lens_focus_value='0'\r\nvernier_lens_focus_enable='0'\r\n")},
-      {"fixed", "function=getparam&position=5", Framed("vernier_lens_focus_value='0'\r\nvernier_lens_focus_enable='0'\r\n")},
+      {"zoom", "function=getparam&position=-1",
+       Framed("vernier_lens_focus_value='0'\r\nvernier_lens_focus_enable='0'\r\n")},
+      {"fixed", "function=getparam&position=5",
+       Framed("vernier_lens_focus_value='0'\r\nvernier_lens_focus_enable='0'\r\n")},
       {"focus", "function=getfocusdefault", Framed("vernier_lens_focus_default='0'\r\n")},
       {"zoom", "function=getfocusdefault", szRefusal},
       {"zoomonly", "function=focus&direction=direct&position=5", szPlainOK},
@@ -100,36 +103,58 @@ const char* const szStatus = "function=getstatus";
 std::vector<TScript> Scripts() {
   return {
       {"relative zoom", "zoom", {Ask(100, "function=zoom&direction=forward&steps=25"), Ask(3000, szStatus)}, 225, 485},
-      {"direct, backward", "zoom", {Ask(100, "function=zoom&direction=direct&position=150"), Ask(3000, szStatus)}, 150, 485},
-      {"backward past 0 ends at the start", "zoom",
-       {Ask(100, "function=focus&direction=direct&position=10"), Ask(6000, "function=focus&direction=backward&steps=30"),
-        Ask(9000, szStatus)},
-       200, 20},
-      {"both axes at once", "zoom",
-       {Ask(100, "function=zoom&direction=direct&position=300"), Ask(110, "function=focus&direction=direct&position=600"),
-        Ask(4000, szStatus)},
-       300, 600},
+      {"direct, backward",
+       "zoom",
+       {Ask(100, "function=zoom&direction=direct&position=150"), Ask(3000, szStatus)},
+       150,
+       485},
+      {"backward past 0 ends at the start",
+       "zoom",
+       {Ask(100, "function=focus&direction=direct&position=10"),
+        Ask(6000, "function=focus&direction=backward&steps=30"), Ask(9000, szStatus)},
+       200,
+       20},
+      {"both axes at once",
+       "zoom",
+       {Ask(100, "function=zoom&direction=direct&position=300"),
+        Ask(110, "function=focus&direction=direct&position=600"), Ask(4000, szStatus)},
+       300,
+       600},
       {"stop while nothing moves", "zoom", {Ask(100, "function=stop"), Ask(500, szStatus)}, 200, 485},
-      {"stop in a long move", "zoom",
+      {"stop in a long move",
+       "zoom",
        {Ask(100, "function=zoom&direction=direct&position=700"), Ask(1500, "function=stop"), Ask(2500, szStatus)},
-       -2, 485},
-      {"two commands within one step: the later runs, once", "zoom",
+       -2,
+       485},
+      {"two commands within one step: the later runs, once",
+       "zoom",
        {Ask(100, "function=focus&direction=direct&position=900"), Ask(600, "function=focus&direction=forward&steps=7"),
         Ask(601, "function=focus&direction=direct&position=500"), Ask(4000, szStatus)},
-       200, 500},
-      {"a command during a blocking walk runs afterwards", "zoomonly",
+       200,
+       500},
+      {"a command during a blocking walk runs afterwards",
+       "zoomonly",
        {Ask(100, "function=zoom&direction=direct&position=200"), Ask(420, "function=zoom&direction=direct&position=60"),
         Ask(4000, szStatus)},
-       60, -1},
-      {"a refused query in the middle costs nothing", "zoom",
+       60,
+       -1},
+      {"a refused query in the middle costs nothing",
+       "zoom",
        {Ask(100, "function=zoom&direction=forward&steps=25"), Ask(450, "channel=9&function=stop"), Ask(3000, szStatus)},
-       225, 485},
-      {"the move stays on its channel", "quad",
+       225,
+       485},
+      {"the move stays on its channel",
+       "quad",
        {Ask(100, "channel=2&function=zoom&direction=direct&position=200"), Ask(101, szStatus), Ask(500, szStatus),
         Ask(3000, "channel=2&function=getstatus")},
-       200, 188, 2},
-      {"SIGPIPE costs a line only", "zoom",
-       {Signal(150, SIGPIPE), Ask(200, "function=zoom&direction=forward&steps=5"), Ask(2000, szStatus)}, 205, 485},
+       200,
+       188,
+       2},
+      {"SIGPIPE costs a line only",
+       "zoom",
+       {Signal(150, SIGPIPE), Ask(200, "function=zoom&direction=forward&steps=5"), Ask(2000, szStatus)},
+       205,
+       485},
   };
 }
 
@@ -142,11 +167,36 @@ TEST(Life, EndsWhereTheCommandsSay) {
   }
 }
 
-TEST(Life, OtherChannelsStayWhereTheyAre) {
+// A query of another channel, right behind a command, turns neither the command nor the counter to that channel.
+TEST(Life, CommandStaysOnItsChannel) {
+  for (u64 qw = 0; qw < Lives(40); qw++) {
+    const TCamera tCamera("quad");
+    const TLifeResult tResult =
+        Live(tCamera,
+             {Ask(100, "channel=2&function=zoom&direction=direct&position=130"), Ask(100, szStatus), Ask(150, szStatus),
+              Ask(2000, "channel=2&function=getstatus")},
+             2500, FirstSeed() + qw);
+    for (const i32 iChannel : {0, 1, 3})
+      ASSERT_EQ(tCamera.Truth(LENS_ZOOM, iChannel), 100) << iChannel << Tale(tResult);
+    ASSERT_EQ(tCamera.Truth(LENS_ZOOM, 2), 130) << Tale(tResult);
+    ASSERT_EQ(StatusValue(tResult.asReplies[3], "zoom_motor"), 130) << Tale(tResult);
+  }
+}
+
+// A button of another channel pressed during a hold's last move brings its own channel and direction.
+TEST(Life, NewHoldTakesItsOwnChannel) {
   const TCamera tCamera("quad");
-  Live(tCamera, {Ask(100, "channel=2&function=zoom&direction=direct&position=200"), Ask(101, szStatus)}, 3000);
-  for (const i32 iChannel : {0, 1, 3}) EXPECT_EQ(tCamera.Truth(LENS_ZOOM, iChannel), 100) << iChannel;
-  EXPECT_EQ(tCamera.Truth(LENS_ZOOM, 2), 200);
+  const auto Button = [](const char* szChannel, const char* szEvent) {
+    return EventFrame(std::string("<message><channel>") + szChannel + "</channel>" + szEvent + "</message>");
+  };
+  const TLifeResult tResult = Live(tCamera,
+                                   {Frame(100, tCamera, Button("0", "<zoominbutton>pressed</zoominbutton>")),
+                                    Frame(500, tCamera, Button("0", "<zoominbutton>released</zoominbutton>")),
+                                    Frame(520, tCamera, Button("1", "<zoomoutbutton>pressed</zoomoutbutton>")),
+                                    Frame(1200, tCamera, Button("1", "<zoomoutbutton>released</zoomoutbutton>"))},
+                                   4000);
+  EXPECT_EQ(tCamera.Truth(LENS_ZOOM, 0), 102) << Tale(tResult);
+  EXPECT_EQ(tCamera.Truth(LENS_ZOOM, 1), 98) << Tale(tResult);
 }
 
 // No command that got its OK may be lost, whenever it comes: before, within and at the very end of a blocking walk.
@@ -165,7 +215,7 @@ TEST(Life, NoCommandIsLostAtTheEndOfAWalk) {
 
 // SIGTERM at any moment of a move: the walk is finished, and the daemon is gone 5 seconds of camera time later.
 TEST(Life, SigtermFinishesTheMove) {
-  for (const u64 qwEnd_ms : {90, 101, 250, 405, 700, 1234}) {
+  for (const u64 qwEnd_ms : {90U, 101U, 250U, 405U, 700U, 1234U}) {
     const TCamera tCamera("zoom");
     const TLifeResult tResult =
         Live(tCamera, {Ask(100, "function=zoom&direction=direct&position=400")}, qwEnd_ms, FirstSeed());
@@ -182,13 +232,15 @@ TEST(Life, ZoomButtonRepeatsInGrowingSteps) {
   const std::string sPressed = EventFrame("<message><zoominbutton>pressed</zoominbutton></message>");
   const std::string sReleased = EventFrame("<message><zoomoutbutton>released</zoomoutbutton></message>");
   const TLifeResult tResult = Live(tCamera,
-                                   {Frame(100, tCamera, sPressed), Frame(150, tCamera, "\x02\x01"), Frame(2200, tCamera, sReleased),
-                                    Ask(5000, szStatus)},
+                                   {Frame(100, tCamera, sPressed), Frame(150, tCamera, "\x02\x01"),
+                                    Frame(2200, tCamera, sReleased), Ask(5000, szStatus)},
                                    5500);
-  // 305 ms a move of one step: four of them within the first second, then 30 steps (an eighth of the range, capped) a move.
+  // 305 ms a move of one step: four of them within the first second, then 30 steps (an eighth of the range, capped) a
+  // move.
   const std::string sRequests = Requests(tResult, "zoommotor");
-  EXPECT_TRUE(sRequests.starts_with("SELECT 0, FORWARD, WALK 8, SELECT 0, FORWARD, WALK 8, SELECT 0, FORWARD, WALK 8, "
-                                    "SELECT 0, FORWARD, WALK 8, SELECT 0, FORWARD, WALK 240"))
+  EXPECT_TRUE(
+      sRequests.starts_with("SELECT 0, FORWARD, WALK 8, SELECT 0, FORWARD, WALK 8, SELECT 0, FORWARD, WALK 8, "
+                            "SELECT 0, FORWARD, WALK 8, SELECT 0, FORWARD, WALK 240"))
       << sRequests;
   EXPECT_EQ(sRequests.find("BACKWARD"), std::string::npos);
   EXPECT_TRUE(HasPrinted(tResult, "[vernierlensd] : Zoom out stop!"));
@@ -213,7 +265,8 @@ TEST(Life, FramesThatAreNoneCostALine) {
   for (const auto& tCase : atCases) {
     const TCamera tCamera("zoom");
     const std::string sNext = EventFrame("<message><zoomoutbutton>released</zoomoutbutton></message>");
-    const TLifeResult tResult = Live(tCamera, {Frame(100, tCamera, tCase.sBytes), Frame(2000, tCamera, sNext), Ask(3000, szStatus)}, 3500);
+    const TLifeResult tResult =
+        Live(tCamera, {Frame(100, tCamera, tCase.sBytes), Frame(2000, tCamera, sNext), Ask(3000, szStatus)}, 3500);
     SCOPED_TRACE(Tale(tResult));
     ExpectOrderly(tResult);
     EXPECT_TRUE(HasPrinted(tResult, tCase.szLine));
@@ -235,14 +288,17 @@ std::vector<TLifeEvent> RandomClients(const char* szModel, u64 qwSeed, u64 qwUnt
         sChannel + "function=" + sAxis + "&direction=direct&position=" + std::to_string(Draw(700)),
         sChannel + "function=" + sAxis + "&direction=forward&steps=" + std::to_string(Draw(40)),
         sChannel + "function=" + sAxis + "&direction=backward&steps=" + std::to_string(Draw(40)),
-        "function=stop", "function=getstatus", "function=nothing"};
+        "function=stop",
+        "function=getstatus",
+        "function=nothing"};
     TLifeEvent tAsk = Ask(qwAt_ms, asQueries[Draw(std::size(asQueries))]);
     tAsk.qwAt_us += Draw(1000);
     atEvents.push_back(tAsk);
   }
   const u64 qwRest_ms = qwUntil_ms + 12'000;  // longer than the longest move
   for (i32 iChannel = 0; iChannel < (bQuad ? 4 : 1); iChannel++) {
-    atEvents.push_back(Ask(qwRest_ms + static_cast<u64>(iChannel), "channel=" + std::to_string(iChannel) + "&function=getstatus"));
+    atEvents.push_back(
+        Ask(qwRest_ms + static_cast<u64>(iChannel), "channel=" + std::to_string(iChannel) + "&function=getstatus"));
   }
   return atEvents;
 }
@@ -262,8 +318,12 @@ TEST(Seeds, BelievedEqualsTrueAfterAnyClients) {
       TLifeResult tOfChannel = tResult;
       tOfChannel.asReplies.resize(atEvents.size() - static_cast<std::size_t>(iChannels - 1 - iChannel));
       ExpectEnd(tCamera, tOfChannel,
-                {.szName = "", .szModel = "", .atEvents = {}, .dZoom = szModel[0] == 'f' ? -1. : -2.,
-                 .dFocus = std::string_view(szModel) == "zoomonly" ? -1. : -2., .iChannel = iChannel});
+                {.szName = "",
+                 .szModel = "",
+                 .atEvents = {},
+                 .dZoom = szModel[0] == 'f' ? -1. : -2.,
+                 .dFocus = std::string_view(szModel) == "zoomonly" ? -1. : -2.,
+                 .iChannel = iChannel});
     }
     for (const std::string& sReply : tResult.asReplies) ASSERT_NE(sReply, "");
     if (HasFailure()) return;

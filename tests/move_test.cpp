@@ -80,10 +80,16 @@ const TMoveCase g_atMoves[] = {
     {"above the end: limited", {.dwFrom = 690}, 65535, "FORWARD, WALK 80", 700},
     {"wrapped: lowest target", {.dwFrom = 12}, 0x10000, "BACKWARD, WALK 80", 2},
     {"below the start: not raised", {.dwFrom = 12}, 1, "BACKWARD, WALK 88", 1},
-    {"start above the end: the end", {.dwFrom = 12, .dwStart = 4294967295, .dwEnd = 10}, 4294967295,
-     "BACKWARD, WALK 16, WALK 64, FORWARD, WALK 64", 10},
+    {"start above the end: the end",
+     {.dwFrom = 12, .dwStart = 4294967295, .dwEnd = 10},
+     4294967295,
+     "BACKWARD, WALK 16, WALK 64, FORWARD, WALK 64",
+     10},
     {"blocking, forward", {.bBlocking = true, .dwFrom = 100}, 120, "FORWARD, BLOCK 160", 120},
-    {"blocking, backward", {.bBlocking = true, .dwFrom = 120}, 100, "BACKWARD, BLOCK 160, BLOCK 64, FORWARD, BLOCK 64",
+    {"blocking, backward",
+     {.bBlocking = true, .dwFrom = 120},
+     100,
+     "BACKWARD, BLOCK 160, BLOCK 64, FORWARD, BLOCK 64",
      100},
 };
 
@@ -104,24 +110,26 @@ TEST(Move, AsksTheDriverAndArrives) {
 // Whatever driver step the walk has reached when the stop comes, the motor ends on a whole virtual step and the counter
 // names it.
 TEST(Move, StopAtEveryDriverStepLeavesTheCounterTrue) {
-  constexpr u32 dwSteps = 30;  // long enough for the driver to end well ahead of the count
+  constexpr u32 dwSteps = 30;           // long enough for the driver to end well ahead of the count
   constexpr u64 qwDriverStep_us = 480;  // not above the faster axis's
   const TCamera tCamera("zoom");
   for (const TAxis* ptAxis : {&g_tZoomAxis, &g_tFocusAxis}) {
     for (const bool bForward : {true, false}) {
       const TSetUp tSetUp = {.dwFrom = bForward ? 100 : 100 + dwSteps};
       const u64 qwLead_us = ptAxis->bFocusLeads ? 300'000 : 0;
-      for (u64 qwStep = 0; qwStep < (dwSteps + 1) * 5000 / qwDriverStep_us; qwStep++) {
+      for (u64 qwStep = 0; qwStep < (dwSteps + 1) * 5000 / qwDriverStep_us; qwStep += 10 / Lives(10)) {
         TLifeEvent tStop = Call(0, [&](TWorld*) { Word_Publish(g_tInfo.*ptAxis->pbWake, 1); });
         tStop.qwAt_us = qwLead_us + qwStep * qwDriverStep_us;
-        const TLifeResult tResult = RunMove(
-            tCamera, *ptAxis, tSetUp, [&](i32 fd) { return MoveTo(*ptAxis, fd, bForward ? 100 + dwSteps : 100); },
-            {tStop});
+        const TLifeResult tResult =
+            RunMove(tCamera, *ptAxis, tSetUp,
+                    [&](i32 fd) { return MoveTo(*ptAxis, fd, bForward ? 100 + dwSteps : 100); }, {tStop});
         const double dTruth = tCamera.Truth(LensAxisOf(*ptAxis));
         char szExpected[80];
         const bool bStopped = Printed(tResult).find("result -1") != std::string::npos;
-        std::snprintf(szExpected, sizeof szExpected, "result %d position %.3g function 0 steps 0", bStopped ? -1 : 0, dTruth);
-        ASSERT_TRUE(HasPrinted(tResult, szExpected)) << szExpected << "\nstop at driver step " << qwStep << Tale(tResult);
+        std::snprintf(szExpected, sizeof szExpected, "result %d position %.3g function 0 steps 0", bStopped ? -1 : 0,
+                      dTruth);
+        ASSERT_TRUE(HasPrinted(tResult, szExpected))
+            << szExpected << "\nstop at driver step " << qwStep << Tale(tResult);
         ASSERT_EQ(bStopped, HasPrinted(tResult, "[vernierlensd] : Operation interrupted!")) << Tale(tResult);
       }
     }
@@ -158,8 +166,8 @@ TEST(Move, RecoverCorrectsByTheDriver) {
         World_Unmap(ptWorld);
         Axis_Command(&g_tInfo, *ptAxis) = {};
         EXPECT_EQ(0, ioctl(fd, MOTOR_WALK_STEPS, tCase.iWalk));
-        (ptAxis->bFocusLeads ? VernierLensd_RecoverZoomMove : VernierLensd_RecoverFocusMove)(
-            &g_tInfo, fd, tCase.dwLeft, tCase.bForward ? 1 : 0);
+        (ptAxis->bFocusLeads ? VernierLensd_RecoverZoomMove : VernierLensd_RecoverFocusMove)(&g_tInfo, fd, tCase.dwLeft,
+                                                                                             tCase.bForward ? 1 : 0);
         return 0;
       });
       SCOPED_TRACE(std::string(tCase.szName) + ", " + DeviceOf(*ptAxis) + "\n" + Tale(tResult));

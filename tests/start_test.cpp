@@ -42,14 +42,24 @@ constexpr const char* szLoadFailed = "[vernierlensd] : VernierLensd_LoadConfigFi
 
 TEST(Start, BrokenFilesEndItInOrder) {
   const TBreak atBreaks[] = {
-      Removed("/etc/conf.d/config_videoin_c0.xml", "[vernierlensd] : SXMLParser_Process failed = 0xffffffff\r", szTypeFailed),
-      Replaced("/etc/conf.d/config_videoin_c0.xml", "", "[vernierlensd] : Parse root_videoin_c0_lens_modelname error.", szTypeFailed),
-      Replaced("/etc/conf.d/config_videoin_c0.xml", "<root><videoin>", "[vernierlensd] : SXMLParser_Process failed = 0x80000010\r", szTypeFailed),
-      Replaced("/etc/conf.d/config_videomode_c0.xml", "<root></root>", "[vernierlensd] : Parse root_capability_videoin_c0_lens_type error.", szTypeFailed),
+      Removed("/etc/conf.d/config_videoin_c0.xml", "[vernierlensd] : SXMLParser_Process failed = 0xffffffff\r",
+              szTypeFailed),
+      Replaced("/etc/conf.d/config_videoin_c0.xml", "", "[vernierlensd] : Parse root_videoin_c0_lens_modelname error.",
+               szTypeFailed),
+      Replaced("/etc/conf.d/config_videoin_c0.xml", "<root><videoin>",
+               "[vernierlensd] : SXMLParser_Process failed = 0x80000010\r", szTypeFailed),
+      Replaced("/etc/conf.d/config_videomode_c0.xml", "<root></root>",
+               "[vernierlensd] : Parse root_capability_videoin_c0_lens_type error.", szTypeFailed),
       Removed(szCapability, "[vernierlensd] : XML parser failed, index = -1.", szLoadFailed),
       Replaced(szCapability, "<root>\n<capability>", "[vernierlensd] : XML parser failed, index = 2.", szLoadFailed),
       Removed("/etc/conf.d/config_imagefeature.xml", "[vernierlensd] : XML parser failed, index = -1.", szLoadFailed),
       Replaced(szConfig, "", "[vernierlensd] : XML parser failed, index = 1.", szLoadFailed),
+      {"the positions are a directory",
+       [](const TCamera& t) {
+         unlink(t.Path(szPositions).c_str());
+         mkdir(t.Path(szPositions).c_str(), 0755);
+       },
+       "[vernierlensd] : fopen /etc/conf.d/vernierlensd/vernierlensd.conf failed!", szLoadFailed},
       Removed(szPositions, "[vernierlensd] : fopen /etc/conf.d/vernierlensd/vernierlensd.conf failed!", szLoadFailed),
       {"a table of 4 billion entries", [](const TCamera& t) { SetKey(t, szConfig, "totalstep", "4294967295"); },
        "iZoomPositionInterval = 134217727", "[vernierlensd] : Create focus pan table failed."},
@@ -61,14 +71,15 @@ TEST(Start, BrokenFilesEndItInOrder) {
     const TCamera tCamera("zoom");
     const std::string sSaved = tCamera.Read(szPositions);
     tBreak.fnBreak(tCamera);
-    const bool bThere = access(tCamera.Path(szPositions).c_str(), F_OK) == 0;
+    const bool bThere = std::filesystem::is_regular_file(tCamera.Path(szPositions));
     const TLifeResult tResult = Live(tCamera, {}, 1000);
     SCOPED_TRACE(std::string(tBreak.szName) + "\n" + Tale(tResult));
     EXPECT_EQ(tResult.eEnd, LIFE_EXITED);
     EXPECT_EQ(tResult.iStatus, 0);
     EXPECT_TRUE(HasPrinted(tResult, tBreak.szLine));
     EXPECT_NE(Printed(tResult).find(std::string(tBreak.szThen) + "\n[vernierlensd] : VernierLensd_Init failed.\n"
-                                    "[vernierlensd] : Release resources...OK\n"), std::string::npos);
+                                                                 "[vernierlensd] : Release resources...OK\n"),
+              std::string::npos);
     EXPECT_EQ(Requests(tResult, "zoommotor"), "");
     if (bThere) {
       EXPECT_EQ(tCamera.Read(szPositions), sSaved) << "a start that fails costs nothing that was saved";
@@ -81,10 +92,21 @@ TEST(Start, NonsenseRunsAndStaysSafe) {
   const struct {
     const char* szElement;
     const char* szValue;
-  } atValues[] = {{"onestep", "0"},   {"onestep", "-8"},       {"onesteptime", "0"},  {"onesteptime", "-1"},
-                  {"end", "-1"},      {"end", "0"},            {"start", "-1"},       {"adjuststep", "-1"},
-                  {"totalstep", "0"}, {"adjuststep", "word"}, {"onestep", "99999999999"},
-                  {"nvideoin", "0"},  {"nvideoin", "6"},       {"nvideoin", "-1"},    {"focusstart", ""}};
+  } atValues[] = {{"onestep", "0"},
+                  {"onestep", "-8"},
+                  {"onesteptime", "0"},
+                  {"onesteptime", "-1"},
+                  {"end", "-1"},
+                  {"end", "0"},
+                  {"start", "-1"},
+                  {"adjuststep", "-1"},
+                  {"totalstep", "0"},
+                  {"adjuststep", "word"},
+                  {"onestep", "99999999999"},
+                  {"nvideoin", "0"},
+                  {"nvideoin", "6"},
+                  {"nvideoin", "-1"},
+                  {"focusstart", ""}};
   for (const auto& tValue : atValues) {
     const TCamera tCamera("zoom");
     const bool bChannels = std::string_view(tValue.szElement) == "nvideoin";
@@ -107,18 +129,19 @@ TEST(Start, SavedPositionsOutsideTheRangeAreLimited) {
   const TCamera tCamera("zoom");
   tCamera.Write(szPositions, "zoom_motor=-5\nfocus_motor=1481\n");
   const TLifeResult tResult = Live(tCamera, {Ask(500, "function=getstatus")}, 1000);
-  EXPECT_EQ(StatusValue(tResult.asReplies[0], "zoom_motor"), 800);
+  EXPECT_EQ(StatusValue(tResult.asReplies[0], "zoom_motor"), 0);
   EXPECT_EQ(StatusValue(tResult.asReplies[0], "focus_motor"), 1480);
-  EXPECT_TRUE(HasPrinted(tResult, "[vernierlensd] : Saved position -5 is outside the range, 800 is used."));
+  EXPECT_TRUE(HasPrinted(tResult, "[vernierlensd] : Saved position -5 is outside the range, 0 is used."));
 }
 
 TEST(Start, LeavesAndReplacesItsFiles) {
   const TCamera tCamera("zoom");
   tCamera.Write("/tmp/VernierLensFIFO", "stale");
   const TLifeResult tResult = Live(tCamera,
-                                   {Call(500, [&](TWorld*) {
-                                     if (tCamera.Read("/var/run/vernierlensd.pid") != "4711") std::abort();
-                                   })},
+                                   {Call(500,
+                                         [&](TWorld*) {
+                                           if (tCamera.Read("/var/run/vernierlensd.pid") != "4711") std::abort();
+                                         })},
                                    1000);
   EXPECT_EQ(tResult.eEnd, LIFE_EXITED) << Tale(tResult);
   struct stat tStat = {};

@@ -12,11 +12,17 @@
 #include <sstream>
 
 TCamera::TCamera(const char* pszModel) : sRoot(Life_MakeRoot(pszModel)) {}
-TCamera::~TCamera() { Life_RemoveRoot(sRoot); }
+TCamera::~TCamera() {
+  Life_RemoveRoot(sRoot);
+}
 
-std::string TCamera::Path(std::string_view sPath) const { return sRoot + std::string(sPath); }
+std::string TCamera::Path(std::string_view sPath) const {
+  return sRoot + std::string(sPath);
+}
 
-void TCamera::Write(std::string_view sPath, std::string_view sText) const { std::ofstream(Path(sPath)) << sText; }
+void TCamera::Write(std::string_view sPath, std::string_view sText) const {
+  std::ofstream(Path(sPath)) << sText;
+}
 
 std::string TCamera::Read(std::string_view sPath) const {
   std::ostringstream tText;
@@ -123,7 +129,7 @@ void ForEachEvent(const TLifeResult& tResult, TLine fnLine) {
 
 std::string Requests(const TLifeResult& tResult, std::string_view sDevice) {
   static const std::map<std::string, std::string> mapShort = {
-      {"MOTOR_SELECT_DEVICE", "SELECT"}, {"MOTOR_SET_FORWARD", "FORWARD"},  {"MOTOR_SET_BACKWARD", "BACKWARD"},
+      {"MOTOR_SELECT_DEVICE", "SELECT"}, {"MOTOR_SET_FORWARD", "FORWARD"},    {"MOTOR_SET_BACKWARD", "BACKWARD"},
       {"MOTOR_WALK_STEPS", "WALK"},      {"MOTOR_WALK_STEPS_BLOCK", "BLOCK"}, {"MOTOR_STOP_WALK", "STOP"}};
   std::string sRequests;
   ForEachEvent(tResult, [&](const std::string& sEvent) {

@@ -53,5 +53,9 @@ i32 StatusValue(std::string_view sReply, std::string_view sKey);
 // What a failure shows: how the life ended, its messages, the transcript's last lines.
 std::string Tale(const TLifeResult& tResult);
 
-inline ELensAxis LensAxisOf(const TAxis& tAxis) { return &tAxis == &g_tZoomAxis ? LENS_ZOOM : LENS_FOCUS; }
-inline const char* DeviceOf(const TAxis& tAxis) { return &tAxis == &g_tZoomAxis ? "zoommotor" : "focusmotor"; }
+inline ELensAxis LensAxisOf(const TAxis& tAxis) {
+  return &tAxis == &g_tZoomAxis ? LENS_ZOOM : LENS_FOCUS;
+}
+inline const char* DeviceOf(const TAxis& tAxis) {
+  return &tAxis == &g_tZoomAxis ? "zoommotor" : "focusmotor";
+}

@@ -30,12 +30,13 @@ int32_t GATELINK_init(HGateLink* phGateLink, const char* pszPath);
    select it, nothing else. */
 int32_t GATELINK_GetSocketFd(HGateLink hGateLink);
 
-/* Takes the next waiting request.  0: *ppszQuery is a writable text, valid until the next call on this handle, and
+/* Takes the next waiting request.  0: *ppszQuery is a writable text, valid until the next GATELINK_read or GATELINK_close, and
    *pfdRequest is the connection to answer on, blocking with a send time-out of 1 second, now the caller's to close.
-   1: no request waits.  -1: the gateway has failed, all that waited has been read, and it needs to be opened anew. */
+   1: no request waits, which cannot be while the descriptor is readable.  -1: the gateway has failed, all that waited has been read, and it needs to be opened anew. */
 int32_t GATELINK_read(HGateLink hGateLink, char** ppszQuery, int32_t* pfdRequest);
 
-/* The method of the request read last, as "GET"; "" before the first.  Valid until the next call on this handle. */
+/* The method of the request read last, as "GET"; "" before the first.  Valid until the next
+   GATELINK_read or GATELINK_close. */
 const char* GATELINK_GetMethod(HGateLink hGateLink);
 
 /* Ends the gateway: requests in waiting are dropped, the descriptor is closed, and the socket's node is removed unless

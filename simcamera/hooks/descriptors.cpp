@@ -269,8 +269,7 @@ int Hook_close(int fd) {
   TDescriptor& tDescriptor = *Hooks_Descriptor(fd);
   Hooks_Point("close");
   const TDescriptor tClosed = tDescriptor;
-  tDescriptor.eKind = DESCRIPTOR_FOREIGN;
-  tDescriptor.pfnClosed = nullptr;
+  tDescriptor = {};
   const i32 iResult = g_realClose(fd);
   Clock_DescriptorsChanged();
   if (tClosed.eKind == DESCRIPTOR_DEVICE || tClosed.bWritten) Transcript_Fact("close %s", tClosed.szPath);

@@ -145,7 +145,7 @@ int Hook_fclose(FILE* pFile) {
   if (ptDescriptor == nullptr || ptDescriptor->eKind == DESCRIPTOR_FOREIGN) return g_realFclose(pFile);
   Hooks_Point("fclose");
   const TDescriptor tClosed = *ptDescriptor;
-  ptDescriptor->eKind = DESCRIPTOR_FOREIGN;
+  *ptDescriptor = {};
   const i32 iResult = g_realFclose(pFile);
   if (tClosed.bWritten) Transcript_Fact(iResult == 0 ? "close %s" : "close %s = -1", tClosed.szPath);
   return iResult;

@@ -28,10 +28,13 @@ struct TContent {
 struct TUnsafeFile {
   u64 qwInode;      // 0: free
   char szPath[96];  // where it was seen last
-  bool bWritten;    // tSafe and what it holds now may differ
-  TContent tSafe;
-  bool bGone;  // no name leads to it any more: tLast is what it held
-  TContent tLast;
+  bool bWritten;    // its safe content and what it holds now may differ
+  bool bGone;       // no name leads to it any more: its last content is what it held
+};
+
+// Apart from the records, which are looked through at each change.
+struct TUnsafeContent {
+  TContent tSafe, tLast;
 };
 
 // A name that is not safe: what it led to when it last was, an inode or 0 for nothing.
@@ -46,6 +49,7 @@ struct TFlash {
   u32 dwGroups;
   TUnsafeName atNames[iMaxChanges];
   TUnsafeFile atFiles[iMaxChanges];
+  TUnsafeContent atContents[iMaxChanges];  // by file
 };
 
 constinit TFlash* g_ptFlash = nullptr;
@@ -92,6 +96,10 @@ static void ReadContent(const char* szReal, TContent& tContent) {
   syscall(SYS_close, fd);
 }
 
+static TUnsafeContent& ContentsOf(const TUnsafeFile& tFile) {
+  return g_ptFlash->atContents[&tFile - g_ptFlash->atFiles];
+}
+
 static TUnsafeFile* FindFile(u64 qwInode) {
   for (TUnsafeFile& tFile : g_ptFlash->atFiles) {
     if (qwInode != 0 && tFile.qwInode == qwInode) return &tFile;
@@ -109,7 +117,7 @@ static TUnsafeFile* KeepFile(u64 qwInode, const char* szPath, const char* szReal
     snprintf(tFile.szPath, sizeof tFile.szPath, "%s", szPath);
     tFile.bGone = false;
     tFile.bWritten = false;
-    ReadContent(szReal, tFile.tSafe);
+    ReadContent(szReal, ContentsOf(tFile).tSafe);
     return &tFile;
   }
   g_ptFlash->bTooMuch = 1;
@@ -166,7 +174,7 @@ static TUnsafeName* LoseName(const char* szPath, const char* szReal, bool bFileG
   if (qwInode == 0 || !bFileGoes) return ptName;
   TUnsafeFile* ptFile = KeepFile(qwInode, szPath, szReal);
   if (ptFile == nullptr) return ptName;
-  ReadContent(szReal, ptFile->tLast);
+  ReadContent(szReal, ContentsOf(*ptFile).tLast);
   ptFile->bGone = true;
   return ptName;
 }
@@ -231,18 +239,20 @@ static u32 Draw(u64& qwState, u32 dwBelow) {
 
 // Settles what the file holds from now on, in tLast.  Torn: the head of what was written last, of drawn length, and
 // behind it, by draw, what was there before.
-static void SettleContent(TUnsafeFile& tFile, u64& qwState) {
+static void SettleContent(const TUnsafeFile& tFile, u64& qwState) {
   if (!tFile.bWritten) return;
   const EFate eFate = static_cast<EFate>(Draw(qwState, FATES));
   if (eFate == FATE_NEW) return;
+  const TContent& tSafe = ContentsOf(tFile).tSafe;
+  TContent& tLast = ContentsOf(tFile).tLast;
   if (eFate == FATE_OLD) {
-    tFile.tLast = tFile.tSafe;
+    tLast = tSafe;
     return;
   }
-  const u32 dwHead = Draw(qwState, tFile.tLast.dwLength + 1);
-  const bool bTail = Draw(qwState, 2) == 0 && tFile.tSafe.dwLength > dwHead;
-  tFile.tLast.dwLength = bTail ? tFile.tSafe.dwLength : dwHead;
-  if (bTail) memcpy(tFile.tLast.ac + dwHead, tFile.tSafe.ac + dwHead, tFile.tSafe.dwLength - dwHead);
+  const u32 dwHead = Draw(qwState, tLast.dwLength + 1);
+  const bool bTail = Draw(qwState, 2) == 0 && tSafe.dwLength > dwHead;
+  tLast.dwLength = bTail ? tSafe.dwLength : dwHead;
+  if (bTail) memcpy(tLast.ac + dwHead, tSafe.ac + dwHead, tSafe.dwLength - dwHead);
 }
 
 // Where a file lies now, below ROOT; "" if no name that was ever unsafe leads to it.
@@ -265,7 +275,8 @@ struct TOutcome {
 
 static std::string ContentOf(const char* szRoot, u64 qwInode) {
   if (const TUnsafeFile* ptFile = FindFile(qwInode); ptFile != nullptr) {
-    return std::string(ptFile->tLast.ac, ptFile->tLast.dwLength);
+    const TContent& tLast = ContentsOf(*ptFile).tLast;
+    return std::string(tLast.ac, tLast.dwLength);
   }
   auto ptContent = std::make_unique<TContent>();
   ReadContent(PresentPath(szRoot, qwInode, "").c_str(), *ptContent);
@@ -274,10 +285,10 @@ static std::string ContentOf(const char* szRoot, u64 qwInode) {
 
 static std::vector<TOutcome> DrawOutcomes(const char* szRoot, u64& qwState) {
   std::vector<TOutcome> atOutcomes;
-  for (TUnsafeFile& tFile : g_ptFlash->atFiles) {
+  for (const TUnsafeFile& tFile : g_ptFlash->atFiles) {
     if (tFile.qwInode == 0) continue;
     const std::string sPath = tFile.bGone ? "" : PresentPath(szRoot, tFile.qwInode, tFile.szPath);
-    if (!tFile.bGone) ReadContent(sPath.c_str(), tFile.tLast);
+    if (!tFile.bGone) ReadContent(sPath.c_str(), ContentsOf(tFile).tLast);
     SettleContent(tFile, qwState);
     if (!sPath.empty()) atOutcomes.push_back({sPath, true, ContentOf(szRoot, tFile.qwInode)});
   }

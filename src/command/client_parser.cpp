@@ -54,7 +54,7 @@ bool IsFocusOnly() {
   return g_tVernierLensdConfigInfo.dwCapability == CAPABILITY_FOCUS_ONLY;
 }
 
-// dwValue of the word that psz begins with, or null.
+// The word that the text begins with, or null.
 const TWord* FindWord(std::span<const TWord> atWords, std::string_view sText) {
   const auto it =
       std::find_if(atWords.begin(), atWords.end(), [&](const TWord& tWord) { return sText.starts_with(tWord.sWord); });

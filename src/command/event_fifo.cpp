@@ -26,8 +26,7 @@ i32 ReadingFailed() {
   return iFIFOUnreadable;
 }
 
-// Both ends are the daemon's, so a FIFO without data blocks a read for ever, also behind a signal: a header without its
-// rest is waited for this long only.
+// A header without its rest is waited for this long only: both ends are the daemon's, so it would never read as ended.
 i32 ReadRest(i32 fd, TFrame* ptFrame) {
   const u64 qwTotal = u64{ptFrame->dwHeaderLength} + ptFrame->dwPayloadLength;
   // A frame without room could not be skipped in step either: made anew, the FIFO is in step.

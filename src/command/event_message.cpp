@@ -44,7 +44,9 @@ void HandleZoomButton(TVernierLensdInfo* pThis, const TZoomButton& tButton, u32 
   if (dwSubCode == BUTTON_PRESSED) PressZoom(pThis, tButton);
   if (dwSubCode == BUTTON_RELEASED) {
     std::puts(tButton.szReleased);
+    Command_Lock(pThis->tZoomBox);
     Word_Store(pThis->tZoomCommand.bZoomContinuous, 0);
+    Command_Unlock(pThis->tZoomBox);
   }
 }
 

@@ -34,16 +34,20 @@ void Config_Limit() {
   for (const TLimit& tLimit : g_atLimits) {
     u32& dwValue = g_tVernierLensdConfigInfo.*tLimit.pdwField;
     if (dwValue <= tLimit.dwHighest) continue;
-    std::printf("[vernierlensd] : %s = %d is no size of a lens, 0 is used.\n", tLimit.szKey, static_cast<i32>(dwValue));
-    dwValue = 0;
+    const u32 dwUsed = static_cast<i32>(dwValue) < 0 ? 0 : tLimit.dwHighest;
+    std::printf("[vernierlensd] : %s = %d is no size of a lens, %u is used.\n", tLimit.szKey, static_cast<i32>(dwValue),
+                dwUsed);
+    dwValue = dwUsed;
   }
 }
 
 void Config_LimitPosition(u32* pdwPosition, u32 dwVirtualEnd) {
-  const u32 dwHighest = std::min(dwVirtualEnd, dwMaxVirtual);
+  // A configuration without an end does not tell a position from a wrong one.
+  const u32 dwHighest = dwVirtualEnd == 0 ? dwMaxVirtual : std::min(dwVirtualEnd, dwMaxVirtual);
   const u32 dwPosition = Word_Load(*pdwPosition);
   if (dwPosition <= dwHighest) return;
-  std::printf("[vernierlensd] : Saved position %d is outside the range, %d is used.\n", static_cast<i32>(dwPosition),
-              static_cast<i32>(dwHighest));
-  Word_Store(*pdwPosition, dwHighest);
+  const u32 dwUsed = static_cast<i32>(dwPosition) < 0 ? 0 : dwHighest;
+  std::printf("[vernierlensd] : Saved position %d is outside the range, %u is used.\n", static_cast<i32>(dwPosition),
+              dwUsed);
+  Word_Store(*pdwPosition, dwUsed);
 }

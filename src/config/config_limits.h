@@ -5,9 +5,10 @@
 #include "core/types.h"
 
 // Limits g_tVernierLensdConfigInfo: driver steps in a virtual step to 0..32767, step times to 0..1 second, backlash to
-// 0..65535 virtual steps.  What lies outside becomes 0, which moves or waits nothing, with a line.
+// 0..65535 virtual steps.  What lies above becomes the highest, what is negative 0, which moves or waits nothing; each
+// with a line.
 void Config_Limit();
 
-// Limits a saved position to 0..dwVirtualEnd, and to what a target can be, with a line.  The counter of such a lens was
+// Limits a saved position to 0..dwVirtualEnd (65535 if that is 0), with a line.  The counter of such a lens was
 // false already; now at least its moves end.
 void Config_LimitPosition(u32* pdwPosition, u32 dwVirtualEnd);

@@ -1,10 +1,27 @@
 #include "config/token_file.h"
 
-#include <algorithm>
 #include <cctype>
 #include <cstring>
 
 #include "core/number.h"
+
+namespace {
+
+struct TFound {
+  bool bFound;
+  u32 dwValue;
+};
+
+void TakeToken(const TToken& tToken, std::span<const TTokenRow> atRows, std::span<TFound, dwMaxTokenRows> atFound) {
+  for (std::size_t i = 0; i < atRows.size(); i++) {
+    const char* pszValue = Token_Value(tToken, atRows[i].sKey);
+    if (pszValue == nullptr) continue;
+    atFound[i] = {.bFound = true, .dwValue = Text_ToU32(pszValue)};
+    return;
+  }
+}
+
+}  // namespace
 
 bool TokenFile_Next(FILE* pFile, TToken* ptToken) {
   while (std::fscanf(pFile, "%131s", ptToken->szText) == 1) {
@@ -26,12 +43,14 @@ const char* Token_Value(const TToken& tToken, std::string_view sKey) {
 i32 TokenFile_Read(const char* pszPath, std::span<const TTokenRow> atRows) {
   FILE* pFile = std::fopen(pszPath, "r");
   if (pFile == nullptr) return -1;
+  TFound atFound[dwMaxTokenRows] = {};
   TToken tToken = {};
-  while (TokenFile_Next(pFile, &tToken)) {
-    const auto itRow = std::find_if(atRows.begin(), atRows.end(),
-                                    [&](const TTokenRow& tRow) { return Token_Value(tToken, tRow.sKey) != nullptr; });
-    if (itRow != atRows.end()) Word_Store(*itRow->pdwDest, Text_ToU32(Token_Value(tToken, itRow->sKey)));
-  }
+  while (TokenFile_Next(pFile, &tToken)) TakeToken(tToken, atRows, atFound);
+  const bool bWhole = std::ferror(pFile) == 0;  // a directory opens, and then cannot be read
   std::fclose(pFile);
+  if (!bWhole) return -1;
+  for (std::size_t i = 0; i < atRows.size(); i++) {
+    if (atFound[i].bFound) Word_Store(*atRows[i].pdwDest, atFound[i].dwValue);
+  }
   return 0;
 }

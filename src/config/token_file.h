@@ -14,6 +14,7 @@ struct TTokenRow {
 };
 
 constexpr i32 iMaxToken = 131;  // characters
+constexpr std::size_t dwMaxTokenRows = 4;
 
 struct TToken {
   char szText[iMaxToken + 1];

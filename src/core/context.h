@@ -116,10 +116,10 @@ struct TVernierLensdInfo {
   void* aptFocusBlock[iMaxChannels];
   i32 iShmId;
   sem_t semConfigFile;     // orders the writers of the state files
-  i32 aiFocusWakePair[2];  // senders write to 0, the focus thread reads 1; -1 none
-  i32 aiZoomWakePair[2];
-  u32 bFocusWakeReady;  // shared: the pair exists
-  u32 bZoomWakeReady;
+  i32 aiFocusWakePair[2];  // senders write to 0, the focus thread reads 1; -1 none; published by its ready flag
+  i32 aiZoomWakePair[2];   // the same for the zoom thread
+  u32 bFocusWakeReady;     // shared: the pair exists
+  u32 bZoomWakeReady;      // shared
   u32 bSupportZoom;
   u32 bSupportFocus;
   u32 bSupportICS;
@@ -141,7 +141,7 @@ struct TVernierLensdInfo {
   i32* piThermalZoom;
   i32** ppiThermalOffset;
 
-  // Private words of this daemon, behind the told ones.
+  // Private words, behind those that others know.
   TCommandBox tFocusBox;
   TCommandBox tZoomBox;
   u32 bConfigSemaphore;  // semConfigFile exists
@@ -224,6 +224,6 @@ extern u32* g_pdwtabFocusingStartTable;  // iFocusStartEntries entries, plain le
 
 constexpr i32 iFocusStartEntries = 16;
 
-// Tables of this many entries are refused at start-up: a plain lens has no target above 0xFFFF, so more is a broken
-// file.
-constexpr i64 llMaxTableEntries = 1'000'000;
+// A table with more entries for one channel is refused at start-up: a plain lens has no target above 0xFFFF, and no ICS
+// lens comes near it, so more is a broken file.
+constexpr u32 dwMaxTableEntries = 1'000'000;

@@ -24,8 +24,11 @@ constexpr const char* szLastModifyDate = "2018/06/10";
 // Printing is not safe inside a signal handler, write is.
 void WriteLine(std::string_view sLine) {
   const int iSaved = errno;
-  if (write(STDOUT_FILENO, sLine.data(), sLine.size()) < 0) {
-    // The line is lost; there is nobody to tell.
+  if (write(STDOUT_FILENO, sLine.data(), sLine.size()) < 0 && errno == EPIPE) {
+    // Nobody reads the log any more, and each line of this handler would bring the next signal, for ever.
+    struct sigaction tIgnore = {};
+    tIgnore.sa_handler = SIG_IGN;
+    sigaction(SIGPIPE, &tIgnore, nullptr);
   }
   errno = iSaved;
 }
@@ -34,6 +37,8 @@ void WriteLine(std::string_view sLine) {
 
 i32 VernierLensd_Main(i32 argc, char** argv) {
   TVernierLensdInfo tInfo = {};
+  // A log that goes to a file or a pipe is whole up to the last line, whatever ends the daemon.
+  std::setvbuf(stdout, nullptr, _IOLBF, 0);
   VernierLensd_ParseOptions(argc, argv);
   VernierLensd_InstallSignals();
   if (VernierLensd_Init(&tInfo) == 0) {
@@ -43,7 +48,9 @@ i32 VernierLensd_Main(i32 argc, char** argv) {
   }
   if (VernierLensd_Release(&tInfo) == 0) return 0;
   std::puts("[vernierlensd] : VernierLensd_Release failed.");
-  return 1;
+  // A motor thread may still be at work on this frame's context, so the frame must not end before the process.
+  std::fflush(nullptr);
+  _exit(1);
 }
 
 void VernierLensd_ParseOptions(i32 argc, char** argv) {
@@ -91,6 +98,6 @@ void VernierLensd_SignalHandler(i32 iSignal) {
     WriteLine("[vernierlensd] : Receive SIGPIPE!\n");
     return;
   }
+  g_bTerminated = 1;  // first: a log that nobody reads can block the line
   WriteLine("[vernierlensd] : Receive TERM/INT signal!\n");
-  g_bTerminated = 1;
 }

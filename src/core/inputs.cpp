@@ -49,7 +49,7 @@ i32 VernierLensd_InitFIFO(TVernierLensdInfo* pThis) {
     return -1;
   }
   if (mkfifo(szFIFOPath, wFIFOMode) != 0) return Fail("[vernierlensd] : Failed to create FIFO.");
-  pThis->fdFIFO = open(szFIFOPath, O_RDWR | O_CLOEXEC);
+  pThis->fdFIFO = open(szFIFOPath, O_RDWR | O_NONBLOCK | O_CLOEXEC);
   if (Input_Enter(pThis, pThis->fdFIFO) == 0) return 0;
   VernierLensd_CloseFIFO(pThis);
   return Fail("[vernierlensd] : Failed to open FIFO.");

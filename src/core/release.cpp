@@ -27,6 +27,12 @@ void CloseWakePair(TVernierLensdInfo* pThis, const TAxis& tAxis) {
   }
 }
 
+void ReleaseICS(TVernierLensdInfo* pThis) {
+  std::puts("released ics driver oK");
+  if (pThis->fdICS >= 0) close(pThis->fdICS);
+  pThis->fdICS = -1;
+}
+
 }  // namespace
 
 i32 VernierLensd_Release(TVernierLensdInfo* pThis) {
@@ -49,6 +55,8 @@ i32 VernierLensd_Release(TVernierLensdInfo* pThis) {
   VernierLensd_CloseGateLink(pThis);
   VernierLensd_CloseFIFO(pThis);
   if (pThis->bPidFile != 0) unlink(szPidPath);
+  pThis->bPidFile = 0;
+  if (pThis->bSupportICS != 0) ReleaseICS(pThis);
   std::puts("OK");
   return 0;
 }

@@ -25,7 +25,7 @@ i32 CreatePanTable(TVernierLensdInfo* pThis);
 i32 StartZoomThread(TVernierLensdInfo* pThis);
 void CreateWakePair(TVernierLensdInfo* pThis, const TAxis& tAxis);
 i32 CreateFocusValueTable();
-u32* AllocateTable(i64 llEntries);
+u32* AllocateTable(i32 iRows, u32 dwEntries);
 
 }  // namespace
 
@@ -43,7 +43,7 @@ i32 VernierLensd_Init(TVernierLensdInfo* pThis) {
   InitConfigSemaphore(pThis);
   if (CreatePanTable(pThis) != 0) return Fail("[vernierlensd] : Create focus pan table failed.");
   if (StartZoomThread(pThis) != 0) return Fail("[vernierlensd] : VernierLensd_InitZoomMotorThread failed.");
-  VernierLensd_WritePidFile(pThis);
+  pThis->bPidFile = VernierLensd_WritePidFile() == 0;
   pThis->dwPid = static_cast<u32>(getpid());
   CreateWakePair(pThis, g_tFocusAxis);
   CreateWakePair(pThis, g_tZoomAxis);
@@ -70,14 +70,14 @@ i32 VernierLensd_InitXMLParser(TVernierLensdInfo* pThis) {
   return pThis->hXMLParser != nullptr ? 0 : Fail("[vernierlensd] : XML_ParserCreate failed.");
 }
 
-void VernierLensd_WritePidFile(TVernierLensdInfo* pThis) {
+i32 VernierLensd_WritePidFile() {
   FILE* pFile = std::fopen(szPidPath, "w");
-  if (pFile == nullptr) return;
+  if (pFile == nullptr) return -1;
   char szPid[8] = {};
-  // A longer number is cut, as told; the format has room for what a 32-bit kernel hands out.
+  // A longer number is cut; a kernel hands out at most 4194304.
   if (std::snprintf(szPid, sizeof szPid, "%d", getpid()) > 0) std::fputs(szPid, pFile);
   std::fclose(pFile);
-  pThis->bPidFile = 1;
+  return 0;
 }
 
 namespace {
@@ -90,7 +90,6 @@ void ClearContext(TVernierLensdInfo* pThis) {
   Word_Store(pThis->bFocusWakeReady, 0);
   Word_Store(pThis->bZoomWakeReady, 0);
   FD_ZERO(&pThis->fdsRead);
-  pThis->iMaxFd = -1;
   pThis->fdGateLink = -1;
   pThis->fdFIFO = -1;
   pThis->fdICS = -1;
@@ -110,7 +109,7 @@ void InitConfigSemaphore(TVernierLensdInfo* pThis) {
 
 i32 CreatePanTable(TVernierLensdInfo* pThis) {
   if (pThis->bSupportZoom == 0 || pThis->bSupportICS != 0) return 0;
-  g_pdwtabFocusPanTable = AllocateTable(g_tVernierLensdConfigInfo.dwZoomVirtualTotalStep);
+  g_pdwtabFocusPanTable = AllocateTable(1, g_tVernierLensdConfigInfo.dwZoomVirtualTotalStep);
   return g_pdwtabFocusPanTable != nullptr ? 0 : -1;
 }
 
@@ -125,20 +124,25 @@ void CreateWakePair(TVernierLensdInfo* pThis, const TAxis& tAxis) {
     std::fill_n(aiPair, 2, -1);
     return;
   }
-  Word_Publish(pThis->*tAxis.pbWakeReady, 1);
+  if (aiPair[1] < FD_SETSIZE) {
+    Word_Publish(pThis->*tAxis.pbWakeReady, 1);
+    return;
+  }
+  for (const i32 fd : {aiPair[0], aiPair[1]}) close(fd);  // no fd_set has room for them
+  std::fill_n(aiPair, 2, -1);
 }
 
 i32 CreateFocusValueTable() {
   const TVernierLensdConfigInfo& tConfig = g_tVernierLensdConfigInfo;
-  g_pdwtabFocusValueTable =
-      AllocateTable(i64{std::max(tConfig.iMaxDevNum, 0)} * std::max(tConfig.iFocusValueTableSize, 0));
+  g_pdwtabFocusValueTable = AllocateTable(tConfig.iMaxDevNum, static_cast<u32>(tConfig.iFocusValueTableSize));
   return g_pdwtabFocusValueTable != nullptr ? 0 : -1;
 }
 
-// Zeroed; null when there are too many entries or there is no memory.  An empty table still has an address.
-u32* AllocateTable(i64 llEntries) {
-  if (llEntries > llMaxTableEntries) return nullptr;
-  return static_cast<u32*>(std::calloc(static_cast<std::size_t>(std::max<i64>(llEntries, 1)), sizeof(u32)));
+// Zeroed; null when a row has too many entries or there is no memory.  An empty table still has an address.
+u32* AllocateTable(i32 iRows, u32 dwEntries) {
+  if (dwEntries > dwMaxTableEntries) return nullptr;
+  const std::size_t dwAll = static_cast<std::size_t>(std::max(iRows, 0)) * dwEntries;
+  return static_cast<u32*>(std::calloc(std::max<std::size_t>(dwAll, 1), sizeof(u32)));
 }
 
 }  // namespace

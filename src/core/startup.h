@@ -13,5 +13,5 @@ i32 VernierLensd_InitSXMLParser(TSXMLParser** phParser);
 // Makes the Expat parser for the message library.  0 or -1.
 i32 VernierLensd_InitXMLParser(TVernierLensdInfo* pThis);
 
-// Writes the process id, at most 7 digits, no line end.  A file that cannot be made is passed over.
-void VernierLensd_WritePidFile(TVernierLensdInfo* pThis);
+// Writes the process id, at most 7 digits, no line end.  0, or -1 when the file cannot be made, without a line.
+i32 VernierLensd_WritePidFile();

@@ -1,7 +1,5 @@
 #include "motor/axis_move.h"
 
-#include <sys/ioctl.h>
-
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
@@ -30,7 +28,7 @@ void Axis_AddToPosition(TVernierLensdInfo* pThis, const TAxis& tAxis, u32 dwChan
 
 i32 Axis_Move(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, u32 dwTarget) {
   if (pThis->*tAxis.pbSupport == 0) return -1;
-  ioctl(fd, MOTOR_SELECT_DEVICE, Axis_Box(pThis, tAxis).iRunningChannel);
+  Motor_Request(fd, MOTOR_SELECT_DEVICE, Axis_Box(pThis, tAxis).iRunningChannel);
   dwTarget = Axis_Clamp(pThis, tAxis, dwTarget);
   if (tAxis.bFocusLeads) Delay_us(qwFocusLead_us);
   if (pThis->bSupportICS != 0) return Axis_MoveICS(pThis, tAxis, fd, dwTarget);
@@ -57,17 +55,19 @@ u32 Axis_Clamp(const TVernierLensdInfo* pThis, const TAxis& tAxis, u32 dwTarget)
 i32 Axis_MoveICS(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, u32 dwTarget) {
   if (Word_Load(pThis->bICSDetached) != 0) return 0;
   u32& dwPosition = Axis_Position(pThis, tAxis);
-  // Told distances lie within the range; a counter that does not must not hold the lens's lock for hours.
-  const i64 llRange = i64{Axis_Config(tAxis.pdwVirtualEnd)} - i64{Axis_Config(tAxis.pdwVirtualStart)};
+  // A position may lie a little outside the range of targets, but a garbage counter must not hold the lens's lock for
+  // hours.
+  const i64 llRange = i64{static_cast<i32>(Axis_Config(tAxis.pdwVirtualEnd))} -
+                      i64{static_cast<i32>(Axis_Config(tAxis.pdwVirtualStart))};
   const i64 llDistance = std::abs(i64{static_cast<i32>(dwTarget)} - i64{static_cast<i32>(Word_Load(dwPosition))});
-  const u64 qwTimed = static_cast<u64>(std::clamp<i64>(llDistance, 0, std::max<i64>(llRange, 0)));
+  const u64 qwTimed = static_cast<u64>(std::min(llDistance, 2 * std::max<i64>(llRange, 0)));
 
   pthread_mutex_lock(&gICSMutex);
-  const bool bAttached = ioctl(fd, tAxis.eICSSetPosition, static_cast<i32>(dwTarget)) >= 0;
+  const bool bAttached = Motor_Request(fd, tAxis.eICSSetPosition, static_cast<i32>(dwTarget)) >= 0;
   i32 iPresent = 0;
   if (bAttached) {
     Delay_us(qwTimed * Axis_Config(tAxis.pdwOneStepTime));
-    iPresent = ioctl(fd, tAxis.eICSGetPosition);
+    iPresent = Motor_Request(fd, tAxis.eICSGetPosition);
   } else {
     Word_Store(pThis->bICSDetached, 1);
     std::puts("[vernierlensd] : [ICS] ICS Detached.");
@@ -83,7 +83,7 @@ i32 Axis_MoveICS(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, u32 dwTar
 i32 Axis_Walk(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, u32 dwTarget, EWalkSign eSign) {
   const u32 dwPosition = Word_Load(Axis_Position(pThis, tAxis));
   const u32 dwDelta = eSign == WALK_FORWARD ? dwTarget - dwPosition : dwPosition - dwTarget;
-  ioctl(fd, eSign == WALK_FORWARD ? MOTOR_SET_FORWARD : MOTOR_SET_BACKWARD);
+  Motor_Request(fd, eSign == WALK_FORWARD ? MOTOR_SET_FORWARD : MOTOR_SET_BACKWARD);
   if (g_tVernierLensdConfigInfo.bBlockingMode != 0) {
     Word_Store(Axis_Position(pThis, tAxis), dwTarget);
     Axis_RequestWalk(fd, Axis_DriverSteps(tAxis, dwDelta));
@@ -114,13 +114,14 @@ void Axis_TakeUpBacklash(const TAxis& tAxis, i32 fd, u32 dwTarget) {
   const u64 qwTime_us = u64{dwBacklash} * Axis_Config(tAxis.pdwOneStepTime);
   Axis_RequestWalk(fd, Axis_DriverSteps(tAxis, dwBacklash));
   if (bStepped) Delay_us(qwTime_us);
-  ioctl(fd, MOTOR_SET_FORWARD);
+  Motor_Request(fd, MOTOR_SET_FORWARD);
   Axis_RequestWalk(fd, Axis_DriverSteps(tAxis, dwBacklash));
   if (bStepped) Delay_us(qwTime_us);
 }
 
 void Axis_RequestWalk(i32 fd, i32 iDriverSteps) {
-  ioctl(fd, g_tVernierLensdConfigInfo.bBlockingMode != 0 ? MOTOR_WALK_STEPS_BLOCK : MOTOR_WALK_STEPS, iDriverSteps);
+  Motor_Request(fd, g_tVernierLensdConfigInfo.bBlockingMode != 0 ? MOTOR_WALK_STEPS_BLOCK : MOTOR_WALK_STEPS,
+                iDriverSteps);
 }
 
 i32 Axis_DriverSteps(const TAxis& tAxis, u32 dwVirtualSteps) {
@@ -136,10 +137,10 @@ void Axis_AddToPosition(TVernierLensdInfo* pThis, const TAxis& tAxis, u32 dwChan
 
 void Axis_Recover(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, u32 dwLeft, u32 bForward) {
   if (pThis->*tAxis.pbSupport == 0) return;
-  const i32 iDriverLeft = ioctl(fd, MOTOR_STOP_WALK);
+  const i32 iDriverLeft = Motor_Request(fd, MOTOR_STOP_WALK);
   std::printf(tAxis.szRemaining, iDriverLeft);
-  // A driver that does not answer leaves the count as it is.  One with nothing left is ahead of the sleeps, which all run
-  // over a little: what is uncounted has been walked.
+  // A driver that does not answer leaves the count as it is.  One with nothing left is ahead of the sleeps, which all
+  // run over a little: what is uncounted has been walked.
   if (iDriverLeft < 0) return;
 
   const i32 iOneStep = static_cast<i32>(Axis_Config(tAxis.pdwVirtualOneStep));

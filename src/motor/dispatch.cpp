@@ -1,6 +1,5 @@
 #include "motor/dispatch.h"
 
-#include <algorithm>
 #include <cstdio>
 
 #include "core/wait.h"
@@ -16,6 +15,7 @@ void StoreFocusDefault(const TVernierLensdInfo* pThis, u32 dwDefaultPosition);
 void EndThermalRecheck(TVernierLensdInfo* pThis);
 void RunZoomCommand(TVernierLensdInfo* pThis, i32 fd);
 void RepeatHeldZoom(TVernierLensdInfo* pThis);
+u32 HeldZoomSteps(const TVernierLensdInfo* pThis);
 
 }  // namespace
 
@@ -61,8 +61,10 @@ void StoreFocusDefault(const TVernierLensdInfo* pThis, u32 dwDefaultPosition) {
 
 void EndThermalRecheck(TVernierLensdInfo* pThis) {
   // With the wake flag set, the recheck was asked for by the command that waits, and is taken at that one's end.
-  if (Word_Take(pThis->bFocusWake) != 0) return;
-  if (Word_Load(pThis->bThermalShift) != 0) Word_Store(pThis->bThermalRecheck, 0);
+  Command_Lock(pThis->tFocusBox);
+  const bool bTaken = Word_Load(pThis->bFocusWake) == 0 && Word_Load(pThis->bThermalShift) != 0;
+  if (bTaken) Word_Store(pThis->bThermalRecheck, 0);
+  Command_Unlock(pThis->tFocusBox);
 }
 
 void RunZoomCommand(TVernierLensdInfo* pThis, i32 fd) {
@@ -80,16 +82,32 @@ void RunZoomCommand(TVernierLensdInfo* pThis, i32 fd) {
 }
 
 void RepeatHeldZoom(TVernierLensdInfo* pThis) {
-  if (Word_Load(pThis->tZoomCommand.bZoomContinuous) == 0) return;
-  const u32 dwHeld_ms = Clock_Milliseconds() - Word_Load(pThis->dwButtonPressTime);
-  // A lens of fewer than 10 steps still moves.
-  const i32 iLargeStep = std::max(static_cast<i32>(g_tVernierLensdConfigInfo.dwZoomMotorTotalStep) / 10, 1);
-  const u32 dwSteps = dwHeld_ms <= dwSingleStepHold_ms ? 1 : static_cast<u32>(iLargeStep);
-  const i32 iWoken = Command_Send(pThis, g_tZoomAxis, pThis->tZoomBox.iRunningChannel, [&](TMotorCommand& tBlock) {
+  const u32 dwSteps = HeldZoomSteps(pThis);
+  TMotorCommand& tBlock = pThis->tZoomCommand;
+  TCommandBox& tBox = pThis->tZoomBox;
+  Command_Lock(tBox);
+  // Under the lock, as the release is: behind a release no command that waits is overwritten.
+  const bool bHeld = Word_Load(tBlock.bZoomContinuous) != 0;
+  if (bHeld) {
+    // A newer zoom in the block brought its own direction, and so its own channel.
+    const bool bNewerZoom = Word_Load(pThis->bZoomWake) != 0 && Word_Load(tBlock.dwFunction) == FUNCTION_ZOOM;
+    if (!bNewerZoom) tBox.iChannel = tBox.iRunningChannel;
     Word_Store(tBlock.dwSteps, dwSteps);
     Word_Store(tBlock.dwFunction, FUNCTION_ZOOM);
-  });
-  if (iWoken != 0) std::puts("[vernierlensd] : Waking up zoom motor thread failed.");
+    Word_Publish(pThis->bZoomWake, 1);
+  }
+  Command_Unlock(tBox);
+  if (bHeld && Command_Wake(pThis, g_tZoomAxis) != 0) {
+    std::puts("[vernierlensd] : Waking up zoom motor thread failed.");
+  }
+}
+
+u32 HeldZoomSteps(const TVernierLensdInfo* pThis) {
+  // The press first: a second one in between must not make the time negative.
+  const u32 dwPressed_ms = Word_Load(pThis->dwButtonPressTime);
+  if (Clock_Milliseconds() - dwPressed_ms <= dwSingleStepHold_ms) return 1;
+  const i32 iLargeStep = static_cast<i32>(g_tVernierLensdConfigInfo.dwZoomMotorTotalStep) / 10;
+  return iLargeStep == 0 ? 1 : static_cast<u32>(iLargeStep);  // a lens of fewer than 10 steps still moves
 }
 
 }  // namespace

@@ -7,6 +7,8 @@
 // unlooked at, and a direction before each walk.  Every ICS request but ICS_CHECK_DETACHED is made holding gICSMutex.
 #pragma once
 
+#include <sys/ioctl.h>
+
 #include "core/types.h"
 
 enum EMotorRequest : u32 {
@@ -47,3 +49,11 @@ enum EICSRequest : u32 {
   ICS_GET_FOCUS_MAX = 0x4004582F,
   ICS_CHECK_DETACHED = 0x40045830,  // argument 1; result 1: lens detached
 };
+
+// One request to a driver.  The argument goes through ioctl's variable arguments, where the kernel reads a long.
+inline i32 Motor_Request(i32 fd, u32 dwRequest) {
+  return ioctl(fd, dwRequest);
+}
+inline i32 Motor_Request(i32 fd, u32 dwRequest, i32 iArgument) {
+  return ioctl(fd, dwRequest, static_cast<long>(iArgument));
+}

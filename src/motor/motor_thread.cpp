@@ -19,7 +19,7 @@ constexpr time_t tWakeTimeOut_s = 3;
 constexpr u64 qwReadyPoll_us = 1000;
 constexpr u64 qwSelectPause_us = 100'000;  // after a failed select, so that a dead descriptor costs no processor
 constexpr u64 qwEndPoll_us = 10'000;
-constexpr u64 qwEndBound_us = 600'000'000;  // longer than any move of a sound configuration
+constexpr u64 qwEndBound_us = 600'000'000;  // far longer than a whole range of any lens takes
 
 i32 MotorThread_Run(TVernierLensdInfo* pThis, const TAxis& tAxis);
 i32 MotorThread_Serve(TVernierLensdInfo* pThis, const TAxis& tAxis);
@@ -36,7 +36,6 @@ i32 MotorThread_Run(TVernierLensdInfo* pThis, const TAxis& tAxis) {
 }
 
 i32 MotorThread_Serve(TVernierLensdInfo* pThis, const TAxis& tAxis) {
-  MotorThread_SetRange(pThis, tAxis);
   const i32 fd = pThis->bSupportICS != 0 ? pThis->fdICS : open(tAxis.szDevice, O_WRONLY | O_CLOEXEC);
   if (fd < 0) {
     std::puts("[vernierlensd] : Failed to open device");
@@ -80,11 +79,14 @@ bool MotorThread_Receive(TVernierLensdInfo* pThis, const TAxis& tAxis) {
     return false;
   }
   u32 dwDiscarded = 0;
-  if (read(fdWake, &dwDiscarded, sizeof dwDiscarded) < 0) return false;
+  if (read(fdWake, &dwDiscarded, sizeof dwDiscarded) < 0) {
+    // Nothing depends on the bytes.
+  }
   return g_bRunThread.load() != 0 && Word_Take(pThis->*tAxis.pbWake) != 0;
 }
 
 i32 MotorThread_Initial(TVernierLensdInfo* pThis, const TAxis& tAxis) {
+  MotorThread_SetRange(pThis, tAxis);  // before the thread: it would overwrite what others have set by the time it runs
   const TTaskShimOptions tOptions = {.dwReserved = 0,
                                      .pvArgument = pThis,
                                      .dwStackSize_KiB = 120,
@@ -132,13 +134,13 @@ i32 VernierLensd_InitZoomMotorThread(TVernierLensdInfo* pThis) {
 }
 
 i32 MotorThreads_WaitForEnd(TVernierLensdInfo* pThis) {
-  bool bEnded = true;
+  const auto IsOutOfTheWay = [](const TCommandBox& tBox) { return tBox.bStarted == 0 || Word_Take(tBox.bEnded) != 0; };
   for (const TAxis* ptAxis : {&g_tFocusAxis, &g_tZoomAxis}) {
-    const TCommandBox& tBox = Axis_Box(pThis, *ptAxis);
-    if (tBox.bStarted == 0) continue;
-    Command_Wake(pThis, *ptAxis);  // bytes without a flag: the thread looks at g_bRunThread and dispatches nothing
-    bEnded &= Wait_Poll(qwEndPoll_us, qwEndBound_us, [&] { return Word_Take(tBox.bEnded) != 0; });
+    // Bytes without a flag: the thread looks at g_bRunThread and dispatches nothing.
+    if (Axis_Box(pThis, *ptAxis).bStarted != 0) Command_Wake(pThis, *ptAxis);
   }
+  const bool bEnded = Wait_Poll(qwEndPoll_us, qwEndBound_us,
+                                [&] { return IsOutOfTheWay(pThis->tFocusBox) && IsOutOfTheWay(pThis->tZoomBox); });
   return bEnded ? 0 : -1;
 }
 

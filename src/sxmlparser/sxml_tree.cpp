@@ -8,24 +8,9 @@
 
 #include "sxmlparser/sxml_scanner.h"
 
-enum ENote : u32 { NOTE_OPENING, NOTE_ATTRIBUTE, NOTE_VALUE, NOTE_TEXT, NOTE_SELF_CLOSING, NOTE_CLOSING };
-
-// One event of the count pass.
-struct TNote {
-  u32 dwOffset;         // bytes from the start of the text
-  u32 dwLengthAndNote;  // bytes times 8, plus the ENote
-};
-static_assert(sizeof(TNote) == 8);
-
-constexpr size_t g_nMaxNoteLength = (size_t{1} << 29) - 1;
-
 // Every event adds here what it takes in the build pass below, so that the block is exactly used.  No sum overflows:
-// each byte counted for the strings, each element and each note stands for a byte of the text.
+// each byte counted for the strings, and each record, stands for a byte of the text.
 struct TCountPass {
-  const char* pszText;
-  TNote* ptNotes;
-  i32 iNoteRoom;   // notes; 0 once an event is too long for one
-  i32 iNoteCount;  // events, noted or not
   i32 iStackSize;
   i32 iStrSize;
   i32 iElementCount;
@@ -33,48 +18,37 @@ struct TCountPass {
   i32 iDepth;
 };
 
-[[gnu::always_inline]] static inline void Count_Note(TCountPass& t, ENote eNote, std::string_view sv) {
-  if (sv.size() > g_nMaxNoteLength) t.iNoteRoom = 0;
-  if (t.iNoteCount < t.iNoteRoom) {
-    const u32 dwLengthAndNote = static_cast<u32>(sv.size()) * 8 + eNote;
-    t.ptNotes[t.iNoteCount] = {static_cast<u32>(sv.data() - t.pszText), dwLengthAndNote};
-  }
-  ++t.iNoteCount;
-}
-
-[[gnu::always_inline]] static inline void Count_String(TCountPass& t, ENote eNote, std::string_view sv) {
-  Count_Note(t, eNote, sv);
+[[gnu::always_inline]] static inline void Count_String(TCountPass& t, std::string_view sv) {
   t.iStrSize += static_cast<i32>(sv.size()) + 1;
 }
 
 [[gnu::always_inline]] static inline i32 Pass_Opening(TCountPass& t, std::string_view svName) {
-  Count_String(t, NOTE_OPENING, svName);
+  Count_String(t, svName);
   ++t.iElementCount;
   t.iStackSize = std::max(t.iStackSize, ++t.iDepth);
   return 0;
 }
 
 [[gnu::always_inline]] static inline void Pass_AttributeName(TCountPass& t, std::string_view svName) {
-  Count_String(t, NOTE_ATTRIBUTE, svName);
+  Count_String(t, svName);
   ++t.iAttributeCount;
 }
 
 [[gnu::always_inline]] static inline void Pass_AttributeValue(TCountPass& t, std::string_view svValue) {
-  Count_String(t, NOTE_VALUE, svValue);
+  Count_String(t, svValue);
 }
 
 [[gnu::always_inline]] static inline void Pass_Text(TCountPass& t, std::string_view svText) {
-  Count_String(t, NOTE_TEXT, svText);
+  Count_String(t, svText);
 }
 
 [[gnu::always_inline]] static inline i32 Pass_SelfClosing(TCountPass& t) {
-  Count_String(t, NOTE_SELF_CLOSING, {t.pszText, 0});
+  ++t.iStrSize;
   --t.iDepth;
   return 0;
 }
 
-[[gnu::always_inline]] static inline i32 Pass_Closing(TCountPass& t, std::string_view svTag) {
-  Count_Note(t, NOTE_CLOSING, svTag);
+[[gnu::always_inline]] static inline i32 Pass_Closing(TCountPass& t, std::string_view) {
   return --t.iDepth < 0 ? Scan_Error(SXML_ERROR_NESTING) : 0;
 }
 
@@ -180,11 +154,6 @@ struct TBuildPass {
   return Build_NameFits(t, t.pClosed->pszName, svTag) ? 0 : Scan_Error(SXML_ERROR_CLOSING_NAME);
 }
 
-static TSXMLHandle* Tree_Handle(TSXMLParser* pThis) {
-  void* const pvHandle = pThis;
-  return static_cast<TSXMLHandle*>(pvHandle);
-}
-
 void Tree_Drop(TSXMLParser* pThis) {
   pThis->iXMLStackSize = 0;
   pThis->iXMLStrSize = 0;
@@ -201,39 +170,22 @@ void Tree_Drop(TSXMLParser* pThis) {
 // What the element array may have to move up to be aligned: 3 bytes where pointers have 4, 7 where they have 8.
 constexpr i32 g_iAlignSlack = alignof(TXMLElement) - 1;
 
-static size_t Tree_NoteOffset(i32 iBlockSize) {
-  return (static_cast<size_t>(iBlockSize) + 7) & ~size_t{7};
-}
-
-// A block of iSize bytes with room for iNotes notes behind it; where memory is short, without the room.
-static void Tree_Allocate(TSXMLHandle* ptHandle, i32 iSize, i32 iNotes) {
-  TSXMLParser* const pThis = &ptHandle->tParser;
-  pThis->pvBlock = std::calloc(1, Tree_NoteOffset(iSize) + sizeof(TNote) * static_cast<size_t>(iNotes));
-  ptHandle->iNoteRoom = pThis->pvBlock == nullptr ? 0 : iNotes;
-  if (pThis->pvBlock == nullptr) pThis->pvBlock = std::calloc(1, static_cast<size_t>(iSize));
-  pThis->iBlockSize = pThis->pvBlock == nullptr ? 0 : iSize;
-}
-
 // Makes pvBlock a block of at least so many bytes.  One that is used again isn't cleared: records and strings are
 // written whole before a count or a pointer leads to them.
-static i32 Tree_TakeBlock(TSXMLParser* pThis, u64 qwSize, TCountPass& tCount) {
+static i32 Tree_TakeBlock(TSXMLParser* pThis, u64 qwSize) {
   if (qwSize <= static_cast<u64>(pThis->iBlockSize)) return 0;
   std::free(pThis->pvBlock);
-  pThis->pvBlock = nullptr;
-  pThis->iBlockSize = 0;
-  tCount.iNoteRoom = 0;  // the notes went with the block
-  if (qwSize <= std::numeric_limits<i32>::max()) {
-    Tree_Allocate(Tree_Handle(pThis), static_cast<i32>(qwSize), tCount.iNoteCount);
-  }
+  pThis->pvBlock = qwSize > std::numeric_limits<i32>::max() ? nullptr : std::calloc(1, static_cast<size_t>(qwSize));
+  pThis->iBlockSize = pThis->pvBlock == nullptr ? 0 : static_cast<i32>(qwSize);
   return pThis->pvBlock == nullptr ? Scan_Error(SXML_ERROR_NO_MEMORY) : 0;
 }
 
-static i32 Tree_LayOut(TSXMLParser* pThis, TCountPass& tCount) {
+static i32 Tree_LayOut(TSXMLParser* pThis, const TCountPass& tCount) {
   const u64 qwSize = static_cast<u64>(tCount.iStrSize) + g_iAlignSlack +
                      sizeof(TXMLElement*) * static_cast<u64>(tCount.iStackSize) +
                      sizeof(TXMLElement) * (static_cast<u64>(tCount.iElementCount) + 1) +
                      sizeof(TXMLAttribute) * (static_cast<u64>(tCount.iAttributeCount) + 1);
-  if (const i32 iError = Tree_TakeBlock(pThis, qwSize, tCount); iError != 0) return iError;
+  if (const i32 iError = Tree_TakeBlock(pThis, qwSize); iError != 0) return iError;
   pThis->iXMLStackSize = tCount.iStackSize;
   pThis->iXMLStrSize = tCount.iStrSize;
   pThis->iXMLElementCount = tCount.iElementCount;
@@ -248,37 +200,7 @@ static i32 Tree_LayOut(TSXMLParser* pThis, TCountPass& tCount) {
   return 0;
 }
 
-// The build pass by the notes of the count pass.
-static i32 Build_FromNotes(TBuildPass& t, const char* pszText, const TCountPass& tCount) {
-  i32 iError = 0;
-  for (i32 i = 0; i < tCount.iNoteCount && iError == 0; ++i) {
-    const TNote tNote = tCount.ptNotes[i];
-    const std::string_view sv(pszText + tNote.dwOffset, tNote.dwLengthAndNote / 8);
-    switch (static_cast<ENote>(tNote.dwLengthAndNote % 8)) {
-      case NOTE_OPENING:
-        iError = Pass_Opening(t, sv);
-        break;
-      case NOTE_ATTRIBUTE:
-        Pass_AttributeName(t, sv);
-        break;
-      case NOTE_VALUE:
-        Pass_AttributeValue(t, sv);
-        break;
-      case NOTE_TEXT:
-        Pass_Text(t, sv);
-        break;
-      case NOTE_SELF_CLOSING:
-        iError = Pass_SelfClosing(t);
-        break;
-      case NOTE_CLOSING:
-        iError = Pass_Closing(t, sv);
-        break;
-    }
-  }
-  return iError;
-}
-
-static i32 ConstructDOMCb(TSXMLParser* pThis, std::string_view svText, const TCountPass& tCount) {
+static i32 ConstructDOMCb(TSXMLParser* pThis, std::string_view svText) {
   TBuildPass t{.pTextEnd = svText.data() + svText.size(),
                .pszCur = pThis->pszCurXMLStr,
                .pszEnd = pThis->pszXMLString + pThis->iXMLStrSize,
@@ -292,8 +214,7 @@ static i32 ConstructDOMCb(TSXMLParser* pThis, std::string_view svText, const TCo
                .pClosed = nullptr,
                .iElementIndex = 0,
                .iAttributeIndex = 0};
-  const bool bNoted = tCount.iNoteCount <= tCount.iNoteRoom;
-  const i32 iError = bNoted ? Build_FromNotes(t, svText.data(), tCount) : Scan_Run(svText, t);
+  const i32 iError = Scan_Run(svText, t);
   pThis->pszCurXMLStr = t.pszCur;
   pThis->pCurElement = t.pElement;
   pThis->pCurAttribute = t.pAttribute;
@@ -303,24 +224,19 @@ static i32 ConstructDOMCb(TSXMLParser* pThis, std::string_view svText, const TCo
 }
 
 static i32 Tree_Count(std::string_view svText, TCountPass& tCount) {
-  if (const i32 iError = Scan_Run(svText, tCount); iError != 0) return iError;
-  return tCount.iDepth == 0 ? 0 : Scan_Error(SXML_ERROR_NESTING);
+  TCountPass t{};  // not tCount itself: it can lie in registers as long as nobody points to it
+  const i32 iError = Scan_Run(svText, t);
+  tCount = t;
+  if (iError != 0) return iError;
+  return t.iDepth == 0 ? 0 : Scan_Error(SXML_ERROR_NESTING);
 }
 
 i32 Tree_Parse(TSXMLParser* pThis, std::string_view svText) {
   Tree_Drop(pThis);
-  TCountPass tCount{};
-  tCount.pszText = svText.data();
-  tCount.iNoteRoom = Tree_Handle(pThis)->iNoteRoom;
-  if (pThis->pvBlock == nullptr) {
-    tCount.iNoteRoom = 0;
-  } else {
-    void* const pvNotes = static_cast<char*>(pThis->pvBlock) + Tree_NoteOffset(pThis->iBlockSize);
-    tCount.ptNotes = static_cast<TNote*>(pvNotes);
-  }
+  TCountPass tCount;
   i32 iError = Tree_Count(svText, tCount);
   if (iError == 0) iError = Tree_LayOut(pThis, tCount);
-  if (iError == 0) iError = ConstructDOMCb(pThis, svText, tCount);
+  if (iError == 0) iError = ConstructDOMCb(pThis, svText);
   if (iError != 0) Tree_Drop(pThis);
   return iError;
 }

@@ -44,13 +44,6 @@ static_assert(offsetof(TSXMLParser, dwExtra2) < offsetof(TSXMLParser, pvBlock) &
               offsetof(TSXMLParser, pvBlock) < offsetof(TSXMLParser, iXMLStackDepth) &&
               offsetof(TSXMLParser, iXMLStackDepth) < offsetof(TSXMLParser, pCurAttribute));
 
-// What the daemon's handle is in memory: behind the block's iBlockSize bytes, rounded up to eight, the same allocation
-// holds room for notes, by which a document of a size seen before is scanned once instead of twice.
-struct TSXMLHandle {
-  TSXMLParser tParser;  // first, the handle points to it
-  i32 iNoteRoom;        // notes
-};
-
 // Builds the tree of svText, behind which a NUL stands and in which none does, of at most 2^31 - 2 bytes.
 // 0 or an ESXMLError, and then without a tree.
 i32 Tree_Parse(TSXMLParser* pThis, std::string_view svText);

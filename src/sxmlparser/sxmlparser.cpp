@@ -16,10 +16,8 @@ static void Ignore_Text(void*, const char*, i32, const char*, i32) {}
 
 i32 SXMLParser_Initial(HSXMLParser* phParser) {
   if (phParser == nullptr) return -1;
-  *phParser = nullptr;
-  auto* const ptHandle = static_cast<TSXMLHandle*>(std::calloc(1, sizeof(TSXMLHandle)));
-  if (ptHandle == nullptr) return -1;
-  *phParser = &ptHandle->tParser;
+  *phParser = static_cast<TSXMLParser*>(std::calloc(1, sizeof(TSXMLParser)));
+  if (*phParser == nullptr) return -1;
   TSXMLOption tOption{};
   tOption.dwFlags = SXML_OPTION_CALLBACKS;
   return SXMLParser_SetOption(*phParser, &tOption);

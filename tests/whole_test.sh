@@ -1,0 +1,84 @@
+#!/usr/bin/env bash
+# The daemon's own binary on a simulated camera at a speed, talked to as a camera would.  Asserts no times.
+#   tests/whole_test.sh BUILD CASE
+set -euo pipefail
+
+build=$1
+case=$2
+sim=$build/bin/simcamera
+top=$(mktemp --directory "${TMPDIR:-/tmp}/vernier-whole.XXXXXX")
+cameras=()
+finish() {
+  [ ${#cameras[@]} -eq 0 ] || kill -TERM "${cameras[@]}" 2>/dev/null || true
+  wait
+  rm --recursive --force "$top"
+}
+trap finish EXIT
+
+fail() {
+  echo "FAILED: $*"
+  tail --lines=20 "$top"/*/sim/daemon.log 2>/dev/null || true
+  exit 1
+}
+
+# Starts a camera and waits until it answers.
+start() { # NAME MODEL
+  "$sim" run "$top/$1" --lens "$2" --speed 50 >"$top/$1.run" 2>&1 &
+  cameras+=($!)
+  for _ in $(seq 200); do
+    "$sim" ask "$top/$1" 'function=getstatus' >/dev/null 2>&1 && return
+    sleep 0.1
+  done
+  fail "$1 does not answer: $(cat "$top/$1.run")"
+}
+
+expect_true() { # NAME AXIS POSITION
+  "$sim" wait "$top/$1" || fail "$1 does not come to rest"
+  "$sim" show "$top/$1" --json | grep --quiet "\"$2\":{\"believed\":$3,\"true\":$3," ||
+    fail "$1 $2 is not at $3: $("$sim" show "$top/$1")"
+}
+
+case_curl() {
+  start camera zoom
+  local socket=$top/camera/tmp/VernierLens
+  [ "$(curl --silent --include --unix-socket "$socket" 'http://camera/?function=getfocusdefault' | od -c)" = \
+    "$(printf 'HTTP/1.1 400 Bad Request\r\n\r\n' | od -c)" ] || fail "refusal"
+  [ "$(curl --silent --include --unix-socket "$socket" --data 'function=zoom&direction=direct&position=300' http://camera/ | od -c)" = \
+    "$(printf 'HTTP/1.1 200 OK\r\nContent-type: text/plain\r\nCache-control: no-cache\r\nPragma: no-cache\r\nContent-length: 2\r\n\r\nOK' | od -c)" ] ||
+    fail "plain OK"
+  expect_true camera zoom 300
+  curl --silent --unix-socket "$socket" 'http://camera/?function=getstatus' | grep --quiet "^vernier_lens_zoom_motor='300'" || fail "status"
+  local daemon
+  daemon=$(cat "$top/camera/sim/daemon.pid")
+  kill -TERM "${cameras[0]}"
+  wait "${cameras[0]}" || fail "the camera ended badly"
+  [ ! -e "/proc/$daemon" ] || fail "the daemon is still there"
+}
+
+case_two_cameras() {
+  start one zoom
+  start two quad
+  "$sim" ask "$top/one" 'function=zoom&direction=direct&position=400' >/dev/null
+  "$sim" ask "$top/two" 'function=zoom&direction=direct&position=50' >/dev/null
+  expect_true one zoom 400
+  expect_true two zoom 50
+}
+
+# A log that nobody reads must not cost the daemon its life, nor a processor.
+case_lost_log() {
+  start camera zoom
+  kill -TERM "${cameras[0]}"
+  wait "${cameras[0]}" || true
+  cameras=()
+  mkfifo "$top/log"
+  head --lines=3 "$top/log" >/dev/null &
+  (ulimit -t 10; exec env LD_PRELOAD="$build/lib/libsimcamera.so" SIMCAMERA_ROOT="$top/camera" "$build/bin/vernierlensd") >"$top/log" &
+  local daemon=$!
+  sleep 1
+  "$sim" ask "$top/camera" 'function=getstatus' >/dev/null || fail "no answer without a log"
+  kill -TERM "$daemon"
+  wait "$daemon" || fail "ended with $?"
+}
+
+"case_$case"
+echo "passed: $case"
