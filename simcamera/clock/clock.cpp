@@ -374,19 +374,24 @@ void Clock_SignalSelf(i32 iSignal) {
   RunHandlers(tSelf);
 }
 
-// Gives each signal of the process to the first task that has not blocked it, as the kernel does.
+// Gives each signal of the process to a task that has not blocked it.  Which one is drawn: a kernel prefers the first,
+// but promises nothing.
 static void AssignProcessSignals() {
   for (i32 iSignal = 1; iSignal <= 64 && g_qwPendingProcess != 0; ++iSignal) {
     const u64 qwBit = u64{1} << (iSignal - 1);
     if ((g_qwPendingProcess & qwBit) == 0) continue;
+    TTask* aptOpen[iMaxTasks];
+    u32 dwOpen = 0;
     for (TTask& tTask : g_atTasks) {
-      if (tTask.eState == TASK_FREE || tTask.eState == TASK_ENDED || sigismember(&tTask.tMask, iSignal) == 1) continue;
-      g_qwPendingProcess &= ~qwBit;
-      if (g_atActions[iSignal].sa_handler == SIG_IGN) break;
-      tTask.qwPending |= qwBit;
-      if (tTask.eState == TASK_WAITING) MakeReady(tTask, WAIT_INTERRUPTED);
-      break;
+      const bool bGone = tTask.eState == TASK_FREE || tTask.eState == TASK_ENDED;
+      if (!bGone && sigismember(&tTask.tMask, iSignal) == 0) aptOpen[dwOpen++] = &tTask;
     }
+    if (dwOpen == 0) continue;
+    g_qwPendingProcess &= ~qwBit;
+    if (g_atActions[iSignal].sa_handler == SIG_IGN) continue;
+    TTask& tTask = *aptOpen[dwOpen > 1 ? Clock_Draw(dwOpen) : 0];
+    tTask.qwPending |= qwBit;
+    if (tTask.eState == TASK_WAITING) MakeReady(tTask, WAIT_INTERRUPTED);
   }
 }
 

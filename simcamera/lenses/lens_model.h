@@ -5,8 +5,6 @@
 #include "core/context.h"
 #include "lens/lens.h"
 
-
-
 // One axis.  A model without the axis leaves it all zero.
 struct TAxisSheet {
   u32 dwStart, dwEnd;       // virtual steps: the usable range

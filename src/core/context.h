@@ -203,9 +203,9 @@ struct TVernierLensdConfigInfo {
   i32 iZoomPositionInterval;  // virtual steps; 0 with fewer than 16 of them: divide by at least 1
   u32 dwRestoreStatus;        // 0 restore, 1 backup, 2 anything else
 };
-static_assert(offsetof(TVernierLensdConfigInfo, dwFocusVirtualStart) == 15 * 4 &&
-              offsetof(TVernierLensdConfigInfo, szFocusStartTable) == 37 * 4 &&
-              sizeof(TVernierLensdConfigInfo) == (37 + 32 + 15) * 4);
+static_assert(offsetof(TVernierLensdConfigInfo, dwFocusVirtualStart) == 15 * sizeof(u32) &&
+              offsetof(TVernierLensdConfigInfo, szFocusStartTable) == 37 * sizeof(u32) &&
+              sizeof(TVernierLensdConfigInfo) == (37 + 32 + 15) * sizeof(u32));
 
 extern TVernierLensdConfigInfo g_tVernierLensdConfigInfo;
 
