@@ -70,6 +70,22 @@ static std::string Deep(size_t nBytes) {
   return t.str();
 }
 
+static std::string WideAndDeep(size_t nBytes) {
+  constexpr int iLevels = 40;
+  constexpr int iLeaves = 40;
+  std::ostringstream t;
+  t << "<?xml version=\"1.0\"?>\n<root>\n";
+  while (static_cast<size_t>(t.tellp()) < nBytes) {
+    for (int i = 1; i < iLevels; ++i) {
+      t << "<level" << i << " id=\"" << i * 7 << "\">\n<min>" << i << "</min>\n<unit/>\n";
+    }
+    for (int i = 0; i < iLeaves; ++i) t << "<item>" << i * 7919 % 100003 << "</item>\n";
+    for (int i = iLevels - 1; i > 0; --i) t << "</level" << i << ">\n";
+  }
+  t << "</root>\n";
+  return t.str();
+}
+
 static std::string Mixed(size_t nBytes) {
   const std::vector<std::string> astrKeys = {"name", "resolution", "max_frame_rate", "x", "exposurewindow", "gain"};
   std::mt19937 tRandom(20);
@@ -93,5 +109,6 @@ static std::string Mixed(size_t nBytes) {
 }
 
 std::vector<TXMLDocument> Documents_Large(size_t nBytes) {
-  return {{"wide", Wide(nBytes)}, {"deep", Deep(nBytes)}, {"mixed", Mixed(nBytes)}};
+  return {
+      {"wide", Wide(nBytes)}, {"deep", Deep(nBytes)}, {"wide and deep", WideAndDeep(nBytes)}, {"mixed", Mixed(nBytes)}};
 }

@@ -17,5 +17,6 @@ std::vector<TXMLDocument> Documents_Load(const char* pszDirectory);
 std::vector<TXMLDocument> Documents_Small();
 
 // Of about nBytes, the same on every run.  "wide": one root with very many children.  "deep": branches of 90 levels,
-// as deep as every peer goes.  "mixed": groups of settings with attributes, comments and longer texts.
+// as deep as every peer goes.  "wide and deep": branches of 40 levels with two leaves on each and 40 at their ends.
+// "mixed": groups of settings with attributes, comments and longer texts.
 std::vector<TXMLDocument> Documents_Large(size_t nBytes);

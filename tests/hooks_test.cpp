@@ -133,6 +133,26 @@ i32 UsesPaths(TWorld*) {
   return rename("/mnt/flash/hooks.txt", "/mnt/flash/renamed.txt");
 }
 
+bool NoRoom(FILE* pFile, int fd) {
+  if (fputs("more", pFile) < 0 || fclose(pFile) != -1 || errno != ENOSPC) return false;
+  errno = 0;
+  return write(fd, "more", 4) == -1 && errno == ENOSPC && close(fd) == 0;
+}
+
+// Also for what was opened while there was room.
+i32 FillsFlash(TWorld* ptWorld) {
+  FILE* pFile = fopen("/mnt/flash/before", "w");
+  const int fd = open("/etc/conf.d/before", O_WRONLY | O_CREAT, 0644);
+  ptWorld->bFlashFull = 1;
+  if (fopen("/mnt/flash/before", "r+") != nullptr || errno != ENOSPC || !NoRoom(pFile, fd)) return 1;
+  pFile = fopen("/mnt/flash/.VernierlensStatus", "w");
+  if (!NoRoom(pFile, open("/mnt/flash/after", O_WRONLY | O_CREAT, 0644))) return 2;
+  ptWorld->bFlashReadOnly = 1;
+  if (open("/mnt/flash/after", O_WRONLY) != -1 || errno != EROFS || unlink("/mnt/flash/after") != -1) return 3;
+  if (fopen("/mnt/flash/none", "a") != nullptr || rename("/mnt/flash/after", "/mnt/flash/none") != -1) return 4;
+  return access("/mnt/flash/after", R_OK);
+}
+
 i32 AsksDriver(TWorld*) {
   const int fd = open("/dev/zoommotor", O_WRONLY);
   if (fd < 0 || ioctl(fd, MOTOR_SET_FORWARD) != 0 || ioctl(fd, MOTOR_WALK_STEPS_BLOCK, 40) != 0) return 1;
@@ -204,6 +224,7 @@ TEST_F(Hooks, BodiesRunAsUnderTheKernel) {
       {"waits end by time, send and post", &WaitsEndByTimeAndByWake, "main  select 1 ready\n"},
       {"a mutex keeps others out over a sleep", &MutexGuards, ""},
       {"paths lie below the root", &UsesPaths, "main  create /mnt/flash/hooks.txt\n"},
+      {"a full flash takes no writes, a read-only one nothing", &FillsFlash, "write /mnt/flash/after = -1 EROFS\n"},
       {"a driver answers and its blocking walk takes time", &AsksDriver,
        "zoommotor MOTOR_WALK_STEPS_BLOCK 40 = 0 rotor "},
   };
@@ -215,6 +236,9 @@ TEST_F(Hooks, BodiesRunAsUnderTheKernel) {
   }
   EXPECT_EQ(Read("/var/run/hooks.txt"), "below");
   EXPECT_EQ(Read("/mnt/flash/renamed.txt"), "flash");
+  EXPECT_EQ(Read("/mnt/flash/.VernierlensStatus"), "") << "emptied, then the flash was full";
+  EXPECT_EQ(Life_ResetRoot(m_sRoot), 0);
+  EXPECT_EQ(Read("/mnt/flash/renamed.txt") + Read("/mnt/flash/.VernierlensStatus"), "absentnormal");
 }
 
 TEST_F(Hooks, WhatCannotGoOnIsEndedAndNamed) {
@@ -233,8 +257,7 @@ TEST_F(Hooks, SeedMakesTheLife) {
   for (u64 qwSeed = 1; qwSeed <= 20; ++qwSeed) {
     std::string asTranscripts[2];
     for (std::string& s : asTranscripts) {
-      TearDown();
-      SetUp();
+      ASSERT_EQ(Life_ResetRoot(m_sRoot), 0);
       s = Life_Run(Plan(&MutexGuards, qwSeed)).sTranscript;
     }
     EXPECT_EQ(asTranscripts[0], asTranscripts[1]) << "seed " << qwSeed;

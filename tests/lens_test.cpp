@@ -194,23 +194,76 @@ TEST(Lenses, EachModelIsLaidOutConsistently) {
   }
 }
 
-// The value is highest where the glass is sharp, noise or not, and only while it is wanted and the image side speaks.
-TEST(Lenses, TheImageSideSeesTheGlass) {
+// A camera of the zoom model, sharp; one driver step is a virtual step.
+TWorld SharpWorld() {
   TWorld tWorld{};
   tWorld.eTime = TIME_VIRTUAL;
   tWorld.dDistance_m = 5;
   std::strcpy(tWorld.szModel, "zoom");
-  tWorld.tLens.atModel[LENS_FOCUS].iDriverPerVirtual = tWorld.tLens.atModel[LENS_ZOOM].iDriverPerVirtual = 1;
+  tWorld.tLens = MakeLens(0, 0);
+  for (TAxisModel& tModel : tWorld.tLens.atModel) tModel.iDriverPerVirtual = 1, tModel.iTravel = 2000;
+  TAxisTruth& tFocus = tWorld.tLens.atAxis[0][LENS_FOCUS];
+  tFocus.iGlass = tFocus.iRotor = static_cast<i32>(World_SharpFocus(&tWorld, 0) + 0.5);
+  return tWorld;
+}
+
+// Readings of the glass so many steps from sharp, over whole periods of flicker and drift, from low to high.
+std::vector<double> Readings(EScene eScene, bool bBusy, i32 iAway) {
+  TWorld tWorld = SharpWorld();
+  tWorld.eScene = eScene;
+  tWorld.tLens.atAxis[0][LENS_FOCUS].iGlass += iAway;
+  u32 adwBlock[BLOCK_WORDS] = {1, 0, 0, 0, 0, bBusy};
+  std::vector<double> adValues(4800);
+  for (double& dValue : adValues) {
+    tWorld.qwBase_us += qwFrameTime_us + 1;
+    World_ImageFrame(&tWorld, 0, adwBlock);
+    dValue = adwBlock[BLOCK_FOCUS_VALUE];
+  }
+  std::sort(adValues.begin(), adValues.end());
+  return adValues;
+}
+
+// What 98 of a hundred readings differ by, and the share of the sharp value that is left some steps away.
+TEST(Lenses, EachSceneAnswersToTheFocusInItsWay) {
+  const std::tuple<EScene, bool, double, i32, double> atCases[] = {
+      {SCENE_NORMAL, true, 0.004, 30, 0.375},    {SCENE_NORMAL, false, 0.098, 0, 1},
+      {SCENE_TELE, true, 0.004, 30, 0.119},      {SCENE_WIDE, true, 0.004, 30, 0.859},
+      {SCENE_NIGHT, true, 0.098, 0, 1},          {SCENE_LOW_CONTRAST, true, 0.004, 300, 0.8},
+      {SCENE_TWO_PEAKS, true, 0.004, 300, 0.71}, {SCENE_FLICKER, true, 0.196, 0, 1},
+      {SCENE_FLAT, true, 0.004, 300, 1},         {SCENE_OUTLIERS, true, 0.5, 0, 1},
+      {SCENE_DRIFT, true, 0.392, 0, 1}};
+  for (const auto& [eScene, bBusy, dSpread, iAway, dLeft] : atCases) {
+    const auto adSharp = Readings(eScene, bBusy, 0);
+    const double dMiddle = adSharp[2400], dSpreadNow = (adSharp[4752] - adSharp[48]) / dMiddle;
+    EXPECT_NEAR(dSpreadNow, dSpread, 0.02 * dSpread + 0.002) << g_atScenes[eScene].pszName;
+    EXPECT_NEAR(Readings(eScene, bBusy, iAway)[2400] / dMiddle, dLeft, 0.01) << g_atScenes[eScene].pszName;
+  }
+}
+
+// The value is highest where the glass is sharp, noise or not, and only while it is wanted and the image side speaks.
+TEST(Lenses, TheImageSideSeesTheGlass) {
+  TWorld tWorld = SharpWorld();
   const i32 iSharp = static_cast<i32>(World_SharpFocus(&tWorld, 0) + 0.5);
   u32 adwBlock[BLOCK_WORDS] = {1, 0, 1, 1}, dwBest = 0;
   for (i32 iAway : {-200, -40, -10, 0, 10, 40, 200}) {
-    tWorld.tLens.atAxis[0][LENS_FOCUS].iGlass = iSharp + iAway;
+    tWorld.tLens.atAxis[0][LENS_FOCUS].iGlass = tWorld.tLens.atAxis[0][LENS_FOCUS].iRotor = iSharp + iAway;
     tWorld.qwBase_us += qwFrameTime_us;
     World_ImageFrame(&tWorld, 0, adwBlock);
     EXPECT_EQ(adwBlock[BLOCK_FOCUS_VALUE] > dwBest, iAway <= 0) << iAway;
     dwBest = std::max(dwBest, adwBlock[BLOCK_FOCUS_VALUE]);
   }
   EXPECT_EQ(adwBlock[BLOCK_IRIS_PENDING], 0u) << "answered";
+  const u32 dwFrame = adwBlock[BLOCK_FOCUS_VALUE];
+  Lens_Request(&tWorld.tLens, DEVICE_FOCUS_MOTOR, WALK, 100, tWorld.qwBase_us);
+  for (const u64 qwLater_us : {9'000u, 24'332u, 1u}) {
+    tWorld.qwBase_us += qwLater_us;
+    Lens_Request(&tWorld.tLens, DEVICE_FOCUS_MOTOR, MOTOR_SET_FORWARD, 0, tWorld.qwBase_us);
+    World_ImageFrame(&tWorld, 0, adwBlock);
+    EXPECT_EQ(adwBlock[BLOCK_FOCUS_VALUE] == dwFrame, qwLater_us > 1) << "a reading is of the last whole frame";
+  }
+  tWorld.bImageSideBackwards = 1;
+  World_ImageFrame(&tWorld, 0, adwBlock);
+  EXPECT_EQ(adwBlock[BLOCK_FOCUS_VALUE], 100'000'000u - 8) << "counted down";
   adwBlock[BLOCK_IRIS_PENDING] = tWorld.bImageSideSilent = tWorld.bNight = 1;
   World_ImageFrame(&tWorld, 0, adwBlock);
   EXPECT_EQ(adwBlock[BLOCK_IRIS_PENDING] + adwBlock[BLOCK_DAY_NIGHT_MODE], 1u) << "silent";

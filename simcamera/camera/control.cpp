@@ -23,6 +23,15 @@ void SendEvent(const TDescriptor& tDirectory, const std::string& sElement, const
   if (Courier_Util_SendbyFIFO(&tOptions) != 0) Fail("the daemon does not listen to its buttons");
 }
 
+EScene ParseScene(const std::string& sText) {
+  std::string sNames;
+  for (const TScene& tScene : g_atScenes) {
+    if (sText == tScene.pszName) return tScene.eScene;
+    sNames += std::string(sNames.empty() ? "" : ", ") + tScene.pszName;
+  }
+  RefuseUsage("there is no scene \"" + sText + "\"; there are " + sNames);
+}
+
 void SetScene(TWorld* ptWorld, const std::string& sKey, const std::string& sValue) {
   if (sKey == "distance") {
     ptWorld->dDistance_m = Number_Parse(sValue, sKey, 0.1, 1e6);
@@ -31,14 +40,34 @@ void SetScene(TWorld* ptWorld, const std::string& sKey, const std::string& sValu
   } else if (sKey == "mode") {
     if (sValue != "day" && sValue != "night") RefuseUsage("mode is day or night, not \"" + sValue + "\"");
     ptWorld->bNight = sValue == "night" ? 1 : 0;
+  } else if (sKey == "scene") {
+    ptWorld->eScene = ParseScene(sValue);
   } else {
-    RefuseUsage("there is no \"" + sKey + "\" to set; there are distance, temperature and mode");
+    RefuseUsage("there is no \"" + sKey + "\" to set; there are distance, temperature, mode and scene");
   }
 }
 
 constexpr const char* pszFaultUsage =
     "fault ROOT power-cut | stall AXIS [on|off] [--channel N] | slip AXIS STEPS|one-in=N [--channel N] | "
-    "silent-peer on|off";
+    "silent-peer|peer-zero|peer-backwards|flash-full|flash-readonly on|off";
+
+struct TSwitchRow {
+  const char* pszName;
+  u32 TWorld::*pbSwitch;
+};
+
+constexpr TSwitchRow g_atSwitches[] = {
+    {"silent-peer", &TWorld::bImageSideSilent},       {"peer-zero", &TWorld::bImageSideZero},
+    {"peer-backwards", &TWorld::bImageSideBackwards}, {"flash-full", &TWorld::bFlashFull},
+    {"flash-readonly", &TWorld::bFlashReadOnly},
+};
+
+const TSwitchRow* FindSwitch(const std::string& sKind) {
+  for (const TSwitchRow& tRow : g_atSwitches) {
+    if (sKind == tRow.pszName) return &tRow;
+  }
+  return nullptr;
+}
 
 bool ParseSwitch(const std::string& sText) {
   if (sText != "on" && sText != "off") RefuseUsage("on or off, not \"" + sText + "\"");
@@ -96,7 +125,7 @@ i32 Command_Press(TArguments asArgs) {
 }
 
 i32 Command_Set(TArguments asArgs) {
-  Arguments_Expect(asArgs, 2, 16, "set ROOT distance=METRES|temperature=CELSIUS|mode=day|night...");
+  Arguments_Expect(asArgs, 2, 16, "set ROOT distance=METRES|temperature=CELSIUS|mode=day|night|scene=NAME...");
   const TCamera tCamera = Camera_Open(asArgs[0]);
   const TWorldLock tLock(tCamera.ptWorld.get());
   for (size_t i = 1; i < asArgs.size(); ++i) {
@@ -126,8 +155,8 @@ i32 Command_Fault(TArguments asArgs) {
     FindAxis(tCamera, asArgs[2], iChannel).bSticky = iArguments == 1 || ParseSwitch(asArgs[3]) ? 1 : 0;
   } else if (sKind == "slip" && iArguments == 2) {
     Slip(FindAxis(tCamera, asArgs[2], iChannel), asArgs[3]);
-  } else if (sKind == "silent-peer" && iArguments == 1) {
-    ptWorld->bImageSideSilent = ParseSwitch(asArgs[2]) ? 1 : 0;
+  } else if (const TSwitchRow* ptSwitch = FindSwitch(sKind); ptSwitch != nullptr && iArguments == 1) {
+    ptWorld->*ptSwitch->pbSwitch = ParseSwitch(asArgs[2]) ? 1 : 0;
   } else {
     RefuseUsage(std::string("usage: simcamera ") + pszFaultUsage);
   }

@@ -20,6 +20,7 @@
 #include "camera/cli.h"
 #include "camera/client.h"
 #include "camera/world_image.h"
+#include "hooks/flash.h"
 
 namespace {
 
@@ -174,9 +175,18 @@ void AskForEnd(TRun& tRun) {
   kill(tRun.iDaemon, SIGTERM);
 }
 
+// The daemon is dead: its motors stop, and the flash draws what was written without a sync.
 void CutPower(TRun& tRun) {
-  const TWorldLock tLock(tRun.tCamera.ptWorld.get());
-  Lens_PowerCut(&tRun.tCamera.ptWorld->tLens, World_Now_us(tRun.tCamera.ptWorld.get()));
+  TWorld* ptWorld = tRun.tCamera.ptWorld.get();
+  const TWorldLock tLock(ptWorld);
+  Lens_PowerCut(&ptWorld->tLens, World_Now_us(ptWorld));
+  const u64 qwSeed = ptWorld->qwSeed * 31 + ++ptWorld->dwPowerCuts;
+  if (Flash_PowerCut(tRun.tCamera.sRoot.c_str(), qwSeed) != 0) Fail(tRun.tCamera.sRoot + ": the flash is lost");
+}
+
+// A camera that is switched on has all its files on the flash, also those that were edited by hand.
+void SettleFlash(const TRun& tRun) {
+  unlink((tRun.tCamera.sRoot + "/sim/flash").c_str());
 }
 
 // Takes the daemon's end if it has come.  Nothing while the run goes on, else its exit status.
@@ -251,6 +261,7 @@ i32 Command_Run(TArguments asArgs) {
   }
   const TDescriptor tHeld = TakeRoot(tRun.tCamera.sRoot);
   MapBlocks(tRun);
+  SettleFlash(tRun);
   if (sSeed) tRun.tCamera.ptWorld->qwSeed = qwSeed;
 
   sigset_t tSignals;

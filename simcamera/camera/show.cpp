@@ -11,7 +11,7 @@ struct TAxisView {
   const char* pszName;
   std::optional<i64> iBelieved;
   double dTrue, dGlass;
-  std::optional<double> dSharp;  // of a focus
+  std::optional<double> dSharp, dDepth;  // of a focus
 };
 
 // The truth of the moment, taken under one lock.
@@ -23,12 +23,16 @@ std::vector<TAxisView> View(const TCamera& tCamera, i32 iChannel) {
   std::vector<TAxisView> atViews;
   for (const ELensAxis eAxis : {LENS_ZOOM, LENS_FOCUS}) {
     if (ptWorld->tLens.atModel[eAxis].bPresent == 0) continue;
-    TAxisView tView{eAxis == LENS_ZOOM ? "zoom" : "focus", std::nullopt,
+    TAxisView tView{eAxis == LENS_ZOOM ? "zoom" : "focus",
+                    std::nullopt,
                     Lens_TrueVirtual(&ptWorld->tLens, iChannel, eAxis),
-                    Lens_GlassVirtual(&ptWorld->tLens, iChannel, eAxis), std::nullopt};
+                    Lens_GlassVirtual(&ptWorld->tLens, iChannel, eAxis),
+                    std::nullopt,
+                    std::nullopt};
     const std::string sKey = std::string("vernier_lens_") + tView.pszName + "_motor";
     if (tStatus && tStatus->contains(sKey)) tView.iBelieved = tStatus->at(sKey);
     if (eAxis == LENS_FOCUS) tView.dSharp = World_SharpFocus(ptWorld, iChannel);
+    if (eAxis == LENS_FOCUS) tView.dDepth = World_DepthOfFocus(ptWorld, iChannel);
     atViews.push_back(tView);
   }
   return atViews;
@@ -61,14 +65,16 @@ void PrintJson(const TCamera& tCamera) {
       std::printf("%s\"%s\":{\"believed\":%s,\"true\":%.10g,\"lens\":%.10g", pszComma, tView.pszName, sBelieved.c_str(),
                   tView.dTrue, tView.dGlass);
       if (tView.dSharp) std::printf(",\"sharp\":%.10g", *tView.dSharp);
+      if (tView.dDepth) std::printf(",\"depth\":%.10g", *tView.dDepth);
       std::printf("}");
       pszComma = ",";
     }
     std::printf("}");
   }
-  std::printf("],\"model\":\"%s\",\"mode\":\"%s\",\"temperature\":%.10g,\"distance\":%.10g,\"time\":%.6f}\n",
-              tCamera.ptModel->pszName, ptWorld->bNight != 0 ? "night" : "day", ptWorld->dTemperature_C,
-              ptWorld->dDistance_m, static_cast<double>(World_Now_us(ptWorld)) / 1e6);
+  std::printf(
+      "],\"model\":\"%s\",\"scene\":\"%s\",\"mode\":\"%s\",\"temperature\":%.10g,\"distance\":%.10g,\"time\":%.6f}\n",
+      tCamera.ptModel->pszName, g_atScenes[ptWorld->eScene].pszName, ptWorld->bNight != 0 ? "night" : "day",
+      ptWorld->dTemperature_C, ptWorld->dDistance_m, static_cast<double>(World_Now_us(ptWorld)) / 1e6);
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include <pthread.h>
 
 #include "lens/lens.h"
+#include "lens/scene.h"
 
 enum EWorldTime : u32 { TIME_AT_A_SPEED = 0, TIME_VIRTUAL = 1 };
 
@@ -28,7 +29,19 @@ struct TWorld {
   double dDistance_m;
   double dTemperature_C;
   u32 bNight;
-  u32 bImageSideSilent;
+  EScene eScene;
+
+  // Of the image side: when it began to hold each channel's brightness, 0 it does not; and its faults.
+  u64 aqwHeldSince_us[iLensChannels];
+  u32 bImageSideSilent;     // it answers nothing
+  u32 bImageSideZero;       // its focus values are 0
+  u32 bImageSideBackwards;  // its focus values count down, one each frame, whatever it sees
+
+  // Of the flash, for the daemon: what lies below ROOT/etc and ROOT/mnt.  A CALL event of a life may switch them.
+  u32 bFlashFull;      // writes fail with ENOSPC; what is opened for writing is made or emptied all the same
+  u32 bFlashReadOnly;  // every change fails with EROFS
+
+  u32 dwPowerCuts;  // at a speed, so far: each cut draws the flash's fate anew
 };
 
 constexpr u32 dwWorldMagic = 0x314D4953;

@@ -5,7 +5,7 @@
 
 namespace {
 
-constexpr u32 dwNoiseShare = 512;  // a value is off by up to one part in so many
+constexpr u32 dwBackwardsFrom = 100'000'000;  // counted down from, at 30 frames a second for more than a month
 
 u64 Mix(u64 qw) {
   qw = (qw ^ (qw >> 30)) * 0xBF58476D1CE4E5B9;
@@ -13,20 +13,60 @@ u64 Mix(u64 qw) {
   return qw ^ (qw >> 31);
 }
 
-u32 Noisy(u32 dwValue, u64 qwSeed, i32 iChannel, u64 qwFrame) {
-  const u64 qwDraw = Mix(qwSeed + Mix(qwFrame * iLensChannels + static_cast<u64>(iChannel) + 1));
-  const u32 dwSpan = dwValue / dwNoiseShare;
-  return dwValue - dwSpan + static_cast<u32>(qwDraw % (2 * static_cast<u64>(dwSpan) + 1));
+// The draws of one frame of one channel, each from 0 to below 1.
+struct TFrameDraws {
+  double dNoise, dOutlier;
+};
+
+double Share(u64 qwDraw) {
+  constexpr double dOneShare = 1.0 / (u64{1} << 53);
+  return static_cast<double>(qwDraw >> 11) * dOneShare;
 }
 
-u32 FocusValue(TWorld* ptWorld, i32 iChannel) {
+TFrameDraws DrawFrame(u64 qwSeed, i32 iChannel, u64 qwFrame) {
+  const u64 qwDraw = Mix(qwSeed + Mix(qwFrame * iLensChannels + static_cast<u64>(iChannel) + 1));
+  return {Share(qwDraw), Share(Mix(qwDraw + 1))};
+}
+
+// A wave of straight lines from -1 at time 0 up to 1 and back.
+double Wave(u64 qwAt_us, u64 qwPeriod_us) {
+  const double dPhase = static_cast<double>(qwAt_us % qwPeriod_us) / static_cast<double>(qwPeriod_us);
+  return dPhase < 0.5 ? 4 * dPhase - 1 : 3 - 4 * dPhase;
+}
+
+// Light of the scene on a frame: lamps flicker, and brightness wanders unless it is held.
+double Brightness(TWorld* ptWorld, i32 iChannel, bool bBusy, u64 qwFrameEnd_us) {
+  const TScene& tScene = g_atScenes[ptWorld->eScene];
+  u64& qwHeldSince_us = ptWorld->aqwHeldSince_us[iChannel];
+  if (!bBusy || !tScene.bHoldsBrightness) qwHeldSince_us = 0;
+  if (bBusy && tScene.bHoldsBrightness && qwHeldSince_us == 0) qwHeldSince_us = qwFrameEnd_us;
+  const u64 qwDriftedTo_us = qwHeldSince_us != 0 ? qwHeldSince_us : qwFrameEnd_us;
+  return (1 + tScene.dFlicker * Wave(qwFrameEnd_us, qwFlicker_us)) *
+         (1 + tScene.dDrift * Wave(qwDriftedTo_us, qwDrift_us));
+}
+
+double SharpAt(const TWorld& tWorld, const TLensModel& tModel, double dZoom) {
+  return Optics_SharpFocus(tModel, dZoom, tWorld.dDistance_m, tWorld.dTemperature_C, tWorld.bNight != 0);
+}
+
+u32 FocusValue(TWorld* ptWorld, i32 iChannel, bool bBusy) {
   const TLensModel* ptModel = Lenses_Find(ptWorld->szModel);
   if (ptModel == nullptr || !Model_HasFocus(*ptModel)) return 0;
   const u64 qwNow_us = World_Now_us(ptWorld);
+  const u64 qwFrame = qwNow_us / qwFrameTime_us;
   Lens_Settle(&ptWorld->tLens, qwNow_us);
-  const double dFocus = Lens_GlassVirtual(&ptWorld->tLens, iChannel, LENS_FOCUS);
-  const u32 dwValue = Optics_FocusValue(*ptModel, dFocus, World_SharpFocus(ptWorld, iChannel));
-  return Noisy(dwValue, ptWorld->qwSeed, iChannel, qwNow_us / qwFrameTime_us);
+  if (ptWorld->bImageSideZero != 0) return 0;
+  if (ptWorld->bImageSideBackwards != 0) return dwBackwardsFrom - static_cast<u32>(qwFrame % dwBackwardsFrom);
+
+  const TScene& tScene = g_atScenes[ptWorld->eScene];
+  const double dZoom = Lens_FrameGlassVirtual(&ptWorld->tLens, iChannel, LENS_ZOOM);
+  const double dFocus = Lens_FrameGlassVirtual(&ptWorld->tLens, iChannel, LENS_FOCUS);
+  const TFrameDraws tDraws = DrawFrame(ptWorld->qwSeed, iChannel, qwFrame);
+  double dValue = Optics_FocusValue(*ptModel, tScene, dZoom, dFocus, SharpAt(*ptWorld, *ptModel, dZoom));
+  dValue *= Brightness(ptWorld, iChannel, bBusy, qwFrame * qwFrameTime_us);
+  dValue *= 1 + tScene.dNoise * (2 * tDraws.dNoise - 1);
+  if (tDraws.dOutlier < tScene.dOutliers) dValue *= dOutlierFactor;
+  return static_cast<u32>(dValue + 0.5);
 }
 
 }  // namespace
@@ -36,7 +76,8 @@ void World_ImageFrame(TWorld* ptWorld, i32 iChannel, u32* pdwBlock) {
   if (ptWorld->bImageSideSilent == 0) {
     Word_Store(pdwBlock[BLOCK_DAY_NIGHT_MODE], ptWorld->bNight);
     if (Word_Load(pdwBlock[BLOCK_FOCUS_VALUE_WANTED]) != 0) {
-      Word_Store(pdwBlock[BLOCK_FOCUS_VALUE], FocusValue(ptWorld, iChannel));
+      Word_Store(pdwBlock[BLOCK_FOCUS_VALUE],
+                 FocusValue(ptWorld, iChannel, Word_Load(pdwBlock[BLOCK_AUTO_FOCUS_BUSY]) != 0));
     }
     if (Word_Take(pdwBlock[BLOCK_IRIS_PENDING]) != 0) Word_Publish(pdwBlock[BLOCK_IRIS_PENDING], 0);
   }
@@ -46,6 +87,12 @@ void World_ImageFrame(TWorld* ptWorld, i32 iChannel, u32* pdwBlock) {
 double World_SharpFocus(const TWorld* ptWorld, i32 iChannel) {
   const TLensModel* ptModel = Lenses_Find(ptWorld->szModel);
   if (ptModel == nullptr || !Model_HasFocus(*ptModel)) return 0;
-  const double dZoom = Lens_GlassVirtual(&ptWorld->tLens, iChannel, LENS_ZOOM);
-  return Optics_SharpFocus(*ptModel, dZoom, ptWorld->dDistance_m, ptWorld->dTemperature_C, ptWorld->bNight != 0);
+  return SharpAt(*ptWorld, *ptModel, Lens_GlassVirtual(&ptWorld->tLens, iChannel, LENS_ZOOM));
+}
+
+double World_DepthOfFocus(const TWorld* ptWorld, i32 iChannel) {
+  const TLensModel* ptModel = Lenses_Find(ptWorld->szModel);
+  if (ptModel == nullptr || !Model_HasFocus(*ptModel)) return 0;
+  return Optics_DepthOfFocus(*ptModel, g_atScenes[ptWorld->eScene],
+                             Lens_GlassVirtual(&ptWorld->tLens, iChannel, LENS_ZOOM));
 }

@@ -16,13 +16,13 @@ enum EBlockWord : u32 {
   BLOCK_WORDS
 };
 
-constexpr u64 qwFrameTime_us = 33'333;
-
 // One look of the image side at a channel's block, at the present time: answers an iris request, sets the day/night
-// mode, and while values are wanted works the focus value out from where the glass truly stands.  The value of one
-// frame time is always the same.  Does nothing while the image side is silenced.  Takes the world's lock.
+// mode, and while values are wanted works the focus value out from where the glass truly stood at the end of the last
+// whole frame.  All looks within one frame see the same value, whatever moved since.  Does nothing while the image side
+// is silenced.  Takes the world's lock.
 void World_ImageFrame(TWorld* ptWorld, i32 iChannel, u32* pdwBlock);
 
-// Where the focus of a channel would be sharp now, in virtual steps; 0 for a lens without focus.  The caller holds the
-// lock and has settled the lens.
+// Where the focus of a channel would be sharp now, for the true zoom, and by how much it may miss that: see
+// Optics_DepthOfFocus.  Virtual steps; 0 for a lens without focus.  The caller holds the lock and has settled the lens.
 double World_SharpFocus(const TWorld* ptWorld, i32 iChannel);
+double World_DepthOfFocus(const TWorld* ptWorld, i32 iChannel);

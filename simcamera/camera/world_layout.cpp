@@ -266,7 +266,8 @@ void FillLens(TLens& tLens, const TLensModel& tModel) {
     tLens.atModel[eAxis] = AxisModel(tSheet);
     for (auto& atChannel : tLens.atAxis) {
       TAxisTruth& tAxis = atChannel[eAxis];
-      tAxis.iRotor = tAxis.iGlass = tSheet.iOrigin + static_cast<i32>(tSheet.dwFirstPosition * tSheet.dwOneStep);
+      tAxis.iRotor = tAxis.iGlass = tAxis.iFrameGlass =
+          tSheet.iOrigin + static_cast<i32>(tSheet.dwFirstPosition * tSheet.dwOneStep);
       tAxis.bForward = 1;
     }
   }

@@ -50,8 +50,6 @@ constinit struct sigaction g_atActions[65]{};
 constinit std::vector<TScripted>* g_patScript = nullptr;  // latest first
 }  // namespace
 
-constinit EClockMode g_eClockMode = CLOCK_OFF;
-
 static void SwitchFrom(TTask& tSelf);
 static TTask& Pick();
 static void RunScript();

@@ -4,6 +4,7 @@
 
 #include "clock/clock.h"
 
+constinit EClockMode g_eClockMode = CLOCK_OFF;
 constinit thread_local TSelf g_tSelf{};
 
 extern "C" {

@@ -11,6 +11,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include "hooks/flash.h"
 #include "hooks/hooks.h"
 #include "hooks/scale.h"
 
@@ -43,6 +44,12 @@ int Hook_poll(pollfd* ptFds, nfds_t dwCount, int iTime_ms) asm("poll");
 int Hook_poll_chk(pollfd* ptFds, nfds_t dwCount, int iTime_ms, size_t dwRoom) asm("__poll_chk");
 ssize_t Hook_read(int fd, void* pv, size_t dwLength) asm("read");
 ssize_t Hook_read_chk(int fd, void* pv, size_t dwLength, size_t dwRoom) asm("__read_chk");
+// A file that was opened while there was room.
+static bool IsOnFullFlash(const TDescriptor& tDescriptor) {
+  return tDescriptor.eKind == DESCRIPTOR_FILE && tDescriptor.bWritten && Flash_Holds(tDescriptor.szPath) &&
+         Word_Load(Clock_World()->bFlashFull) != 0;
+}
+
 ssize_t Hook_write(int fd, const void* pv, size_t dwLength) asm("write");
 ssize_t Hook_recv(int fd, void* pv, size_t dwLength, int iFlags) asm("recv");
 ssize_t Hook_recv_chk(int fd, void* pv, size_t dwLength, size_t dwRoom, int iFlags) asm("__recv_chk");
@@ -167,6 +174,10 @@ int Hook_pselect(int n, fd_set* ptRead, fd_set* ptWrite, fd_set* ptExcept, const
 }
 
 int Hook_poll(pollfd* ptFds, nfds_t dwCount, int iTime_ms) {
+  if (Hooks_Scaled() && iTime_ms > 0) {
+    const timespec tReal = Scale_Real(static_cast<u64>(iTime_ms) * 1'000);
+    return ppoll(ptFds, dwCount, &tReal, nullptr);
+  }
   if (!Hooks_OnVirtualClock("poll")) return g_realPoll(ptFds, dwCount, iTime_ms);
   Clock_Point("poll");
   TPoll tPoll{.ptFds = ptFds, .qwCount = dwCount};
@@ -248,7 +259,13 @@ ssize_t Hook_write(int fd, const void* pv, size_t dwLength) {
     Transcript_Printed(static_cast<const char*>(pv), dwLength);
     return static_cast<ssize_t>(dwLength);
   }
-  if (!Hooks_Active() || !IsOurs(fd) || !Hooks_OnVirtualClock("write")) return g_realWrite(fd, pv, dwLength);
+  if (!Hooks_Active() || !IsOurs(fd)) return g_realWrite(fd, pv, dwLength);
+  if (IsOnFullFlash(*Hooks_Descriptor(fd))) {
+    Hooks_Point("write");
+    errno = ENOSPC;
+    return -1;
+  }
+  if (!Hooks_OnVirtualClock("write")) return g_realWrite(fd, pv, dwLength);
   Clock_Point("write");
   if (!WaitReady(fd, POLLOUT, true)) return -1;
   return AfterWrite(g_realWrite(fd, pv, dwLength));

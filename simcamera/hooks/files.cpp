@@ -30,6 +30,8 @@ constinit TReal<DIR*(const char*)> g_realOpendir{"opendir"};
 constinit TReal<void()> g_realSync{"sync"};
 constinit TReal<int(int)> g_realFsync{"fsync"};
 constinit TReal<int(int)> g_realFdatasync{"fdatasync"};
+
+enum EFlashState : u32 { FLASH_GOOD, FLASH_FULL, FLASH_READ_ONLY };
 }  // namespace
 
 int Hook_open(const char* pszPath, int iFlags, ...) asm("open");
@@ -61,8 +63,43 @@ static bool Exists(const char* pszReal) {
   return lstat(pszReal, &tStat) == 0;
 }
 
+// What the flash is like for a path; good for one that does not lie on it.
+static EFlashState FlashState(const char* pszPath) {
+  if (!Flash_Holds(pszPath)) return FLASH_GOOD;
+  if (Word_Load(Clock_World()->bFlashReadOnly) != 0) return FLASH_READ_ONLY;
+  return Word_Load(Clock_World()->bFlashFull) != 0 ? FLASH_FULL : FLASH_GOOD;
+}
+
+// Refuses a change of a name on a flash that takes none.  szCall as the transcript names it.
+static bool RefuseChange(const char* szCall, const char* pszPath) {
+  if (FlashState(pszPath) != FLASH_READ_ONLY) return false;
+  Transcript_Fact("%s %s = -1 EROFS", szCall, pszPath);
+  errno = EROFS;
+  return true;
+}
+
+// Refuses to open for writing.  A full flash lets files be made and emptied; one that is to be read and written by
+// turns is refused at once, since no descriptor reads the file and fails to write it.
+static bool RefuseOpen(const char* pszPath, bool bReads, bool bFound) {
+  const EFlashState eState = FlashState(pszPath);
+  if (!bFound || eState == FLASH_GOOD || (eState == FLASH_FULL && !bReads)) return false;
+  Transcript_Fact(eState == FLASH_FULL ? "write %s = -1 ENOSPC" : "write %s = -1 EROFS", pszPath);
+  errno = eState == FLASH_FULL ? ENOSPC : EROFS;
+  return true;
+}
+
+// From now on whatever is written to the descriptor fails with ENOSPC, from within the C library too; its number stays.
+static void FillUp(i32 fd) {
+  TInside tInside;
+  const i32 fdFull = g_realOpen("/dev/full", O_WRONLY | O_CLOEXEC);
+  if (fdFull < 0) return;
+  dup3(fdFull, fd, (fcntl(fd, F_GETFD) & FD_CLOEXEC) != 0 ? O_CLOEXEC : 0);
+  close(fdFull);
+}
+
 // A file of the camera is open: remembers its descriptor, and says what its opening changed.
 static void NoteOpen(i32 fd, const char* pszPath, bool bWritten, bool bExisted) {
+  if (bWritten && FlashState(pszPath) == FLASH_FULL) FillUp(fd);
   if (bWritten) Transcript_Fact(bExisted ? "write %s" : "create %s", pszPath);
   TDescriptor* ptDescriptor = Hooks_Descriptor(fd);
   if (ptDescriptor == nullptr) return;
@@ -86,6 +123,8 @@ static i32 Open(const char* pszPath, i32 iFlags, mode_t dwMode) {
   Hooks_Point("open");
   const bool bExisted = Exists(tPath.szReal);
   const bool bWritten = (iFlags & O_ACCMODE) != O_RDONLY && (iFlags & O_PATH) == 0;
+  const bool bReads = (iFlags & O_ACCMODE) == O_RDWR;
+  if (bWritten && RefuseOpen(pszPath, bReads, bExisted || (iFlags & O_CREAT) != 0)) return -1;
   if (bWritten) Flash_BeforeWrite(pszPath, tPath.szReal);
   const i32 fd = g_realOpen(tPath.szReal, iFlags, dwMode);
   if (fd < 0) return fd;
@@ -127,7 +166,9 @@ FILE* Hook_fopen(const char* pszPath, const char* pszMode) {
   if (!tPath.bOurs) return g_realFopen(pszPath, pszMode);
   Hooks_Point("fopen");
   const bool bExisted = Exists(tPath.szReal);
-  const bool bWritten = pszMode[0] != 'r' || pszMode[1] == '+' || (pszMode[1] != '\0' && pszMode[2] == '+');
+  const bool bBoth = strchr(pszMode, '+') != nullptr;
+  const bool bWritten = pszMode[0] != 'r' || bBoth;
+  if (bWritten && RefuseOpen(pszPath, bBoth, bExisted || pszMode[0] != 'r')) return nullptr;
   if (bWritten) Flash_BeforeWrite(pszPath, tPath.szReal);
   FILE* pFile = g_realFopen(tPath.szReal, pszMode);
   if (pFile == nullptr) return nullptr;
@@ -146,6 +187,8 @@ int Hook_fclose(FILE* pFile) {
   Hooks_Point("fclose");
   const TDescriptor tClosed = *ptDescriptor;
   *ptDescriptor = {};
+  // What the stream still holds is written now.
+  if (tClosed.bWritten && FlashState(tClosed.szPath) == FLASH_FULL) FillUp(fileno(pFile));
   const i32 iResult = g_realFclose(pFile);
   if (tClosed.bWritten) Transcript_Fact(iResult == 0 ? "close %s" : "close %s = -1", tClosed.szPath);
   return iResult;
@@ -155,6 +198,7 @@ int Hook_access(const char* pszPath, int iMode) {
   const TCameraPath tPath(pszPath);
   if (!tPath.bOurs) return g_realAccess(pszPath, iMode);
   Hooks_Point("access");
+  if ((iMode & W_OK) != 0 && Exists(tPath.szReal) && RefuseChange("access", pszPath)) return -1;
   return g_realAccess(tPath.szReal, iMode);
 }
 
@@ -162,6 +206,7 @@ static i32 Remove(const char* szCall, TReal<int(const char*)>& tReal, const char
   const TCameraPath tPath(pszPath);
   if (!tPath.bOurs) return tReal(pszPath);
   Hooks_Point(szCall);
+  if (RefuseChange("remove", pszPath)) return -1;
   Flash_BeforeRename(pszPath, tPath.szReal, nullptr, nullptr);
   const i32 iResult = tReal(tPath.szReal);
   if (iResult == 0) Transcript_Fact("remove %s", pszPath);
@@ -179,6 +224,7 @@ static i32 Make(const char* szCall, TReal<int(const char*, mode_t)>& tReal, cons
   const TCameraPath tPath(pszPath);
   if (!tPath.bOurs) return tReal(pszPath, dwMode);
   Hooks_Point(szCall);
+  if (RefuseChange(szCall, pszPath)) return -1;
   const i32 iResult = tReal(tPath.szReal, dwMode);
   if (iResult == 0) Transcript_Fact("%s %s", szCall, pszPath);
   return iResult;
@@ -199,6 +245,7 @@ int Hook_rename(const char* pszFrom, const char* pszTo) {
   const TCameraPath tTo(pszTo);
   if (!tFrom.bOurs && !tTo.bOurs) return g_realRename(pszFrom, pszTo);
   Hooks_Point("rename");
+  if (RefuseChange("rename", pszFrom) || RefuseChange("rename", pszTo)) return -1;
   if (tFrom.bOurs && tTo.bOurs) Flash_BeforeRename(pszFrom, tFrom.szReal, pszTo, tTo.szReal);
   const i32 iResult = g_realRename(tFrom.bOurs ? tFrom.szReal : pszFrom, tTo.bOurs ? tTo.szReal : pszTo);
   if (iResult == 0) Transcript_Fact("rename %s %s", pszFrom, pszTo);

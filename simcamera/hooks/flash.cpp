@@ -2,6 +2,7 @@
 
 #include <errno.h>
 #include <fcntl.h>
+#include <pthread.h>
 #include <stdio.h>
 #include <string.h>
 #include <sys/mman.h>
@@ -13,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "clock/clock.h"
 #include "clock/inside.h"
 
 namespace {
@@ -53,11 +55,29 @@ struct TFlash {
 };
 
 constinit TFlash* g_ptFlash = nullptr;
+pthread_mutex_t g_mutexFlash = PTHREAD_MUTEX_INITIALIZER;
+
+// Round each use of the table.  Locks at a speed only: on the virtual clock one task runs at a time, and a lock would
+// look to ThreadSanitizer like one of the daemon's own.
+class THoldFlash {
+ public:
+  THoldFlash() {
+    if (g_eClockMode == CLOCK_AT_A_SPEED) pthread_mutex_lock(&g_mutexFlash);
+  }
+  ~THoldFlash() {
+    if (g_eClockMode == CLOCK_AT_A_SPEED) pthread_mutex_unlock(&g_mutexFlash);
+  }
+  THoldFlash(const THoldFlash&) = delete;
+  THoldFlash& operator=(const THoldFlash&) = delete;
+
+ private:
+  TInside m_tInside;
+};
 
 enum EFate : u32 { FATE_NEW = 0, FATE_OLD, FATE_TORN, FATES };
 }  // namespace
 
-static bool IsOnFlash(const char* szPath) {
+bool Flash_Holds(const char* szPath) {
   return strncmp(szPath, "/etc/", 5) == 0 || strncmp(szPath, "/mnt/", 5) == 0;
 }
 
@@ -113,11 +133,11 @@ static TUnsafeFile* KeepFile(u64 qwInode, const char* szPath, const char* szReal
   if (ptFile != nullptr) return ptFile;
   for (TUnsafeFile& tFile : g_ptFlash->atFiles) {
     if (tFile.qwInode != 0) continue;
-    tFile.qwInode = qwInode;
     snprintf(tFile.szPath, sizeof tFile.szPath, "%s", szPath);
     tFile.bGone = false;
     tFile.bWritten = false;
     ReadContent(szReal, ContentsOf(tFile).tSafe);
+    tFile.qwInode = qwInode;  // last: a kill before it leaves no half record
     return &tFile;
   }
   g_ptFlash->bTooMuch = 1;
@@ -130,9 +150,9 @@ static TUnsafeName* KeepName(const char* szPath, u64 qwInode) {
   }
   for (TUnsafeName& tName : g_ptFlash->atNames) {
     if (tName.szPath[0] != '\0') continue;
-    snprintf(tName.szPath, sizeof tName.szPath, "%s", szPath);
     tName.qwSafeInode = qwInode;
     tName.dwGroup = ++g_ptFlash->dwGroups;
+    snprintf(tName.szPath, sizeof tName.szPath, "%s", szPath);
     return &tName;
   }
   g_ptFlash->bTooMuch = 1;
@@ -144,15 +164,15 @@ static void KeepWritten(u64 qwInode, const char* szPath, const char* szReal) {
 }
 
 void Flash_BeforeWrite(const char* szPath, const char* szReal) {
-  if (g_ptFlash == nullptr || !IsOnFlash(szPath)) return;
-  TInside tInside;
+  if (g_ptFlash == nullptr || !Flash_Holds(szPath)) return;
+  const THoldFlash tHold;
   const u64 qwInode = InodeOf(szReal);
   if (qwInode != 0) KeepWritten(qwInode, szPath, szReal);
 }
 
 void Flash_AfterCreate(const char* szPath, const char* szReal) {
-  if (g_ptFlash == nullptr || !IsOnFlash(szPath)) return;
-  TInside tInside;
+  if (g_ptFlash == nullptr || !Flash_Holds(szPath)) return;
+  const THoldFlash tHold;
   const u64 qwInode = InodeOf(szReal);
   if (qwInode == 0) return;
   KeepName(szPath, 0);
@@ -180,11 +200,11 @@ static TUnsafeName* LoseName(const char* szPath, const char* szReal, bool bFileG
 }
 
 void Flash_BeforeRename(const char* szFrom, const char* szRealFrom, const char* szTo, const char* szRealTo) {
-  if (g_ptFlash == nullptr || !IsOnFlash(szFrom)) return;
-  TInside tInside;
+  if (g_ptFlash == nullptr || !Flash_Holds(szFrom)) return;
+  const THoldFlash tHold;
   if (InodeOf(szRealFrom) == 0) return;
   TUnsafeName* ptFrom = LoseName(szFrom, szRealFrom, szTo == nullptr);
-  if (szTo == nullptr || !IsOnFlash(szTo)) return;
+  if (szTo == nullptr || !Flash_Holds(szTo)) return;
   TUnsafeName* ptTo = LoseName(szTo, szRealTo, true);
   if (ptFrom == nullptr || ptTo == nullptr) return;
   const u32 dwMerged = ptFrom->dwGroup;
@@ -195,7 +215,7 @@ void Flash_BeforeRename(const char* szFrom, const char* szRealFrom, const char* 
 
 void Flash_Sync() {
   if (g_ptFlash == nullptr) return;
-  TInside tInside;
+  const THoldFlash tHold;
   for (TUnsafeName& tName : g_ptFlash->atNames) tName.szPath[0] = '\0';
   for (TUnsafeFile& tFile : g_ptFlash->atFiles) tFile.qwInode = 0;
   g_ptFlash->bTooMuch = 0;
@@ -217,15 +237,16 @@ static void SyncFolder(const char* szFolder) {
 }
 
 void Flash_SyncOne(i32 fd, const char* szPath) {
-  if (g_ptFlash == nullptr || !IsOnFlash(szPath)) return;
-  TInside tInside;
+  if (g_ptFlash == nullptr || !Flash_Holds(szPath)) return;
+  const THoldFlash tHold;
   struct stat tStat;
   if (fstat(fd, &tStat) != 0) return;
   if (S_ISDIR(tStat.st_mode)) {
     SyncFolder(szPath);
     return;
   }
-  TUnsafeFile* ptFile = FindFile(static_cast<u64>(tStat.st_ino));
+  // A full flash's descriptor leads to /dev/full, whose inode says nothing here.
+  TUnsafeFile* ptFile = S_ISREG(tStat.st_mode) ? FindFile(static_cast<u64>(tStat.st_ino)) : nullptr;
   if (ptFile != nullptr) ptFile->qwInode = 0;
 }
 

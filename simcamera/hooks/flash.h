@@ -8,6 +8,11 @@
 
 #include "core/types.h"
 
+// Any thread at a speed; on the virtual clock the task that holds the token.
+
+// True for a path, as the daemon names it, that lies on the flash.
+bool Flash_Holds(const char* szPath);
+
 // Start-up.  0, or -1 with a line on stderr.
 i32 Flash_Open(const char* szRoot);
 

@@ -113,13 +113,24 @@ void Axis_Step(const TAxisModel& tModel, TAxisTruth& tAxis, bool bForward) {
   if (tAxis.iGlass > tAxis.iRotor + tModel.iSlack) tAxis.iGlass = tAxis.iRotor + tModel.iSlack;
 }
 
-void Axis_Settle(const TAxisModel& tModel, TAxisTruth& tAxis, u64 qwNow_us) {
+void Axis_Walk(const TAxisModel& tModel, TAxisTruth& tAxis, u64 qwNow_us) {
   if (tAxis.iWalkCount == 0 || qwNow_us <= tAxis.qwWalkStart_us) return;
   const u64 qwPassed = (qwNow_us - tAxis.qwWalkStart_us) * qwNanosPerMicro / tModel.qwStepTime_ns;
   const u64 qwCount = static_cast<u64>(tAxis.iWalkCount);
   const i32 iDue = static_cast<i32>(qwPassed < qwCount ? qwPassed : qwCount);
   for (; tAxis.iWalkDone < iDue; ++tAxis.iWalkDone) Axis_Step(tModel, tAxis, tAxis.bWalkForward != 0);
   if (tAxis.iWalkDone == tAxis.iWalkCount) tAxis.iWalkCount = tAxis.iWalkDone = 0;
+}
+
+// Whoever settles the axis, and however seldom: the glass is caught at the frame's beginning on the way.
+void Axis_Settle(const TAxisModel& tModel, TAxisTruth& tAxis, u64 qwNow_us) {
+  const u64 qwFrame = qwNow_us / qwFrameTime_us;
+  if (qwFrame != tAxis.qwFrame) {
+    Axis_Walk(tModel, tAxis, qwFrame * qwFrameTime_us);
+    tAxis.qwFrame = qwFrame;
+    tAxis.iFrameGlass = tAxis.iGlass;
+  }
+  Axis_Walk(tModel, tAxis, qwNow_us);
 }
 
 // Ends the walk of a settled axis; gives the driver steps that were still to go.
@@ -149,9 +160,9 @@ i32 Axis_StepsToPI(const TAxisModel& tModel, TAxisTruth tAxis, bool bForward, i3
   return -1;
 }
 
-TDriverAnswer Axis_SearchPI(const TAxisModel& tModel, TAxisTruth& tAxis, i32 iCount, u64 qwNow_us) {
+TDriverAnswer Axis_SearchPI(const TAxisModel& tModel, TAxisTruth& tAxis, bool bPower, i32 iCount, u64 qwNow_us) {
   Axis_EndWalk(tAxis);
-  if (tModel.iPI < 0 || tAxis.bPIPower == 0) return Refuse(EIO);
+  if (tModel.iPI < 0 || !bPower) return Refuse(EIO);
   const bool bForward = tAxis.iRotor == tModel.iPI ? tAxis.bForward != 0 : tAxis.iRotor < tModel.iPI;
   const i32 iSteps = Axis_StepsToPI(tModel, tAxis, bForward, iCount);
   const u64 qwUntil_us = Axis_StartWalk(tModel, tAxis, bForward, iSteps < 0 ? iCount : iSteps, qwNow_us);
@@ -183,10 +194,8 @@ TDriverAnswer Stepper_Request(TLens* ptLens, ELensAxis eAxis, u32 dwRequest, i32
     case MOTOR_STOP_WALK:
       return Answer(Axis_EndWalk(tAxis));
     case MOTOR_SET_PI_POWER_ON:
-      tAxis.bPIPower = 1;
-      return Answer(0);
     case MOTOR_SET_PI_POWER_OFF:
-      tAxis.bPIPower = 0;
+      ptLens->bPIPower = dwRequest == MOTOR_SET_PI_POWER_ON ? 1 : 0;
       return Answer(0);
     case MOTOR_SELECT_DEVICE:
       if (iArgument < 0 || iArgument >= iLensChannels) return Refuse(EINVAL);
@@ -204,7 +213,7 @@ TDriverAnswer Stepper_Request(TLens* ptLens, ELensAxis eAxis, u32 dwRequest, i32
     case MOTOR_WALK_STEPS_BLOCK:
       return Answer(0, Axis_StartWalk(tModel, tAxis, tAxis.bForward != 0, iArgument, qwNow_us));
     case MOTOR_SEARCH_PI:
-      return Axis_SearchPI(tModel, tAxis, iArgument, qwNow_us);
+      return Axis_SearchPI(tModel, tAxis, ptLens->bPIPower != 0, iArgument, qwNow_us);
     case MOTOR_CHECK_PI_WALK_STEPS:
       return Axis_CheckPIWalk(tModel, tAxis, iArgument, qwNow_us);
     default:
@@ -333,9 +342,9 @@ void Lens_PowerCut(TLens* ptLens, u64 qwNow_us) {
     for (TAxisTruth& tAxis : atChannel) {
       Axis_EndWalk(tAxis);
       tAxis.bForward = 1;  // a driver wakes up forward, with the sensor off
-      tAxis.bPIPower = 0;
     }
   }
+  ptLens->bPIPower = 0;
   for (u32& dwSelected : ptLens->adwSelected) dwSelected = 0;
   for (TICSAxisTruth& tAxis : ptLens->atICS) {
     ICS_HoldAt(tAxis, qwNow_us);
@@ -359,6 +368,10 @@ double Lens_TrueVirtual(const TLens* ptLens, i32 iChannel, ELensAxis eAxis) {
 
 double Lens_GlassVirtual(const TLens* ptLens, i32 iChannel, ELensAxis eAxis) {
   return InVirtualSteps(ptLens->atModel[eAxis], ptLens->atAxis[iChannel][eAxis].iGlass);
+}
+
+double Lens_FrameGlassVirtual(const TLens* ptLens, i32 iChannel, ELensAxis eAxis) {
+  return InVirtualSteps(ptLens->atModel[eAxis], ptLens->atAxis[iChannel][eAxis].iFrameGlass);
 }
 
 bool Lens_IsMoving(const TLens* ptLens, u64 qwNow_us) {

@@ -38,16 +38,19 @@ struct TAxisModel {
   u64 qwStepTime_ns;      // of one driver step
 };
 
+constexpr u64 qwFrameTime_us = 33'333;  // the camera exposes image after image, the first from time 0
+
 struct TAxisTruth {
-  i32 iRotor;      // driver steps, settled to the last request's time
-  i32 iGlass;      // driver steps
-  u32 bForward;    // direction of later walks
-  u32 bSticky;     // stall fault: the rotor does not turn while this is set (its walks take their time all the same)
-  i32 iSlipOneIn;  // slip fault: one driver step in so many is lost, 0 none
-  i32 iSlipCount;  // driver steps since the last lost one
-  i32 iSlipNow;    // slip fault: that many of the next driver steps are lost
-  i32 iLost;       // driver steps lost so far, to stops and faults; only grows
-  u32 bPIPower;
+  i32 iRotor;       // driver steps, settled to the last request's time
+  i32 iGlass;       // driver steps
+  u64 qwFrame;      // number of the frame that was under way when the axis was settled last
+  i32 iFrameGlass;  // driver steps: the glass at that frame's beginning, which the last whole one ended with
+  u32 bForward;     // direction of later walks
+  u32 bSticky;      // stall fault: the rotor does not turn while this is set (its walks take their time all the same)
+  i32 iSlipOneIn;   // slip fault: one driver step in so many is lost, 0 none
+  i32 iSlipCount;   // driver steps since the last lost one
+  i32 iSlipNow;     // slip fault: that many of the next driver steps are lost
+  i32 iLost;        // driver steps lost so far, to stops and faults; only grows
   // The walk under way; iWalkCount 0 none.
   i32 iWalkCount;  // driver steps asked for
   i32 iWalkDone;   // of them settled
@@ -65,6 +68,7 @@ struct TLens {
   TAxisModel atModel[LENS_AXES];
   TAxisTruth atAxis[iLensChannels][LENS_AXES];
   u32 adwSelected[LENS_AXES];  // channel that MOTOR_SELECT_DEVICE chose, by device
+  u32 bPIPower;                // of the PI sensors: one switch for both axes and all channels
   TICSAxisTruth atICS[LENS_AXES];
   u32 bICS;          // an ICS lens
   u32 bICSDetached;  // the ICS lens does not answer
@@ -96,9 +100,10 @@ bool Lens_RequestHasArgument(ELensDevice eDevice, u32 dwRequest);
 // The request's name as in motor/motor_device.h, or null for one that is none.
 const char* Lens_RequestName(ELensDevice eDevice, u32 dwRequest);
 
-// Rotor and glass of an axis in virtual steps.
+// Rotor and glass of an axis in virtual steps, and the glass at the end of the last whole frame.
 double Lens_TrueVirtual(const TLens* ptLens, i32 iChannel, ELensAxis eAxis);
 double Lens_GlassVirtual(const TLens* ptLens, i32 iChannel, ELensAxis eAxis);
+double Lens_FrameGlassVirtual(const TLens* ptLens, i32 iChannel, ELensAxis eAxis);
 
 // True while an axis of any channel is moving at the given time.
 bool Lens_IsMoving(const TLens* ptLens, u64 qwNow_us);

@@ -4,15 +4,33 @@
 
 namespace {
 
-constexpr double dFloor = 2000;         // focus value of an image wholly out of focus
-constexpr double dPeak = 60000;         // added where it is sharp
 constexpr double dSearchMargin = 0.07;  // of the focus range, kept below the lowest sharp position
+
+// In widths of the peak: 1 / (1 + x^2)^1.5 is 0.95 there.
+constexpr double dDepth = 0.1865125;
+constexpr double Cube(double d) {
+  return d * d * d;
+}
+static_assert(Cube(1 + dDepth * dDepth) * 0.95 * 0.95 > 0.999999 && Cube(1 + dDepth * dDepth) * 0.95 * 0.95 < 1.000001);
 
 // The zoom from 0, wide, to 1, tele.
 double ZoomShare(const TLensModel& tModel, double dZoom) {
   if (tModel.tZoom.dwTotalStep == 0) return 0;
   const double dShare = dZoom / tModel.tZoom.dwTotalStep;
   return dShare < 0 ? 0 : dShare > 1 ? 1 : dShare;
+}
+
+// The lens's own width between the two ends of the zoom, as the scene stretches it.
+double PeakWidth(const TLensModel& tModel, const TScene& tScene, double dZoom) {
+  const TOptics& tOptics = tModel.tOptics;
+  const double dShare = ZoomShare(tModel, dZoom);
+  return tScene.dWidth * (tOptics.dPeakWide + (tOptics.dPeakTele - tOptics.dPeakWide) * dShare);
+}
+
+// A peak of height 1 at 0.
+double PeakShare(double dOff) {
+  const double dSpread = 1 + dOff * dOff;
+  return 1 / (dSpread * std::sqrt(dSpread));
 }
 
 u32 Clamp(const TAxisSheet& tSheet, double dPosition) {
@@ -38,10 +56,17 @@ double Optics_SharpFocus(const TLensModel& tModel, double dZoom, double dDistanc
   return dInfinity + dNear + dThermal + dInfraRed;
 }
 
-u32 Optics_FocusValue(const TLensModel& tModel, double dFocus, double dSharp) {
-  const double dOff = (dFocus - dSharp) / tModel.tOptics.dHalfWidth;
-  const double dSpread = 1 + dOff * dOff;
-  return static_cast<u32>(dFloor + dPeak / (dSpread * std::sqrt(dSpread)));
+double Optics_FocusValue(const TLensModel& tModel, const TScene& tScene, double dZoom, double dFocus, double dSharp) {
+  const double dWidth = PeakWidth(tModel, tScene, dZoom);
+  const double dRange = tModel.tFocus.dwTotalStep;
+  const double dSecond = dSharp + (dSharp < dRange / 2 ? dSecondPeakAway : -dSecondPeakAway) * dRange;
+  const double dFirstShare = PeakShare((dFocus - dSharp) / dWidth);
+  const double dSecondShare = tScene.dSecondPeak * PeakShare((dFocus - dSecond) / dWidth);
+  return tScene.dFloor + tScene.dPeak * (dFirstShare > dSecondShare ? dFirstShare : dSecondShare);
+}
+
+double Optics_DepthOfFocus(const TLensModel& tModel, const TScene& tScene, double dZoom) {
+  return dDepth * PeakWidth(tModel, tScene, dZoom);
 }
 
 u32 Optics_PanFocus(const TLensModel& tModel, u32 dwZoom) {

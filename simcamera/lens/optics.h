@@ -3,6 +3,7 @@
 // same bits.
 #pragma once
 
+#include "lens/scene.h"
 #include "lenses/lens_model.h"
 
 // The sharp focus position in virtual steps, with fractions.  dZoom is the true zoom position in virtual steps (of no
@@ -11,8 +12,12 @@
 double Optics_SharpFocus(const TLensModel& tModel, double dZoom, double dDistance_m, double dTemperature_C,
                          bool bNight);
 
-// The focus value of an image whose focus stands at dFocus while dSharp would be sharp, without noise.
-u32 Optics_FocusValue(const TLensModel& tModel, double dFocus, double dSharp);
+// The focus value of an image in even light, without noise, whose zoom stands at dZoom and whose focus at dFocus while
+// dSharp would be sharp.
+double Optics_FocusValue(const TLensModel& tModel, const TScene& tScene, double dZoom, double dFocus, double dSharp);
+
+// How far the focus may be off at a zoom before the peak has lost one part in twenty; virtual steps.
+double Optics_DepthOfFocus(const TLensModel& tModel, const TScene& tScene, double dZoom);
 
 // What the pan table says for a zoom position from 1: sharp at the distance that the table is made for, by day at 25
 // degrees.

@@ -37,7 +37,7 @@ struct TOptics {
   double dMagnification;  // focal length at the tele end over that at the wide end
   double dPerDegree;      // for each degree Celsius above 25
   double dNight;          // infra-red light at the wide end
-  double dHalfWidth;      // of the peak of the focus value
+  double dPeakWide, dPeakTele;  // width of the focus value's peak at both ends of the zoom
 };
 
 struct TLensModel {

@@ -69,7 +69,8 @@ constexpr TLensModel g_tZoomModel{
                 .dMagnification = 3,
                 .dPerDegree = -0.3,
                 .dNight = 12,
-                .dHalfWidth = 30},
+                .dPeakWide = 30,
+                .dPeakTele = 22},
 };
 
 // A fixed focal length whose driver times its walks.  The sensor sits at the far end of the range, at the high stop,
@@ -115,7 +116,8 @@ constexpr TLensModel g_tFocusModel{
                 .dMagnification = 1,
                 .dPerDegree = -0.4,
                 .dNight = 14,
-                .dHalfWidth = 24},
+                .dPeakWide = 24,
+                .dPeakTele = 24},
 };
 
 constexpr TLensModel g_tZoomOnlyModel{
@@ -222,7 +224,8 @@ constexpr TLensModel g_tQuadModel{
                 .dMagnification = 3,
                 .dPerDegree = -0.15,
                 .dNight = 6,
-                .dHalfWidth = 15},
+                .dPeakWide = 15,
+                .dPeakTele = 11},
 };
 
 constexpr const TLensModel* g_aptModels[] = {&g_tZoomModel, &g_tFocusModel, &g_tZoomOnlyModel, &g_tFixedModel,

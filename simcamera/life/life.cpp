@@ -2,7 +2,7 @@
 
 #include <errno.h>
 #include <fcntl.h>
-#include <ftw.h>
+#include <malloc.h>
 #include <poll.h>
 #include <sched.h>
 #include <signal.h>
@@ -23,6 +23,12 @@
 // Of the daemon's objects, where the test program has them.
 [[gnu::weak]] i32 VernierLensd_Main(i32 iCount, char** apszArgs);
 
+// Of a sanitizer, and of a coverage counter: they have something to do at exit.
+extern "C" {
+[[gnu::weak]] void __sanitizer_print_stack_trace();
+[[gnu::weak]] void __gcov_dump();
+}
+
 namespace {
 constexpr i32 iWatchdog_ms = 10'000;  // real time without an event
 
@@ -42,7 +48,7 @@ static void RunEvent(void* pvScripted);
 static void EndByTerm(void* pv);
 static void ImageSide(void* pv);
 static void TakeOutput();
-static void LeaveLife();
+static void LeaveLife(i32 iStatus, void* pv);
 static i32 RunBody(const TLifePlan& tPlan, TWorld* ptWorld);
 static bool WaitForEnd(pid_t pid, const TLifeRecord& tRecord, i32* piStatus);
 static void Collect(TLifeResult& tResult, const TLifeRecord& tRecord, i32 iStatus);
@@ -108,7 +114,8 @@ static void Live(const TLifePlan& tPlan, TWorld* ptWorld, TLifeRecord* ptRecord,
   close(fdNull);
   signal(SIGPIPE, SIG_IGN);
   TakeOutput();
-  atexit(&LeaveLife);
+  on_exit(&LeaveLife, nullptr);
+  mallopt(M_ARENA_MAX, 1);  // one thread runs at a time, and a heap for each is dear to make
   g_ptPlan = &tPlan;
   Hooks_SetRoot(tPlan.sRoot.c_str());
   if (Flash_Open(tPlan.sRoot.c_str()) != 0) _exit(1);
@@ -193,11 +200,13 @@ static i32 RunBody(const TLifePlan& tPlan, TWorld* ptWorld) {
   return VernierLensd_Main(static_cast<i32>(asArgs.size()), apszArgs.data());
 }
 
-// The first to run at exit: what a sanitizer or a static destructor does after it is no part of the life.
-static void LeaveLife() {
+// The first to run at exit: what a sanitizer or a static destructor does after it is no part of the life.  Where nobody
+// has to be asked any more the process goes at once: the destructors of all libraries cost more than a short life.
+static void LeaveLife(i32 iStatus, void*) {
   fflush(stdout);
   Transcript_PrintTheRest();
   g_eClockMode = CLOCK_OFF;
+  if (__sanitizer_print_stack_trace == nullptr && __gcov_dump == nullptr) _exit(iStatus);
 }
 
 // False if the watchdog ended it.
@@ -260,18 +269,4 @@ static std::string ReadAll(i32 fd) {
     sText.append(acPart, static_cast<size_t>(iRead));
   }
   return sText;
-}
-
-std::string Life_MakeRoot(const char* pszModel, u64 qwSeed) {
-  char szRoot[] = "/dev/shm/simcamera-XXXXXX";
-  if (mkdtemp(szRoot) == nullptr) return "";
-  return World_LayOut(szRoot, pszModel, qwSeed) == 0 ? szRoot : "";
-}
-
-static int RemoveOne(const char* pszPath, const struct stat*, int, struct FTW*) {
-  return remove(pszPath);
-}
-
-void Life_RemoveRoot(const std::string& sRoot) {
-  if (!sRoot.empty()) nftw(sRoot.c_str(), &RemoveOne, 8, FTW_DEPTH | FTW_PHYS);
 }

@@ -3,14 +3,23 @@
 #include <algorithm>
 #include <cstdio>
 
+#include "config/token_file.h"
 #include "core/fail.h"
+#include "core/number.h"
+#include "core/paths.h"
 #include "core/wait.h"
 #include "motor/command_box.h"
 
 namespace {
 
-enum EEventCode : u32 { EVENT_ZOOM_IN = 21, EVENT_ZOOM_OUT = 22 };
-enum EButton : u32 { BUTTON_RELEASED = 1, BUTTON_PRESSED = 2 };
+enum EEventCode : u32 { EVENT_FOCUS = 19, EVENT_ZOOM_IN = 21, EVENT_ZOOM_OUT = 22 };
+enum ESubCode : u32 { BUTTON_RELEASED = 1, BUTTON_PRESSED = 2, FOCUS_BACKUP = 4, FOCUS_RESTORE = 5 };
+
+constexpr u32 dwLongPress_ms = 2000;  // an autofocus button held longer asks for more than an auto focus
+constexpr u64 qwRestorePoll_us = 1'000'000;
+
+constexpr const char* szWakingZoomFailed = "[vernierlensd] : Waking up zoom motor thread failed.";
+constexpr const char* szWakingFocusFailed = "[vernierlensd] : Waking up focus motor thread failed.";
 
 struct TZoomButton {
   EDirection eDirection;
@@ -36,7 +45,7 @@ void PressZoom(TVernierLensdInfo* pThis, const TZoomButton& tButton) {
     Word_Store(tBlock.dwFunction, FUNCTION_ZOOM);
     Word_Store(tBlock.dwSteps, 1);
   });
-  if (iWoken != 0) std::puts("[vernierlensd] : Waking up zoom motor thread failed.");
+  if (iWoken != 0) std::puts(szWakingZoomFailed);
 }
 
 void HandleZoomButton(TVernierLensdInfo* pThis, const TZoomButton& tButton, u32 dwSubCode) {
@@ -47,6 +56,122 @@ void HandleZoomButton(TVernierLensdInfo* pThis, const TZoomButton& tButton, u32 
     Command_Lock(pThis->tZoomBox);
     Word_Store(pThis->tZoomCommand.bZoomContinuous, 0);
     Command_Unlock(pThis->tZoomBox);
+  }
+}
+
+// Which action a press of that length asks for, with its line.
+u32 FunctionOfPress(const TVernierLensdInfo* pThis, u32 dwHeld_ms) {
+  if (dwHeld_ms <= dwLongPress_ms) {
+    std::printf("[vernierlensd] : Press AF button over %ld seconds. Perform auto focus...\n", 0L);
+    return FUNCTION_AUTO;
+  }
+  if (g_tVernierLensdConfigInfo.dwCapability == CAPABILITY_FOCUS_ONLY && pThis->bSupportICS == 0) {
+    std::printf("[vernierlensd] : Press AF button over %ld seconds. Perform resetfocus...\n", 2L);
+    return FUNCTION_RESETFOCUS;
+  }
+  std::printf("[vernierlensd] : Press AF button over %ld seconds. Perform focus scan...\n", 2L);
+  return FUNCTION_SCAN;
+}
+
+void ReleaseAutoFocus(TVernierLensdInfo* pThis) {
+  const u32 dwHeld_ms = Clock_Milliseconds() - Word_Load(pThis->dwButtonPressTime);
+  if (pThis->bSupportFocus == 0 || dwHeld_ms == 0) return;
+  const u32 dwFunction = FunctionOfPress(pThis, dwHeld_ms);
+  const i32 iWoken = Command_Send(pThis, g_tFocusAxis, Word_Load(pThis->iCurChannel),
+                                  [&](TMotorCommand& tBlock) { Word_Store(tBlock.dwFunction, dwFunction); });
+  if (iWoken != 0) std::puts(szWakingFocusFailed);
+}
+
+void SendRestore(TVernierLensdInfo* pThis, i32 iChannel) {
+  if (pThis->bSupportFocus != 0) {
+    const i32 iWoken = Command_Send(pThis, g_tFocusAxis, iChannel, [&](TMotorCommand& tBlock) {
+      Word_Store(tBlock.dwFunction, pThis->bSupportZoom != 0 ? FUNCTION_POSITIONING : FUNCTION_RESETFOCUS);
+    });
+    if (iWoken != 0) std::puts(szWakingFocusFailed);
+    Word_Store(pThis->tFocusCommand.bIris, 1);
+  }
+  if (pThis->bSupportZoom == 0) return;
+  const i32 iWoken = Command_Send(pThis, g_tZoomAxis, iChannel, [](TMotorCommand& tBlock) {
+    Word_Store(tBlock.dwPosition, g_tVernierLensdConfigInfo.dwZoomVirtualStart);
+    Word_Store(tBlock.dwFunction, FUNCTION_POSITIONING);
+  });
+  if (iWoken != 0) std::puts(szWakingZoomFailed);
+}
+
+bool IsAtWork(TVernierLensdInfo* pThis, const TAxis& tAxis) {
+  return pThis->*tAxis.pbSupport != 0 && Word_Take(pThis->*tAxis.pbWakeReady) != 0 && Command_IsBusy(pThis, tAxis);
+}
+
+// The one place where the main thread waits for the lens.  It waits for the threads' work, not for dwFunction, which a
+// failed search leaves standing, nor for the log, which stays while a reference is not known.
+void WaitForRestore(TVernierLensdInfo* pThis) {
+  if (pThis->bSupportFocus == 0) return;
+  Wait_Poll(qwRestorePoll_us, qwNoBound_us, [&] {
+    const bool bAtWork = IsAtWork(pThis, g_tFocusAxis) || IsAtWork(pThis, g_tZoomAxis);
+    return !bAtWork || g_bTerminated.load() != 0 || g_bRunThread.load() == 0;
+  });
+}
+
+// A held zoom would arm itself anew over the restore, and its release could not be read meanwhile.
+void EndZoomHold(TVernierLensdInfo* pThis) {
+  Command_Lock(pThis->tZoomBox);
+  Word_Store(pThis->tZoomCommand.bZoomContinuous, 0);
+  Command_Unlock(pThis->tZoomBox);
+}
+
+void Restore(TVernierLensdInfo* pThis) {
+  const i32 iChannels = std::min(g_tVernierLensdConfigInfo.iMaxDevNum, iMaxChannels);
+  EndZoomHold(pThis);
+  for (i32 i = 0; i < iChannels && g_bTerminated.load() == 0 && g_bRunThread.load() != 0; i++) {
+    Word_Store(pThis->iCurChannel, i);
+    SendRestore(pThis, i);
+    WaitForRestore(pThis);
+  }
+  Word_Store(pThis->iCurChannel, 0);
+}
+
+void SendSavedMove(TVernierLensdInfo* pThis, const TAxis& tAxis, u32 dwFunction, const char* pszPosition,
+                   const char* szFailed) {
+  const i32 iWoken = Command_Send(pThis, tAxis, Word_Load(pThis->iCurChannel), [&](TMotorCommand& tBlock) {
+    Word_Store(tBlock.dwDirection, DIRECTION_DIRECT);
+    Word_Store(tBlock.dwFunction, dwFunction);
+    Word_Store(tBlock.dwPosition, Text_ToU32(pszPosition));
+  });
+  if (iWoken != 0) std::puts(szFailed);
+}
+
+i32 Backup(TVernierLensdInfo* pThis) {
+  FILE* pFile = std::fopen(szBackupPath, "r");
+  if (pFile == nullptr) return Fail("[vernierlensd] : fopen failed!");
+  TToken tToken = {};
+  while (TokenFile_Next(pFile, &tToken)) {
+    const char* pszZoom = Token_Value(tToken, "zoom_motor");
+    const char* pszFocus = Token_Value(tToken, "focus_motor");
+    if (pThis->bSupportZoom != 0 && pszZoom != nullptr) {
+      SendSavedMove(pThis, g_tZoomAxis, FUNCTION_ZOOM, pszZoom, szWakingZoomFailed);
+    } else if (pThis->bSupportFocus != 0 && pszFocus != nullptr) {
+      SendSavedMove(pThis, g_tFocusAxis, FUNCTION_FOCUS, pszFocus, szWakingFocusFailed);
+    }
+  }
+  std::fclose(pFile);
+  return 0;
+}
+
+i32 HandleFocusEvent(TVernierLensdInfo* pThis, u32 dwSubCode) {
+  switch (dwSubCode) {
+    case BUTTON_PRESSED:
+      Word_Store(pThis->dwButtonPressTime, Clock_Milliseconds());
+      return 0;
+    case BUTTON_RELEASED:
+      ReleaseAutoFocus(pThis);
+      return 0;
+    case FOCUS_RESTORE:
+      Restore(pThis);
+      return 0;
+    case FOCUS_BACKUP:
+      return Backup(pThis);
+    default:
+      return Fail("[vernierlensd] : Unknown command.");
   }
 }
 
@@ -63,6 +188,8 @@ i32 VernierLensd_HandleEventMessage(TVernierLensdInfo* pThis, i32 /*iCount*/, co
     case EVENT_ZOOM_OUT:
       HandleZoomButton(pThis, g_tZoomOut, ptEvent->dwSubCode);
       return 0;
+    case EVENT_FOCUS:
+      return HandleFocusEvent(pThis, ptEvent->dwSubCode);
     default:
       return Fail("[vernierlensd] : Unknown command.");
   }

@@ -41,13 +41,14 @@ void Config_Limit() {
   }
 }
 
-void Config_LimitPosition(u32* pdwPosition, u32 dwVirtualEnd) {
+bool Config_LimitPosition(u32* pdwPosition, u32 dwVirtualEnd) {
   // A configuration without an end does not tell a position from a wrong one.
   const u32 dwHighest = dwVirtualEnd == 0 ? dwMaxVirtual : std::min(dwVirtualEnd, dwMaxVirtual);
   const u32 dwPosition = Word_Load(*pdwPosition);
-  if (dwPosition <= dwHighest) return;
+  if (dwPosition <= dwHighest) return false;
   const u32 dwUsed = static_cast<i32>(dwPosition) < 0 ? 0 : dwHighest;
   std::printf("[vernierlensd] : Saved position %d is outside the range, %u is used.\n", static_cast<i32>(dwPosition),
               dwUsed);
   Word_Store(*pdwPosition, dwUsed);
+  return true;
 }

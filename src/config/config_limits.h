@@ -11,4 +11,4 @@ void Config_Limit();
 
 // Limits a saved position to 0..dwVirtualEnd (65535 if that is 0), with a line.  The counter of such a lens was
 // false already; now at least its moves end.
-void Config_LimitPosition(u32* pdwPosition, u32 dwVirtualEnd);
+bool Config_LimitPosition(u32* pdwPosition, u32 dwVirtualEnd);

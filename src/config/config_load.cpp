@@ -12,6 +12,7 @@
 #include "core/fail.h"
 #include "core/number.h"
 #include "core/paths.h"
+#include "motor/positioning.h"
 #include "sxmlparser/sxmlparser.h"
 
 namespace {
@@ -21,6 +22,7 @@ constexpr std::string_view sICSType = "ics";
 
 i32 ProcessFile(TVernierLensdInfo* pThis, const char* szPath);
 i32 ReadRows(const char* szPath, const TTreeRow* ptRows);
+bool IsParkingKey(std::string_view sKey);
 i32 LoadRows(const TVernierLensdInfo* pThis);
 void PrintSettings();
 void PrintRows(std::span<const TTreeRow> atRows);
@@ -67,6 +69,16 @@ i32 VernierLensd_LoadConfigFile(TVernierLensdInfo* pThis) {
   return LoadPositions(pThis);
 }
 
+i32 Config_ReadForParking() {
+  if (ReadRows(szConfigPath, g_atConfigRows) != 0) return -1;
+  std::puts("****************");
+  for (const TTreeRow& tRow : std::span(g_atConfigRows).first(std::size(g_atConfigRows) - 1)) {
+    if (IsParkingKey(tRow.pszKey)) PrintRows({&tRow, 1});
+  }
+  Config_Limit();
+  return 0;
+}
+
 void VernierLensd_ParseFocusStartTable(i32* piTable, char* pszList, const char* pszDelimiter) {
   char* pszRest = nullptr;
   const char* pszNumber = strtok_r(pszList, pszDelimiter, &pszRest);
@@ -92,8 +104,28 @@ i32 ReadRows(const char* szPath, const TTreeRow* ptRows) {
   return -1;
 }
 
+bool IsParkingKey(std::string_view sKey) {
+  constexpr std::string_view asKeys[] = {
+      "/root/vernierlensd/focus/virtual/end",
+      "/root/vernierlensd/focus/virtual/onestep",
+      "/root/vernierlensd/focus/virtual/totalstep",
+      "/root/vernierlensd/focus/motor/totalstep",
+      "/root/vernierlensd/focus/motor/positioningstep",
+      "/root/vernierlensd/focus/motor/reversecalibration",
+      "/root/vernierlensd/focus/onesteptime",
+      "/root/vernierlensd/focus/adjuststep",
+      "/root/vernierlensd/onestepsearchtime",
+      "/root/vernierlensd/blockingmode",
+      "/root/vernierlensd/finetunning",
+  };
+  return std::ranges::find(asKeys, sKey) != std::end(asKeys);
+}
+
 i32 LoadRows(const TVernierLensdInfo* pThis) {
   TVernierLensdConfigInfo& tConfig = g_tVernierLensdConfigInfo;
+  if (pThis->bSupportICS != 0 && VernierLensd_GotoPI() != 0) {
+    return Fail("[vernierlensd] : [ICS]VernierLensd_GotoPI fial");
+  }
   if (ReadRows(szCapabilityPath, g_atChannelCountRows) != 0) return -1;
   if (pThis->bSupportICS != 0) return 0;
   // The capability before the configuration, which has the same key and in most trees no such element.
@@ -158,8 +190,9 @@ i32 LoadPositions(TVernierLensdInfo* pThis) {
       std::printf("[vernierlensd] : fopen %s failed!\n", szPositionsPath);
       return -1;
     }
-    Config_LimitPosition(&dwZoom, g_tVernierLensdConfigInfo.dwZoomVirtualEnd);
-    Config_LimitPosition(&dwFocus, g_tVernierLensdConfigInfo.dwFocusVirtualEnd);
+    const bool bZoomWrong = Config_LimitPosition(&dwZoom, g_tVernierLensdConfigInfo.dwZoomVirtualEnd);
+    const bool bFocusWrong = Config_LimitPosition(&dwFocus, g_tVernierLensdConfigInfo.dwFocusVirtualEnd);
+    if (bZoomWrong || bFocusWrong) pThis->bPowerLost = 1;  // as good as a working log: the file is torn
   }
   return 0;
 }

@@ -11,5 +11,9 @@ i32 VernierLensd_CheckLensType(TVernierLensdInfo* pThis);
 // or -1 with a line printed.
 i32 VernierLensd_LoadConfigFile(TVernierLensdInfo* pThis);
 
+// Reads the configuration of an ICS lens's focus motor, for the walk that parks it, and prints what concerns that walk.
+// 0, or -1 with a line printed.
+i32 Config_ReadForParking();
+
 // Reads at most iFocusStartEntries numbers of a list; what is behind them is passed over.  pszList is taken apart.
 void VernierLensd_ParseFocusStartTable(i32* piTable, char* pszList, const char* pszDelimiter);

@@ -76,6 +76,14 @@ struct TClientRequest {
   TMotorCommand atCommand[iMaxChannels];
 };
 
+// How far the counter of an axis can be trusted.  While it is not REFERENCE_KNOWN on every channel, the axis's working
+// log stays, so that the next start positions the lens.
+enum EReference : u32 {
+  REFERENCE_KNOWN = 0,
+  REFERENCE_LOST = 1,    // a move is preceded by a walk to the reference
+  REFERENCE_FAILED = 2,  // that walk did not find it; moves go on as they can
+};
+
 // The private side of a motor thread's block.  The lock is held for a few words at a time, never over a wait or a
 // request.
 struct TCommandBox {
@@ -85,7 +93,24 @@ struct TCommandBox {
   i32 iRunningChannel;     // owner thread only: its channel
   u32 bStarted;            // main thread only: the motor thread runs or has run
   u32 bEnded;              // shared: the motor thread has left its loop and touches nothing any more
+  u32 bBusy;               // under the lock: the motor thread is inside its dispatcher
+  u32 aeReference[iMaxChannels];  // shared: EReference by channel; start-up and the owner thread write
 };
+
+// The focus statistics block: 32 bytes of System V shared memory per channel, between the daemon and the camera's image
+// side. A plain record without a lock: each word is touched through Word_*, on both sides.
+struct TFocusBlock {
+  u32 bFocusValueWanted;  // daemon: 1 while a sweep is reading values
+  u32 dwFocusValue;       // peer: of the present image; a higher value is a sharper one
+  u32 bIrisPending;       // daemon sets it behind dwIrisRequest, the peer ends it
+  u32 dwIrisRequest;      // daemon: 1 open the iris fully, 0 give it back; the peer may change it
+  u32 dwDayNightMode;     // peer
+  u32 bAutoFocusBusy;     // daemon: 1 while auto focus or focus scan runs
+  u32 dwZoomPosition;     // daemon: virtual steps
+  u32 dwFocusPosition;
+};
+static_assert(sizeof(TFocusBlock) == 32 && offsetof(TFocusBlock, dwDayNightMode) == 16 &&
+              offsetof(TFocusBlock, dwFocusPosition) == 28);
 
 struct TVernierLensdInfo {
   u32 dwPid;
@@ -109,11 +134,11 @@ struct TVernierLensdInfo {
   u32 adwPanFocus[iMaxChannels];            // shared
   TMotorCommand tFocusCommand;              // shared
   void* hZoomThread;
-  u32 bZoomWake;                           // shared: a new command stands in tZoomCommand
-  u32 dwChainedFocusCommand;               // search to start behind a zoom; nothing sets it
-  u32 adwZoomMotorPosition[iMaxChannels];  // shared; virtual steps
-  TMotorCommand tZoomCommand;              // shared
-  void* aptFocusBlock[iMaxChannels];
+  u32 bZoomWake;                             // shared: a new command stands in tZoomCommand
+  u32 dwChainedFocusCommand;                 // search to start behind a zoom; nothing sets it
+  u32 adwZoomMotorPosition[iMaxChannels];    // shared; virtual steps
+  TMotorCommand tZoomCommand;                // shared
+  TFocusBlock* aptFocusBlock[iMaxChannels];  // null: not attached
   i32 iShmId;
   sem_t semConfigFile;     // orders the writers of the state files
   i32 aiFocusWakePair[2];  // senders write to 0, the focus thread reads 1; -1 none; published by its ready flag
@@ -146,6 +171,7 @@ struct TVernierLensdInfo {
   TCommandBox tZoomBox;
   u32 bConfigSemaphore;  // semConfigFile exists
   u32 bPidFile;          // the PID file is ours
+  u32 bPowerLost;        // the last life left a working log, or positions that cannot be; start-up writes
 };
 
 struct TVernierLensdConfigInfo {

@@ -12,6 +12,7 @@
 #include "core/main_loop.h"
 #include "core/release.h"
 #include "core/startup.h"
+#include "core/status_file.h"
 
 namespace {
 
@@ -41,10 +42,12 @@ i32 VernierLensd_Main(i32 argc, char** argv) {
   std::setvbuf(stdout, nullptr, _IOLBF, 0);
   VernierLensd_ParseOptions(argc, argv);
   VernierLensd_InstallSignals();
-  if (VernierLensd_Init(&tInfo) == 0) {
-    VernierLensd_MainLoop(&tInfo);
-  } else {
+  if (VernierLensd_Init(&tInfo) != 0) {
     std::puts("[vernierlensd] : VernierLensd_Init failed.");
+  } else if (VernierLensd_RestoreAutoFocus() != 0) {
+    std::puts("[vernierlensd] : VernierLensd_RestoreAutoFocus failed.");
+  } else {
+    VernierLensd_MainLoop(&tInfo);
   }
   if (VernierLensd_Release(&tInfo) == 0) return 0;
   std::puts("[vernierlensd] : VernierLensd_Release failed.");

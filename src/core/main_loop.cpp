@@ -7,6 +7,7 @@
 #include "command/event_fifo.h"
 #include "core/fail.h"
 #include "core/inputs.h"
+#include "core/status_file.h"
 #include "core/wait.h"
 
 namespace {
@@ -39,6 +40,7 @@ void WaitAndServe(TVernierLensdInfo* pThis) {
 }  // namespace
 
 i32 VernierLensd_MainLoop(TVernierLensdInfo* pThis) {
+  VernierLensd_CheckPowerLoss(pThis);
   for (;;) {
     // The signal first: when both words stand, the end is the orderly one.
     if (g_bTerminated.load() != 0) {

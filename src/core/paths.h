@@ -14,3 +14,13 @@ constexpr const char* szVideoInPath = "/etc/conf.d/config_videoin_c0.xml";
 constexpr const char* szVideoModePath = "/etc/conf.d/config_videomode_c0.xml";
 constexpr const char* szConfigPath = "/etc/conf.d/vernierlensd/config_vernierlensd.xml";
 constexpr const char* szPositionsPath = "/etc/conf.d/vernierlensd/vernierlensd.conf";
+constexpr const char* szBackupPath =
+    "/etc/conf.d/vernierlensd/vernierlensd_backup.conf";  // comes from outside, read only
+constexpr const char* szFocusDefaultPath = "/etc/conf.d/vernierlensd/focus_default";
+constexpr const char* szPanFocusPath = "/etc/conf.d/vernierlensd/pan_focus.tab";
+
+constexpr const char* szStatusPath = "/mnt/flash/.VernierlensStatus";
+constexpr const char* szFocusLogPath = "/etc/conf.d/vernierlensd/focusworking.log";
+constexpr const char* szZoomLogPath = "/etc/conf.d/vernierlensd/zoomworking.log";
+
+constexpr const char* szBlockKeyPath = "/usr/sbin/vernierlensd";  // the shared blocks' keys are made from it

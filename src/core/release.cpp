@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "autofocus/focus_block.h"
 #include "core/fail.h"
 #include "core/inputs.h"
 #include "core/paths.h"
@@ -40,6 +41,7 @@ i32 VernierLensd_Release(TVernierLensdInfo* pThis) {
   g_bRunThread = 0;
   // Before anything is freed or detached: a thread may still be finishing its move.
   if (MotorThreads_WaitForEnd(pThis) != 0) return Fail("[vernierlensd] : TaskShim_Release failed.");
+  if (FocusBlock_Release(pThis) != 0) return -1;
   if (MotorThread_Release(pThis, g_tFocusAxis) != 0) return Fail("[vernierlensd] : TaskShim_Release failed.");
   if (MotorThread_Release(pThis, g_tZoomAxis) != 0) return Fail("[vernierlensd] : TaskShim_Release failed.");
   CloseWakePair(pThis, g_tFocusAxis);

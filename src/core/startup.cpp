@@ -8,10 +8,14 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "autofocus/focus_block.h"
+#include "autofocus/zoom_tracking.h"
 #include "config/config_load.h"
+#include "config/saved_state.h"
 #include "core/fail.h"
 #include "core/inputs.h"
 #include "core/paths.h"
+#include "core/status_file.h"
 #include "motor/axis.h"
 #include "motor/motor_thread.h"
 #include "sxmlparser/sxmlparser.h"
@@ -36,8 +40,11 @@ i32 VernierLensd_Init(TVernierLensdInfo* pThis) {
   }
   if (VernierLensd_CheckLensType(pThis) != 0) return Fail("[vernierlensd] : VernierLensd_CheckLensType failed.");
   if (VernierLensd_LoadConfigFile(pThis) != 0) return Fail("[vernierlensd] : VernierLensd_LoadConfigFile failed.");
+  PowerLoss_LookAtLogs(pThis);
+  if (VernierLensd_LoadStatusFile(pThis) != 0) return Fail("[vernierlensd] : VernierLensd_LoadStatusFile failed.");
   if (VernierLensd_InitGateLink(pThis) != 0) return Fail("[vernierlensd] : VernierLensd_InitGateLink failed.");
   if (VernierLensd_InitFIFO(pThis) != 0) return Fail("[vernierlensd] : VernierLensd_InitFIFO failed.");
+  if (VernierLensd_InitShareMem(pThis) != 0) return Fail("[vernierlensd] : VernierLensd_InitShareMem failed.");
   if (VernierLensd_InitXMLParser(pThis) != 0) return Fail("[vernierlensd] : VernierLensd_InitXMLParser failed.");
   if (StartFocusThread(pThis) != 0) return Fail("[vernierlensd] : VernierLensd_InitFocusMotorThread failed.");
   InitConfigSemaphore(pThis);
@@ -48,6 +55,8 @@ i32 VernierLensd_Init(TVernierLensdInfo* pThis) {
   CreateWakePair(pThis, g_tFocusAxis);
   CreateWakePair(pThis, g_tZoomAxis);
   if (CreateFocusValueTable() != 0) return Fail("[vernierlensd] : Create focus value table failed.");
+  const bool bFocusOnly = g_tVernierLensdConfigInfo.dwCapability == CAPABILITY_FOCUS_ONLY;
+  if (bFocusOnly && pThis->bSupportICS == 0) VernierLensd_LoadFocusDefault();
   return 0;
 }
 
@@ -110,7 +119,7 @@ void InitConfigSemaphore(TVernierLensdInfo* pThis) {
 i32 CreatePanTable(TVernierLensdInfo* pThis) {
   if (pThis->bSupportZoom == 0 || pThis->bSupportICS != 0) return 0;
   g_pdwtabFocusPanTable = AllocateTable(1, g_tVernierLensdConfigInfo.dwZoomVirtualTotalStep);
-  return g_pdwtabFocusPanTable != nullptr ? 0 : -1;
+  return g_pdwtabFocusPanTable != nullptr ? VernierLensd_LoadPanFocusTable() : -1;
 }
 
 i32 StartZoomThread(TVernierLensdInfo* pThis) {

@@ -6,6 +6,9 @@
 // Sleeps for the whole time, whatever signals arrive.  0 returns at once.
 void Delay_us(u64 qwTime_us);
 
+// Sleeps, and ends early once the motor threads are to end.
+void Delay_WhileRunning(u64 qwTime_us);
+
 // Milliseconds of the wall clock in 32 bits.  Wraps every 49.7 days: only differences count.
 u32 Clock_Milliseconds();
 

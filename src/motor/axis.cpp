@@ -1,8 +1,10 @@
 #include "motor/axis.h"
 
 #include "core/paths.h"
+#include "core/working_log.h"
 #include "motor/dispatch.h"
 #include "motor/motor_thread.h"
+#include "motor/positioning.h"
 
 const TAxis g_tZoomAxis = {
     .pbSupport = &TVernierLensdInfo::bSupportZoom,
@@ -18,13 +20,24 @@ const TAxis g_tZoomAxis = {
     .pdwVirtualOneStep = &TVernierLensdConfigInfo::dwZoomVirtualOneStep,
     .pdwOneStepTime = &TVernierLensdConfigInfo::dwZoomOneStepTime,
     .pdwAdjustStep = &TVernierLensdConfigInfo::dwZoomAdjustStep,
+    .pbPISupport = &TVernierLensdConfigInfo::bZoomPISupport,
+    .pdwPIDev = &TVernierLensdConfigInfo::dwZoomPIDev,
+    .pbPIDone = &TVernierLensdConfigInfo::bZoomPIDone,
+    .pdwPISearchStep = &TVernierLensdConfigInfo::dwZoomPISearchStep,
+    .pdwPIBackwardShift = &TVernierLensdConfigInfo::dwZoomPIBackwardShift,
     .pfnThread = VernierLensd_ZoomMotorThread,
     .pfnDispatch = VernierLensd_DispatchZoomCommand,
+    .pfnFindReference = ZoomReference_Find,
+    .pfnCreateLog = VernierLensd_ZoomCreateLogFile,
+    .pfnDeleteLog = VernierLensd_ZoomDeleteLogFile,
     .szDevice = szZoomMotorPath,
     .eICSSetPosition = ICS_SET_ZOOM_POSITION,
     .eICSGetPosition = ICS_GET_ZOOM_POSITION,
     .bFocusLeads = true,
     .bStartNeedsZoom = false,
+    .szInitDev = "[vernierlensd] : Zoom init %d dev\n",
+    .szPassName = "Init ZoomMotorThread",
+    .szWaitOther = "[vernierlensd] : Wait focus pi search done....",
     .szRemaining = "[vernierlensd] : Remaining zoom steps: %d\n",
     .szICSMoved = "[ZOOM]current = %d; set = %d\n",
 };
@@ -43,13 +56,24 @@ const TAxis g_tFocusAxis = {
     .pdwVirtualOneStep = &TVernierLensdConfigInfo::dwFocusVirtualOneStep,
     .pdwOneStepTime = &TVernierLensdConfigInfo::dwFocusOneStepTime,
     .pdwAdjustStep = &TVernierLensdConfigInfo::dwFocusAdjustStep,
+    .pbPISupport = &TVernierLensdConfigInfo::bFocusPISupport,
+    .pdwPIDev = &TVernierLensdConfigInfo::dwFocusPIDev,
+    .pbPIDone = &TVernierLensdConfigInfo::bFocusPIDone,
+    .pdwPISearchStep = &TVernierLensdConfigInfo::dwFocusPISearchStep,
+    .pdwPIBackwardShift = &TVernierLensdConfigInfo::dwFocusPIBackwardShift,
     .pfnThread = VernierLensd_FocusMotorThread,
     .pfnDispatch = VernierLensd_DispatchFocusCommand,
+    .pfnFindReference = FocusReference_Find,
+    .pfnCreateLog = VernierLensd_FocusCreateLogFile,
+    .pfnDeleteLog = VernierLensd_FocusDeleteLogFile,
     .szDevice = szFocusMotorPath,
     .eICSSetPosition = ICS_SET_FOCUS_POSITION,
     .eICSGetPosition = ICS_GET_FOCUS_POSITION,
     .bFocusLeads = false,
     .bStartNeedsZoom = true,
+    .szInitDev = "[vernierlensd] : Focus init %d dev\n",
+    .szPassName = "Init FocusMotorThread",
+    .szWaitOther = "[vernierlensd] : Wait zoom pi search done....",
     .szRemaining = "[vernierlensd] : Remaining focus steps: %d\n",
     .szICSMoved = "[FOCUS]current = %u; set = %d\n",
 };

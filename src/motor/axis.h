@@ -2,6 +2,9 @@
 // and its texts.  The named operations of each axis are one line over it.
 #pragma once
 
+#include <algorithm>
+#include <limits>
+
 #include "core/context.h"
 #include "motor/motor_device.h"
 
@@ -23,13 +26,25 @@ struct TAxis {
   u32 TVernierLensdConfigInfo::*pdwOneStepTime;     // us for one virtual step
   u32 TVernierLensdConfigInfo::*pdwAdjustStep;      // backlash, virtual steps
 
+  u32 TVernierLensdConfigInfo::*pbPISupport;
+  u32 TVernierLensdConfigInfo::*pdwPIDev;         // shared: channel that the axis's PI pass has reached
+  u32 TVernierLensdConfigInfo::*pbPIDone;         // shared
+  u32 TVernierLensdConfigInfo::*pdwPISearchStep;  // driver steps, as the next one
+  u32 TVernierLensdConfigInfo::*pdwPIBackwardShift;
+
   i32 (*pfnThread)(void* pvThis);  // the thread body, as the thread library calls it
   void (*pfnDispatch)(TVernierLensdInfo* pThis, i32 fd);
+  void (*pfnFindReference)(TVernierLensdInfo* pThis, i32 fd);  // of the running channel, selected already
+  void (*pfnCreateLog)();
+  void (*pfnDeleteLog)();
   const char* szDevice;
   EICSRequest eICSSetPosition;
   EICSRequest eICSGetPosition;
   bool bFocusLeads;         // the focus follows each move of this axis and starts ahead of it
   bool bStartNeedsZoom;     // dwStart is the configuration's only on a lens with zoom, else 0
+  const char* szInitDev;    // one %d: channel that the PI pass begins
+  const char* szPassName;   // of the PI pass's searches
+  const char* szWaitOther;  // the rendezvous waits for the other axis
   const char* szRemaining;  // one %d: driver steps left
   const char* szICSMoved;   // two numbers: present position, target
 };
@@ -47,6 +62,11 @@ inline TCommandBox& Axis_Box(TVernierLensdInfo* pThis, const TAxis& tAxis) {
 // Position of the channel that the running command is for.  Owner thread; shared, so through Word_Load and Word_Store.
 inline u32& Axis_Position(TVernierLensdInfo* pThis, const TAxis& tAxis) {
   return (pThis->*tAxis.padwPosition)[Axis_Box(pThis, tAxis).iRunningChannel];
+}
+
+// Driver steps of a count of steps of the given size, limited to what a request can carry.
+inline i32 Steps_ToDriver(u32 dwSteps, u32 dwOneStep) {
+  return static_cast<i32>(std::min<u64>(u64{dwSteps} * dwOneStep, std::numeric_limits<i32>::max()));
 }
 
 inline u32 Axis_Config(u32 TVernierLensdConfigInfo::*pdwField) {

@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
-#include <limits>
 
+#include "autofocus/zoom_tracking.h"
 #include "core/wait.h"
 #include "motor/command_box.h"
 
@@ -30,7 +30,10 @@ i32 Axis_Move(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, u32 dwTarget
   if (pThis->*tAxis.pbSupport == 0) return -1;
   Motor_Request(fd, MOTOR_SELECT_DEVICE, Axis_Box(pThis, tAxis).iRunningChannel);
   dwTarget = Axis_Clamp(pThis, tAxis, dwTarget);
-  if (tAxis.bFocusLeads) Delay_us(qwFocusLead_us);
+  if (tAxis.bFocusLeads) {
+    VernierLensd_FollowZoom(pThis, dwTarget);
+    Delay_us(qwFocusLead_us);
+  }
   if (pThis->bSupportICS != 0) return Axis_MoveICS(pThis, tAxis, fd, dwTarget);
   if (dwTarget >= Word_Load(Axis_Position(pThis, tAxis))) return Axis_Walk(pThis, tAxis, fd, dwTarget, WALK_FORWARD);
   if (Axis_Walk(pThis, tAxis, fd, dwTarget, WALK_BACKWARD) != 0) return -1;
@@ -125,8 +128,7 @@ void Axis_RequestWalk(i32 fd, i32 iDriverSteps) {
 }
 
 i32 Axis_DriverSteps(const TAxis& tAxis, u32 dwVirtualSteps) {
-  const u64 qwSteps = u64{dwVirtualSteps} * Axis_Config(tAxis.pdwVirtualOneStep);
-  return static_cast<i32>(std::min<u64>(qwSteps, std::numeric_limits<i32>::max()));
+  return Steps_ToDriver(dwVirtualSteps, Axis_Config(tAxis.pdwVirtualOneStep));
 }
 
 // dwChange is added in 32 bits and wraps: ~0 is one step down.

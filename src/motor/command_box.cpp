@@ -27,6 +27,7 @@ void Command_Take(TVernierLensdInfo* pThis, const TAxis& tAxis) {
   const TMotorCommand& tBlock = Axis_Command(pThis, tAxis);
   Command_Lock(tBox);
   Word_Publish(pThis->*tAxis.pbWake, 0);
+  tBox.bBusy = 1;
   tBox.tRunning = {
       .dwFunction = Word_Load(tBlock.dwFunction),
       .dwDirection = Word_Load(tBlock.dwDirection),
@@ -39,6 +40,21 @@ void Command_Take(TVernierLensdInfo* pThis, const TAxis& tAxis) {
       .bZoomContinuous = Word_Load(tBlock.bZoomContinuous),
   };
   tBox.iRunningChannel = tBox.iChannel;
+  Command_Unlock(tBox);
+}
+
+bool Command_IsBusy(TVernierLensdInfo* pThis, const TAxis& tAxis) {
+  TCommandBox& tBox = Axis_Box(pThis, tAxis);
+  Command_Lock(tBox);
+  const bool bBusy = tBox.bBusy != 0 || Word_Load(pThis->*tAxis.pbWake) != 0;
+  Command_Unlock(tBox);
+  return bBusy;
+}
+
+void Command_Leave(TVernierLensdInfo* pThis, const TAxis& tAxis) {
+  TCommandBox& tBox = Axis_Box(pThis, tAxis);
+  Command_Lock(tBox);
+  tBox.bBusy = 0;
   Command_Unlock(tBox);
 }
 

@@ -32,7 +32,31 @@ i32 Command_Send(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 iChannel, TWr
   return Command_Wake(pThis, tAxis);
 }
 
-// Clears the wake flag and copies block and channel to the box's running command.  Owner thread.
+// A command that follows from the axis's own work: written like any other, but left out where a newer command stands in
+// the block already.  Any thread.  As Command_Send; left out counts as 0.
+template <typename TWrite>
+i32 Command_SendFollowUp(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 iChannel, TWrite fnWrite) {
+  TCommandBox& tBox = Axis_Box(pThis, tAxis);
+  Command_Lock(tBox);
+  const bool bFree = Word_Load(pThis->*tAxis.pbWake) == 0;
+  if (bFree) {
+    fnWrite(Axis_Command(pThis, tAxis));
+    tBox.iChannel = iChannel;
+    Word_Publish(pThis->*tAxis.pbWake, 1);
+  }
+  Command_Unlock(tBox);
+  return bFree ? Command_Wake(pThis, tAxis) : 0;
+}
+
+// True while a command of the axis is pending or its thread is inside the dispatcher.  Any thread.  dwFunction tells
+// less: it falls before the command's bracket is closed, and a search that failed leaves it standing.
+bool Command_IsBusy(TVernierLensdInfo* pThis, const TAxis& tAxis);
+
+// The thread has left its dispatcher.  Owner thread.
+void Command_Leave(TVernierLensdInfo* pThis, const TAxis& tAxis);
+
+// Clears the wake flag, counts the thread as busy, and copies block and channel to the box's running command.  Owner
+// thread.
 void Command_Take(TVernierLensdInfo* pThis, const TAxis& tAxis);
 
 // The running command has ended: dwFunction becomes 0, unless a newer command stands in the block.  Owner thread.

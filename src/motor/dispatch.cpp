@@ -2,16 +2,29 @@
 
 #include <cstdio>
 
+#include "autofocus/auto_focus.h"
+#include "autofocus/focus_block.h"
+#include "config/saved_state.h"
 #include "core/wait.h"
 #include "motor/axis_move.h"
 #include "motor/command_box.h"
+#include "motor/positioning.h"
+#include "motor/reference.h"
 
 namespace {
 
 constexpr u32 dwSingleStepHold_ms = 1000;  // a zoom button held longer moves in large steps
 
+using FStep = void (*)(TVernierLensdInfo* pThis, i32 fd);
+
 void RunFocusCommand(TVernierLensdInfo* pThis, i32 fd);
-void StoreFocusDefault(const TVernierLensdInfo* pThis, u32 dwDefaultPosition);
+void Bracket(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, FStep pfnStep);
+void Search(TVernierLensdInfo* pThis, i32 fd, FStep pfnSearch);
+void FindLostReference(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd);
+void Position(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, FStep pfnStep);
+bool SaveRunningChannel(TVernierLensdInfo* pThis, const TAxis& tAxis);
+void CloseLog(TVernierLensdInfo* pThis, const TAxis& tAxis, bool bSaved);
+void StoreFocusDefault(TVernierLensdInfo* pThis, u32 dwDefaultPosition);
 void EndThermalRecheck(TVernierLensdInfo* pThis);
 void RunZoomCommand(TVernierLensdInfo* pThis, i32 fd);
 void RepeatHeldZoom(TVernierLensdInfo* pThis);
@@ -24,12 +37,14 @@ void VernierLensd_DispatchFocusCommand(TVernierLensdInfo* pThis, i32 fd) {
   Command_Take(pThis, g_tFocusAxis);
   RunFocusCommand(pThis, fd);
   EndThermalRecheck(pThis);
+  Command_Leave(pThis, g_tFocusAxis);
 }
 
 void VernierLensd_DispatchZoomCommand(TVernierLensdInfo* pThis, i32 fd) {
   if (pThis->bSupportZoom == 0) return;
   Command_Take(pThis, g_tZoomAxis);
   RunZoomCommand(pThis, fd);
+  Command_Leave(pThis, g_tZoomAxis);
 }
 
 namespace {
@@ -37,12 +52,31 @@ namespace {
 void RunFocusCommand(TVernierLensdInfo* pThis, i32 fd) {
   switch (pThis->tFocusBox.tRunning.dwFunction) {
     case FUNCTION_FOCUS:
-      VernierLensd_FocusCommand(pThis, fd);
+      Bracket(pThis, g_tFocusAxis, fd, VernierLensd_FocusCommand);
+      break;
+    case FUNCTION_AUTO:
+      Search(pThis, fd, VernierLensd_PerformAutoFocus);
+      break;
+    case FUNCTION_SCAN:
+      Search(pThis, fd, PerformFocusScan);
+      break;
+    case FUNCTION_POSITIONING:
+    case FUNCTION_MOTORRESET:
+      Position(pThis, g_tFocusAxis, fd, FocusMotorPositioning);
       break;
     case FUNCTION_STOP:
-    case FUNCTION_IRISOPEN:
-    case FUNCTION_IRISENABLE:
       Command_Finish(pThis, g_tFocusAxis);
+      break;
+    case FUNCTION_IRISOPEN:
+      VernierLensd_RequestIris(pThis, 1);
+      Command_Finish(pThis, g_tFocusAxis);
+      break;
+    case FUNCTION_IRISENABLE:
+      VernierLensd_RequestIris(pThis, 0);
+      Command_Finish(pThis, g_tFocusAxis);
+      break;
+    case FUNCTION_RESETFOCUS:
+      Position(pThis, g_tFocusAxis, fd, VernierLensd_ResetFocus);
       break;
     case FUNCTION_SETFOCUSDEFAULT:
       StoreFocusDefault(pThis, pThis->tFocusBox.tRunning.dwDefaultPosition);
@@ -53,10 +87,63 @@ void RunFocusCommand(TVernierLensdInfo* pThis, i32 fd) {
   }
 }
 
-void StoreFocusDefault(const TVernierLensdInfo* pThis, u32 dwDefaultPosition) {
+// A move: the log stands on flash before the motor starts, and goes when the result is saved.
+void Bracket(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, FStep pfnStep) {
+  tAxis.pfnCreateLog();
+  FindLostReference(pThis, tAxis, fd);
+  pfnStep(pThis, fd);
+  CloseLog(pThis, tAxis, SaveRunningChannel(pThis, tAxis));
+}
+
+// A search: the image side is told.
+void Search(TVernierLensdInfo* pThis, i32 fd, FStep pfnSearch) {
+  g_tFocusAxis.pfnCreateLog();
+  VernierLensd_SetAutoFocusBusy(pThis, 1);
+  if (pfnSearch != PerformFocusScan) FindLostReference(pThis, g_tFocusAxis, fd);
+  pfnSearch(pThis, fd);
+  const bool bSaved = SaveRunningChannel(pThis, g_tFocusAxis);
+  VernierLensd_SetAutoFocusBusy(pThis, 0);
+  CloseLog(pThis, g_tFocusAxis, bSaved);
+}
+
+// A walk to the reference.  After a power loss every channel's counter is false: the others follow in the same bracket.
+void Position(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, FStep pfnStep) {
+  TCommandBox& tBox = Axis_Box(pThis, tAxis);
+  tAxis.pfnCreateLog();
+  pfnStep(pThis, fd);
+  const i32 iChannel = tBox.iRunningChannel;
+  for (i32 i = 0; pThis->bPowerLost != 0 && i < g_tVernierLensdConfigInfo.iMaxDevNum; i++) {
+    tBox.iRunningChannel = i;
+    FindLostReference(pThis, tAxis, fd);
+  }
+  tBox.iRunningChannel = iChannel;
+  CloseLog(pThis, tAxis, SaveRunningChannel(pThis, tAxis));
+}
+
+// A newer command has overtaken the recovery: what it asks for must not start from a false counter.
+void FindLostReference(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd) {
+  const i32 iChannel = Axis_Box(pThis, tAxis).iRunningChannel;
+  if (!Reference_IsLost(pThis, tAxis, iChannel)) return;
+  Motor_Request(fd, MOTOR_SELECT_DEVICE, iChannel);
+  tAxis.pfnFindReference(pThis, fd);
+}
+
+bool SaveRunningChannel(TVernierLensdInfo* pThis, const TAxis& tAxis) {
+  if (SavedState_Save(pThis, Axis_Box(pThis, tAxis).iRunningChannel) == 0) return true;
+  std::puts("[vernierlensd] : VernierLensd_SaveConfigFile failed.");
+  return false;
+}
+
+// A position that is not saved, or not known, leaves the log standing: the next start then finds the lens itself.
+void CloseLog(TVernierLensdInfo* pThis, const TAxis& tAxis, bool bSaved) {
+  if (bSaved && Reference_IsKnownOnAll(pThis, tAxis)) tAxis.pfnDeleteLog();
+}
+
+void StoreFocusDefault(TVernierLensdInfo* pThis, u32 dwDefaultPosition) {
   if (pThis->bSupportICS != 0) return;
   g_dwFocusDefault = dwDefaultPosition;
   std::printf("g_dwFocusDefault =%d\n", static_cast<i32>(dwDefaultPosition));
+  VernierLensd_SaveFocusDefault(pThis);
 }
 
 void EndThermalRecheck(TVernierLensdInfo* pThis) {
@@ -70,8 +157,12 @@ void EndThermalRecheck(TVernierLensdInfo* pThis) {
 void RunZoomCommand(TVernierLensdInfo* pThis, i32 fd) {
   switch (pThis->tZoomBox.tRunning.dwFunction) {
     case FUNCTION_ZOOM:
-      VernierLensd_ZoomCommand(pThis, fd);
+      Bracket(pThis, g_tZoomAxis, fd, VernierLensd_ZoomCommand);
       RepeatHeldZoom(pThis);
+      break;
+    case FUNCTION_POSITIONING:
+    case FUNCTION_MOTORRESET:
+      Position(pThis, g_tZoomAxis, fd, ZoomMotorPositioning);
       break;
     case FUNCTION_STOP:
       Command_Finish(pThis, g_tZoomAxis);

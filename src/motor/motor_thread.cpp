@@ -9,9 +9,12 @@
 #include <csignal>
 #include <cstdio>
 
+#include "autofocus/zoom_tracking.h"
 #include "core/fail.h"
+#include "core/status_file.h"
 #include "core/wait.h"
 #include "motor/command_box.h"
+#include "motor/pi_search.h"
 
 namespace {
 
@@ -23,6 +26,7 @@ constexpr u64 qwEndBound_us = 600'000'000;  // far longer than a whole range of 
 
 i32 MotorThread_Run(TVernierLensdInfo* pThis, const TAxis& tAxis);
 i32 MotorThread_Serve(TVernierLensdInfo* pThis, const TAxis& tAxis);
+void FollowSavedZoom(TVernierLensdInfo* pThis);
 void MotorThread_SetRange(TVernierLensdInfo* pThis, const TAxis& tAxis);
 bool MotorThread_Receive(TVernierLensdInfo* pThis, const TAxis& tAxis);
 i32 MotorThread_Initial(TVernierLensdInfo* pThis, const TAxis& tAxis);
@@ -42,6 +46,10 @@ i32 MotorThread_Serve(TVernierLensdInfo* pThis, const TAxis& tAxis) {
     g_bRunThread = 0;
     return -1;
   }
+  const bool bPass =
+      g_tVernierLensdConfigInfo.*tAxis.pbPISupport != 0 && g_tVernierLensdConfigInfo.dwRestoreStatus == STATUS_NORMAL;
+  if (bPass) PIPass_Run(pThis, tAxis, fd);
+  if (tAxis.bFocusLeads) FollowSavedZoom(pThis);
   Wait_Poll(qwReadyPoll_us, qwNoBound_us,
             [&] { return Word_Take(pThis->*tAxis.pbWakeReady) != 0 || g_bRunThread.load() == 0; });
   while (g_bRunThread.load() != 0) {
@@ -50,6 +58,15 @@ i32 MotorThread_Serve(TVernierLensdInfo* pThis, const TAxis& tAxis) {
   if (pThis->bSupportICS == 0) close(fd);
   g_bRunThread = 0;
   return 0;
+}
+
+// Pan focus and search bound as the saved zoom positions give them.
+void FollowSavedZoom(TVernierLensdInfo* pThis) {
+  for (i32 i = 0; i < g_tVernierLensdConfigInfo.iMaxDevNum; i++) {
+    const u32 dwZoomPos = Word_Load(pThis->adwZoomMotorPosition[i]);
+    VernierLensd_UpdatePanFocus(pThis, dwZoomPos, i);
+    if (pThis->bSupportICS == 0) VernierLensd_UpdateFocusingStart(pThis, dwZoomPos);
+  }
 }
 
 void MotorThread_SetRange(TVernierLensdInfo* pThis, const TAxis& tAxis) {

@@ -1,12 +1,16 @@
 // The scanner of the XML reader: walks a text once and tells what it meets to a pass.
 //
-// A pass is a record with these overloads; an error (not 0) of one that returns a code ends the walk:
-//   i32  Pass_Opening(TPass&, std::string_view svName);         "<name"
+// A pass is a record with these overloads:
+//   void Pass_Opening(TPass&, std::string_view svName);         "<name"
 //   void Pass_AttributeName(TPass&, std::string_view svName);   comes before its value; the text may end in between
 //   void Pass_AttributeValue(TPass&, std::string_view svValue);
 //   void Pass_Text(TPass&, std::string_view svText);            before "</" that follows its own opening tag
-//   i32  Pass_SelfClosing(TPass&);                              "/>"
-//   i32  Pass_Closing(TPass&, std::string_view svName);         "</name"
+//   void Pass_SelfClosing(TPass&);                              "/>"
+//   i32  Pass_Closing(TPass&, std::string_view svName);         "</name"; an error (not 0) ends the walk
+//   size_t Pass_ExpectedName(const TPass&, const char* p);
+// The last is asked behind "</", where at least a byte of text is left: the length of the open element's name if that
+// and '>' stand at p.  The tag is then told as "</", which closes anything.  0 where it doesn't stand there or the pass
+// wants to be told each name.
 // Views point into the text.  All of it is inlined into one loop a pass, so that the walk's state lies in registers:
 // as calls it takes twice as long.
 #pragma once
@@ -202,13 +206,14 @@ template <typename TPass>
   if (*t.p != '/' || t.p[1] != '>') return Scan_Error(SXML_ERROR_TAG_END);
   t.p += 2;
   t.bClosed = true;
-  return Pass_SelfClosing(tPass);
+  Pass_SelfClosing(tPass);
+  return 0;
 }
 
 template <typename TPass>
 [[gnu::always_inline]] inline i32 Scan_OpeningTag(TScan& t, TPass& tPass) {
   t.bClosed = false;
-  if (const i32 iError = Pass_Opening(tPass, Scan_Name(t)); iError != 0) return iError;
+  Pass_Opening(tPass, Scan_Name(t));
   Scan_SkipBlanks(t);
   while (Char_Is(*t.p, CLASS_LETTER)) {
     if (const i32 iError = Scan_AttributeName(t, tPass); iError != 0) return iError;
@@ -222,6 +227,10 @@ template <typename TPass>
 [[gnu::always_inline]] inline i32 Scan_ClosingTag(TScan& t, TPass& tPass) {
   t.bClosed = true;
   if (t.p == t.pEnd) return 0;
+  if (const size_t nLength = Pass_ExpectedName(tPass, t.p); nLength != 0) {
+    t.p += nLength + 1;
+    return Pass_Closing(tPass, {t.p, size_t{0}});
+  }
   if (const i32 iError = Pass_Closing(tPass, Scan_Name(t)); iError != 0) return iError;
   Scan_SkipBlanks(t);
   if (*t.p != '>') return Scan_Error(SXML_ERROR_TAG_END);

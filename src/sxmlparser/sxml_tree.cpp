@@ -6,153 +6,7 @@
 #include <cstring>
 #include <limits>
 
-#include "sxmlparser/sxml_scanner.h"
-
-// Every event adds here what it takes in the build pass below, so that the block is exactly used.  No sum overflows:
-// each byte counted for the strings, and each record, stands for a byte of the text.
-struct TCountPass {
-  i32 iStackSize;
-  i32 iStrSize;
-  i32 iElementCount;
-  i32 iAttributeCount;
-  i32 iDepth;
-};
-
-[[gnu::always_inline]] static inline void Count_String(TCountPass& t, std::string_view sv) {
-  t.iStrSize += static_cast<i32>(sv.size()) + 1;
-}
-
-[[gnu::always_inline]] static inline i32 Pass_Opening(TCountPass& t, std::string_view svName) {
-  Count_String(t, svName);
-  ++t.iElementCount;
-  t.iStackSize = std::max(t.iStackSize, ++t.iDepth);
-  return 0;
-}
-
-[[gnu::always_inline]] static inline void Pass_AttributeName(TCountPass& t, std::string_view svName) {
-  Count_String(t, svName);
-  ++t.iAttributeCount;
-}
-
-[[gnu::always_inline]] static inline void Pass_AttributeValue(TCountPass& t, std::string_view svValue) {
-  Count_String(t, svValue);
-}
-
-[[gnu::always_inline]] static inline void Pass_Text(TCountPass& t, std::string_view svText) {
-  Count_String(t, svText);
-}
-
-[[gnu::always_inline]] static inline i32 Pass_SelfClosing(TCountPass& t) {
-  ++t.iStrSize;
-  --t.iDepth;
-  return 0;
-}
-
-[[gnu::always_inline]] static inline i32 Pass_Closing(TCountPass& t, std::string_view) {
-  return --t.iDepth < 0 ? Scan_Error(SXML_ERROR_NESTING) : 0;
-}
-
-// The build pass works on its own copy of the cursors, which the compiler can keep in registers.
-struct TBuildPass {
-  const char* pTextEnd;
-  char* pszCur;
-  char* pszEnd;
-  TXMLElement* pElement;
-  TXMLElement* pElementEnd;
-  TXMLAttribute* pAttribute;
-  TXMLAttribute* pAttributeEnd;
-  TXMLElement** ppTop;  // behind the innermost open element
-  TXMLElement** ppStack;
-  TXMLElement** ppStackEnd;
-  TXMLElement* pClosed;  // closed last: the elder sibling of an element whose parent has a child already
-  i32 iElementIndex;
-  i32 iAttributeIndex;
-};
-
-// Copies and NUL-terminates a string.  Short ones, nearly all, go as 16 bytes of which the tail is soon overwritten,
-// where both sides have that many left.
-[[gnu::always_inline]] static inline const char* Build_String(TBuildPass& t, std::string_view sv) {
-  char* const pszCopy = t.pszCur;
-  if (sv.size() <= 16 && t.pTextEnd - sv.data() >= 16 && t.pszEnd - pszCopy > 16) {
-    std::memcpy(pszCopy, sv.data(), 16);
-  } else {
-    std::memcpy(pszCopy, sv.data(), sv.size());
-  }
-  pszCopy[sv.size()] = '\0';
-  t.pszCur += sv.size() + 1;
-  assert(t.pszCur <= t.pszEnd);
-  return pszCopy;
-}
-
-[[gnu::always_inline]] static inline void Build_Link(TBuildPass& t, TXMLElement* pParent) {
-  if (pParent->ptFirstChild == nullptr) {
-    pParent->ptFirstChild = t.pElement;
-  } else {
-    t.pClosed->ptNextSibling = t.pElement;
-  }
-  ++pParent->iChildCount;
-}
-
-[[gnu::always_inline]] static inline i32 Pass_Opening(TBuildPass& t, std::string_view svName) {
-  const char* const pszName = Build_String(t, svName);
-  TXMLElement* const pParent = t.ppTop == t.ppStack ? nullptr : t.ppTop[-1];
-  ++t.pElement;
-  assert(t.pElement < t.pElementEnd);
-  *t.pElement = {.iIndex = ++t.iElementIndex,
-                 .pszName = pszName,
-                 .pszXMLText = "",
-                 .iChildCount = 0,
-                 .iAttributeCount = 0,
-                 .ptFirstAttribute = nullptr,
-                 .ptFirstChild = nullptr,
-                 .ptNextSibling = nullptr,
-                 .ptParent = pParent};
-  if (pParent != nullptr) Build_Link(t, pParent);
-  if (t.ppTop == t.ppStackEnd) return Scan_Error(SXML_ERROR_STACK_FULL);
-  *t.ppTop++ = t.pElement;
-  return 0;
-}
-
-[[gnu::always_inline]] static inline void Pass_AttributeName(TBuildPass& t, std::string_view svName) {
-  ++t.pAttribute;
-  assert(t.pAttribute < t.pAttributeEnd);
-  *t.pAttribute = {.iIndex = ++t.iAttributeIndex, .pszName = Build_String(t, svName), .pszValue = nullptr};
-  if (t.pElement->iAttributeCount++ == 0) t.pElement->ptFirstAttribute = t.pAttribute;
-}
-
-[[gnu::always_inline]] static inline void Pass_AttributeValue(TBuildPass& t, std::string_view svValue) {
-  t.pAttribute->pszValue = Build_String(t, svValue);
-}
-
-// In a text of nothing but "</" this writes to slot 0, which is nobody's.
-[[gnu::always_inline]] static inline void Pass_Text(TBuildPass& t, std::string_view svText) {
-  t.pElement->pszXMLText = Build_String(t, svText);
-}
-
-[[gnu::always_inline]] static inline i32 Pass_SelfClosing(TBuildPass& t) {
-  t.pElement->pszXMLText = t.pszCur;
-  *t.pszCur++ = '\0';
-  assert(t.pszCur <= t.pszEnd);
-  t.pClosed = *--t.ppTop;
-  return 0;
-}
-
-// Compares over the tag's length only: "</ab>" closes "abc", and "</>" anything.  The NUL behind pszName ends the
-// comparison, so that no byte outside the strings and slot 0 behind them is read.
-[[gnu::always_inline]] static inline bool Build_NameFits(const TBuildPass& t, const char* pszName,
-                                                         std::string_view svTag) {
-  if (svTag.size() > 8 || t.pTextEnd - svTag.data() < 8) {
-    return std::strncmp(pszName, svTag.data(), svTag.size()) == 0;
-  }
-  const u64 qwDiffer = Bytes_Load(pszName) ^ Bytes_Load(svTag.data());
-  return svTag.empty() || qwDiffer << (64 - 8 * svTag.size()) == 0;
-}
-
-[[gnu::always_inline]] static inline i32 Pass_Closing(TBuildPass& t, std::string_view svTag) {
-  if (t.ppTop == t.ppStack) return Scan_Error(SXML_ERROR_NESTING);
-  t.pClosed = *--t.ppTop;
-  return Build_NameFits(t, t.pClosed->pszName, svTag) ? 0 : Scan_Error(SXML_ERROR_CLOSING_NAME);
-}
+#include "sxmlparser/sxml_notes.h"
 
 void Tree_Drop(TSXMLParser* pThis) {
   pThis->iXMLStackSize = 0;
@@ -170,73 +24,134 @@ void Tree_Drop(TSXMLParser* pThis) {
 // What the element array may have to move up to be aligned: 3 bytes where pointers have 4, 7 where they have 8.
 constexpr i32 g_iAlignSlack = alignof(TXMLElement) - 1;
 
-// Makes pvBlock a block of at least so many bytes.  One that is used again isn't cleared: records and strings are
-// written whole before a count or a pointer leads to them.
-static i32 Tree_TakeBlock(TSXMLParser* pThis, u64 qwSize) {
-  if (qwSize <= static_cast<u64>(pThis->iBlockSize)) return 0;
-  std::free(pThis->pvBlock);
-  pThis->pvBlock = qwSize > std::numeric_limits<i32>::max() ? nullptr : std::calloc(1, static_cast<size_t>(qwSize));
-  pThis->iBlockSize = pThis->pvBlock == nullptr ? 0 : static_cast<i32>(qwSize);
-  return pThis->pvBlock == nullptr ? Scan_Error(SXML_ERROR_NO_MEMORY) : 0;
+static_assert(sizeof(TXMLElement) + sizeof(TXMLAttribute) >= g_iStringsSlack);  // both slots 0 lie behind the strings
+static_assert(sizeof(TElementNote) % alignof(TAttributeNote) == 0);
+
+// Makes a buffer one of at least so many bytes.  One that is used again isn't cleared: whatever a count, a number or a
+// pointer leads to has been written first.
+static i32 Tree_Reserve(void*& pv, i32& iSize, u64 qwSize) {
+  if (qwSize <= static_cast<u64>(iSize)) return 0;
+  std::free(pv);
+  pv = qwSize > std::numeric_limits<i32>::max() ? nullptr : std::calloc(1, static_cast<size_t>(qwSize));
+  iSize = pv == nullptr ? 0 : static_cast<i32>(qwSize);
+  return pv == nullptr ? Scan_Error(SXML_ERROR_NO_MEMORY) : 0;
 }
 
-static i32 Tree_LayOut(TSXMLParser* pThis, const TCountPass& tCount) {
-  const u64 qwSize = static_cast<u64>(tCount.iStrSize) + g_iAlignSlack +
-                     sizeof(TXMLElement*) * static_cast<u64>(tCount.iStackSize) +
-                     sizeof(TXMLElement) * (static_cast<u64>(tCount.iElementCount) + 1) +
-                     sizeof(TXMLAttribute) * (static_cast<u64>(tCount.iAttributeCount) + 1);
-  if (const i32 iError = Tree_TakeBlock(pThis, qwSize); iError != 0) return iError;
-  pThis->iXMLStackSize = tCount.iStackSize;
-  pThis->iXMLStrSize = tCount.iStrSize;
-  pThis->iXMLElementCount = tCount.iElementCount;
-  pThis->iXMLAttributeCount = tCount.iAttributeCount;
+static i32 Tree_LayOut(TSXMLParser* pThis, const TNotePass& t) {
+  const u64 qwSize = u64{t.dwStringsSize} + g_iAlignSlack + sizeof(TXMLElement*) * u64{t.dwDeepest} +
+                     sizeof(TXMLElement) * (u64{t.dwElements} + 1) + sizeof(TXMLAttribute) * (u64{t.dwAttributes} + 1);
+  if (const i32 iError = Tree_Reserve(pThis->pvBlock, pThis->iBlockSize, qwSize); iError != 0) return iError;
+  pThis->iXMLStackSize = static_cast<i32>(t.dwDeepest);
+  pThis->iXMLStrSize = static_cast<i32>(t.dwStringsSize);
+  pThis->iXMLElementCount = static_cast<i32>(t.dwElements);
+  pThis->iXMLAttributeCount = static_cast<i32>(t.dwAttributes);
   pThis->pszXMLString = pThis->pszCurXMLStr = static_cast<char*>(pThis->pvBlock);
-  void* const pvElements = pThis->pszXMLString + ((tCount.iStrSize + g_iAlignSlack) & ~g_iAlignSlack);
+  void* const pvElements = pThis->pszXMLString + ((pThis->iXMLStrSize + g_iAlignSlack) & ~g_iAlignSlack);
   pThis->pXMLElement = pThis->pCurElement = static_cast<TXMLElement*>(pvElements);
-  void* const pvAttributes = pThis->pXMLElement + tCount.iElementCount + 1;
+  void* const pvAttributes = pThis->pXMLElement + pThis->iXMLElementCount + 1;
   pThis->pXMLAttribute = pThis->pCurAttribute = static_cast<TXMLAttribute*>(pvAttributes);
-  void* const pvStack = pThis->pXMLAttribute + tCount.iAttributeCount + 1;
+  void* const pvStack = pThis->pXMLAttribute + pThis->iXMLAttributeCount + 1;
   pThis->ppXMLStack = static_cast<TXMLElement**>(pvStack);
   return 0;
 }
 
-static i32 ConstructDOMCb(TSXMLParser* pThis, std::string_view svText) {
-  TBuildPass t{.pTextEnd = svText.data() + svText.size(),
-               .pszCur = pThis->pszCurXMLStr,
-               .pszEnd = pThis->pszXMLString + pThis->iXMLStrSize,
-               .pElement = pThis->pCurElement,
-               .pElementEnd = pThis->pXMLElement + pThis->iXMLElementCount + 1,
-               .pAttribute = pThis->pCurAttribute,
-               .pAttributeEnd = pThis->pXMLAttribute + pThis->iXMLAttributeCount + 1,
-               .ppTop = pThis->ppXMLStack,
-               .ppStack = pThis->ppXMLStack,
-               .ppStackEnd = pThis->ppXMLStack + pThis->iXMLStackSize,
-               .pClosed = nullptr,
-               .iElementIndex = 0,
-               .iAttributeIndex = 0};
-  const i32 iError = Scan_Run(svText, t);
-  pThis->pszCurXMLStr = t.pszCur;
-  pThis->pCurElement = t.pElement;
-  pThis->pCurAttribute = t.pAttribute;
-  pThis->iElementIndex = t.iElementIndex;
-  pThis->iAttributeIndex = t.iAttributeIndex;
-  return iError;
+static TAttributeNote* Tree_NotesEnd(const TSXMLParser* pThis) {
+  void* const pvEnd = static_cast<char*>(pThis->pvNotes) + pThis->iNotesSize;
+  return static_cast<TAttributeNote*>(pvEnd);
 }
 
-static i32 Tree_Count(std::string_view svText, TCountPass& tCount) {
-  TCountPass t{};  // not tCount itself: it can lie in registers as long as nobody points to it
+// Walks the text with the room that there is.
+static i32 Tree_Note(const TSXMLParser* pThis, std::string_view svText, TNotePass& tNotes) {
+  constexpr i32 iBehindStrings = sizeof(TXMLElement) + sizeof(TXMLAttribute);
+  TElementNote tNone{};
+  TNotePass t{};  // not tNotes itself: it can lie in registers as long as nobody points to it
+  t.pTextEnd = svText.data() + svText.size();
+  t.pszStrings = static_cast<char*>(pThis->pvBlock);
+  t.dwStringsRoom = static_cast<u32>(std::max(pThis->iBlockSize - iBehindStrings, 0));
+  t.atElements = &tNone;
+  if (pThis->pvNotes != nullptr) {
+    t.atElements = static_cast<TElementNote*>(pThis->pvNotes);
+    t.atElements[0] = tNone;
+    t.dwNotesRoom = static_cast<u32>(pThis->iNotesSize) - u32{sizeof(TElementNote)};
+    t.pAttribute = Tree_NotesEnd(pThis);
+  }
   const i32 iError = Scan_Run(svText, t);
-  tCount = t;
+  tNotes = t;
+  tNotes.atElements = nullptr;  // tNone ends here
   if (iError != 0) return iError;
-  return t.iDepth == 0 ? 0 : Scan_Error(SXML_ERROR_NESTING);
+  return t.dwDepth == 0 ? 0 : Scan_Error(SXML_ERROR_NESTING);
+}
+
+// Makes block and notes large enough for the document.  Where they were too small, or the block had to go and the
+// strings with it, a second walk does what the first could not.
+static i32 Tree_MakeRoom(TSXMLParser* pThis, std::string_view svText, TNotePass& tNotes) {
+  const i32 iBlockSize = pThis->iBlockSize;
+  if (const i32 iError = Tree_LayOut(pThis, tNotes); iError != 0) return iError;
+  const u64 qwNotesSize =
+      sizeof(TElementNote) * (u64{tNotes.dwElements} + 1) + sizeof(TAttributeNote) * u64{tNotes.dwAttributes};
+  if (const i32 iError = Tree_Reserve(pThis->pvNotes, pThis->iNotesSize, qwNotesSize); iError != 0) return iError;
+  if (!tNotes.bSpilled && iBlockSize == pThis->iBlockSize) return 0;
+  return Tree_Note(pThis, svText, tNotes);
+}
+
+// Element n + 1 opens next behind element n: it is the first child, if there are any.
+static void Build_Elements(TSXMLParser* pThis) {
+  const auto* const atNotes = static_cast<const TElementNote*>(pThis->pvNotes);
+  char* const pszStrings = pThis->pszXMLString;
+  TXMLElement* const atElements = pThis->pXMLElement;
+  const i32 iCount = pThis->iXMLElementCount;
+  TXMLAttribute* ptAttribute = pThis->pXMLAttribute + 1;
+  for (i32 i = 1; i <= iCount; ++i) {
+    const TElementNote& t = atNotes[i];
+    atElements[i] = {.iIndex = i,
+                     .pszName = pszStrings + t.dwName,
+                     .pszXMLText = t.dwText == 0 ? "" : pszStrings + t.dwText,
+                     .iChildCount = static_cast<i32>(t.dwChildren),
+                     .iAttributeCount = static_cast<i32>(t.dwAttributes),
+                     .ptFirstAttribute = t.dwAttributes == 0 ? nullptr : ptAttribute,
+                     .ptFirstChild = t.dwChildren == 0 ? nullptr : atElements + i + 1,
+                     .ptNextSibling = t.dwNext == 0 ? nullptr : atElements + t.dwNext,
+                     .ptParent = t.dwParent == 0 ? nullptr : atElements + t.dwParent};
+    ptAttribute += t.dwAttributes;
+  }
+  pThis->iElementIndex = iCount;
+  pThis->pCurElement = atElements + iCount;
+}
+
+static void Build_Attributes(TSXMLParser* pThis) {
+  const TAttributeNote* ptNote = Tree_NotesEnd(pThis);
+  char* const pszStrings = pThis->pszXMLString;
+  TXMLAttribute* const atAttributes = pThis->pXMLAttribute;
+  const i32 iCount = pThis->iXMLAttributeCount;
+  for (i32 i = 1; i <= iCount; ++i) {
+    --ptNote;
+    atAttributes[i] = {.iIndex = i, .pszName = pszStrings + ptNote->dwName, .pszValue = pszStrings + ptNote->dwValue};
+  }
+  pThis->iAttributeIndex = iCount;
+  pThis->pCurAttribute = atAttributes + iCount;
+}
+
+// Writes each record once and whole, in the order in which they lie: none is gone back to.
+static void ConstructDOMCb(TSXMLParser* pThis, const TNotePass& tNotes) {
+  assert(!tNotes.bSpilled);
+  Build_Elements(pThis);
+  Build_Attributes(pThis);
+  pThis->pszCurXMLStr = pThis->pszXMLString + tNotes.dwStringsSize;
+  assert(pThis->pCurElement < (pThis->pXMLElement + pThis->iXMLElementCount + 1));
+  assert(pThis->pCurAttribute < pThis->pXMLAttribute + pThis->iXMLAttributeCount + 1);
+  assert(pThis->pszCurXMLStr <= pThis->pszXMLString + pThis->iXMLStrSize);
 }
 
 i32 Tree_Parse(TSXMLParser* pThis, std::string_view svText) {
   Tree_Drop(pThis);
-  TCountPass tCount;
-  i32 iError = Tree_Count(svText, tCount);
-  if (iError == 0) iError = Tree_LayOut(pThis, tCount);
-  if (iError == 0) iError = ConstructDOMCb(pThis, svText);
-  if (iError != 0) Tree_Drop(pThis);
-  return iError;
+  TNotePass tNotes;
+  i32 iError = Tree_Note(pThis, svText, tNotes);
+  if (iError == 0) iError = Tree_MakeRoom(pThis, svText, tNotes);
+  if (iError == 0 && tNotes.bMismatch) iError = Scan_Error(SXML_ERROR_CLOSING_NAME);
+  if (iError != 0) {
+    Tree_Drop(pThis);
+    return iError;
+  }
+  ConstructDOMCb(pThis, tNotes);
+  return 0;
 }

@@ -8,7 +8,8 @@
 #include "sxmlparser/sxmlparser.h"
 
 // The block holds, in this order: the strings; iXMLElementCount + 1 element records; iXMLAttributeCount + 1 attribute
-// records; the stack.  Slot 0 of both arrays takes no record: element n is pXMLElement[n].
+// records; the stack.  Slot 0 of both arrays takes no record: element n is pXMLElement[n].  The stack keeps its place,
+// but nothing is pushed: the parent of each element is among the notes.
 struct TSXMLParser {
   u32 dwMode;
   PFNSXMLElement pfnStartElement;  // the callbacks are never null
@@ -34,10 +35,12 @@ struct TSXMLParser {
   TXMLElement* pCurElement;
   TXMLElement** ppXMLStack;
   TXMLAttribute* pCurAttribute;
+  void* pvNotes;   // what the walk over the text notes down; null before the first document
+  i32 iNotesSize;  // bytes, as iBlockSize
 };
 
 // The records count in words of the 32-bit camera; elsewhere only order and meaning are the same.
-static_assert(sizeof(void*) != 4 || (sizeof(TSXMLParser) == 96 && sizeof(TXMLElement) == 36 &&
+static_assert(sizeof(void*) != 4 || (sizeof(TSXMLParser) == 104 && sizeof(TXMLElement) == 36 &&
                                      sizeof(TXMLAttribute) == 12 && sizeof(TSXMLOption) == 36));
 static_assert(sizeof(void*) != 4 || (offsetof(TSXMLParser, pvBlock) == 32 && offsetof(TXMLElement, ptParent) == 32));
 static_assert(offsetof(TSXMLParser, dwExtra2) < offsetof(TSXMLParser, pvBlock) &&

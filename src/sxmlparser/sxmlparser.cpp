@@ -25,7 +25,10 @@ i32 SXMLParser_Initial(HSXMLParser* phParser) {
 
 i32 SXMLParser_Release(HSXMLParser* phParser) {
   if (phParser == nullptr) return -1;
-  if (*phParser != nullptr) std::free((*phParser)->pvBlock);
+  if (*phParser != nullptr) {
+    std::free((*phParser)->pvBlock);
+    std::free((*phParser)->pvNotes);
+  }
   std::free(*phParser);
   *phParser = nullptr;
   return 0;
@@ -58,10 +61,9 @@ static inline i32 Length(std::string_view sv) {
   return static_cast<i32>(sv.size());
 }
 
-static inline i32 Pass_Opening(TEventPass& t, std::string_view svName) {
+static inline void Pass_Opening(TEventPass& t, std::string_view svName) {
   t.svElement = svName;
   t.pThis->pfnStartElement(t.pThis->pvUserData, svName.data(), Length(svName));
-  return 0;
 }
 
 static inline void Pass_AttributeName(TEventPass& t, std::string_view svName) {
@@ -82,9 +84,13 @@ static inline i32 Pass_Closing(TEventPass& t, std::string_view svName) {
   return 0;
 }
 
-static inline i32 Pass_SelfClosing(TEventPass& t) {
+static inline size_t Pass_ExpectedName(const TEventPass&, const char*) {
+  return 0;
+}
+
+static inline void Pass_SelfClosing(TEventPass& t) {
   Pass_Text(t, {});
-  return Pass_Closing(t, t.svElement);
+  Pass_Closing(t, t.svElement);
 }
 
 static i32 Parser_RunEvents(TSXMLParser* pThis, std::string_view svText) {

@@ -1,0 +1,193 @@
+#include "autofocus/auto_focus.h"
+
+#include <algorithm>
+#include <cstdio>
+
+#include "autofocus/focus_block.h"
+#include "autofocus/focus_sweep.h"
+#include "core/wait.h"
+#include "motor/command_box.h"
+#include "motor/positioning.h"
+#include "motor/reference.h"
+
+namespace {
+
+constexpr u64 qwZoomPoll_us = 500'000;
+
+// Where a search may go: virtual steps, dwStart <= dwEnd.
+struct TBounds {
+  u32 dwStart;
+  u32 dwEnd;
+};
+
+struct TRange {
+  u32 dwStart;
+  u32 dwLength;
+};
+
+u32 OpenIris(TVernierLensdInfo* pThis);
+void GiveIrisBack(TVernierLensdInfo* pThis, u32 bIris);
+TBounds SearchBounds(const TVernierLensdInfo* pThis);
+TRange CentredRange(const TBounds& tBounds, i32 iLength, u32 dwCentre);
+TRange FirstRange(const TVernierLensdInfo* pThis, const TBounds& tBounds);
+void WaitForZoom(TVernierLensdInfo* pThis);
+i32 SweepLevels(TVernierLensdInfo* pThis, i32 fd, const TRange& tFirst, u32 dwFirstStep, const char* szThird);
+void ClearTableRow(i32 iChannel);
+void SendZoomToReference(TVernierLensdInfo* pThis);
+i32 ScanFindReference(TVernierLensdInfo* pThis, i32 fd);
+i32 CountDownToReference(TVernierLensdInfo* pThis);
+
+}  // namespace
+
+void VernierLensd_PerformAutoFocus(TVernierLensdInfo* pThis, i32 fd) {
+  if (pThis->bSupportFocus == 0) return;
+  const u32 bIris = OpenIris(pThis);
+  // Worked out before the wait, from the pan focus that the zoom's target gave.
+  const TRange tFirst = FirstRange(pThis, SearchBounds(pThis));
+  WaitForZoom(pThis);
+  std::puts("[vernierlensd] : Start first-level searching...");
+  const i32 iResult = SweepLevels(pThis, fd, tFirst, g_tVernierLensdConfigInfo.dwSearchStepLarge,
+                                  "[vernierlensd] : Start Third-level searching...");
+  if (iResult == 0) Command_Finish(pThis, g_tFocusAxis);
+  GiveIrisBack(pThis, bIris);
+}
+
+void PerformFocusScan(TVernierLensdInfo* pThis, i32 fd) {
+  if (pThis->bSupportFocus == 0) return;
+  Motor_Request(fd, MOTOR_SELECT_DEVICE, pThis->tFocusBox.iRunningChannel);
+  const u32 bIris = OpenIris(pThis);
+  ClearTableRow(pThis->tFocusBox.iRunningChannel);
+  if (pThis->bSupportZoom != 0) SendZoomToReference(pThis);
+  i32 iResult = pThis->bSupportICS != 0 ? 0 : ScanFindReference(pThis, fd);
+  if (iResult == 0) {
+    WaitForZoom(pThis);
+    std::puts("[vernierlensd] : Start searching...");
+    const TBounds tBounds = SearchBounds(pThis);
+    iResult = SweepLevels(pThis, fd, {.dwStart = tBounds.dwStart, .dwLength = tBounds.dwEnd - tBounds.dwStart},
+                          g_tVernierLensdConfigInfo.dwSearchStepSmall, "[vernierlensd] : Start Fine tune searching...");
+  }
+  if (iResult == 0) Command_Finish(pThis, g_tFocusAxis);
+  GiveIrisBack(pThis, bIris);
+}
+
+namespace {
+
+// Result: the iris was wished for, and is to be given back.
+u32 OpenIris(TVernierLensdInfo* pThis) {
+  const u32 bIris = Word_Load(pThis->tFocusCommand.bIris);
+  if (bIris != 0) VernierLensd_RequestIris(pThis, 1);
+  return bIris;
+}
+
+// Held fully open by command, it stays open.
+void GiveIrisBack(TVernierLensdInfo* pThis, u32 bIris) {
+  if (bIris != 0 && g_bIrisFullyOpenStatus.load() == 0) VernierLensd_RequestIris(pThis, 0);
+}
+
+// The start table can lift the lower bound above the upper one: the range is then empty.
+TBounds SearchBounds(const TVernierLensdInfo* pThis) {
+  const u32 dwEnd = Word_Load(pThis->tFocusCommand.dwEnd);
+  return {.dwStart = std::min(Word_Load(pThis->tFocusCommand.dwStart), dwEnd), .dwEnd = dwEnd};
+}
+
+// A range of iLength round dwCentre, moved so that it lies within the bounds, and never longer than they are.
+TRange CentredRange(const TBounds& tBounds, i32 iLength, u32 dwCentre) {
+  const u32 dwLength = std::min(static_cast<u32>(iLength), tBounds.dwEnd - tBounds.dwStart);
+  const u32 dwHalf = dwLength >> 1;
+  if (dwCentre < dwHalf + tBounds.dwStart) return {.dwStart = tBounds.dwStart, .dwLength = dwLength};
+  if (dwCentre > tBounds.dwEnd || dwHalf > tBounds.dwEnd - dwCentre) {
+    return {.dwStart = tBounds.dwEnd - dwLength, .dwLength = dwLength};
+  }
+  return {.dwStart = dwCentre - dwHalf, .dwLength = dwLength};
+}
+
+TRange FirstRange(const TVernierLensdInfo* pThis, const TBounds& tBounds) {
+  const u32 dwPanFocus = Word_Load(pThis->adwPanFocus[pThis->tFocusBox.iRunningChannel]);
+  const u32 dwWhole = tBounds.dwEnd - tBounds.dwStart;
+  const i32 iFirst = g_tVernierLensdConfigInfo.iSearchRangeFirstLevel;
+  if (dwWhole <= static_cast<u32>(iFirst)) return {.dwStart = tBounds.dwStart, .dwLength = dwWhole};
+  return CentredRange(tBounds, iFirst, dwPanFocus);
+}
+
+// The zoom's word falls when it is at rest; one that nobody will ever take down must not hold the focus.
+void WaitForZoom(TVernierLensdInfo* pThis) {
+  if (pThis->bSupportZoom == 0) return;
+  Wait_Poll(qwZoomPoll_us, qwNoBound_us, [&] {
+    return Word_Load(pThis->tZoomCommand.dwFunction) == FUNCTION_IDLE || g_bRunThread.load() == 0 ||
+           Word_Take(pThis->bZoomWakeReady) == 0 || Word_Take(pThis->tZoomBox.bEnded) != 0;
+  });
+}
+
+// Each level goes on from where the one before has left the lens, on its best position.
+i32 SweepLevels(TVernierLensdInfo* pThis, i32 fd, const TRange& tFirst, u32 dwFirstStep, const char* szThird) {
+  const TVernierLensdConfigInfo& tConfig = g_tVernierLensdConfigInfo;
+  if (VernierLensd_FocusSweep(pThis, fd, tFirst.dwStart, tFirst.dwLength, dwFirstStep) != 0) return -1;
+  const auto Sweep = [&](i32 iLength, u32 dwStep) {
+    const u32 dwPosition = Word_Load(Axis_Position(pThis, g_tFocusAxis));
+    const TRange tRange = CentredRange(SearchBounds(pThis), iLength, dwPosition);
+    return VernierLensd_FocusSweep(pThis, fd, tRange.dwStart, tRange.dwLength, dwStep);
+  };
+  std::puts("[vernierlensd] : Start second-level searching...");
+  if (Sweep(tConfig.iSearchRangeSecondLevel, tConfig.dwSearchStepSmall) != 0) return -1;
+  if (tConfig.bFineTuning == 0) return 0;
+  std::puts(szThird);
+  return Sweep(tConfig.iSearchRangeThirdLevel, tConfig.dwSearchStepFineTune);
+}
+
+void ClearTableRow(i32 iChannel) {
+  const TVernierLensdConfigInfo& tConfig = g_tVernierLensdConfigInfo;
+  if (g_pdwtabFocusValueTable == nullptr || iChannel >= tConfig.iMaxDevNum) return;
+  const std::size_t dwSize = static_cast<std::size_t>(std::max(tConfig.iFocusValueTableSize, 0));
+  u32* pdwRow = g_pdwtabFocusValueTable + static_cast<std::size_t>(iChannel) * dwSize;
+  std::for_each(pdwRow, pdwRow + dwSize, [](u32& dwEntry) { Word_Store(dwEntry, 0); });
+}
+
+// And back to where it is.
+void SendZoomToReference(TVernierLensdInfo* pThis) {
+  const i32 iChannel = pThis->tFocusBox.iRunningChannel;
+  const i32 iWoken = Command_Send(pThis, g_tZoomAxis, iChannel, [&](TMotorCommand& tBlock) {
+    Word_Store(tBlock.dwPosition, Word_Load(pThis->adwZoomMotorPosition[iChannel]));
+    Word_Store(tBlock.dwFunction, FUNCTION_POSITIONING);
+  });
+  if (iWoken != 0) std::puts("[vernierlensd] : Waking up zoom motor thread failed.");
+}
+
+i32 ScanFindReference(TVernierLensdInfo* pThis, i32 fd) {
+  const TVernierLensdConfigInfo& tConfig = g_tVernierLensdConfigInfo;
+  const u32 dwReference = FocusReference_SetDirection(fd);
+  bool bFound = true;
+  i32 iResult = 0;
+  if (tConfig.bFocusPISupport != 0) {
+    bFound = FocusReference_SearchPI("PerformFocusScan", fd) == 0;
+  } else if (FocusReference_RequestWalk(fd) < 0) {
+    std::puts(
+        "[vernierlensd] : not support MOTOR_CHECK_PI_WALK_STEPS or MOTOR_WALK_STEPS. Using default "
+        "MOTOR_WALK_STEPS_BLOCK");
+    Motor_Request(fd, MOTOR_WALK_STEPS_BLOCK, Steps_ToDriver(tConfig.dwFocusMotorPositioningStep, 1));
+  }
+  if (tConfig.bBlockingMode == 0) iResult = CountDownToReference(pThis);
+  // The lens stands there, whatever the count has run down to, and the counter must not say anything else.
+  Word_Store(Axis_Position(pThis, g_tFocusAxis), dwReference);
+  Reference_Set(pThis, g_tFocusAxis, bFound);
+  return iResult;
+}
+
+// A new command ends the scan, but not the walk, which runs on to the stop in the driver: its time is slept out, else
+// the next walk would be asked of a running motor from a place that nobody knows.
+i32 CountDownToReference(TVernierLensdInfo* pThis) {
+  const TVernierLensdConfigInfo& tConfig = g_tVernierLensdConfigInfo;
+  const i32 iOneStep = static_cast<i32>(tConfig.dwFocusVirtualOneStep);
+  const i32 iPasses = iOneStep == 0 ? 0 : static_cast<i32>(tConfig.dwFocusMotorPositioningStep) / iOneStep;
+  u32& dwPosition = Axis_Position(pThis, g_tFocusAxis);
+  i32 iResult = 0;
+  for (i32 i = 0; i < iPasses; i++) {
+    Delay_us(tConfig.dwFocusOneStepTime);
+    Word_Store(dwPosition, Word_Load(dwPosition) - (Word_Load(dwPosition) != 0 ? 1 : 0));
+    if (iResult != 0 || Word_Take(pThis->bFocusWake) == 0) continue;
+    std::puts("[vernierlensd] : Operation interrupted!");
+    iResult = -1;
+  }
+  return iResult;
+}
+
+}  // namespace

@@ -1,0 +1,127 @@
+#include "autofocus/focus_sweep.h"
+
+#include <algorithm>
+#include <cstdio>
+
+#include "autofocus/focus_block.h"
+#include "core/wait.h"
+#include "motor/axis_move.h"
+
+namespace {
+
+constexpr u64 qwFirstStatistics_us = 1'000'000;
+
+struct TSweep {
+  u32 dwStart;
+  u32 dwRange;
+  u32 dwStep;
+  u32 dwBest;      // highest value so far
+  u32 dwBestStep;  // its distance from dwStart
+  u32 dwOffset;    // distance of the present place
+};
+
+i32 ReadStart(TVernierLensdInfo* pThis, i32 fd, TSweep* ptSweep);
+i32 StepThrough(TVernierLensdInfo* pThis, i32 fd, TSweep* ptSweep);
+void StepOnce(TVernierLensdInfo* pThis, i32 fd, const TSweep& tSweep);
+void TakeReading(TVernierLensdInfo* pThis, TSweep* ptSweep);
+void StoreInTable(i32 iChannel, u32 dwOffset, u32 dwValue);
+i32 GoToBest(TVernierLensdInfo* pThis, i32 fd, const TSweep& tSweep);
+bool IsInterrupted(const TVernierLensdInfo* pThis);
+u32 FocusValue(const TVernierLensdInfo* pThis);
+
+}  // namespace
+
+i32 VernierLensd_FocusSweep(TVernierLensdInfo* pThis, i32 fd, u32 dwStart, u32 dwRange, u32 dwStep) {
+  if (pThis->bSupportFocus == 0) return -1;
+  TSweep tSweep = {.dwStart = dwStart,
+                   .dwRange = dwRange,
+                   .dwStep = std::max(dwStep, 1U),
+                   .dwBest = 0,
+                   .dwBestStep = 0,
+                   .dwOffset = 0};
+  const bool bDone =
+      ReadStart(pThis, fd, &tSweep) == 0 && StepThrough(pThis, fd, &tSweep) == 0 && GoToBest(pThis, fd, tSweep) == 0;
+  VernierLensd_SetFocusValueWanted(pThis, 0);
+  return bDone ? 0 : -1;
+}
+
+namespace {
+
+i32 ReadStart(TVernierLensdInfo* pThis, i32 fd, TSweep* ptSweep) {
+  if (VernierLensd_MoveFocus(pThis, fd, ptSweep->dwStart) != 0) return -1;
+  VernierLensd_SetFocusValueWanted(pThis, 1);
+  Delay_WhileRunning(qwFirstStatistics_us);
+  VernierLensd_ReadFocusValue(pThis);
+  ptSweep->dwBest = FocusValue(pThis);
+  StoreInTable(pThis->tFocusBox.iRunningChannel, 0, ptSweep->dwBest);
+  std::printf("[vernierlensd] : [CH %d] Initial position: %d, Focus Value: %d.\n", pThis->tFocusBox.iRunningChannel,
+              static_cast<i32>(ptSweep->dwStart), static_cast<i32>(ptSweep->dwBest));
+  Motor_Request(fd, MOTOR_SET_FORWARD);  // once: the steps rely on it
+  return 0;
+}
+
+i32 StepThrough(TVernierLensdInfo* pThis, i32 fd, TSweep* ptSweep) {
+  // A range that is a whole number of steps is walked to its very end.
+  while (u64{ptSweep->dwOffset} + ptSweep->dwStep <= ptSweep->dwRange) {
+    if (IsInterrupted(pThis)) {
+      std::puts("[vernierlensd] : Operation interrupted!");
+      return -1;
+    }
+    StepOnce(pThis, fd, *ptSweep);
+    ptSweep->dwOffset += ptSweep->dwStep;
+    TakeReading(pThis, ptSweep);
+  }
+  return 0;
+}
+
+// In stepped mode the one sleep covers the walk and a fresh reading; the configuration gives it.
+void StepOnce(TVernierLensdInfo* pThis, i32 fd, const TSweep& tSweep) {
+  const TVernierLensdConfigInfo& tConfig = g_tVernierLensdConfigInfo;
+  Motor_Request(fd, tConfig.bBlockingMode != 0 ? MOTOR_WALK_STEPS_BLOCK : MOTOR_WALK_STEPS,
+                Steps_ToDriver(tSweep.dwStep, tConfig.dwFocusVirtualOneStep));
+  Delay_us(tConfig.dwOneStepSearchTime);
+  u32& dwPosition = Axis_Position(pThis, g_tFocusAxis);
+  Word_Store(dwPosition, Word_Load(dwPosition) + tSweep.dwStep);
+}
+
+void TakeReading(TVernierLensdInfo* pThis, TSweep* ptSweep) {
+  VernierLensd_ReadFocusValue(pThis);
+  const u32 dwValue = FocusValue(pThis);
+  std::printf("[vernierlensd] : Position: %d, Step: %d, Focus Value: %d.\n",
+              static_cast<i32>(ptSweep->dwStart + ptSweep->dwOffset), static_cast<i32>(ptSweep->dwOffset),
+              static_cast<i32>(dwValue));
+  // The block, not the running command: a value behind a stop is no part of the scan's curve.
+  if (Word_Load(pThis->tFocusCommand.dwFunction) == FUNCTION_SCAN) {
+    StoreInTable(pThis->tFocusBox.iRunningChannel, ptSweep->dwOffset, dwValue);
+  }
+  if (dwValue <= ptSweep->dwBest) return;  // of equal values the first one stands
+  ptSweep->dwBest = dwValue;
+  ptSweep->dwBestStep = ptSweep->dwOffset;
+}
+
+// What lies beyond the channel's row is dropped: a sweep over the whole range reaches one entry past it.
+void StoreInTable(i32 iChannel, u32 dwOffset, u32 dwValue) {
+  const TVernierLensdConfigInfo& tConfig = g_tVernierLensdConfigInfo;
+  const u32 dwSize = static_cast<u32>(std::max(tConfig.iFocusValueTableSize, 0));
+  if (g_pdwtabFocusValueTable == nullptr || iChannel >= tConfig.iMaxDevNum || dwOffset >= dwSize) return;
+  Word_Store(g_pdwtabFocusValueTable[static_cast<std::size_t>(iChannel) * dwSize + dwOffset], dwValue);
+}
+
+// Backward, unless the best was the last step, and so with the backlash taken up.
+i32 GoToBest(TVernierLensdInfo* pThis, i32 fd, const TSweep& tSweep) {
+  const u32 dwPosition = Word_Load(Axis_Position(pThis, g_tFocusAxis));
+  if (VernierLensd_MoveFocus(pThis, fd, dwPosition - (tSweep.dwOffset - tSweep.dwBestStep)) != 0) return -1;
+  std::printf("[vernierlensd] : Best focus: %d, Motor position: %d.\n", static_cast<i32>(tSweep.dwBest),
+              static_cast<i32>(tSweep.dwBestStep));
+  return 0;
+}
+
+bool IsInterrupted(const TVernierLensdInfo* pThis) {
+  return Word_Take(pThis->bFocusWake) != 0 || g_bRunThread.load() == 0;
+}
+
+u32 FocusValue(const TVernierLensdInfo* pThis) {
+  return pThis->adwFocusValue[pThis->tFocusBox.iRunningChannel];
+}
+
+}  // namespace

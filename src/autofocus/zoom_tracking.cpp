@@ -1,0 +1,90 @@
+#include "autofocus/zoom_tracking.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+
+#include "config/token_file.h"
+#include "core/number.h"
+#include "core/paths.h"
+#include "motor/command_box.h"
+
+namespace {
+
+constexpr std::size_t dwMaxPanToken = 7;  // characters
+constexpr const char* szWakingFocusFailed = "[vernierlensd] : Waking up focus thread failed.";
+
+// |a - b| / interval * rem: divided before it is multiplied, in double precision, and cut.
+u32 Interpolate(u32 dwDifference, i32 iInterval, u32 dwRemainder) {
+  return static_cast<u32>(static_cast<double>(dwDifference) / iInterval * dwRemainder);
+}
+
+}  // namespace
+
+i32 VernierLensd_LoadPanFocusTable() {
+  FILE* pFile = std::fopen(szPanFocusPath, "r");
+  if (pFile == nullptr) {
+    std::printf("[vernierlensd] : fopen %s failed!\n", szPanFocusPath);
+    return 0;
+  }
+  TToken tToken = {};
+  u32 dwEntry = 0;
+  while (dwEntry < g_tVernierLensdConfigInfo.dwZoomVirtualTotalStep && TokenFile_Next(pFile, &tToken)) {
+    if (std::strlen(tToken.szText) > dwMaxPanToken) continue;
+    g_pdwtabFocusPanTable[dwEntry++] = Text_ToU32(tToken.szText);
+  }
+  std::fclose(pFile);
+  return 0;
+}
+
+void VernierLensd_UpdatePanFocus(TVernierLensdInfo* pThis, u32 dwZoomPos, i32 iDev) {
+  if (pThis->bSupportFocus == 0) return;
+  const u32 dwEntries = g_tVernierLensdConfigInfo.dwZoomVirtualTotalStep;
+  if (g_pdwtabFocusPanTable == nullptr || dwEntries == 0) return;
+  const u32 dwEntry = dwZoomPos == 0 ? 0 : std::min(dwZoomPos, dwEntries) - 1;
+  Word_Store(pThis->adwPanFocus[iDev], g_pdwtabFocusPanTable[dwEntry]);
+}
+
+void VernierLensd_UpdateFocusingStart(TVernierLensdInfo* pThis, u32 dwZoomPos) {
+  if (pThis->bSupportFocus == 0 || g_pdwtabFocusingStartTable == nullptr) return;
+  const i32 iInterval = std::max(g_tVernierLensdConfigInfo.iZoomPositionInterval, 1);
+  const u32 dwInterval = static_cast<u32>(iInterval);
+  const u32 dwEntry = dwZoomPos / dwInterval;
+  u32 dwStart = g_pdwtabFocusingStartTable[iFocusStartEntries - 1];
+  if (dwEntry < iFocusStartEntries - 1) {
+    const u32 dwThis = g_pdwtabFocusingStartTable[dwEntry];
+    const u32 dwSigned = dwThis - g_pdwtabFocusingStartTable[dwEntry + 1];
+    const u32 dwMagnitude = static_cast<i32>(dwSigned) < 0 ? 0U - dwSigned : dwSigned;
+    dwStart = dwThis + Interpolate(dwMagnitude, iInterval, dwZoomPos - dwEntry * dwInterval);
+  }
+  Word_Store(pThis->tFocusCommand.dwStart, dwStart);
+}
+
+void VernierLensd_FollowZoom(TVernierLensdInfo* pThis, u32 dwZoomPos) {
+  if (pThis->bSupportFocus == 0) return;
+  const i32 iChannel = pThis->tZoomBox.iRunningChannel;
+  VernierLensd_UpdatePanFocus(pThis, dwZoomPos, iChannel);
+  if (pThis->bSupportZoom != 0 && pThis->bSupportICS == 0) VernierLensd_UpdateFocusingStart(pThis, dwZoomPos);
+  // A search stops the zoom first and then starts: a zoom that is stopped must not send the focus away from it.
+  if (Word_Take(pThis->bZoomWake) != 0) return;
+  const i32 iWoken = Command_Send(pThis, g_tFocusAxis, iChannel, [&](TMotorCommand& tBlock) {
+    Word_Store(tBlock.dwDirection, DIRECTION_DIRECT);
+    Word_Store(tBlock.dwPosition, Word_Load(pThis->adwPanFocus[iChannel]));
+    Word_Store(tBlock.dwFunction, FUNCTION_FOCUS);
+    Word_Store(pThis->bThermalRecheck, 0);
+  });
+  if (iWoken != 0) std::puts(szWakingFocusFailed);
+}
+
+void VernierLensd_AutoFocusAfterPositioning(TVernierLensdInfo* pThis) {
+  if (pThis->bSupportFocus == 0) return;
+  const i32 iChannel = pThis->tFocusBox.iRunningChannel;
+  if (pThis->bSupportZoom != 0) {
+    const u32 dwZoomPos = Word_Load(pThis->tZoomCommand.dwPosition);
+    if (pThis->bSupportICS == 0) VernierLensd_UpdateFocusingStart(pThis, dwZoomPos);
+    VernierLensd_UpdatePanFocus(pThis, dwZoomPos, iChannel);
+  }
+  const i32 iWoken = Command_SendFollowUp(pThis, g_tFocusAxis, iChannel,
+                                          [](TMotorCommand& tBlock) { Word_Store(tBlock.dwFunction, FUNCTION_AUTO); });
+  if (iWoken != 0) std::puts(szWakingFocusFailed);
+}

@@ -1,0 +1,133 @@
+#include "core/status_file.h"
+
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstring>
+#include <string_view>
+
+#include "core/fail.h"
+#include "core/paths.h"
+#include "core/working_log.h"
+#include "courier.h"
+#include "motor/command_box.h"
+#include "motor/reference.h"
+
+namespace {
+
+constexpr std::size_t dwStatusSize = 50;  // of the text with its NUL
+constexpr const char* szFopenFail = "[vernierlensd] : VernierlensStatusFILE fopen fail!";
+
+// A cut between here and the end of the restore must lead to another one.
+void MarkRestore(const TVernierLensdInfo* pThis) {
+  if (pThis->bSupportZoom != 0) VernierLensd_ZoomCreateLogFile();
+  if (pThis->bSupportFocus != 0) VernierLensd_FocusCreateLogFile();
+}
+
+void LoseReferences(TVernierLensdInfo* pThis) {
+  Reference_LoseAll(pThis, g_tZoomAxis);
+  Reference_LoseAll(pThis, g_tFocusAxis);
+}
+
+i32 CreateStatusFile(TVernierLensdInfo* pThis) {
+  MarkRestore(pThis);
+  LoseReferences(pThis);
+  FILE* pFile = std::fopen(szStatusPath, "wb");
+  if (pFile == nullptr) return Fail(szFopenFail);
+  std::fputs("normal\n", pFile);
+  std::fclose(pFile);
+  g_tVernierLensdConfigInfo.dwRestoreStatus = STATUS_RESTORE;
+  return 0;
+}
+
+u32 StatusOf(std::string_view sWord) {
+  if (sWord == "restore") return STATUS_RESTORE;
+  if (sWord == "backup") return STATUS_BACKUP;
+  return STATUS_NORMAL;
+}
+
+i32 SendMessage(const char* const (&aszArguments)[5]) {
+  TCourierSendOptions tOptions = {};
+  if (Courier_Util_GetOptions(static_cast<i32>(std::size(aszArguments)), aszArguments, &tOptions) != 0) {
+    return Fail("[vernierlensd] : Courier_Util_GetOptions error!");
+  }
+  if (Courier_Util_SendbyFIFO(&tOptions) != 0) return Fail("[vernierlensd] : Courier_Util_SendbyFIFO error!");
+  return 0;
+}
+
+i32 WriteNormal() {
+  char szText[dwStatusSize] = {};
+  std::snprintf(szText, sizeof szText, "%s\n", "normal");
+  FILE* pFile = std::fopen(szStatusPath, "wb");
+  if (pFile == nullptr) return Fail(szFopenFail);
+  std::fputs(szText, pFile);
+  std::printf("Vernierlens Status: %s\n", szText);
+  std::fclose(pFile);
+  return 0;
+}
+
+void SendPositioning(TVernierLensdInfo* pThis, const TAxis& tAxis, const char* szFailed) {
+  if (pThis->*tAxis.pbSupport == 0) return;
+  const i32 iWoken = Command_Send(pThis, tAxis, 0, [&](TMotorCommand& tBlock) {
+    Word_Store(tBlock.dwFunction, FUNCTION_POSITIONING);
+    if (tAxis.bFocusLeads) Word_Store(tBlock.dwPosition, Axis_Config(tAxis.pdwVirtualStart));
+  });
+  if (iWoken != 0) std::puts(szFailed);
+}
+
+}  // namespace
+
+void PowerLoss_LookAtLogs(TVernierLensdInfo* pThis) {
+  const bool bLog = VernierLensd_ZoomLogExists() == 0 || VernierLensd_FocusLogExists() == 0;
+  if (bLog) pThis->bPowerLost = 1;
+  if (pThis->bPowerLost != 0) LoseReferences(pThis);
+}
+
+i32 VernierLensd_LoadStatusFile(TVernierLensdInfo* pThis) {
+  if (access(szStatusPath, F_OK) != 0) return CreateStatusFile(pThis);
+  FILE* pFile = std::fopen(szStatusPath, "rb");
+  if (pFile == nullptr) return Fail(szFopenFail);
+  char szText[dwStatusSize] = {};
+  if (std::fgets(szText, sizeof szText, pFile) == nullptr) szText[0] = '\0';
+  // The line end goes, whatever it is: a word without one loses its last letter and so is another word.
+  const std::size_t dwLength = std::strlen(szText);
+  if (dwLength > 0) szText[dwLength - 1] = '\0';
+  std::printf("Vernierlens Status: %s\n", szText);
+  std::fclose(pFile);
+  g_tVernierLensdConfigInfo.dwRestoreStatus = StatusOf(szText);
+  if (g_tVernierLensdConfigInfo.dwRestoreStatus == STATUS_RESTORE) {
+    MarkRestore(pThis);
+    LoseReferences(pThis);
+  }
+  return 0;
+}
+
+i32 VernierLensd_RestoreAutoFocus() {
+  if (access(szStatusPath, F_OK) != 0) return 0;
+  switch (g_tVernierLensdConfigInfo.dwRestoreStatus) {
+    case STATUS_RESTORE:
+      if (VernierLensd_WriteRestoreFIFO() != 0) return Fail("[vernierlensd] : VernierLensd_WriteRestoreFIFO fail!");
+      break;
+    case STATUS_BACKUP:
+      if (VernierLensd_WriteBackupFIFO() != 0) return Fail("[vernierlensd] : VernierLensd_WriteBackupFIFO fail!");
+      break;
+    default:
+      return 0;
+  }
+  return WriteNormal();
+}
+
+i32 VernierLensd_WriteRestoreFIFO() {
+  return SendMessage({"fifocmd", "-p", szFIFOPath, "-e", "<message><autofocus>falling</autofocus></message>"});
+}
+
+i32 VernierLensd_WriteBackupFIFO() {
+  return SendMessage({"fifocmd", "-p", szFIFOPath, "-e", "<message><autofocus>rising</autofocus></message>"});
+}
+
+void VernierLensd_CheckPowerLoss(TVernierLensdInfo* pThis) {
+  if (pThis->bPowerLost == 0) return;
+  std::puts("[vernierlensd] : Power loss unexpectedly! Need positioning.");
+  SendPositioning(pThis, g_tFocusAxis, "[vernierlensd] : Waking up focus motor thread failed.");
+  SendPositioning(pThis, g_tZoomAxis, "[vernierlensd] : Waking up zoom motor thread failed.");
+}

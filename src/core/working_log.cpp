@@ -1,0 +1,58 @@
+#include "core/working_log.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cstdio>
+
+#include "core/paths.h"
+
+namespace {
+
+constexpr mode_t wLogMode = 0644;
+
+void CreateLog(const char* szPath, const char* szFailed) {
+  // Without the marker a cut in this move would go unseen, so a failure is worth a second try.
+  i32 fd = open(szPath, O_WRONLY | O_CREAT | O_TRUNC, wLogMode);
+  if (fd < 0) fd = open(szPath, O_WRONLY | O_CREAT | O_TRUNC, wLogMode);
+  if (fd < 0) {
+    std::puts(szFailed);
+    return;
+  }
+  close(fd);
+  sync();
+}
+
+void DeleteLog(const char* szPath, const char* szFailed) {
+  if (std::remove(szPath) < 0) {
+    std::puts(szFailed);
+    return;
+  }
+  sync();
+}
+
+}  // namespace
+
+void VernierLensd_ZoomCreateLogFile() {
+  CreateLog(szZoomLogPath, "[vernierlensd] : VernierLensd_ZoomCreateLogFile failed!");
+}
+
+void VernierLensd_ZoomDeleteLogFile() {
+  DeleteLog(szZoomLogPath, "[vernierlensd] : VernierLensd_ZoomDeleteLogFile failed!");
+}
+
+void VernierLensd_FocusCreateLogFile() {
+  CreateLog(szFocusLogPath, "[vernierlensd] : VernierLensd_FocusCreateLogFile failed!");
+}
+
+void VernierLensd_FocusDeleteLogFile() {
+  DeleteLog(szFocusLogPath, "[vernierlensd] : VernierLensd_FocusDeleteLogFile failed!");
+}
+
+i32 VernierLensd_FocusLogExists() {
+  return access(szFocusLogPath, F_OK) == 0 ? 0 : -1;
+}
+
+i32 VernierLensd_ZoomLogExists() {
+  return access(szZoomLogPath, F_OK) == 0 ? 0 : -1;
+}

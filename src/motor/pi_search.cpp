@@ -1,0 +1,150 @@
+#include "motor/pi_search.h"
+
+#include <atomic>
+#include <cstdio>
+
+#include "core/wait.h"
+#include "motor/reference.h"
+
+namespace {
+
+constexpr i32 iMaxSearchWaits = 60;
+constexpr u64 qwSearchWait_us = 1'000'000;
+constexpr u64 qwSettle_us = 500'000;
+constexpr u64 qwRendezvousPoll_us = 500'000;
+
+std::atomic<u32> g_bSearchingPI = 0;
+
+// Guards "power on, not done" against "both done, power off": else one axis could switch the sensor off under the
+// other.
+pthread_mutex_t g_mutexPIPower = PTHREAD_MUTEX_INITIALIZER;
+
+bool IsDone(u32 TVernierLensdConfigInfo::*pbDone) {
+  return Word_Load(g_tVernierLensdConfigInfo.*pbDone) != 0;
+}
+
+void SetDone(const TAxis& tAxis, u32 bDone) {
+  Word_Store(g_tVernierLensdConfigInfo.*tAxis.pbPIDone, bDone);
+}
+
+// Waits until no other search is under way and takes the turn.  False: waited too long, or the daemon is to end.
+bool TakeTurn(const char* pszName) {
+  for (i32 iWaits = 0; g_bSearchingPI.exchange(1) != 0; iWaits++) {
+    std::printf("[vernierlensd] : %s waiting for search PI.\n", pszName);
+    if (iWaits == iMaxSearchWaits) {
+      std::printf("[vernierlensd] : %s waiting too long, so exit search PI process.\n", pszName);
+      return false;
+    }
+    Delay_us(qwSearchWait_us);
+    if (g_bRunThread.load() == 0) return false;
+  }
+  return true;
+}
+
+// The other axis, if it makes a pass and has not ended.
+bool OtherTakesPart(TVernierLensdInfo* pThis, const TAxis& tOther) {
+  return g_tVernierLensdConfigInfo.*tOther.pbPISupport != 0 && pThis->*tOther.pbSupport != 0 &&
+         Word_Take(Axis_Box(pThis, tOther).bEnded) == 0;
+}
+
+void WaitForOther(TVernierLensdInfo* pThis, const TAxis& tOwn, const TAxis& tOther, i32 iDev) {
+  if (g_tVernierLensdConfigInfo.*tOther.pbPISupport == 0) return;
+  u32& dwOwn = g_tVernierLensdConfigInfo.*tOwn.pdwPIDev;
+  const u32& dwOther = g_tVernierLensdConfigInfo.*tOther.pdwPIDev;
+  Word_Store(dwOwn, static_cast<u32>(iDev));
+  // While the other is behind, not while it differs: it may have gone on by the time that this one looks.
+  while (Word_Load(dwOther) < static_cast<u32>(iDev) && OtherTakesPart(pThis, tOther) && g_bRunThread.load() != 0) {
+    std::puts(tOwn.szWaitOther);
+    Delay_us(qwRendezvousPoll_us);
+  }
+}
+
+const TAxis& OtherOf(const TAxis& tAxis) {
+  return tAxis.bFocusLeads ? g_tFocusAxis : g_tZoomAxis;
+}
+
+}  // namespace
+
+i32 VernierLensd_SearchPI(const char* pszName, u32 bGoBack, i32 fd, u32 dwPosition, u32 dwSearchStep,
+                          u32 dwBackwardShift, u32 dwOneStep) {
+  if (!TakeTurn(pszName)) return iSearchNotBegun;
+  std::printf("[vernierlensd] : %s searching PI.\n", pszName);
+  Motor_Request(fd, MOTOR_WALK_STEPS_BLOCK, Steps_ToDriver(dwSearchStep, 1));
+  if (Motor_Request(fd, MOTOR_SEARCH_PI, Steps_ToDriver(dwSearchStep, 1)) != 0) {
+    std::printf("[vernierlensd] : %s search PI fail.\n", pszName);
+    g_bSearchingPI = 0;
+    return -1;
+  }
+  if (bGoBack != 0) {
+    Motor_Request(fd, MOTOR_SET_BACKWARD);
+    Motor_Request(fd, MOTOR_WALK_STEPS_BLOCK, Steps_ToDriver(dwBackwardShift, 1));
+    Delay_us(qwSettle_us);
+  }
+  const i32 iForward = Steps_ToDriver(dwPosition, dwOneStep);
+  Motor_Request(fd, MOTOR_SET_FORWARD);
+  Motor_Request(fd, MOTOR_WALK_STEPS_BLOCK, iForward);
+  std::printf("[vernierlensd] : %s search PI done. walk %d step\n", pszName, iForward);
+  g_bSearchingPI = 0;
+  return 0;
+}
+
+void VernierLensd_SetPIPowerOn(i32 fd) {
+  Motor_Request(fd, MOTOR_SET_PI_POWER_ON);
+}
+
+void VernierLensd_SetPIPowerOff(i32 fd) {
+  pthread_mutex_lock(&g_mutexPIPower);
+  const bool bZoomDone = IsDone(g_tZoomAxis.pbPIDone);
+  const bool bFocusDone = IsDone(g_tFocusAxis.pbPIDone);
+  std::printf("[vernierlensd] : bZoomPIDone=%d,bFocusPIDone=%d\n", bZoomDone, bFocusDone);
+  if (bZoomDone && bFocusDone) {
+    std::puts("[vernierlensd] : MOTOR_SET_PI_POWER_OFF!");
+    Motor_Request(fd, MOTOR_SET_PI_POWER_OFF);
+  }
+  pthread_mutex_unlock(&g_mutexPIPower);
+}
+
+void PISearch_Begin(const TAxis& tAxis, i32 fd) {
+  pthread_mutex_lock(&g_mutexPIPower);
+  VernierLensd_SetPIPowerOn(fd);
+  SetDone(tAxis, 0);
+  pthread_mutex_unlock(&g_mutexPIPower);
+}
+
+void PISearch_End(const TAxis& tAxis, i32 fd) {
+  SetDone(tAxis, 1);
+  VernierLensd_SetPIPowerOff(fd);
+}
+
+void VernierLensd_WaitZoomPISearch(TVernierLensdInfo* pThis, i32 iDev) {
+  WaitForOther(pThis, g_tFocusAxis, g_tZoomAxis, iDev);
+}
+
+void VernierLensd_WaitFocusPISearch(TVernierLensdInfo* pThis, i32 iDev) {
+  WaitForOther(pThis, g_tZoomAxis, g_tFocusAxis, iDev);
+}
+
+void PIPass_Run(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd) {
+  const TAxis& tOther = OtherOf(tAxis);
+  TCommandBox& tBox = Axis_Box(pThis, tAxis);
+  tAxis.pfnCreateLog();
+  PISearch_Begin(tAxis, fd);
+  for (i32 i = 0; i < g_tVernierLensdConfigInfo.iMaxDevNum; i++) {
+    SetDone(tAxis, 0);
+    WaitForOther(pThis, tAxis, tOther, i);
+    if (g_bRunThread.load() == 0) break;
+    std::printf(tAxis.szInitDev, i);
+    Motor_Request(fd, MOTOR_SELECT_DEVICE, i);
+    const bool bWasLost = Reference_IsLost(pThis, tAxis, i);
+    const i32 iResult = VernierLensd_SearchPI(tAxis.szPassName, 1, fd, Word_Load((pThis->*tAxis.padwPosition)[i]),
+                                             Axis_Config(tAxis.pdwPISearchStep), Axis_Config(tAxis.pdwPIBackwardShift),
+                                             Axis_Config(tAxis.pdwVirtualOneStep));
+    tBox.iRunningChannel = i;
+    if (iResult == iSearchNotBegun && g_bRunThread.load() == 0) break;  // the lens has not moved
+    if (!bWasLost) Reference_Set(pThis, tAxis, iResult == 0);
+    SetDone(tAxis, 1);
+  }
+  WaitForOther(pThis, tAxis, tOther, g_tVernierLensdConfigInfo.iMaxDevNum);
+  VernierLensd_SetPIPowerOff(fd);
+  if (Reference_IsKnownOnAll(pThis, tAxis)) tAxis.pfnDeleteLog();
+}

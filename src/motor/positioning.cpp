@@ -1,0 +1,184 @@
+#include "motor/positioning.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cstdio>
+
+#include "autofocus/zoom_tracking.h"
+#include "config/config_load.h"
+#include "config/saved_state.h"
+#include "core/fail.h"
+#include "core/paths.h"
+#include "core/wait.h"
+#include "motor/command_box.h"
+#include "motor/pi_search.h"
+#include "motor/reference.h"
+
+namespace {
+
+i32 WalkToFocusEnd(i32 fd);
+void SleepWalk(u32 dwDriverSteps, u32 dwOneStepTime, u32 dwOneStep);
+i32 FindZoom(TVernierLensdInfo* pThis, i32 fd, u32 dwPosition);
+i32 SearchZoomPI(i32 fd, u32 dwPosition);
+void WalkZoomToEnd(i32 fd, u32 dwPosition);
+
+bool IsBlocking() {
+  return g_tVernierLensdConfigInfo.bBlockingMode != 0;
+}
+bool IsFocusOnly() {
+  return g_tVernierLensdConfigInfo.dwCapability == CAPABILITY_FOCUS_ONLY;
+}
+
+}  // namespace
+
+void FocusMotorPositioning(TVernierLensdInfo* pThis, i32 fd) {
+  if (pThis->bSupportFocus == 0) return;
+  const TCommandBox& tBox = pThis->tFocusBox;
+  Motor_Request(fd, MOTOR_SELECT_DEVICE, tBox.iRunningChannel);
+  if (pThis->bSupportICS == 0) FocusReference_Find(pThis, fd);
+  if (tBox.tRunning.dwFunction == FUNCTION_MOTORRESET) {
+    Command_Finish(pThis, g_tFocusAxis);
+  } else {
+    VernierLensd_AutoFocusAfterPositioning(pThis);
+  }
+}
+
+void ZoomMotorPositioning(TVernierLensdInfo* pThis, i32 fd) {
+  if (pThis->bSupportZoom == 0) return;
+  const TCommandBox& tBox = pThis->tZoomBox;
+  Motor_Request(fd, MOTOR_SELECT_DEVICE, tBox.iRunningChannel);
+  if (pThis->bSupportICS == 0) FindZoom(pThis, fd, tBox.tRunning.dwPosition);
+  Command_Finish(pThis, g_tZoomAxis);
+}
+
+void VernierLensd_ResetFocus(TVernierLensdInfo* pThis, i32 fd) {
+  if (pThis->bSupportFocus == 0 || pThis->bSupportICS != 0) return;
+  const u32 dwReference = FocusReference_SetDirection(fd);
+  WalkToFocusEnd(fd);
+  Word_Store(Axis_Position(pThis, g_tFocusAxis), dwReference);
+  Reference_Set(pThis, g_tFocusAxis, true);
+  const i32 iWoken =
+      Command_SendFollowUp(pThis, g_tFocusAxis, pThis->tFocusBox.iRunningChannel, [&](TMotorCommand& tBlock) {
+        Word_Store(tBlock.dwDirection, DIRECTION_DIRECT);
+        Word_Store(tBlock.dwPosition, g_dwFocusDefault.load());
+        Word_Store(tBlock.dwFunction, FUNCTION_FOCUS);
+        Word_Store(pThis->bThermalRecheck, 0);
+      });
+  if (iWoken != 0) std::puts("[vernierlensd] : Waking up focus thread failed.");
+}
+
+void FocusReference_Find(TVernierLensdInfo* pThis, i32 fd) {
+  const u32 dwReference = FocusReference_SetDirection(fd);
+  const bool bPI = g_tVernierLensdConfigInfo.bFocusPISupport != 0;
+  const i32 iFound = bPI ? FocusReference_SearchPI("FocusMotorPositioning", fd) : WalkToFocusEnd(fd);
+  // Also behind a search that failed: the reference word remembers that.
+  Word_Store(Axis_Position(pThis, g_tFocusAxis), dwReference);
+  Reference_Set(pThis, g_tFocusAxis, iFound == 0);
+}
+
+void ZoomReference_Find(TVernierLensdInfo* pThis, i32 fd) {
+  FindZoom(pThis, fd, g_tVernierLensdConfigInfo.dwZoomVirtualStart);
+}
+
+u32 FocusReference_SetDirection(i32 fd) {
+  const TVernierLensdConfigInfo& tConfig = g_tVernierLensdConfigInfo;
+  const bool bReverse = tConfig.dwFocusMotorReverseCalibration != 0;
+  Motor_Request(fd, bReverse ? MOTOR_SET_FORWARD : MOTOR_SET_BACKWARD);
+  return bReverse ? tConfig.dwFocusVirtualEnd : 0;
+}
+
+i32 FocusReference_SearchPI(const char* pszName, i32 fd) {
+  const TVernierLensdConfigInfo& tConfig = g_tVernierLensdConfigInfo;
+  PISearch_Begin(g_tFocusAxis, fd);
+  const i32 iFound =
+      VernierLensd_SearchPI(pszName, 0, fd, tConfig.dwFocusPIForwardShift, tConfig.dwFocusPISearchStep, 0, 1);
+  PISearch_End(g_tFocusAxis, fd);
+  return iFound;
+}
+
+i32 FocusReference_RequestWalk(i32 fd) {
+  const u32 dwBlocking = IsFocusOnly() ? MOTOR_CHECK_PI_WALK_STEPS : MOTOR_WALK_STEPS_BLOCK;
+  return Motor_Request(fd, IsBlocking() ? dwBlocking : MOTOR_WALK_STEPS,
+                       Steps_ToDriver(g_tVernierLensdConfigInfo.dwFocusMotorPositioningStep, 1));
+}
+
+i32 VernierLensd_GotoPI() {
+  const TVernierLensdConfigInfo& tConfig = g_tVernierLensdConfigInfo;
+  if (Config_ReadForParking() != 0) return -1;
+  const i32 fd = open(szFocusMotorPath, O_WRONLY | O_CLOEXEC);
+  if (fd < 0) return Fail("[vernierlensd] : Failed to open focus can't move to pi");
+  const i32 iWalk = Steps_ToDriver(tConfig.dwFocusMotorPositioningStep, 1);
+  FocusReference_SetDirection(fd);
+  Motor_Request(fd, IsBlocking() ? MOTOR_WALK_STEPS_BLOCK : MOTOR_WALK_STEPS, iWalk);
+  if (!IsBlocking()) {
+    SleepWalk(tConfig.dwFocusMotorPositioningStep, tConfig.dwFocusOneStepTime, tConfig.dwFocusVirtualOneStep);
+  }
+  VernierLensd_LoadFocusDefault();
+  const bool bReverse = tConfig.dwFocusMotorReverseCalibration != 0;
+  // A default from a broken file is limited to the range: the walk must end.
+  const u32 dwDefault = std::min(g_dwFocusDefault.load(), tConfig.dwFocusVirtualEnd);
+  Motor_Request(fd, bReverse ? MOTOR_SET_BACKWARD : MOTOR_SET_FORWARD);
+  Motor_Request(
+      fd, MOTOR_WALK_STEPS_BLOCK,
+      Steps_ToDriver(bReverse ? tConfig.dwFocusVirtualEnd - dwDefault : dwDefault, tConfig.dwFocusVirtualOneStep));
+  close(fd);
+  return 0;
+}
+
+namespace {
+
+// 0 always: a walk to the end needs no answer.
+i32 WalkToFocusEnd(i32 fd) {
+  const TVernierLensdConfigInfo& tConfig = g_tVernierLensdConfigInfo;
+  const i32 iResult = FocusReference_RequestWalk(fd);
+  if (!IsBlocking()) {
+    SleepWalk(tConfig.dwFocusMotorPositioningStep, tConfig.dwFocusOneStepTime, tConfig.dwFocusVirtualOneStep);
+  } else if (IsFocusOnly() && iResult < 0) {
+    std::puts("[vernierlensd] : not support MOTOR_CHECK_PI_WALK_STEPS. Using MOTOR_WALK_STEPS_BLOCK");
+    Motor_Request(fd, MOTOR_WALK_STEPS_BLOCK, Steps_ToDriver(tConfig.dwFocusMotorPositioningStep, 1));
+  }
+  return 0;
+}
+
+// The quotient first: a step time that its driver steps do not divide loses the rest for each of them.
+void SleepWalk(u32 dwDriverSteps, u32 dwOneStepTime, u32 dwOneStep) {
+  const u64 qwDriverStep_us = dwOneStep == 0 ? 0 : dwOneStepTime / dwOneStep;
+  Delay_us(static_cast<u64>(Steps_ToDriver(dwDriverSteps, 1)) * qwDriverStep_us);
+}
+
+i32 FindZoom(TVernierLensdInfo* pThis, i32 fd, u32 dwPosition) {
+  i32 iFound = 0;
+  if (g_tVernierLensdConfigInfo.bZoomPISupport != 0) {
+    iFound = SearchZoomPI(fd, dwPosition);
+  } else {
+    WalkZoomToEnd(fd, dwPosition);
+  }
+  Word_Store(Axis_Position(pThis, g_tZoomAxis), dwPosition);
+  Reference_Set(pThis, g_tZoomAxis, iFound == 0);
+  return iFound;
+}
+
+i32 SearchZoomPI(i32 fd, u32 dwPosition) {
+  const TVernierLensdConfigInfo& tConfig = g_tVernierLensdConfigInfo;
+  PISearch_Begin(g_tZoomAxis, fd);
+  const i32 iFound = VernierLensd_SearchPI("ZoomMotorPositioning", 1, fd, dwPosition, tConfig.dwZoomPISearchStep,
+                                           tConfig.dwZoomPIBackwardShift, tConfig.dwZoomVirtualOneStep);
+  PISearch_End(g_tZoomAxis, fd);
+  return iFound;
+}
+
+void WalkZoomToEnd(i32 fd, u32 dwPosition) {
+  const TVernierLensdConfigInfo& tConfig = g_tVernierLensdConfigInfo;
+  const u32 dwWalk = IsBlocking() ? MOTOR_WALK_STEPS_BLOCK : MOTOR_WALK_STEPS;
+  Motor_Request(fd, MOTOR_SET_BACKWARD);
+  Motor_Request(fd, dwWalk, Steps_ToDriver(tConfig.dwZoomMotorPositioningStep, 1));
+  if (!IsBlocking()) {
+    SleepWalk(tConfig.dwZoomMotorPositioningStep, tConfig.dwZoomOneStepTime, tConfig.dwZoomVirtualOneStep);
+  }
+  Motor_Request(fd, MOTOR_SET_FORWARD);
+  Motor_Request(fd, dwWalk, Steps_ToDriver(dwPosition, tConfig.dwZoomVirtualOneStep));
+  if (!IsBlocking()) Delay_us(u64{dwPosition} * tConfig.dwZoomOneStepTime);
+}
+
+}  // namespace

@@ -1,0 +1,33 @@
+// Finding the reference of a stepper axis: its PI sensor, or the mechanical end of the travel, reached by walking
+// further than the travel can be long.  None of these walks looks at a wake flag: a command that arrives meanwhile runs
+// afterwards.
+//
+// Owner thread of the axis, for the channel of its running command; fd is borrowed.
+#pragma once
+
+#include "motor/axis.h"
+
+// Functions 5 and 6 of the focus.  5 goes on into auto focus (as a command of its own), 6 ends here.
+void FocusMotorPositioning(TVernierLensdInfo* pThis, i32 fd);
+
+// Functions 5 and 6 of the zoom, with the target in the command's dwPosition.
+void ZoomMotorPositioning(TVernierLensdInfo* pThis, i32 fd);
+
+// Function 13: the focus to the end of its travel, then, as a command of its own, to g_dwFocusDefault.  Selects no
+// channel.
+void VernierLensd_ResetFocus(TVernierLensdInfo* pThis, i32 fd);
+
+// Walks an axis to its reference and sets its counter, without what a command does behind it: the zoom ends on its
+// first position.  The channel has been selected.
+void FocusReference_Find(TVernierLensdInfo* pThis, i32 fd);
+void ZoomReference_Find(TVernierLensdInfo* pThis, i32 fd);
+
+// The pieces of the focus's way that a scan shares.
+u32 FocusReference_SetDirection(i32 fd);  // result: the position at the reference, virtual steps
+i32 FocusReference_SearchPI(const char* pszName, i32 fd);
+i32 FocusReference_RequestWalk(i32 fd);  // result: the driver's, negative where it knows no such walk
+
+// Parks the focus motor of an ICS lens: reads the configuration, walks to the end of the travel and on to the default
+// focus position, on a descriptor of its own.  Start-up, main thread.  0, or -1 with a line printed.  No position
+// changes.
+i32 VernierLensd_GotoPI();

@@ -1,0 +1,17 @@
+// Whether the counter of an axis can be trusted, by channel.  Words are shared; start-up and the owner thread write
+// them.
+#pragma once
+
+#include "motor/axis.h"
+
+// Every channel of the axis is taken as lost.  Does nothing where the lens lacks the axis or has a driver that knows
+// where it stands.  Start-up, before the axis's thread.
+void Reference_LoseAll(TVernierLensdInfo* pThis, const TAxis& tAxis);
+
+// What the walk to the reference of the running channel came to.  Owner thread.
+void Reference_Set(TVernierLensdInfo* pThis, const TAxis& tAxis, bool bFound);
+
+bool Reference_IsLost(const TVernierLensdInfo* pThis, const TAxis& tAxis, i32 iChannel);
+
+// True if the counters of all channels can be trusted: only then may the working log go.
+bool Reference_IsKnownOnAll(const TVernierLensdInfo* pThis, const TAxis& tAxis);
