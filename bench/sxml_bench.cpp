@@ -145,9 +145,9 @@ static void Malloc_KeepMemory() {
 
 int main(int argc, char** argv) {
   Malloc_KeepMemory();
-  std::vector<std::string> astrArguments = {argv[0], "--benchmark_repetitions=21",
+  std::vector<std::string> astrArguments = {argv[0], "--benchmark_repetitions=15",
                                             "--benchmark_enable_random_interleaving=true",
-                                            "--benchmark_display_aggregates_only=true", "--benchmark_min_time=0.02"};
+                                            "--benchmark_display_aggregates_only=true", "--benchmark_min_time=0.1"};
   std::vector<TXMLDocument> atDocuments = Documents_Small();
   for (int i = 1; i < argc; ++i) {
     if (argv[i][0] == '-') {

@@ -1,0 +1,191 @@
+#include "cuts.h"
+
+#include <unistd.h>
+
+#include <string_view>
+
+#include "core/paths.h"
+#include "lenses/lens_model.h"
+
+namespace {
+
+constexpr std::size_t dwTaleShown = 6000;  // characters of each transcript
+
+// Camera time from a start until a model's lens is at rest again, with room to spare.
+struct TPatience {
+  const char* szModel;
+  u64 qwRecovery_ms;  // behind a cut: sensors, references of all channels, a search
+  u64 qwStart_ms;     // a clean start: sensors only
+};
+constexpr TPatience g_atPatience[] = {
+    {"zoom", 120'000, 1'500}, {"focus", 60'000, 20'000}, {"zoomonly", 20'000, 1'500}, {"quad", 300'000, 90'000}};
+
+const TPatience& PatienceOf(std::string_view sModel) {
+  for (const TPatience& tPatience : g_atPatience) {
+    if (sModel == tPatience.szModel) return tPatience;
+  }
+  std::abort();
+}
+
+constexpr u64 qwAt_ms = 100;          // of the command, on a lens that is ready at once
+constexpr u64 qwQuadAt_ms = 60'000;   // behind the search of four channels for their sensors
+constexpr u64 qwFocusAt_ms = 15'000;  // behind the search of one
+constexpr const char* pszNoStatus = nullptr;
+
+void SetScene(const TCamera& tCamera, const TCutRow& tRow) {
+  if (Life_ResetRoot(tCamera.sRoot) != 0) std::abort();
+  if (tRow.pszStatus == nullptr) {
+    unlink(tCamera.Path(szStatusPath).c_str());
+  } else {
+    tCamera.Write(szStatusPath, tRow.pszStatus);
+  }
+  tCamera.Write(szBackupPath, "zoom_motor=150\nfocus_motor=300\n");
+}
+
+TLifeResult CutLife(const TCamera& tCamera, const TCutRow& tRow, u64 qwEvent, u64 qwSeed) {
+  TLifePlan tPlan;
+  tPlan.sRoot = tCamera.sRoot;
+  tPlan.qwSeed = qwSeed;
+  tPlan.atEvents = tRow.atEvents;
+  tPlan.qwEnd_us = tRow.qwEnd_ms * 1000;
+  tPlan.qwCutAtEvent = qwEvent;
+  return Life_Run(tPlan);
+}
+
+// A life of nothing but a look at every channel shortly before its end.
+TLifeResult RestingLife(const TCamera& tCamera, i32 iChannels, u64 qwFor_ms, u64 qwSeed) {
+  std::vector<TLifeEvent> atLooks;
+  for (i32 i = 0; i < iChannels; i++) {
+    atLooks.push_back(Ask(qwFor_ms, "channel=" + std::to_string(i) + "&function=getstatus"));
+  }
+  return Live(tCamera, std::move(atLooks), qwFor_ms + 200, qwSeed);
+}
+
+// What is wrong with a life that should have ended in order; "" nothing.
+std::string WhyNotOrderly(const TLifeResult& tResult) {
+  const std::string sPrinted = Printed(tResult);
+  if (tResult.eEnd != LIFE_EXITED) return "life ended with " + std::to_string(tResult.eEnd) + " " + tResult.sStderr;
+  if (tResult.iStatus != 0) return "exit status " + std::to_string(tResult.iStatus) + " " + tResult.sStderr;
+  if (sPrinted.find("[vernierlensd] : Release resources...") == std::string::npos || !sPrinted.ends_with("OK\n")) {
+    return "no orderly release";
+  }
+  return "";
+}
+
+std::string WhyAxisWrong(const TCamera& tCamera, const std::string& sStatus, ELensAxis eAxis, i32 iChannel) {
+  const std::string sAxis = eAxis == LENS_ZOOM ? "zoom" : "focus";
+  const std::string sWhere = sAxis + " of channel " + std::to_string(iChannel);
+  if (sStatus.empty()) return "no reply about the " + sWhere;
+  const i32 iFunction = StatusValue(sStatus, sAxis + "_enable");
+  if (iFunction != 0) return sWhere + " not at rest, function " + std::to_string(iFunction);
+  const i32 iBelieved = StatusValue(sStatus, sAxis + "_motor");
+  const double dTruth = tCamera.Truth(eAxis, iChannel);
+  if (iBelieved == dTruth) return "";
+  return sWhere + " believed " + std::to_string(iBelieved) + ", true " + std::to_string(dTruth);
+}
+
+// The replies' last iChannels are the status of each channel.
+std::string WhyLensWrong(const TCamera& tCamera, const TLensModel& tModel, const TLifeResult& tResult) {
+  const std::size_t dwChannels = static_cast<std::size_t>(tModel.iChannels);
+  if (tResult.asReplies.size() < dwChannels) return "no reply";
+  for (std::size_t dw = 0; dw < dwChannels; dw++) {
+    const std::string& sStatus = tResult.asReplies[tResult.asReplies.size() - dwChannels + dw];
+    std::string sWhy;
+    if (Model_HasZoom(tModel)) sWhy = WhyAxisWrong(tCamera, sStatus, LENS_ZOOM, static_cast<i32>(dw));
+    if (sWhy.empty() && Model_HasFocus(tModel)) {
+      sWhy = WhyAxisWrong(tCamera, sStatus, LENS_FOCUS, static_cast<i32>(dw));
+    }
+    if (!sWhy.empty()) return sWhy;
+  }
+  return "";
+}
+
+std::string Judge(const TCamera& tCamera, const TLensModel& tModel, const TLifeResult& tResult) {
+  const std::string sWhy = WhyNotOrderly(tResult);
+  return sWhy.empty() ? WhyLensWrong(tCamera, tModel, tResult) : sWhy;
+}
+
+std::string Tail(const char* szTitle, const TLifeResult& tResult) {
+  const std::string& sAll = tResult.sTranscript;
+  const std::size_t dwFrom = sAll.size() > dwTaleShown ? sAll.find('\n', sAll.size() - dwTaleShown) + 1 : 0;
+  return std::string("--- ") + szTitle + "\n" + sAll.substr(dwFrom) + tResult.sStderr;
+}
+
+}  // namespace
+
+const std::vector<TCutRow>& Cuts_Rows() {
+  static const std::vector<TCutRow> atRows = {
+      {"relative", "zoom", {Ask(qwAt_ms, "function=focus&direction=forward&steps=20")}, 1'500},
+      {"direct", "zoom", {Ask(qwAt_ms, "function=focus&direction=direct&position=520")}, 1'500},
+      {"take-up", "zoom", {Ask(qwAt_ms, "function=focus&direction=backward&steps=20")}, 1'500},
+      {"zoom-following", "zoom", {Ask(qwAt_ms, "function=zoom&direction=direct&position=170")}, 3'000},
+      {"end-stop", "zoom", {Ask(qwAt_ms, "function=positioning")}, 60'000, "normal\n", 3},
+      {"motorreset", "zoom", {Ask(qwAt_ms, "function=motorreset")}, 12'000},
+      {"auto-focus", "zoom", {Ask(qwAt_ms, "function=auto")}, 40'000, "normal\n", 5},
+      {"scan", "zoom", {Ask(qwAt_ms, "function=scan")}, 90'000, "normal\n", 11},
+      {"scan-stopped",
+       "zoom",
+       {Ask(qwAt_ms, "function=scan"), Ask(3'000, "function=stop"),
+        Ask(3'010, "function=focus&direction=direct&position=300")},
+       20'000,
+       "normal\n",
+       5},
+      {"restore", "zoom", {}, 60'000, "restore\n", 3},
+      {"backup", "zoom", {}, 5'000, "backup\n"},
+      {"first-start", "zoom", {}, 60'000, pszNoStatus, 3},
+      {"relative", "zoomonly", {Ask(qwAt_ms, "function=zoom&direction=forward&steps=20")}, 1'500},
+      {"take-up", "zoomonly", {Ask(qwAt_ms, "function=zoom&direction=direct&position=20")}, 1'500},
+      {"end-stop", "zoomonly", {Ask(qwAt_ms, "function=positioning")}, 3'000},
+      {"backup", "zoomonly", {}, 3'000, "backup\n"},
+      {"first-start", "zoomonly", {}, 5'000, pszNoStatus},
+      {"start", "focus", {}, qwFocusAt_ms},
+      {"relative", "focus", {Ask(qwFocusAt_ms, "function=focus&direction=forward&steps=20")}, qwFocusAt_ms + 1'500},
+      {"take-up", "focus", {Ask(qwFocusAt_ms, "function=focus&direction=direct&position=500")}, qwFocusAt_ms + 1'500},
+      {"sensor", "focus", {Ask(qwFocusAt_ms, "function=positioning")}, qwFocusAt_ms + 30'000, "normal\n", 3},
+      {"motorreset", "focus", {Ask(qwFocusAt_ms, "function=motorreset")}, qwFocusAt_ms + 8'000},
+      {"reset-focus", "focus", {Ask(qwFocusAt_ms, "function=resetfocus")}, qwFocusAt_ms + 8'000},
+      {"auto-focus", "focus", {Ask(qwFocusAt_ms, "function=auto")}, qwFocusAt_ms + 30'000, "normal\n", 5},
+      {"scan", "focus", {Ask(qwFocusAt_ms, "function=scan")}, qwFocusAt_ms + 60'000, "normal\n", 11},
+      {"restore", "focus", {}, 20'000, "restore\n"},
+      {"backup", "focus", {}, 20'000, "backup\n"},
+      {"first-start", "focus", {}, 20'000, pszNoStatus},
+      {"start", "quad", {}, qwQuadAt_ms, "normal\n", 3},
+      {"take-up",
+       "quad",
+       {Ask(qwQuadAt_ms, "channel=2&function=zoom&direction=direct&position=80")},
+       qwQuadAt_ms + 4'000,
+       "normal\n",
+       3},
+      {"sensor", "quad", {Ask(qwQuadAt_ms, "channel=1&function=positioning")}, qwQuadAt_ms + 60'000, "normal\n", 7},
+      {"backup", "quad", {}, 10'000, "backup\n"},
+      {"first-start", "quad", {}, 240'000, pszNoStatus, 19},
+  };
+  return atRows;
+}
+
+u64 Cuts_CountEvents(const TCamera& tCamera, const TCutRow& tRow, u64 qwSeed) {
+  SetScene(tCamera, tRow);
+  const TLifeResult tResult = CutLife(tCamera, tRow, 0, qwSeed);
+  return WhyNotOrderly(tResult).empty() ? tResult.qwEvents : 0;
+}
+
+TCutOutcome Cuts_Try(const TCamera& tCamera, const TCutRow& tRow, u64 qwEvent, u64 qwSeed) {
+  const TLensModel& tModel = *Lenses_Find(tRow.szModel);
+  const TPatience& tPatience = PatienceOf(tRow.szModel);
+  SetScene(tCamera, tRow);
+  const TLifeResult tCut = CutLife(tCamera, tRow, qwEvent, qwSeed);
+  if (tCut.eEnd != LIFE_CUT) {
+    return {.bSurvived = false, .sLoss = "the first life was not cut: " + tCut.sStderr, .sTale = Tail("cut", tCut)};
+  }
+  const TLifeResult tRecovery = RestingLife(tCamera, tModel.iChannels, tPatience.qwRecovery_ms, qwSeed);
+  std::string sLoss = Judge(tCamera, tModel, tRecovery);
+  if (!sLoss.empty()) {
+    return {.bSurvived = false, .sLoss = sLoss, .sTale = Tail("cut", tCut) + Tail("next start", tRecovery)};
+  }
+  const TLifeResult tClean = RestingLife(tCamera, tModel.iChannels, tPatience.qwStart_ms, qwSeed);
+  sLoss = Judge(tCamera, tModel, tClean);
+  if (sLoss.empty()) return {.bSurvived = true, .sLoss = "", .sTale = ""};
+  return {.bSurvived = false,
+          .sLoss = "after a further start: " + sLoss,
+          .sTale = Tail("cut", tCut) + Tail("next start", tRecovery) + Tail("further start", tClean)};
+}

@@ -1,0 +1,35 @@
+// The power-cut campaign: what a camera is doing, the cut at any event of it, and the judgement.  Shared by the program
+// that tries every event and by the test that tries a sample.
+//
+// One try is three lives on one ROOT: one that is cut, one that finds the lens again, and a clean one behind it.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "support.h"
+
+struct TCutRow {
+  const char* szName;
+  const char* szModel;
+  std::vector<TLifeEvent> atEvents;    // of the life that is cut
+  u64 qwEnd_ms;                        // of that life, should it not be cut
+  const char* pszStatus = "normal\n";  // status file at its start, null none
+  u64 qwEvery = 1;                     // sensible sample: one event in so many
+};
+
+const std::vector<TCutRow>& Cuts_Rows();
+
+// Events of the row's life without a cut.  0: it did not end in order, or the lens was not where the daemon said.
+u64 Cuts_CountEvents(const TCamera& tCamera, const TCutRow& tRow, u64 qwSeed);
+
+struct TCutOutcome {
+  bool bSurvived = false;
+  std::string sLoss;  // what was lost, one line; "" if survived
+  std::string sTale;  // last lines of the three transcripts; "" if survived
+};
+
+// Cuts the row's life at an event from 1 and judges what the next two starts make of it: each comes to rest, ends in
+// order, and believes of every axis and channel what is true.  The seed decides the threads' turns and the flash's
+// fate.
+TCutOutcome Cuts_Try(const TCamera& tCamera, const TCutRow& tRow, u64 qwEvent, u64 qwSeed);
