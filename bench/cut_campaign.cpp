@@ -1,33 +1,28 @@
-// Cuts the power at every event of every command and judges what the next starts make of it.
-//   cut_campaign [--only ROW] [--event N] [--seed S] [--seeds K] [--every N] [--jobs 1|2] [--verbose]
-// ROW is MODEL or MODEL/COMMAND.  Exit status: 0 all survived; 1 some lost, or a row that could not be tried; 2 usage.
-#include <sys/mman.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
+// Cuts the power at every event of every command, and at drawn times, and judges what the next starts make of it.
+//   cut_campaign [--only ROW] [--event N | --time US] [--seed S] [--seeds K] [--every N] [--times N] [--jobs N]
+//                [--verbose]
+// ROW is MODEL or MODEL/COMMAND.  --verbose shows the transcripts of a loss.  Exit status: 0 all survived; 1 some lost,
+// or a row that could not be tried; 2 wrong usage.
 #include <atomic>
 #include <cstdio>
-#include <cstdlib>
-#include <cstring>
+#include <random>
 
+#include "campaign.h"
 #include "cuts.h"
 
 namespace {
 
-constexpr u32 dwMaxJobs = 8;
 constexpr u32 dwMaxLosses = 3;  // that are shown of a row
 
-struct TOptions {
-  std::string sOnly;
-  u64 qwEvent = 0;  // 0 all
-  u64 qwSeed = 1, qwSeeds = 1;
-  u64 qwEvery = 0;  // 0 the row's own
-  u64 qwJobs = 2;
-  bool bVerbose = false;
+struct TOptions : TCampaignOptions {
+  TCutMoment tMoment = {};  // if set, the only one
+  u64 qwEvery = 0;          // 0 the row's own
+  u64 qwTimes = 40;         // drawn for each row and seed
 };
 
 struct TLoss {
-  u64 qwEvent, qwSeed;
+  TCutMoment tMoment;
+  u64 qwSeed;
   char szWhat[200];
 };
 
@@ -42,13 +37,13 @@ std::string NameOf(const TCutRow& tRow) {
   return std::string(tRow.szModel) + "/" + tRow.szName;
 }
 
-bool IsWanted(const TOptions& tOptions, const TCutRow& tRow) {
-  return tOptions.sOnly.empty() || tOptions.sOnly == tRow.szModel || tOptions.sOnly == NameOf(tRow);
+u64 EveryOf(const TOptions& tOptions, const TCutRow& tRow) {
+  return tOptions.qwEvery != 0 ? tOptions.qwEvery : tRow.qwEvery;
 }
 
-void TryOne(const TOptions& tOptions, const TCutRow& tRow, const TCamera& tCamera, u64 qwEvent, u64 qwSeed,
-            TTally& tTally) {
-  const TCutOutcome tOutcome = Cuts_Try(tCamera, tRow, qwEvent, qwSeed);
+void TryOne(const TOptions& tOptions, const TCutRow& tRow, const TCamera& tCamera, const TCutMoment& tMoment,
+            u64 qwSeed, TTally& tTally) {
+  const TCutOutcome tOutcome = Cuts_Try(tCamera, tRow, tMoment, qwSeed);
   ++tTally.qwCuts;
   if (tOutcome.bSurvived) {
     ++tTally.qwSurvived;
@@ -58,111 +53,77 @@ void TryOne(const TOptions& tOptions, const TCutRow& tRow, const TCamera& tCamer
   const u32 dwLoss = tTally.dwLosses++;
   if (dwLoss >= dwMaxLosses) return;
   TLoss& tLoss = tTally.atLosses[dwLoss];
-  tLoss.qwEvent = qwEvent;
+  tLoss.tMoment = tMoment;
   tLoss.qwSeed = qwSeed;
   std::snprintf(tLoss.szWhat, sizeof tLoss.szWhat, "%s", tOutcome.sLoss.c_str());
+}
+
+std::vector<TCutMoment> Moments(const TOptions& tOptions, const TCutRow& tRow, u64 qwSeed, u64 qwEvents) {
+  if (tOptions.tMoment.qwEvent != 0 || tOptions.tMoment.qwTime_us != 0) return {tOptions.tMoment};
+  const u64 qwEvery = EveryOf(tOptions, tRow);
+  std::vector<TCutMoment> atMoments;
+  // Another seed begins its sample elsewhere.
+  for (u64 qwEvent = 1 + qwSeed % qwEvery; qwEvent <= qwEvents; qwEvent += qwEvery) {
+    atMoments.push_back({.qwEvent = qwEvent, .qwTime_us = 0});
+  }
+  std::mt19937_64 tDraw(qwSeed);
+  for (u64 qw = 0; qw < tOptions.qwTimes; qw++) {
+    atMoments.push_back({.qwEvent = 0, .qwTime_us = 1 + tDraw() % (tRow.qwEnd_ms * 1000 - 1)});
+  }
+  return atMoments;
 }
 
 // The share of one of the processes: one cut in qwJobs.
 void TryShare(const TOptions& tOptions, const TCutRow& tRow, u64 qwJob, TTally& tTally) {
   const TCamera tCamera(tRow.szModel);
-  const u64 qwEvery = tOptions.qwEvery != 0 ? tOptions.qwEvery : tRow.qwEvery;
   u64 qwTurn = 0;
   for (u64 qwSeed = tOptions.qwSeed; qwSeed < tOptions.qwSeed + tOptions.qwSeeds; qwSeed++) {
-    if (tOptions.qwEvent != 0) {
-      if (qwTurn++ % tOptions.qwJobs == qwJob) TryOne(tOptions, tRow, tCamera, tOptions.qwEvent, qwSeed, tTally);
-      continue;
-    }
     const u64 qwEvents = Cuts_CountEvents(tCamera, tRow, qwSeed);
     if (qwEvents == 0) ++tTally.dwUntried;
     tTally.qwEvents = qwEvents;
-    // Another seed begins its sample elsewhere.
-    for (u64 qwEvent = 1 + qwSeed % qwEvery; qwEvent <= qwEvents; qwEvent += qwEvery) {
-      if (qwTurn++ % tOptions.qwJobs == qwJob) TryOne(tOptions, tRow, tCamera, qwEvent, qwSeed, tTally);
+    for (const TCutMoment& tMoment : Moments(tOptions, tRow, qwSeed, qwEvents)) {
+      if (qwTurn++ % tOptions.qwJobs == qwJob) TryOne(tOptions, tRow, tCamera, tMoment, qwSeed, tTally);
     }
-  }
-}
-
-void TryRow(const TOptions& tOptions, const TCutRow& tRow, TTally& tTally) {
-  std::fflush(stdout);
-  pid_t aiProcesses[dwMaxJobs] = {};
-  for (u64 qwJob = 0; qwJob < tOptions.qwJobs; qwJob++) {
-    aiProcesses[qwJob] = fork();
-    if (aiProcesses[qwJob] != 0) continue;
-    TryShare(tOptions, tRow, qwJob, tTally);
-    std::fflush(stdout);
-    _exit(0);
-  }
-  for (u64 qwJob = 0; qwJob < tOptions.qwJobs; qwJob++) {
-    int iStatus = 0;
-    if (waitpid(aiProcesses[qwJob], &iStatus, 0) < 0 || iStatus != 0) ++tTally.dwUntried;
   }
 }
 
 void PrintRow(const TOptions& tOptions, const TCutRow& tRow, const TTally& tTally) {
-  const u64 qwEvery = tOptions.qwEvery != 0 ? tOptions.qwEvery : tRow.qwEvery;
-  std::printf("| %s | %llu | %llu | %llu | %llu |%s\n", NameOf(tRow).c_str(),
-              static_cast<unsigned long long>(tTally.qwEvents.load()), static_cast<unsigned long long>(qwEvery),
-              static_cast<unsigned long long>(tTally.qwCuts.load()),
-              static_cast<unsigned long long>(tTally.qwSurvived.load()),
-              tTally.dwUntried.load() != 0 ? " NOT TRIED: the uncut life failed" : "");
-  for (u32 dw = 0; dw < tTally.dwLosses.load() && dw < dwMaxLosses; dw++) {
+  std::printf("| %s | %zu | %zu | %zu | %zu |%s\n", NameOf(tRow).c_str(), std::size_t{tTally.qwEvents},
+              std::size_t{EveryOf(tOptions, tRow)}, std::size_t{tTally.qwCuts}, std::size_t{tTally.qwSurvived},
+              tTally.dwUntried != 0 ? " NOT TRIED: the life without a cut failed" : "");
+  for (u32 dw = 0; dw < tTally.dwLosses && dw < dwMaxLosses; dw++) {
     const TLoss& tLoss = tTally.atLosses[dw];
-    std::printf("lost: cut_campaign --only %s --event %llu --seed %llu --verbose   # %s\n", NameOf(tRow).c_str(),
-                static_cast<unsigned long long>(tLoss.qwEvent), static_cast<unsigned long long>(tLoss.qwSeed),
-                tLoss.szWhat);
+    const bool bEvent = tLoss.tMoment.qwEvent != 0;
+    std::printf("lost: cut_campaign --only %s %s %zu --seed %zu --verbose   # %s\n", NameOf(tRow).c_str(),
+                bEvent ? "--event" : "--time", std::size_t{bEvent ? tLoss.tMoment.qwEvent : tLoss.tMoment.qwTime_us},
+                std::size_t{tLoss.qwSeed}, tLoss.szWhat);
   }
-}
-
-bool ReadOptions(int iCount, char** apszArgs, TOptions& tOptions) {
-  const struct {
-    const char* szName;
-    u64* pqwValue;
-  } atNumbers[] = {{"--event", &tOptions.qwEvent},
-                   {"--seed", &tOptions.qwSeed},
-                   {"--seeds", &tOptions.qwSeeds},
-                   {"--every", &tOptions.qwEvery},
-                   {"--jobs", &tOptions.qwJobs}};
-  for (int i = 1; i < iCount; i++) {
-    const std::string_view sName = apszArgs[i];
-    if (sName == "--verbose") {
-      tOptions.bVerbose = true;
-      continue;
-    }
-    if (++i >= iCount) return false;
-    if (sName == "--only") {
-      tOptions.sOnly = apszArgs[i];
-      continue;
-    }
-    u64* pqwValue = nullptr;
-    for (const auto& tNumber : atNumbers) {
-      if (sName == tNumber.szName) pqwValue = tNumber.pqwValue;
-    }
-    if (pqwValue == nullptr) return false;
-    *pqwValue = std::strtoull(apszArgs[i], nullptr, 10);
-  }
-  return tOptions.qwJobs >= 1 && tOptions.qwJobs <= dwMaxJobs;
+  std::fflush(stdout);
 }
 
 }  // namespace
 
 int main(int iCount, char** apszArgs) {
   TOptions tOptions;
-  if (!ReadOptions(iCount, apszArgs, tOptions)) {
-    std::fputs("cut_campaign [--only ROW] [--event N] [--seed S] [--seeds K] [--every N] [--jobs N] [--verbose]\n",
-               stderr);
+  const TNumberOption atOwn[] = {{"--event", &tOptions.tMoment.qwEvent},
+                                 {"--time", &tOptions.tMoment.qwTime_us},
+                                 {"--every", &tOptions.qwEvery},
+                                 {"--times", &tOptions.qwTimes}};
+  if (!Campaign_ReadOptions(iCount, apszArgs, atOwn, &tOptions)) {
+    std::fputs(
+        "cut_campaign [--only ROW] [--event N | --time US] [--seed S] [--seeds K] [--every N] [--times N] "
+        "[--jobs N] [--verbose]\n",
+        stderr);
     return 2;
   }
-  void* pv = mmap(nullptr, sizeof(TTally), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-  if (pv == MAP_FAILED) return 1;
-  TTally& tTally = *static_cast<TTally*>(pv);
+  TTally& tTally = *static_cast<TTally*>(Campaign_Shared(sizeof(TTally)));
   bool bAll = true;
   u32 dwRows = 0;
   std::puts("| command | events | one in | cuts | survived |\n|---|---|---|---|---|");
   for (const TCutRow& tRow : Cuts_Rows()) {
-    if (!IsWanted(tOptions, tRow)) continue;
+    if (!Campaign_IsWanted(tOptions, NameOf(tRow))) continue;
     new (&tTally) TTally{};
-    TryRow(tOptions, tRow, tTally);
+    if (!Campaign_Share(tOptions, [&](u64 qwJob) { TryShare(tOptions, tRow, qwJob, tTally); })) ++tTally.dwUntried;
     PrintRow(tOptions, tRow, tTally);
     bAll = bAll && tTally.dwUntried == 0 && tTally.qwCuts > 0 && tTally.qwSurvived == tTally.qwCuts;
     dwRows++;

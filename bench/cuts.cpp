@@ -4,6 +4,7 @@
 
 #include <string_view>
 
+#include "clock/clock.h"
 #include "core/paths.h"
 #include "lenses/lens_model.h"
 
@@ -42,13 +43,22 @@ void SetScene(const TCamera& tCamera, const TCutRow& tRow) {
   tCamera.Write(szBackupPath, "zoom_motor=150\nfocus_motor=300\n");
 }
 
-TLifeResult CutLife(const TCamera& tCamera, const TCutRow& tRow, u64 qwEvent, u64 qwSeed) {
+void CutPower(TWorld* ptWorld) {
+  Lens_PowerCut(&ptWorld->tLens, World_Now_us(ptWorld));
+  Clock_End(CLOCK_END_CUT, nullptr);
+}
+
+TLifeResult CutLife(const TCamera& tCamera, const TCutRow& tRow, const TCutMoment& tMoment, u64 qwSeed) {
   TLifePlan tPlan;
   tPlan.sRoot = tCamera.sRoot;
   tPlan.qwSeed = qwSeed;
   tPlan.atEvents = tRow.atEvents;
   tPlan.qwEnd_us = tRow.qwEnd_ms * 1000;
-  tPlan.qwCutAtEvent = qwEvent;
+  tPlan.qwCutAtEvent = tMoment.qwEvent;
+  if (tMoment.qwTime_us != 0) {
+    tPlan.atEvents.push_back(Call(0, CutPower));
+    tPlan.atEvents.back().qwAt_us = tMoment.qwTime_us;
+  }
   return Life_Run(tPlan);
 }
 
@@ -165,15 +175,15 @@ const std::vector<TCutRow>& Cuts_Rows() {
 
 u64 Cuts_CountEvents(const TCamera& tCamera, const TCutRow& tRow, u64 qwSeed) {
   SetScene(tCamera, tRow);
-  const TLifeResult tResult = CutLife(tCamera, tRow, 0, qwSeed);
+  const TLifeResult tResult = CutLife(tCamera, tRow, {}, qwSeed);
   return WhyNotOrderly(tResult).empty() ? tResult.qwEvents : 0;
 }
 
-TCutOutcome Cuts_Try(const TCamera& tCamera, const TCutRow& tRow, u64 qwEvent, u64 qwSeed) {
+TCutOutcome Cuts_Try(const TCamera& tCamera, const TCutRow& tRow, const TCutMoment& tMoment, u64 qwSeed) {
   const TLensModel& tModel = *Lenses_Find(tRow.szModel);
   const TPatience& tPatience = PatienceOf(tRow.szModel);
   SetScene(tCamera, tRow);
-  const TLifeResult tCut = CutLife(tCamera, tRow, qwEvent, qwSeed);
+  const TLifeResult tCut = CutLife(tCamera, tRow, tMoment, qwSeed);
   if (tCut.eEnd != LIFE_CUT) {
     return {.bSurvived = false, .sLoss = "the first life was not cut: " + tCut.sStderr, .sTale = Tail("cut", tCut)};
   }

@@ -23,13 +23,19 @@ const std::vector<TCutRow>& Cuts_Rows();
 // Events of the row's life without a cut.  0: it did not end in order, or the lens was not where the daemon said.
 u64 Cuts_CountEvents(const TCamera& tCamera, const TCutRow& tRow, u64 qwSeed);
 
+// A moment of a life.  Most of the time no hooked call is made: only a time falls into a walk that blocks.
+struct TCutMoment {
+  u64 qwEvent = 0;    // from 1; 0: at a time
+  u64 qwTime_us = 0;  // camera time since the start of the life
+};
+
 struct TCutOutcome {
   bool bSurvived = false;
   std::string sLoss;  // what was lost, one line; "" if survived
   std::string sTale;  // last lines of the three transcripts; "" if survived
 };
 
-// Cuts the row's life at an event from 1 and judges what the next two starts make of it: each comes to rest, ends in
+// Cuts the row's life and judges what the next two starts make of it: each comes to rest, ends in
 // order, and believes of every axis and channel what is true.  The seed decides the threads' turns and the flash's
 // fate.
-TCutOutcome Cuts_Try(const TCamera& tCamera, const TCutRow& tRow, u64 qwEvent, u64 qwSeed);
+TCutOutcome Cuts_Try(const TCamera& tCamera, const TCutRow& tRow, const TCutMoment& tMoment, u64 qwSeed);

@@ -7,8 +7,8 @@
 #include <filesystem>
 
 #include "autofocus/zoom_tracking.h"
-#include "config/saved_state.h"
 #include "camera/world_image.h"
+#include "config/saved_state.h"
 #include "support.h"
 
 namespace {
@@ -180,10 +180,10 @@ TEST(State, RestoreOfFourChannelsReferencesEach) {
   const TCamera tCamera("quad");
   tCamera.Write(szStatusFile, "restore\n");
   const TLifeResult tResult =
-      Live(tCamera, {Ask(400'000, szStatus), Ask(400'001, "channel=3&function=getstatus")}, 401'000);
+      Live(tCamera, {Ask(400'000, "channel=3&function=getstatus"), Ask(400'001, szStatus)}, 401'000);
   ExpectRest(tCamera, tResult);
   for (i32 iChannel = 0; iChannel < 4; iChannel++) EXPECT_EQ(tCamera.Truth(LENS_ZOOM, iChannel), 0) << iChannel;
-  EXPECT_EQ(StatusValue(tResult.asReplies[1], "focus_motor"), tCamera.Truth(LENS_FOCUS, 3));
+  EXPECT_EQ(StatusValue(tResult.asReplies[0], "focus_motor"), tCamera.Truth(LENS_FOCUS, 3));
 }
 
 // A log that an earlier life has left: both axes are positioned before anything else moves them.

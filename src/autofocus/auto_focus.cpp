@@ -57,8 +57,10 @@ void PerformFocusScan(TVernierLensdInfo* pThis, i32 fd) {
   Motor_Request(fd, MOTOR_SELECT_DEVICE, pThis->tFocusBox.iRunningChannel);
   const u32 bIris = OpenIris(pThis);
   ClearTableRow(pThis->tFocusBox.iRunningChannel);
-  if (pThis->bSupportZoom != 0) SendZoomToReference(pThis);
-  i32 iResult = pThis->bSupportICS != 0 ? 0 : ScanFindReference(pThis, fd);
+  const bool bGoesOn = g_bRunThread.load() != 0;  // no walk is begun behind the end
+  if (bGoesOn && pThis->bSupportZoom != 0) SendZoomToReference(pThis);
+  i32 iResult = bGoesOn ? 0 : -1;
+  if (bGoesOn && pThis->bSupportICS == 0) iResult = ScanFindReference(pThis, fd);
   if (iResult == 0) {
     WaitForZoom(pThis);
     std::puts("[vernierlensd] : Start searching...");
@@ -113,6 +115,7 @@ TRange FirstRange(const TVernierLensdInfo* pThis, const TBounds& tBounds) {
 void WaitForZoom(TVernierLensdInfo* pThis) {
   if (pThis->bSupportZoom == 0) return;
   Wait_Poll(qwZoomPoll_us, qwNoBound_us, [&] {
+    Command_WakeAgain(pThis, g_tZoomAxis);
     return Word_Load(pThis->tZoomCommand.dwFunction) == FUNCTION_IDLE || g_bRunThread.load() == 0 ||
            Word_Take(pThis->bZoomWakeReady) == 0 || Word_Take(pThis->tZoomBox.bEnded) != 0;
   });

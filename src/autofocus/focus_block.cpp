@@ -15,8 +15,9 @@
 namespace {
 
 constexpr int iBlockMode = IPC_CREAT | 0666;
-constexpr i32 iIrisPeriods = 10;
+constexpr u64 qwIrisPeriods = 10;
 constexpr u64 qwLeastIrisPeriod_us = 10'000;
+constexpr u64 qwLeastIrisBound_us = 5'000'000;
 
 TFocusBlock* RunningBlock(const TVernierLensdInfo* pThis) {
   return pThis->aptFocusBlock[pThis->tFocusBox.iRunningChannel];
@@ -80,7 +81,8 @@ void VernierLensd_RequestIris(TVernierLensdInfo* pThis, u32 dwRequest) {
   Word_Publish(ptBlock->bIrisPending, 1);  // behind the request: the peer looks at this one first
   if (dwRequest != 1) return;
   const u64 qwPeriod_us = std::max<u64>(g_tVernierLensdConfigInfo.dwOpenIrisTime, qwLeastIrisPeriod_us);
-  for (i32 iPeriod = 0; iPeriod < iIrisPeriods && g_bRunThread.load() != 0; iPeriod++) {
+  const u64 qwBound_us = std::max(qwIrisPeriods * qwPeriod_us, qwLeastIrisBound_us);
+  for (u64 qwWaited_us = 0; qwWaited_us < qwBound_us && g_bRunThread.load() != 0; qwWaited_us += qwPeriod_us) {
     Delay_WhileRunning(qwPeriod_us);
     if (Word_Load(ptBlock->dwIrisRequest) != 1 || Word_Load(ptBlock->bIrisPending) != 1) return;
   }

@@ -18,7 +18,8 @@ void VernierLensd_ReadFocusValue(TVernierLensdInfo* pThis);  // into adwFocusVal
 void VernierLensd_SetAutoFocusBusy(TVernierLensdInfo* pThis, u32 dwValue);
 
 // Asks the image side to open the iris fully (1), and waits for it, or to give it back (0), without a wait.  The wait
-// ends on the peer's answer, after 10 periods of dwOpenIrisTime with a silent one, and when the daemon is to end.
+// ends on the peer's answer, after 10 periods of dwOpenIrisTime, 5 s at least, with a silent one, and when the daemon
+// is to end.
 void VernierLensd_RequestIris(TVernierLensdInfo* pThis, u32 dwRequest);
 
 // Any thread, within a save.

@@ -65,15 +65,16 @@ void VernierLensd_FollowZoom(TVernierLensdInfo* pThis, u32 dwZoomPos) {
   const i32 iChannel = pThis->tZoomBox.iRunningChannel;
   VernierLensd_UpdatePanFocus(pThis, dwZoomPos, iChannel);
   if (pThis->bSupportZoom != 0 && pThis->bSupportICS == 0) VernierLensd_UpdateFocusingStart(pThis, dwZoomPos);
-  // A search stops the zoom first and then starts: a zoom that is stopped must not send the focus away from it.
-  if (Word_Take(pThis->bZoomWake) != 0) return;
-  const i32 iWoken = Command_Send(pThis, g_tFocusAxis, iChannel, [&](TMotorCommand& tBlock) {
+  // A newer command for the lens stops the zoom first and then writes the focus's block: a zoom that is to stop must
+  // not send the focus away from it.
+  const auto ZoomGoesOn = [&] { return Word_Load(pThis->bZoomWake) == 0; };
+  const bool bWritten = Command_WriteIf(pThis, g_tFocusAxis, iChannel, ZoomGoesOn, [&](TMotorCommand& tBlock) {
     Word_Store(tBlock.dwDirection, DIRECTION_DIRECT);
     Word_Store(tBlock.dwPosition, Word_Load(pThis->adwPanFocus[iChannel]));
     Word_Store(tBlock.dwFunction, FUNCTION_FOCUS);
     Word_Store(pThis->bThermalRecheck, 0);
   });
-  if (iWoken != 0) std::puts(szWakingFocusFailed);
+  if (bWritten && Command_Wake(pThis, g_tFocusAxis) != 0) std::puts(szWakingFocusFailed);
 }
 
 void VernierLensd_AutoFocusAfterPositioning(TVernierLensdInfo* pThis) {

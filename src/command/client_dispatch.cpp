@@ -44,18 +44,25 @@ void DispatchSearch(TVernierLensdInfo* pThis, i32 iChannel, const TMotorCommand&
   });
 }
 
+// Both axes, each as far as the lens has it.  The focus is woken first.
+template <typename TWrite>
+void SendBoth(TVernierLensdInfo* pThis, i32 iChannel, TWrite fnWriteZoom, u32 dwFocusFunction) {
+  if (pThis->bSupportZoom != 0) Command_Write(pThis, g_tZoomAxis, iChannel, fnWriteZoom);
+  if (pThis->bSupportFocus != 0) SendFunction(pThis, g_tFocusAxis, iChannel, szWakingFocusMotorFailed, dwFocusFunction);
+  if (pThis->bSupportZoom != 0 && Command_Wake(pThis, g_tZoomAxis) != 0) std::puts(szWakingZoomFailed);
+}
+
 void DispatchPositioning(TVernierLensdInfo* pThis, i32 iChannel, u32 dwFunction) {
-  if (pThis->bSupportFocus != 0) SendFunction(pThis, g_tFocusAxis, iChannel, szWakingFocusMotorFailed, dwFunction);
-  if (pThis->bSupportZoom == 0) return;
-  Send(pThis, g_tZoomAxis, iChannel, szWakingZoomFailed, [&](TMotorCommand& tBlock) {
+  const auto WriteZoom = [&](TMotorCommand& tBlock) {
     Word_Store(tBlock.dwFunction, dwFunction);
     Word_Store(tBlock.dwPosition, g_tVernierLensdConfigInfo.dwZoomVirtualStart);
-  });
+  };
+  SendBoth(pThis, iChannel, WriteZoom, dwFunction);
 }
 
 void DispatchStop(TVernierLensdInfo* pThis, i32 iChannel) {
-  if (pThis->bSupportFocus != 0) SendFunction(pThis, g_tFocusAxis, iChannel, szWakingFocusMotorFailed, FUNCTION_STOP);
-  if (pThis->bSupportZoom != 0) SendFunction(pThis, g_tZoomAxis, iChannel, szWakingZoomFailed, FUNCTION_STOP);
+  const auto WriteZoom = [](TMotorCommand& tBlock) { Word_Store(tBlock.dwFunction, FUNCTION_STOP); };
+  SendBoth(pThis, iChannel, WriteZoom, FUNCTION_STOP);
 }
 
 // The words that later searches and status replies read change behind the wake-up, also when it failed.

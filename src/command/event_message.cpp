@@ -48,14 +48,18 @@ void PressZoom(TVernierLensdInfo* pThis, const TZoomButton& tButton) {
   if (iWoken != 0) std::puts(szWakingZoomFailed);
 }
 
+void EndZoomHold(TVernierLensdInfo* pThis) {
+  Command_Lock(pThis->tZoomBox);
+  Word_Store(pThis->tZoomCommand.bZoomContinuous, 0);
+  Command_Unlock(pThis->tZoomBox);
+}
+
 void HandleZoomButton(TVernierLensdInfo* pThis, const TZoomButton& tButton, u32 dwSubCode) {
   if (pThis->bSupportZoom == 0) return;
   if (dwSubCode == BUTTON_PRESSED) PressZoom(pThis, tButton);
   if (dwSubCode == BUTTON_RELEASED) {
     std::puts(tButton.szReleased);
-    Command_Lock(pThis->tZoomBox);
-    Word_Store(pThis->tZoomCommand.bZoomContinuous, 0);
-    Command_Unlock(pThis->tZoomBox);
+    EndZoomHold(pThis);
   }
 }
 
@@ -83,6 +87,12 @@ void ReleaseAutoFocus(TVernierLensdInfo* pThis) {
 }
 
 void SendRestore(TVernierLensdInfo* pThis, i32 iChannel) {
+  if (pThis->bSupportZoom != 0) {
+    Command_Write(pThis, g_tZoomAxis, iChannel, [](TMotorCommand& tBlock) {
+      Word_Store(tBlock.dwPosition, g_tVernierLensdConfigInfo.dwZoomVirtualStart);
+      Word_Store(tBlock.dwFunction, FUNCTION_POSITIONING);
+    });
+  }
   if (pThis->bSupportFocus != 0) {
     const i32 iWoken = Command_Send(pThis, g_tFocusAxis, iChannel, [&](TMotorCommand& tBlock) {
       Word_Store(tBlock.dwFunction, pThis->bSupportZoom != 0 ? FUNCTION_POSITIONING : FUNCTION_RESETFOCUS);
@@ -90,12 +100,7 @@ void SendRestore(TVernierLensdInfo* pThis, i32 iChannel) {
     if (iWoken != 0) std::puts(szWakingFocusFailed);
     Word_Store(pThis->tFocusCommand.bIris, 1);
   }
-  if (pThis->bSupportZoom == 0) return;
-  const i32 iWoken = Command_Send(pThis, g_tZoomAxis, iChannel, [](TMotorCommand& tBlock) {
-    Word_Store(tBlock.dwPosition, g_tVernierLensdConfigInfo.dwZoomVirtualStart);
-    Word_Store(tBlock.dwFunction, FUNCTION_POSITIONING);
-  });
-  if (iWoken != 0) std::puts(szWakingZoomFailed);
+  if (pThis->bSupportZoom != 0 && Command_Wake(pThis, g_tZoomAxis) != 0) std::puts(szWakingZoomFailed);
 }
 
 bool IsAtWork(TVernierLensdInfo* pThis, const TAxis& tAxis) {
@@ -107,21 +112,15 @@ bool IsAtWork(TVernierLensdInfo* pThis, const TAxis& tAxis) {
 void WaitForRestore(TVernierLensdInfo* pThis) {
   if (pThis->bSupportFocus == 0) return;
   Wait_Poll(qwRestorePoll_us, qwNoBound_us, [&] {
+    for (const TAxis* ptAxis : {&g_tFocusAxis, &g_tZoomAxis}) Command_WakeAgain(pThis, *ptAxis);
     const bool bAtWork = IsAtWork(pThis, g_tFocusAxis) || IsAtWork(pThis, g_tZoomAxis);
     return !bAtWork || g_bTerminated.load() != 0 || g_bRunThread.load() == 0;
   });
 }
 
-// A held zoom would arm itself anew over the restore, and its release could not be read meanwhile.
-void EndZoomHold(TVernierLensdInfo* pThis) {
-  Command_Lock(pThis->tZoomBox);
-  Word_Store(pThis->tZoomCommand.bZoomContinuous, 0);
-  Command_Unlock(pThis->tZoomBox);
-}
-
 void Restore(TVernierLensdInfo* pThis) {
   const i32 iChannels = std::min(g_tVernierLensdConfigInfo.iMaxDevNum, iMaxChannels);
-  EndZoomHold(pThis);
+  EndZoomHold(pThis);  // it would arm itself anew over the restore, and its release could not be read meanwhile
   for (i32 i = 0; i < iChannels && g_bTerminated.load() == 0 && g_bRunThread.load() != 0; i++) {
     Word_Store(pThis->iCurChannel, i);
     SendRestore(pThis, i);

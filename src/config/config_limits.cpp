@@ -18,6 +18,9 @@ struct TLimit {
 constexpr u32 dwMaxOneStep = 32767;  // times dwMaxVirtual still fits a driver's count
 static_assert(u64{dwMaxOneStep} * dwMaxVirtual <= 0x7FFFFFFF);
 constexpr u32 dwMaxOneStepTime_us = 1'000'000;
+constexpr u32 dwMaxDriverWalk = 1'000'000;  // driver steps, far beyond any travel
+constexpr u32 dwMaxSearchTime_us = 10'000'000;
+constexpr u32 dwMaxIrisTime_us = 30'000'000;
 
 constexpr TLimit g_atLimits[] = {
     {"zoom/virtual/onestep", &TVernierLensdConfigInfo::dwZoomVirtualOneStep, dwMaxOneStep},
@@ -26,6 +29,15 @@ constexpr TLimit g_atLimits[] = {
     {"focus/virtual/onestep", &TVernierLensdConfigInfo::dwFocusVirtualOneStep, dwMaxOneStep},
     {"focus/onesteptime", &TVernierLensdConfigInfo::dwFocusOneStepTime, dwMaxOneStepTime_us},
     {"focus/adjuststep", &TVernierLensdConfigInfo::dwFocusAdjustStep, dwMaxVirtual},
+    {"zoom/motor/positioningstep", &TVernierLensdConfigInfo::dwZoomMotorPositioningStep, dwMaxDriverWalk},
+    {"zoom/pi/searchstep", &TVernierLensdConfigInfo::dwZoomPISearchStep, dwMaxDriverWalk},
+    {"zoom/pi/backwardshitf", &TVernierLensdConfigInfo::dwZoomPIBackwardShift, dwMaxDriverWalk},
+    {"focus/motor/positioningstep", &TVernierLensdConfigInfo::dwFocusMotorPositioningStep, dwMaxDriverWalk},
+    {"focus/pi/searchstep", &TVernierLensdConfigInfo::dwFocusPISearchStep, dwMaxDriverWalk},
+    {"focus/pi/forwardshitf", &TVernierLensdConfigInfo::dwFocusPIForwardShift, dwMaxDriverWalk},
+    {"focus/pi/backwardshitf", &TVernierLensdConfigInfo::dwFocusPIBackwardShift, dwMaxDriverWalk},
+    {"onestepsearchtime", &TVernierLensdConfigInfo::dwOneStepSearchTime, dwMaxSearchTime_us},
+    {"openiristime", &TVernierLensdConfigInfo::dwOpenIrisTime, dwMaxIrisTime_us},
 };
 
 }  // namespace

@@ -80,7 +80,9 @@ void SendPositioning(TVernierLensdInfo* pThis, const TAxis& tAxis, const char* s
 void PowerLoss_LookAtLogs(TVernierLensdInfo* pThis) {
   const bool bLog = VernierLensd_ZoomLogExists() == 0 || VernierLensd_FocusLogExists() == 0;
   if (bLog) pThis->bPowerLost = 1;
-  if (pThis->bPowerLost != 0) LoseReferences(pThis);
+  if (pThis->bPowerLost == 0) return;
+  LoseReferences(pThis);
+  if (!bLog) MarkRestore(pThis);  // positions that cannot be are no mark that outlives the next save
 }
 
 i32 VernierLensd_LoadStatusFile(TVernierLensdInfo* pThis) {

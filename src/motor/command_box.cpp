@@ -22,6 +22,10 @@ i32 Command_Wake(TVernierLensdInfo* pThis, const TAxis& tAxis) {
   return send(aiPair[0], &bWake, sizeof bWake, MSG_DONTWAIT) < 0 ? -1 : 0;
 }
 
+void Command_WakeAgain(TVernierLensdInfo* pThis, const TAxis& tAxis) {
+  if (Word_Load(pThis->*tAxis.pbWake) != 0) Command_Wake(pThis, tAxis);
+}
+
 void Command_Take(TVernierLensdInfo* pThis, const TAxis& tAxis) {
   TCommandBox& tBox = Axis_Box(pThis, tAxis);
   const TMotorCommand& tBlock = Axis_Command(pThis, tAxis);

@@ -18,35 +18,49 @@ void Command_Unlock(TCommandBox& tBox);
 // and the next command's bytes carry this one as well.
 i32 Command_Wake(TVernierLensdInfo* pThis, const TAxis& tAxis);
 
-// Writes a command and wakes the axis's thread; also where the lens lacks the axis.  fnWrite gets the block and stores
-// its words with Word_Store.  Any thread.  0, or -1 when the wake-up failed: the caller prints its path's line and goes
-// on.
-template <typename TWrite>
-i32 Command_Send(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 iChannel, TWrite fnWrite) {
+// Writes a command into an axis's block, if fnMay still says so under the lock; also where the lens lacks the axis.
+// fnWrite gets the block and stores its words with Word_Store.  Any thread.  False: left out.
+template <typename TMay, typename TWrite>
+bool Command_WriteIf(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 iChannel, TMay fnMay, TWrite fnWrite) {
   TCommandBox& tBox = Axis_Box(pThis, tAxis);
   Command_Lock(tBox);
-  fnWrite(Axis_Command(pThis, tAxis));
-  tBox.iChannel = iChannel;
-  Word_Publish(pThis->*tAxis.pbWake, 1);
-  Command_Unlock(tBox);
-  return Command_Wake(pThis, tAxis);
-}
-
-// A command that follows from the axis's own work: written like any other, but left out where a newer command stands in
-// the block already.  Any thread.  As Command_Send; left out counts as 0.
-template <typename TWrite>
-i32 Command_SendFollowUp(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 iChannel, TWrite fnWrite) {
-  TCommandBox& tBox = Axis_Box(pThis, tAxis);
-  Command_Lock(tBox);
-  const bool bFree = Word_Load(pThis->*tAxis.pbWake) == 0;
-  if (bFree) {
+  const bool bMay = fnMay();
+  if (bMay) {
     fnWrite(Axis_Command(pThis, tAxis));
     tBox.iChannel = iChannel;
     Word_Publish(pThis->*tAxis.pbWake, 1);
   }
   Command_Unlock(tBox);
-  return bFree ? Command_Wake(pThis, tAxis) : 0;
+  return bMay;
 }
+
+// Writes a command without waking the thread.  A command for both axes writes the zoom's first and wakes the focus
+// first: a zoom that is on its way to send the focus along then sees its flag and leaves that out.
+template <typename TWrite>
+void Command_Write(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 iChannel, TWrite fnWrite) {
+  Command_WriteIf(
+      pThis, tAxis, iChannel, [] { return true; }, fnWrite);
+}
+
+// Writes a command and wakes the axis's thread.  Any thread.  0, or -1 when the wake-up failed: the caller prints its
+// path's line and goes on.
+template <typename TWrite>
+i32 Command_Send(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 iChannel, TWrite fnWrite) {
+  Command_Write(pThis, tAxis, iChannel, fnWrite);
+  return Command_Wake(pThis, tAxis);
+}
+
+// A command that follows from the axis's own work: written like any other, but left out where a newer command stands in
+// the block already.  As Command_Send; left out counts as 0.
+template <typename TWrite>
+i32 Command_SendFollowUp(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 iChannel, TWrite fnWrite) {
+  const auto IsFree = [&] { return Word_Load(pThis->*tAxis.pbWake) == 0; };
+  return Command_WriteIf(pThis, tAxis, iChannel, IsFree, fnWrite) ? Command_Wake(pThis, tAxis) : 0;
+}
+
+// Sends the bytes once more while the flag is set: those of a send that failed would be missed for ever.  For long
+// waits.
+void Command_WakeAgain(TVernierLensdInfo* pThis, const TAxis& tAxis);
 
 // True while a command of the axis is pending or its thread is inside the dispatcher.  Any thread.  dwFunction tells
 // less: it falls before the command's bracket is closed, and a search that failed leaves it standing.

@@ -22,6 +22,7 @@ void Bracket(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, FStep pfnStep
 void Search(TVernierLensdInfo* pThis, i32 fd, FStep pfnSearch);
 void FindLostReference(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd);
 void Position(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, FStep pfnStep);
+void FindOtherReferences(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd);
 bool SaveRunningChannel(TVernierLensdInfo* pThis, const TAxis& tAxis);
 void CloseLog(TVernierLensdInfo* pThis, const TAxis& tAxis, bool bSaved);
 void StoreFocusDefault(TVernierLensdInfo* pThis, u32 dwDefaultPosition);
@@ -106,18 +107,24 @@ void Search(TVernierLensdInfo* pThis, i32 fd, FStep pfnSearch) {
   CloseLog(pThis, g_tFocusAxis, bSaved);
 }
 
-// A walk to the reference.  After a power loss every channel's counter is false: the others follow in the same bracket.
+// A walk to the reference.  After a power loss every channel's counter is false, and on a lens without focus a restore
+// sends all channels at once and runs one of them: the others go first, in the same bracket.
 void Position(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, FStep pfnStep) {
-  TCommandBox& tBox = Axis_Box(pThis, tAxis);
   tAxis.pfnCreateLog();
+  if (pThis->bPowerLost != 0 || pThis->bSupportFocus == 0) FindOtherReferences(pThis, tAxis, fd);
   pfnStep(pThis, fd);
+  CloseLog(pThis, tAxis, SaveRunningChannel(pThis, tAxis));
+}
+
+void FindOtherReferences(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd) {
+  TCommandBox& tBox = Axis_Box(pThis, tAxis);
   const i32 iChannel = tBox.iRunningChannel;
-  for (i32 i = 0; pThis->bPowerLost != 0 && i < g_tVernierLensdConfigInfo.iMaxDevNum; i++) {
+  for (i32 i = 0; i < g_tVernierLensdConfigInfo.iMaxDevNum && g_bRunThread.load() != 0; i++) {
     tBox.iRunningChannel = i;
-    FindLostReference(pThis, tAxis, fd);
+    if (i != iChannel) FindLostReference(pThis, tAxis, fd);
   }
   tBox.iRunningChannel = iChannel;
-  CloseLog(pThis, tAxis, SaveRunningChannel(pThis, tAxis));
+  Motor_Request(fd, MOTOR_SELECT_DEVICE, iChannel);  // the step may rely on what was selected before
 }
 
 // A newer command has overtaken the recovery: what it asks for must not start from a false counter.
@@ -136,6 +143,7 @@ bool SaveRunningChannel(TVernierLensdInfo* pThis, const TAxis& tAxis) {
 
 // A position that is not saved, or not known, leaves the log standing: the next start then finds the lens itself.
 void CloseLog(TVernierLensdInfo* pThis, const TAxis& tAxis, bool bSaved) {
+  if (!bSaved) tAxis.pfnCreateLog();  // it may have failed before the move
   if (bSaved && Reference_IsKnownOnAll(pThis, tAxis)) tAxis.pfnDeleteLog();
 }
 

@@ -48,8 +48,9 @@ i32 MotorThread_Serve(TVernierLensdInfo* pThis, const TAxis& tAxis) {
   }
   const bool bPass =
       g_tVernierLensdConfigInfo.*tAxis.pbPISupport != 0 && g_tVernierLensdConfigInfo.dwRestoreStatus == STATUS_NORMAL;
-  if (bPass) PIPass_Run(pThis, tAxis, fd);
+  // Before the pass, which takes minutes: by then others may have set these words for a newer target.
   if (tAxis.bFocusLeads) FollowSavedZoom(pThis);
+  if (bPass) PIPass_Run(pThis, tAxis, fd);
   Wait_Poll(qwReadyPoll_us, qwNoBound_us,
             [&] { return Word_Take(pThis->*tAxis.pbWakeReady) != 0 || g_bRunThread.load() == 0; });
   while (g_bRunThread.load() != 0) {

@@ -137,14 +137,15 @@ void PIPass_Run(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd) {
     Motor_Request(fd, MOTOR_SELECT_DEVICE, i);
     const bool bWasLost = Reference_IsLost(pThis, tAxis, i);
     const i32 iResult = VernierLensd_SearchPI(tAxis.szPassName, 1, fd, Word_Load((pThis->*tAxis.padwPosition)[i]),
-                                             Axis_Config(tAxis.pdwPISearchStep), Axis_Config(tAxis.pdwPIBackwardShift),
-                                             Axis_Config(tAxis.pdwVirtualOneStep));
+                                              Axis_Config(tAxis.pdwPISearchStep), Axis_Config(tAxis.pdwPIBackwardShift),
+                                              Axis_Config(tAxis.pdwVirtualOneStep));
     tBox.iRunningChannel = i;
     if (iResult == iSearchNotBegun && g_bRunThread.load() == 0) break;  // the lens has not moved
     if (!bWasLost) Reference_Set(pThis, tAxis, iResult == 0);
     SetDone(tAxis, 1);
   }
   WaitForOther(pThis, tAxis, tOther, g_tVernierLensdConfigInfo.iMaxDevNum);
+  SetDone(tAxis, 1);  // also where the pass was left in the middle: the sensor must not stay powered
   VernierLensd_SetPIPowerOff(fd);
   if (Reference_IsKnownOnAll(pThis, tAxis)) tAxis.pfnDeleteLog();
 }

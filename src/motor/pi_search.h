@@ -9,7 +9,8 @@
 // Walks dwSearchStep driver steps in the direction that the caller has set, searches the sensor over as many, then
 // walks dwBackwardShift steps backward if bGoBack is set, and dwPosition * dwOneStep steps forward: the last approach
 // runs forward.  One axis searches at a time; the other waits for up to a minute.  pszName is for the log.
-// 0.  -1: not found, the lens stands anywhere.  iSearchNotBegun: waited too long, or the daemon is to end; nothing moved.
+// 0.  -1: not found, the lens stands anywhere.  iSearchNotBegun: waited too long, or the daemon is to end; nothing
+// moved.
 constexpr i32 iSearchNotBegun = 1;
 i32 VernierLensd_SearchPI(const char* pszName, u32 bGoBack, i32 fd, u32 dwPosition, u32 dwSearchStep,
                           u32 dwBackwardShift, u32 dwOneStep);

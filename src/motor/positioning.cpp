@@ -57,7 +57,9 @@ void VernierLensd_ResetFocus(TVernierLensdInfo* pThis, i32 fd) {
   const u32 dwReference = FocusReference_SetDirection(fd);
   WalkToFocusEnd(fd);
   Word_Store(Axis_Position(pThis, g_tFocusAxis), dwReference);
-  Reference_Set(pThis, g_tFocusAxis, true);
+  // Without a selected channel this may have been another one's motor: then a lost reference stays lost, and the move
+  // that follows finds it.
+  if (g_tVernierLensdConfigInfo.iMaxDevNum <= 1) Reference_Set(pThis, g_tFocusAxis, true);
   const i32 iWoken =
       Command_SendFollowUp(pThis, g_tFocusAxis, pThis->tFocusBox.iRunningChannel, [&](TMotorCommand& tBlock) {
         Word_Store(tBlock.dwDirection, DIRECTION_DIRECT);
