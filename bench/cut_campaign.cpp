@@ -1,5 +1,7 @@
-// Cuts the power at every event of every command, and at drawn times, and judges what the next starts make of it.
-//   cut_campaign [--only ROW] [--event N | --time US] [--seed S] [--seeds K] [--every N] [--times N] [--jobs N]
+// Cuts the power at every event of every command, and at drawn times, of these half a second time in
+// the next start, and judges what the next starts make of it.
+//   cut_campaign [--only ROW] [--event N | --time US] [--again N] [--seed S] [--seeds K] [--every N] [--times N]
+//   [--jobs N]
 //                [--verbose]
 // ROW is MODEL or MODEL/COMMAND.  --verbose shows the transcripts of a loss.  Exit status: 0 all survived; 1 some lost,
 // or a row that could not be tried; 2 wrong usage.
@@ -12,7 +14,8 @@
 
 namespace {
 
-constexpr u32 dwMaxLosses = 3;  // that are shown of a row
+constexpr u32 dwMaxLosses = 3;     // that are shown of a row
+constexpr u64 qwAgainBelow = 300;  // events of a start: the recovery's walks and the beginning of its search
 
 struct TOptions : TCampaignOptions {
   TCutMoment tMoment = {};  // if set, the only one
@@ -64,11 +67,13 @@ std::vector<TCutMoment> Moments(const TOptions& tOptions, const TCutRow& tRow, u
   std::vector<TCutMoment> atMoments;
   // Another seed begins its sample elsewhere.
   for (u64 qwEvent = 1 + qwSeed % qwEvery; qwEvent <= qwEvents; qwEvent += qwEvery) {
-    atMoments.push_back({.qwEvent = qwEvent, .qwTime_us = 0});
+    atMoments.push_back({.qwEvent = qwEvent, .qwTime_us = 0, .qwAgain = 0});
   }
   std::mt19937_64 tDraw(qwSeed);
   for (u64 qw = 0; qw < tOptions.qwTimes; qw++) {
-    atMoments.push_back({.qwEvent = 0, .qwTime_us = 1 + tDraw() % (tRow.qwEnd_ms * 1000 - 1)});
+    const u64 qwTime_us = 1 + tDraw() % (tRow.qwEnd_ms * 1000 - 1);
+    const u64 qwAgain = qw % 2 == 0 ? 0 : 1 + tDraw() % qwAgainBelow;
+    atMoments.push_back({.qwEvent = 0, .qwTime_us = qwTime_us, .qwAgain = qwAgain});
   }
   return atMoments;
 }
@@ -94,9 +99,10 @@ void PrintRow(const TOptions& tOptions, const TCutRow& tRow, const TTally& tTall
   for (u32 dw = 0; dw < tTally.dwLosses && dw < dwMaxLosses; dw++) {
     const TLoss& tLoss = tTally.atLosses[dw];
     const bool bEvent = tLoss.tMoment.qwEvent != 0;
-    std::printf("lost: cut_campaign --only %s %s %zu --seed %zu --verbose   # %s\n", NameOf(tRow).c_str(),
-                bEvent ? "--event" : "--time", std::size_t{bEvent ? tLoss.tMoment.qwEvent : tLoss.tMoment.qwTime_us},
-                std::size_t{tLoss.qwSeed}, tLoss.szWhat);
+    const u64 qwMoment = bEvent ? tLoss.tMoment.qwEvent : tLoss.tMoment.qwTime_us;
+    std::printf("lost: cut_campaign --only %s %s %zu --again %zu --seed %zu --seeds 1 --verbose   # %s\n",
+                NameOf(tRow).c_str(), bEvent ? "--event" : "--time", std::size_t{qwMoment},
+                std::size_t{tLoss.tMoment.qwAgain}, std::size_t{tLoss.qwSeed}, tLoss.szWhat);
   }
   std::fflush(stdout);
 }
@@ -105,13 +111,15 @@ void PrintRow(const TOptions& tOptions, const TCutRow& tRow, const TTally& tTall
 
 int main(int iCount, char** apszArgs) {
   TOptions tOptions;
+  tOptions.qwSeeds = 4;  // draws of what the flash lost
   const TNumberOption atOwn[] = {{"--event", &tOptions.tMoment.qwEvent},
                                  {"--time", &tOptions.tMoment.qwTime_us},
+                                 {"--again", &tOptions.tMoment.qwAgain},
                                  {"--every", &tOptions.qwEvery},
                                  {"--times", &tOptions.qwTimes}};
   if (!Campaign_ReadOptions(iCount, apszArgs, atOwn, &tOptions)) {
     std::fputs(
-        "cut_campaign [--only ROW] [--event N | --time US] [--seed S] [--seeds K] [--every N] [--times N] "
+        "cut_campaign [--only ROW] [--event N | --time US] [--again N] [--seed S] [--seeds K] [--every N] [--times N] "
         "[--jobs N] [--verbose]\n",
         stderr);
     return 2;

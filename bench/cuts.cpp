@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <sstream>
 #include <string_view>
 
 #include "clock/clock.h"
@@ -40,6 +41,9 @@ void SetScene(const TCamera& tCamera, const TCutRow& tRow) {
   } else {
     tCamera.Write(szStatusPath, tRow.pszStatus);
   }
+  const TLensModel& tModel = *Lenses_Find(tRow.szModel);
+  if (tRow.bDisplaced && Model_HasZoom(tModel)) tCamera.Place(LENS_ZOOM, tModel.tZoom.dwFirstPosition + 33);
+  if (tRow.bDisplaced && Model_HasFocus(tModel)) tCamera.Place(LENS_FOCUS, tModel.tFocus.dwFirstPosition - 44);
   tCamera.Write(szBackupPath, "zoom_motor=150\nfocus_motor=300\n");
 }
 
@@ -63,12 +67,16 @@ TLifeResult CutLife(const TCamera& tCamera, const TCutRow& tRow, const TCutMomen
 }
 
 // A life of nothing but a look at every channel shortly before its end.
-TLifeResult RestingLife(const TCamera& tCamera, i32 iChannels, u64 qwFor_ms, u64 qwSeed) {
-  std::vector<TLifeEvent> atLooks;
+TLifeResult RestingLife(const TCamera& tCamera, i32 iChannels, u64 qwFor_ms, u64 qwSeed, u64 qwCutAtEvent = 0) {
+  TLifePlan tPlan;
+  tPlan.sRoot = tCamera.sRoot;
+  tPlan.qwSeed = qwSeed;
   for (i32 i = 0; i < iChannels; i++) {
-    atLooks.push_back(Ask(qwFor_ms, "channel=" + std::to_string(i) + "&function=getstatus"));
+    tPlan.atEvents.push_back(Ask(qwFor_ms, "channel=" + std::to_string(i) + "&function=getstatus"));
   }
-  return Live(tCamera, std::move(atLooks), qwFor_ms + 200, qwSeed);
+  tPlan.qwEnd_us = (qwFor_ms + 200) * 1000;
+  tPlan.qwCutAtEvent = qwCutAtEvent;
+  return Life_Run(tPlan);
 }
 
 // What is wrong with a life that should have ended in order; "" nothing.
@@ -94,29 +102,45 @@ std::string WhyAxisWrong(const TCamera& tCamera, const std::string& sStatus, ELe
   return sWhere + " believed " + std::to_string(iBelieved) + ", true " + std::to_string(dTruth);
 }
 
+bool LogStands(const TCamera& tCamera) {
+  return access(tCamera.Path(szZoomLogPath).c_str(), F_OK) == 0 ||
+         access(tCamera.Path(szFocusLogPath).c_str(), F_OK) == 0;
+}
+
 // The replies' last iChannels are the status of each channel.
-std::string WhyLensWrong(const TCamera& tCamera, const TLensModel& tModel, const TLifeResult& tResult) {
-  const std::size_t dwChannels = static_cast<std::size_t>(tModel.iChannels);
-  if (tResult.asReplies.size() < dwChannels) return "no reply";
-  for (std::size_t dw = 0; dw < dwChannels; dw++) {
-    const std::string& sStatus = tResult.asReplies[tResult.asReplies.size() - dwChannels + dw];
+std::string WhyLensWrong(const TCamera& tCamera, const TLensModel& tModel, i32 iChannels, const TLifeResult& tResult) {
+  const std::size_t dwAll = static_cast<std::size_t>(tModel.iChannels);
+  if (tResult.asReplies.size() < dwAll) return "no reply";
+  for (i32 i = 0; i < iChannels; i++) {
+    const std::string& sStatus = tResult.asReplies[tResult.asReplies.size() - dwAll + static_cast<std::size_t>(i)];
     std::string sWhy;
-    if (Model_HasZoom(tModel)) sWhy = WhyAxisWrong(tCamera, sStatus, LENS_ZOOM, static_cast<i32>(dw));
-    if (sWhy.empty() && Model_HasFocus(tModel)) {
-      sWhy = WhyAxisWrong(tCamera, sStatus, LENS_FOCUS, static_cast<i32>(dw));
-    }
+    if (Model_HasZoom(tModel)) sWhy = WhyAxisWrong(tCamera, sStatus, LENS_ZOOM, i);
+    if (sWhy.empty() && Model_HasFocus(tModel)) sWhy = WhyAxisWrong(tCamera, sStatus, LENS_FOCUS, i);
     if (!sWhy.empty()) return sWhy;
   }
   return "";
 }
 
-std::string Judge(const TCamera& tCamera, const TLensModel& tModel, const TLifeResult& tResult) {
+// A move can overtake the recovery: the other channels are then found at their next command, and the log tells of them.
+std::string JudgeRecovery(const TCamera& tCamera, const TLensModel& tModel, const TLifeResult& tResult) {
   const std::string sWhy = WhyNotOrderly(tResult);
-  return sWhy.empty() ? WhyLensWrong(tCamera, tModel, tResult) : sWhy;
+  return sWhy.empty() ? WhyLensWrong(tCamera, tModel, LogStands(tCamera) ? 1 : tModel.iChannels, tResult) : sWhy;
 }
 
+std::string JudgeNextStart(const TCamera& tCamera, const TLensModel& tModel, const TLifeResult& tResult) {
+  std::string sWhy = WhyNotOrderly(tResult);
+  if (sWhy.empty()) sWhy = WhyLensWrong(tCamera, tModel, tModel.iChannels, tResult);
+  if (sWhy.empty() && LogStands(tCamera)) sWhy = "a working log stands for good";
+  return sWhy;
+}
+
+// Without the waits, which would be all that is left to see.
 std::string Tail(const char* szTitle, const TLifeResult& tResult) {
-  const std::string& sAll = tResult.sTranscript;
+  std::istringstream tLines(tResult.sTranscript);
+  std::string sAll;
+  for (std::string sLine; std::getline(tLines, sLine);) {
+    if (sLine.find(" select ") == std::string::npos && sLine.find(" sleep ") == std::string::npos) sAll += sLine + "\n";
+  }
   const std::size_t dwFrom = sAll.size() > dwTaleShown ? sAll.find('\n', sAll.size() - dwTaleShown) + 1 : 0;
   return std::string("--- ") + szTitle + "\n" + sAll.substr(dwFrom) + tResult.sStderr;
 }
@@ -140,15 +164,16 @@ const std::vector<TCutRow>& Cuts_Rows() {
        20'000,
        "normal\n",
        5},
-      {"restore", "zoom", {}, 60'000, "restore\n", 3},
+      {"restore", "zoom", {}, 60'000, "restore\n", 3, nullptr, true},
       {"backup", "zoom", {}, 5'000, "backup\n"},
-      {"first-start", "zoom", {}, 60'000, pszNoStatus, 3},
+      {"first-start", "zoom", {}, 60'000, pszNoStatus, 3, nullptr, true},
       {"relative", "zoomonly", {Ask(qwAt_ms, "function=zoom&direction=forward&steps=20")}, 1'500},
       {"take-up", "zoomonly", {Ask(qwAt_ms, "function=zoom&direction=direct&position=20")}, 1'500},
       {"end-stop", "zoomonly", {Ask(qwAt_ms, "function=positioning")}, 3'000},
       {"backup", "zoomonly", {}, 3'000, "backup\n"},
-      {"first-start", "zoomonly", {}, 5'000, pszNoStatus},
+      {"first-start", "zoomonly", {}, 5'000, pszNoStatus, 1, nullptr, true},
       {"start", "focus", {}, qwFocusAt_ms},
+      {"start-then-backup", "focus", {}, qwFocusAt_ms, "normal\n", 1, "backup\n"},
       {"relative", "focus", {Ask(qwFocusAt_ms, "function=focus&direction=forward&steps=20")}, qwFocusAt_ms + 1'500},
       {"take-up", "focus", {Ask(qwFocusAt_ms, "function=focus&direction=direct&position=500")}, qwFocusAt_ms + 1'500},
       {"sensor", "focus", {Ask(qwFocusAt_ms, "function=positioning")}, qwFocusAt_ms + 30'000, "normal\n", 3},
@@ -156,10 +181,11 @@ const std::vector<TCutRow>& Cuts_Rows() {
       {"reset-focus", "focus", {Ask(qwFocusAt_ms, "function=resetfocus")}, qwFocusAt_ms + 8'000},
       {"auto-focus", "focus", {Ask(qwFocusAt_ms, "function=auto")}, qwFocusAt_ms + 30'000, "normal\n", 5},
       {"scan", "focus", {Ask(qwFocusAt_ms, "function=scan")}, qwFocusAt_ms + 60'000, "normal\n", 11},
-      {"restore", "focus", {}, 20'000, "restore\n"},
+      {"restore", "focus", {}, 20'000, "restore\n", 1, nullptr, true},
       {"backup", "focus", {}, 20'000, "backup\n"},
-      {"first-start", "focus", {}, 20'000, pszNoStatus},
+      {"first-start", "focus", {}, 20'000, pszNoStatus, 1, nullptr, true},
       {"start", "quad", {}, qwQuadAt_ms, "normal\n", 3},
+      {"start-then-backup", "quad", {}, qwQuadAt_ms, "normal\n", 3, "backup\n"},
       {"take-up",
        "quad",
        {Ask(qwQuadAt_ms, "channel=2&function=zoom&direction=direct&position=80")},
@@ -168,7 +194,7 @@ const std::vector<TCutRow>& Cuts_Rows() {
        3},
       {"sensor", "quad", {Ask(qwQuadAt_ms, "channel=1&function=positioning")}, qwQuadAt_ms + 60'000, "normal\n", 7},
       {"backup", "quad", {}, 10'000, "backup\n"},
-      {"first-start", "quad", {}, 240'000, pszNoStatus, 19},
+      {"first-start", "quad", {}, 240'000, pszNoStatus, 19, nullptr, true},
   };
   return atRows;
 }
@@ -187,15 +213,20 @@ TCutOutcome Cuts_Try(const TCamera& tCamera, const TCutRow& tRow, const TCutMome
   if (tCut.eEnd != LIFE_CUT) {
     return {.bSurvived = false, .sLoss = "the first life was not cut: " + tCut.sStderr, .sTale = Tail("cut", tCut)};
   }
+  if (tRow.pszNextStatus != nullptr) tCamera.Write(szStatusPath, tRow.pszNextStatus);
+  if (tMoment.qwAgain != 0) {
+    RestingLife(tCamera, tModel.iChannels, tPatience.qwRecovery_ms, qwSeed, tMoment.qwAgain);
+  }
   const TLifeResult tRecovery = RestingLife(tCamera, tModel.iChannels, tPatience.qwRecovery_ms, qwSeed);
-  std::string sLoss = Judge(tCamera, tModel, tRecovery);
+  std::string sLoss = JudgeRecovery(tCamera, tModel, tRecovery);
   if (!sLoss.empty()) {
     return {.bSurvived = false, .sLoss = sLoss, .sTale = Tail("cut", tCut) + Tail("next start", tRecovery)};
   }
-  const TLifeResult tClean = RestingLife(tCamera, tModel.iChannels, tPatience.qwStart_ms, qwSeed);
-  sLoss = Judge(tCamera, tModel, tClean);
+  const u64 qwFor_ms = LogStands(tCamera) ? tPatience.qwRecovery_ms : tPatience.qwStart_ms;
+  const TLifeResult tNext = RestingLife(tCamera, tModel.iChannels, qwFor_ms, qwSeed);
+  sLoss = JudgeNextStart(tCamera, tModel, tNext);
   if (sLoss.empty()) return {.bSurvived = true, .sLoss = "", .sTale = ""};
   return {.bSurvived = false,
           .sLoss = "after a further start: " + sLoss,
-          .sTale = Tail("cut", tCut) + Tail("next start", tRecovery) + Tail("further start", tClean)};
+          .sTale = Tail("cut", tCut) + Tail("next start", tRecovery) + Tail("further start", tNext)};
 }

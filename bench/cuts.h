@@ -12,21 +12,24 @@
 struct TCutRow {
   const char* szName;
   const char* szModel;
-  std::vector<TLifeEvent> atEvents;    // of the life that is cut
-  u64 qwEnd_ms;                        // of that life, should it not be cut
-  const char* pszStatus = "normal\n";  // status file at its start, null none
-  u64 qwEvery = 1;                     // sensible sample: one event in so many
+  std::vector<TLifeEvent> atEvents;     // of the life that is cut
+  u64 qwEnd_ms;                         // of that life, should it not be cut
+  const char* pszStatus = "normal\n";   // status file at its start, null none
+  u64 qwEvery = 1;                      // sensible sample: one event in so many
+  const char* pszNextStatus = nullptr;  // status file at the start behind the cut; null: what the cut has left
+  bool bDisplaced = false;              // the lens stands elsewhere than the saved state says, as a new camera's may
 };
 
 const std::vector<TCutRow>& Cuts_Rows();
 
-// Events of the row's life without a cut.  0: it did not end in order, or the lens was not where the daemon said.
+// Events of the row's life without a cut.  0: it did not end in order.
 u64 Cuts_CountEvents(const TCamera& tCamera, const TCutRow& tRow, u64 qwSeed);
 
 // A moment of a life.  Most of the time no hooked call is made: only a time falls into a walk that blocks.
 struct TCutMoment {
   u64 qwEvent = 0;    // from 1; 0: at a time
   u64 qwTime_us = 0;  // camera time since the start of the life
+  u64 qwAgain = 0;    // event of the next start at which the power is cut again, 0 never
 };
 
 struct TCutOutcome {
@@ -35,7 +38,7 @@ struct TCutOutcome {
   std::string sTale;  // last lines of the three transcripts; "" if survived
 };
 
-// Cuts the row's life and judges what the next two starts make of it: each comes to rest, ends in
-// order, and believes of every axis and channel what is true.  The seed decides the threads' turns and the flash's
-// fate.
+// Cuts the row's life and judges what the next two starts make of it: each comes to rest, ends in order, and believes
+// of every axis and channel what is true; no working log stands at the end.  The seed decides the threads' turns and
+// the flash's fate.
 TCutOutcome Cuts_Try(const TCamera& tCamera, const TCutRow& tRow, const TCutMoment& tMoment, u64 qwSeed);

@@ -101,7 +101,7 @@ constexpr TLensModel g_tFocusModel{
                .iPI = 4032,
                .bCheckPIWalk = 1,
                .qwStepTime_ns = 450'000},
-    .tSearch = {.iRangeFirst = 400,
+    .tSearch = {.iRangeFirst = 1000,  // the whole: without a zoom there is no pan focus to centre a shorter one on
                 .iRangeSecond = 100,
                 .iRangeThird = 20,
                 .dwStepFine = 1,
