@@ -24,9 +24,9 @@ TEST_P(Cut, IsSurvived) {
   const u64 qwEvents = Cuts_CountEvents(tCamera, tRow, FirstSeed());
   ASSERT_GT(qwEvents, 50U) << "the life without a cut is not in order";
   std::mt19937_64 tDraw(FirstSeed());
-  for (u64 qw = 0; qw < Lives(8); qw++) {
+  for (u64 qw = 0; qw < Lives(6); qw++) {
     TCutMoment tMoment;
-    if (qw % 4 != 3) {
+    if (qw % 3 != 2) {
       tMoment.qwEvent = 1 + tDraw() % qwEvents;
     } else {
       tMoment.qwTime_us = 1 + tDraw() % (tRow.qwEnd_ms * 1000 - 1);
