@@ -1,6 +1,7 @@
 // Whole lives of the daemon on the virtual clock, judged by replies, printed lines and the true lens.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <csignal>
 #include <random>
 
@@ -251,6 +252,23 @@ TEST(Life, ZoomButtonRepeatsInGrowingSteps) {
   ExpectEnd(tCamera, tResult, {.szName = "", .szModel = "", .atEvents = {}, .dZoom = -2, .dFocus = -2});
 }
 
+// A second press during a hold, of either button, renews the time only: the direction stays, and the steps start small
+// again.
+TEST(Life, SecondPressRenewsTheHold) {
+  const TCamera tCamera("zoom");
+  const std::string sIn = EventFrame("<message><zoominbutton>pressed</zoominbutton></message>");
+  const std::string sOut = EventFrame("<message><zoomoutbutton>pressed</zoomoutbutton></message>");
+  const std::string sReleased = EventFrame("<message><zoominbutton>released</zoominbutton></message>");
+  const TLifeResult tResult =
+      Live(tCamera,
+           {Frame(100, tCamera, sIn), Frame(1000, tCamera, sOut), Frame(1900, tCamera, sReleased), Ask(9000, szStatus)},
+           9500);
+  EXPECT_EQ(Requests(tResult, "zoommotor").find("240"), std::string::npos) << Tale(tResult);
+  EXPECT_EQ(Requests(tResult, "zoommotor").find("BACKWARD"), std::string::npos) << Tale(tResult);
+  ExpectEnd(tCamera, tResult, {.szName = "", .szModel = "", .atEvents = {}, .dZoom = -2, .dFocus = -2});
+  EXPECT_EQ(tCamera.Truth(LENS_ZOOM), 206);
+}
+
 TEST(Life, FramesThatAreNoneCostALine) {
   const struct {
     std::string sBytes;
@@ -333,6 +351,48 @@ TEST(Seeds, BelievedEqualsTrueAfterAnyClients) {
                  .iChannel = iChannel});
     }
     for (const std::string& sReply : tResult.asReplies) ASSERT_NE(sReply, "");
+    if (HasFailure()) return;
+  }
+}
+
+// Clients, buttons and a power cut at a drawn event; the next start repairs the lens while clients go on.
+TEST(Seeds, BelievedEqualsTrueBehindAPowerCut) {
+  const char* const aszModels[] = {"zoom", "zoomonly", "focus"};
+  const char* const aszButtons[] = {
+      "<afbutton>pressed</afbutton>",           "<afbutton>released</afbutton>",
+      "<zoominbutton>pressed</zoominbutton>",   "<zoominbutton>released</zoominbutton>",
+      "<zoomoutbutton>pressed</zoomoutbutton>", "<zoomoutbutton>released</zoomoutbutton>"};
+  for (u64 qw = 0; qw < Lives(1000); qw++) {
+    const u64 qwSeed = FirstSeed() + qw;
+    const char* szModel = aszModels[qwSeed % std::size(aszModels)];
+    const TCamera tCamera(szModel);
+    std::mt19937_64 tDraw(qwSeed);
+    TLifePlan tPlan;
+    tPlan.sRoot = tCamera.sRoot;
+    tPlan.qwSeed = qwSeed;
+    tPlan.atEvents = RandomClients(szModel, qwSeed, 2500);
+    for (const char* szButton : aszButtons) {
+      tPlan.atEvents.push_back(
+          Frame(50 + tDraw() % 2500, tCamera, EventFrame(std::string("<message>") + szButton + "</message>")));
+    }
+    std::ranges::stable_sort(tPlan.atEvents, {}, &TLifeEvent::qwAt_us);
+    tPlan.qwCutAtEvent = 1 + tDraw() % 900;
+    tPlan.qwEnd_us = 20'000'000;
+    Life_Run(tPlan);
+    const TLifeResult tResult =
+        Live(tCamera,
+             {Ask(1 + tDraw() % 9000, "function=stop"), Ask(tDraw() % 9000, "function=zoom&direction=forward&steps=5"),
+              Ask(120'000, szStatus)},
+             121'000, qwSeed);
+    SCOPED_TRACE("seed " + std::to_string(qwSeed) + " of " + szModel + ": ./test.sh BehindAPowerCut " +
+                 std::to_string(qwSeed));
+    const bool bZoomOnly = std::string_view(szModel) == "zoomonly";
+    ExpectEnd(tCamera, tResult,
+              {.szName = "",
+               .szModel = "",
+               .atEvents = {},
+               .dZoom = szModel[0] == 'f' ? -1. : -2.,
+               .dFocus = bZoomOnly ? -1. : -2.});
     if (HasFailure()) return;
   }
 }
