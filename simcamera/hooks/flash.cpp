@@ -206,6 +206,10 @@ void Flash_BeforeRename(const char* szFrom, const char* szRealFrom, const char* 
   TUnsafeName* ptFrom = LoseName(szFrom, szRealFrom, szTo == nullptr);
   if (szTo == nullptr || !Flash_Holds(szTo)) return;
   TUnsafeName* ptTo = LoseName(szTo, szRealTo, true);
+  // From here on the content is found under its new name: it is no safer for having been renamed.
+  if (TUnsafeFile* ptFile = FindFile(InodeOf(szRealFrom)); ptFile != nullptr) {
+    snprintf(ptFile->szPath, sizeof ptFile->szPath, "%s", szTo);
+  }
   if (ptFrom == nullptr || ptTo == nullptr) return;
   const u32 dwMerged = ptFrom->dwGroup;
   for (TUnsafeName& tName : g_ptFlash->atNames) {

@@ -59,7 +59,7 @@ constexpr TLensModel g_tZoomModel{
                 .iRangeThird = 24,
                 .dwStepFine = 2,
                 .dwStepSmall = 10,
-                .dwStepLarge = 40,
+                .dwStepLarge = 25,
                 .dwOneStepSearchTime_us = 300'000,
                 .dwOpenIrisTime_us = 500'000,
                 .bFineTuning = 1},
