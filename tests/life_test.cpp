@@ -1,5 +1,6 @@
 // Whole lives of the daemon on the virtual clock, judged by replies, printed lines and the true lens.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <csignal>
@@ -295,6 +296,23 @@ TEST(Life, FramesThatAreNoneCostALine) {
     EXPECT_EQ(HasPrinted(tResult, "[vernierlensd] : Reinitialize FIFO..."), tCase.bMadeAnew);
     EXPECT_TRUE(HasPrinted(tResult, "[vernierlensd] : Zoom out stop!")) << "the next frame is read in step";
   }
+}
+
+// As many frames as the FIFO holds, and the FIFO removed under the daemon: each frame is handled, clients are answered.
+TEST(Life, FloodedAndRemovedFIFOHoldsNobodyUp) {
+  const TCamera tCamera("zoom");
+  std::string sFlood;
+  for (i32 i = 0; i < 900; i++) sFlood += EventFrame("<message><zoominbutton>released</zoominbutton></message>");
+  const TLifeResult tResult =
+      Live(tCamera,
+           {Frame(100, tCamera, sFlood), Ask(100, "function=zoom&direction=forward&steps=4"),
+            Call(2000, [&](TWorld*) { unlink(tCamera.Path("/tmp/VernierLensFIFO").c_str()); }), Ask(4000, szStatus)},
+           4500);
+  const std::string sPrinted = Printed(tResult);
+  std::size_t dwHandled = 0;
+  for (std::size_t dwAt = 0; (dwAt = sPrinted.find("Zoom in stop!", dwAt)) != std::string::npos; dwAt++) dwHandled++;
+  EXPECT_EQ(dwHandled, 900U);
+  ExpectEnd(tCamera, tResult, {.szName = "", .szModel = "", .atEvents = {}, .dZoom = 204, .dFocus = -2});
 }
 
 // Random clients: moves, stops, refusals and status requests at any time on any channel.
