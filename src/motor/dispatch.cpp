@@ -119,12 +119,16 @@ void Position(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, FStep pfnSte
 void FindOtherReferences(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd) {
   TCommandBox& tBox = Axis_Box(pThis, tAxis);
   const i32 iChannel = tBox.iRunningChannel;
+  bool bSelected = false;
   for (i32 i = 0; i < g_tVernierLensdConfigInfo.iMaxDevNum && g_bRunThread.load() != 0; i++) {
+    if (i == iChannel || !Reference_IsLost(pThis, tAxis, i)) continue;
     tBox.iRunningChannel = i;
-    if (i != iChannel) FindLostReference(pThis, tAxis, fd);
+    FindLostReference(pThis, tAxis, fd);
+    bSelected = true;
   }
   tBox.iRunningChannel = iChannel;
-  Motor_Request(fd, MOTOR_SELECT_DEVICE, iChannel);  // the step may rely on what was selected before
+  // The step may rely on what was selected before.
+  if (bSelected) Motor_Request(fd, MOTOR_SELECT_DEVICE, iChannel);
 }
 
 // A newer command has overtaken the recovery: what it asks for must not start from a false counter.
