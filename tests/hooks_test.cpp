@@ -2,6 +2,8 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <linux/i2c-dev.h>
+#include <linux/i2c.h>
 #include <pthread.h>
 #include <semaphore.h>
 #include <signal.h>
@@ -160,6 +162,37 @@ i32 AsksDriver(TWorld*) {
   return close(fd);
 }
 
+// One transfer that names a register and reads it, high byte first; or -errno.
+i32 ReadRegister(int fd, std::uint16_t wAddress, u8 byRegister, std::uint16_t wLength) {
+  u8 aby[2] = {};
+  i2c_msg atMessages[] = {{wAddress, 0, 1, &byRegister}, {wAddress, I2C_M_RD, wLength, aby}};
+  i2c_rdwr_ioctl_data tData{atMessages, 2};
+  if (ioctl(fd, I2C_RDWR, &tData) != 2) return -errno;
+  return wLength == 1 ? aby[0] : aby[0] << 8 | aby[1];
+}
+
+i32 AsksSensors(TWorld* ptWorld) {
+  ESensorFault& eFault = ptWorld->tI2C.eFault;
+  const int fd = open("/dev/i2c-2", O_RDWR);
+  ptWorld->dTemperature_C = -24.7;
+  if (ReadRegister(fd, 0x71, 0, 1) != 0 || ioctl(fd, I2C_SLAVE, 0x71) != 0 || write(fd, "\1\x22", 2) != 2) return 1;
+  if (ReadRegister(fd, 0x71, 0, 1) != 0xE7 || ReadRegister(fd, 0x4A, 0, 2) != 0xF3A0) return 3;
+  ptWorld->dTemperature_C = write(fd, "\1\0", 2) == 2 ? 30 : 0;  // shut down at -24.7
+  if (ReadRegister(fd, 0x71, 0, 1) != 0xE7) return 4;
+  char ac[2] = {};
+  if (write(fd, "\2\x12\x34", 3) != 3 || read(fd, ac, 2) != 2 || ac[0] != 0x12 || ac[1] != 0x34) return 5;
+  eFault = SENSOR_SHORT;
+  if (write(fd, "\3\x56", 2) != 1 || read(fd, ac, 2) != 1 || ReadRegister(fd, 0x71, 3, 1) != -EIO) return 6;
+  eFault = SENSOR_BAD_ONCE;
+  if (write(fd, "\3", 1) != 1 || read(fd, ac, 1) != -1 || errno != EIO || ReadRegister(fd, 0x71, 3, 1) != 0x34)
+    return 7;
+  if (ioctl(fd, I2C_SLAVE, 0x50) != 0 || read(fd, ac, 1) != -1 || errno != ENXIO) return 8;
+  eFault = SENSOR_SILENT;
+  if (ReadRegister(fd, 0x71, 3, 1) != -ENXIO || close(fd) != 0) return 9;
+  eFault = SENSOR_ABSENT;
+  return open("/dev/i2c-2", O_RDWR) == -1 && errno == ENOENT ? 0 : 10;
+}
+
 ssize_t g_iTerm = 0;
 void OnTerm(int) {
   g_iTerm = write(1, "term\n", 5);
@@ -227,6 +260,7 @@ TEST_F(Hooks, BodiesRunAsUnderTheKernel) {
       {"a full flash takes no writes, a read-only one nothing", &FillsFlash, "write /mnt/flash/after = -1 EROFS\n"},
       {"a driver answers and its blocking walk takes time", &AsksDriver,
        "zoommotor MOTOR_WALK_STEPS_BLOCK 40 = 0 rotor "},
+      {"sensors answer, and fail as they are told", &AsksSensors, "i2c-2 RDWR 71 w00 re7 = 2\n"},
   };
   for (const auto& tRow : atRows) {
     const TLifeResult tResult = Life_Run(Plan(tRow.pfnBody));

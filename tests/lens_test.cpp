@@ -3,12 +3,15 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
 
 #include "camera/world_image.h"
+#include "lens/optics.h"
+#include "lens/shift_tables.h"
 #include "lenses/lens_model.h"
 #include "motor/motor_device.h"
 
@@ -166,6 +169,56 @@ void ExpectAxisTrue(const TWorld* ptWorld, i32 iChannel, ELensAxis eAxis, const 
   EXPECT_EQ(Lens_GlassVirtual(&ptWorld->tLens, iChannel, eAxis), iPosition);
 }
 
+std::vector<i32> Numbers(const std::string& sXml, const std::string& sPath) {
+  std::string sText = XmlText(sXml, sPath);
+  std::replace(sText.begin(), sText.end(), ',', ' ');
+  std::istringstream tIn(sText);
+  return {std::istream_iterator<i32>(tIn), {}};
+}
+
+// The last of ascending numbers that is not above one.
+size_t LastUpTo(const std::vector<i32>& ai, i32 i) {
+  return static_cast<size_t>(std::upper_bound(ai.begin(), ai.end(), i) - ai.begin()) - 1;
+}
+
+// The offsets of the camera's profile, at each zoom position.
+void ExpectNightOffsets(const TLensModel& tModel, const std::string& sXml) {
+  const std::string sPath = "root/Focus/IRCORRECTION/";
+  const auto aiFirst = Model_HasZoom(tModel) ? Numbers(sXml, sPath + "ZOOM_STEP") : std::vector{0};
+  const auto aiOffsets = Numbers(sXml, sPath + (Model_HasZoom(tModel) ? "FOCUS_OFFSET" : "FOCUS_SHIFT"));
+  for (i32 iZoom = 1; iZoom <= std::max(1, static_cast<i32>(tModel.tZoom.dwTotalStep)); ++iZoom) {
+    const double dDay = Optics_SharpFocus(tModel, iZoom, 2, 9, false);
+    EXPECT_NEAR(Optics_SharpFocus(tModel, iZoom, 2, 9, true), dDay + aiOffsets.at(LastUpTo(aiFirst, iZoom - 1)), 1.3);
+  }
+}
+
+// By the table up and down the temperatures, from each start: no farther off than promised, and not much less.
+void ExpectThermalTable(const TLensModel& tModel, const std::string& sXml) {
+  const std::string sPath = "root/shift_table/thermal/";
+  const auto aiColumns = Numbers(sXml, sPath + "temperature/offset");
+  const auto aiZooms = Numbers(sXml, sPath + "zoomposition/offset");
+  for (i32 iZoom = 0; iZoom <= 640; iZoom += 79) {
+    const std::string sRow = "zoomposition/zoom" + std::to_string(aiZooms.at(LastUpTo(aiZooms, iZoom)));
+    const auto aiFocus = Numbers(sXml, sPath + sRow);
+    const auto Sharp = [&](double dT) { return Optics_SharpFocus(tModel, iZoom, 2, dT, false); };
+    double dWorst = 0;
+    for (double dStart = -10; dStart < 54.9; dStart += 0.9) {
+      i32 iReference = static_cast<i32>(std::floor(dStart)), iShift = 0;
+      for (i32 i = -648; i <= 648; ++i) {
+        const double dNow = 54.9 - std::abs(i) * 0.1;
+        const i32 iNow = static_cast<i32>(std::floor(dNow));
+        if (std::abs(iNow - iReference) > 1) {
+          iShift += aiFocus.at(LastUpTo(aiColumns, iNow)) - aiFocus.at(LastUpTo(aiColumns, iReference));
+          iReference = iNow;
+        }
+        dWorst = std::max(dWorst, std::abs(Sharp(dNow) - Sharp(dStart) - iShift));
+      }
+    }
+    EXPECT_LE(dWorst, Optics_ThermalAllowance(tModel, iZoom)) << iZoom;
+    EXPECT_GT(dWorst, 0.8 * Optics_ThermalAllowance(tModel, iZoom)) << iZoom;
+  }
+}
+
 TEST(Lenses, EachModelIsLaidOutConsistently) {
   for (i32 i = 0; const TLensModel* ptModel = Lenses_At(i); ++i) {
     SCOPED_TRACE(ptModel->pszName);
@@ -178,6 +231,10 @@ TEST(Lenses, EachModelIsLaidOutConsistently) {
     ASSERT_NE(ptWorld, nullptr);
     ExpectAxisTrue(ptWorld, ptModel->iChannels - 1, LENS_ZOOM, sConfig);
     ExpectAxisTrue(ptWorld, ptModel->iChannels - 1, LENS_FOCUS, sConfig);
+    if (Model_HasFocus(*ptModel)) {
+      ExpectNightOffsets(*ptModel, Read(sConfig + "../image_cfgs/c0/imgsys/mdp_lens_profile.xml"));
+    }
+    if (ptModel->bThermalTable != 0) ExpectThermalTable(*ptModel, sXml);
     if (ptModel->dwCapability == CAPABILITY_ZOOM_AND_FOCUS) {
       std::istringstream tPan(Read(sConfig + "pan_focus.tab"));
       const std::vector<u32> adwPan{std::istream_iterator<u32>(tPan), {}};

@@ -2,9 +2,12 @@
 #include <courier.h>
 #include <fcntl.h>
 #include <signal.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 
 #include "camera/cli.h"
 
@@ -49,7 +52,8 @@ void SetScene(TWorld* ptWorld, const std::string& sKey, const std::string& sValu
 
 constexpr const char* pszFaultUsage =
     "fault ROOT power-cut | stall AXIS [on|off] [--channel N] | slip AXIS STEPS|one-in=N [--channel N] | "
-    "silent-peer|peer-zero|peer-backwards|flash-full|flash-readonly on|off";
+    "silent-peer|peer-zero|peer-backwards|flash-full|flash-readonly on|off | sensor off|none|silent|short|bad | "
+    "ircut-file missing|torn|good";
 
 struct TSwitchRow {
   const char* pszName;
@@ -67,6 +71,41 @@ const TSwitchRow* FindSwitch(const std::string& sKind) {
     if (sKind == tRow.pszName) return &tRow;
   }
   return nullptr;
+}
+
+struct TSensorRow {
+  const char* pszName;
+  ESensorFault eFault;
+};
+
+constexpr TSensorRow g_atSensorFaults[] = {
+    {"off", SENSOR_GOOD},    {"none", SENSOR_ABSENT},  {"silent", SENSOR_SILENT},
+    {"short", SENSOR_SHORT}, {"bad", SENSOR_BAD_ONCE},
+};
+
+ESensorFault ParseSensorFault(const std::string& sText) {
+  for (const TSensorRow& tRow : g_atSensorFaults) {
+    if (sText == tRow.pszName) return tRow.eFault;
+  }
+  RefuseUsage("a sensor is off (no fault), none, silent, short or bad, not \"" + sText + "\"");
+}
+
+// Torn is what a cut in the middle of writing leaves: the first half.
+void SpoilIRCutFile(const TCamera& tCamera, const std::string& sHow) {
+  if (sHow != "missing" && sHow != "torn" && sHow != "good") {
+    RefuseUsage("the file is missing, torn or good, not \"" + sHow + "\"");
+  }
+  if (!Model_HasFocus(*tCamera.ptModel)) Fail("this camera has no IR-cut settings");
+  const std::string sPath = tCamera.sRoot + "/" + pszIRCutFile;
+  bool bDone = true;
+  if (sHow == "missing")
+    bDone = unlink(sPath.c_str()) == 0 || errno == ENOENT;
+  else
+    bDone = World_WriteIRCutFile(tCamera.sRoot.c_str()) == 0;
+  struct stat tStat {};
+  if (sHow == "torn")
+    bDone = bDone && stat(sPath.c_str(), &tStat) == 0 && truncate(sPath.c_str(), tStat.st_size / 2) == 0;
+  if (!bDone) Fail(sPath + ": " + std::strerror(errno));
 }
 
 bool ParseSwitch(const std::string& sText) {
@@ -103,7 +142,7 @@ void CutPower(const TCamera& tCamera) {
     std::fclose(pFile);
   }
   if (iDaemon <= 1 || kill(iDaemon, SIGKILL) != 0) Fail(tCamera.sRoot + ": no daemon to cut the power of");
-  Lens_PowerCut(&tCamera.ptWorld->tLens, World_Now_us(tCamera.ptWorld.get()));
+  World_PowerCut(tCamera.ptWorld.get(), World_Now_us(tCamera.ptWorld.get()));
 }
 
 }  // namespace
@@ -155,6 +194,10 @@ i32 Command_Fault(TArguments asArgs) {
     FindAxis(tCamera, asArgs[2], iChannel).bSticky = iArguments == 1 || ParseSwitch(asArgs[3]) ? 1 : 0;
   } else if (sKind == "slip" && iArguments == 2) {
     Slip(FindAxis(tCamera, asArgs[2], iChannel), asArgs[3]);
+  } else if (sKind == "sensor" && iArguments == 1) {
+    ptWorld->tI2C.eFault = ParseSensorFault(asArgs[2]);
+  } else if (sKind == "ircut-file" && iArguments == 1) {
+    SpoilIRCutFile(tCamera, asArgs[2]);
   } else if (const TSwitchRow* ptSwitch = FindSwitch(sKind); ptSwitch != nullptr && iArguments == 1) {
     ptWorld->*ptSwitch->pbSwitch = ParseSwitch(asArgs[2]) ? 1 : 0;
   } else {

@@ -179,7 +179,7 @@ void AskForEnd(TRun& tRun) {
 void CutPower(TRun& tRun) {
   TWorld* ptWorld = tRun.tCamera.ptWorld.get();
   const TWorldLock tLock(ptWorld);
-  Lens_PowerCut(&ptWorld->tLens, World_Now_us(ptWorld));
+  World_PowerCut(ptWorld, World_Now_us(ptWorld));
   const u64 qwSeed = ptWorld->qwSeed * 31 + ++ptWorld->dwPowerCuts;
   if (Flash_PowerCut(tRun.tCamera.sRoot.c_str(), qwSeed) != 0) Fail(tRun.tCamera.sRoot + ": the flash is lost");
 }

@@ -45,6 +45,11 @@ u64 World_Now_us(const TWorld* ptWorld) {
          static_cast<u64>(static_cast<double>(qwReal_us - ptWorld->qwRealStart_us) * ptWorld->dSpeed);
 }
 
+void World_PowerCut(TWorld* ptWorld, u64 qwNow_us) {
+  Lens_PowerCut(&ptWorld->tLens, qwNow_us);
+  I2CBus_PowerOn(&ptWorld->tI2C);
+}
+
 void World_Lock(TWorld* ptWorld) {
   if (ptWorld->eTime == TIME_VIRTUAL) return;
   // A holder that was killed left whole words behind: settling an axis again goes on where it stopped.

@@ -5,6 +5,7 @@
 
 #include <pthread.h>
 
+#include "lens/i2c_bus.h"
 #include "lens/lens.h"
 #include "lens/scene.h"
 
@@ -26,6 +27,7 @@ struct TWorld {
 
   char szModel[16];
   TLens tLens;
+  TI2CBus tI2C;  // with the temperature sensors and their fault
   double dDistance_m;
   double dTemperature_C;
   u32 bNight;
@@ -55,7 +57,15 @@ void World_Unmap(TWorld* ptWorld);
 // 0; -1 with a line on stderr (no such model, no room).
 i32 World_LayOut(const char* pszRoot, const char* pszModel, u64 qwSeed);
 
+// The IR-cut settings of a laid-out camera as they were at first (infra-red LEDs in use); an existing file is replaced.
+// 0 or -1.
+constexpr const char* pszIRCutFile = "etc/conf.d/config_ircutctrl.xml";
+i32 World_WriteIRCutFile(const char* pszRoot);
+
 u64 World_Now_us(const TWorld* ptWorld);
+
+// Power is cut: motors stop where they are at that time, and the sensors forget their registers.
+void World_PowerCut(TWorld* ptWorld, u64 qwNow_us);
 
 // Bracket round every use of tLens and of the scene at a speed; does nothing on the virtual clock.
 void World_Lock(TWorld* ptWorld);

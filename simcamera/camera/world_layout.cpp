@@ -11,6 +11,7 @@
 
 #include "camera/world.h"
 #include "lens/optics.h"
+#include "lens/shift_tables.h"
 #include "lenses/lens_model.h"
 
 namespace {
@@ -18,8 +19,15 @@ namespace {
 constexpr size_t iMaxPath = 4096;
 constexpr u64 qwWallAtFirstStart_us = 1'704'067'200'000'000;  // 2024-01-01 00:00:00, till a run at a speed knows better
 
-constexpr const char* g_apszDirectories[] = {
-    "etc/conf.d/vernierlensd", "mnt/flash", "var/run", "tmp", "usr/sbin", "dev", "shm", "sim"};
+constexpr const char* g_apszDirectories[] = {"etc/conf.d/vernierlensd",
+                                             "etc/conf.d/image_cfgs/c0/imgsys",
+                                             "mnt/flash",
+                                             "var/run",
+                                             "tmp",
+                                             "usr/sbin",
+                                             "dev",
+                                             "shm",
+                                             "sim"};
 
 bool JoinPath(char (&szPath)[iMaxPath], const char* pszRoot, const char* pszBelow) {
   const i32 iLength = snprintf(szPath, sizeof szPath, "%s/%s", pszRoot, pszBelow);
@@ -136,25 +144,60 @@ TNumber Number(i64 iValue) {
   return tNumber;
 }
 
+// Numbers with a comma between them.
+struct TList {
+  char szText[128] = "";
+  size_t iLength = 0;
+};
+
+void List_Add(TList& tList, i64 iValue) {
+  const i32 iAdded = snprintf(tList.szText + tList.iLength, sizeof tList.szText - tList.iLength,
+                              tList.iLength == 0 ? "%lld" : ",%lld", static_cast<long long>(iValue));
+  tList.iLength += static_cast<size_t>(iAdded);
+}
+
 constexpr i32 iFocusStartEntries = 16;
 
 // The lowest search position at each sixteenth of the zoom range, as the daemon divides it.
-void FormatFocusStarts(char (&szText)[128], const TLensModel& tModel) {
+TList FocusStarts(const TLensModel& tModel) {
   const u32 dwInterval = tModel.tZoom.dwTotalStep / iFocusStartEntries;
-  size_t iLength = 0;
+  TList tStarts;
   for (u32 i = 0; i < iFocusStartEntries; ++i) {
-    const u32 dwStart =
-        Model_HasFocus(tModel) && Model_HasZoom(tModel) ? Optics_SearchStart(tModel, i * dwInterval) : 0;
-    iLength += static_cast<size_t>(snprintf(szText + iLength, sizeof szText - iLength, i == 0 ? "%u" : ",%u", dwStart));
+    List_Add(tStarts, Model_HasFocus(tModel) && Model_HasZoom(tModel) ? Optics_SearchStart(tModel, i * dwInterval) : 0);
   }
+  return tStarts;
+}
+
+// The texts of the thermal table, and the element name of each row.
+struct TThermalTexts {
+  TList tTemperatures, tZooms;
+  char aszNames[dwThermalRows][64];
+  TList atRows[dwThermalRows];
+};
+
+TThermalTexts ThermalTexts(const TLensModel& tModel) {
+  TThermalTexts tTexts{};
+  for (i32 iColumn = 0; iColumn < iThermalColumns; ++iColumn) {
+    List_Add(tTexts.tTemperatures, ThermalTable_Temperature(iColumn));
+  }
+  for (u32 dwRow = 0; dwRow < dwThermalRows; ++dwRow) {
+    const u32 dwZoom = ThermalTable_Zoom(tModel, dwRow);
+    List_Add(tTexts.tZooms, dwZoom);
+    snprintf(tTexts.aszNames[dwRow], sizeof tTexts.aszNames[dwRow], "root/shift_table/thermal/zoomposition/zoom%u",
+             dwZoom);
+    for (i32 iColumn = 0; iColumn < iThermalColumns; ++iColumn) {
+      List_Add(tTexts.atRows[dwRow], ThermalTable_Focus(tModel, dwRow, iColumn));
+    }
+  }
+  return tTexts;
 }
 
 bool WriteDaemonConfig(const char* pszRoot, const TLensModel& tModel) {
   const TAxisSheet& tZoom = tModel.tZoom;
   const TAxisSheet& tFocus = tModel.tFocus;
   const TSearchSheet& tSearch = tModel.tSearch;
-  char szFocusStarts[128];
-  FormatFocusStarts(szFocusStarts, tModel);
+  const TList tStarts = FocusStarts(tModel);
+  const TThermalTexts tThermal = ThermalTexts(tModel);
   struct TRow {
     const char* pszPath;
     TNumber tNumber;
@@ -198,10 +241,18 @@ bool WriteDaemonConfig(const char* pszRoot, const TLensModel& tModel) {
       {"root/vernierlensd/finetunning", Number(tSearch.bFineTuning)},
   };
   constexpr size_t iNumbers = sizeof atNumbers / sizeof atNumbers[0];
-  TXmlRow atRows[iNumbers + 1];
+  constexpr size_t iPlain = iNumbers + 1;
+  TXmlRow atRows[iPlain + 4 + dwThermalRows];
   for (size_t i = 0; i < iNumbers; ++i) atRows[i] = {atNumbers[i].pszPath, atNumbers[i].tNumber.szText};
-  atRows[iNumbers] = {"root/vernierlensd/table/focusstart", szFocusStarts};
-  return WriteXml(pszRoot, "etc/conf.d/vernierlensd/config_vernierlensd.xml", atRows, iNumbers + 1);
+  atRows[iNumbers] = {"root/vernierlensd/table/focusstart", tStarts.szText};
+  const TNumber tColumns = Number(iThermalColumns), tZooms = Number(dwThermalRows);
+  atRows[iPlain] = {"root/shift_table/thermal/temperature/total_step", tColumns.szText};
+  atRows[iPlain + 1] = {"root/shift_table/thermal/temperature/offset", tThermal.tTemperatures.szText};
+  atRows[iPlain + 2] = {"root/shift_table/thermal/zoomposition/total_step", tZooms.szText};
+  atRows[iPlain + 3] = {"root/shift_table/thermal/zoomposition/offset", tThermal.tZooms.szText};
+  for (u32 i = 0; i < dwThermalRows; ++i) atRows[iPlain + 4 + i] = {tThermal.aszNames[i], tThermal.atRows[i].szText};
+  const size_t iRows = tModel.bThermalTable != 0 ? sizeof atRows / sizeof atRows[0] : iPlain;
+  return WriteXml(pszRoot, "etc/conf.d/vernierlensd/config_vernierlensd.xml", atRows, iRows);
 }
 
 bool WriteXmlText(const char* pszRoot, const char* pszBelow, const char* pszPath, const char* pszText) {
@@ -218,6 +269,36 @@ bool WriteCameraConfig(const char* pszRoot, const TLensModel& tModel) {
                       tModel.pszModelName) &&
          WriteXmlText(pszRoot, "etc/conf.d/config_videomode_c0.xml", "root/capability/videoin/c0/lens/type",
                       tModel.pszLensType);
+}
+
+// What the daemon corrects the focus by where day turns to night.
+bool WriteNightConfig(const char* pszRoot, const TLensModel& tModel) {
+  if (!Model_HasFocus(tModel)) return true;
+  constexpr const char* pszProfile = "etc/conf.d/image_cfgs/c0/imgsys/mdp_lens_profile.xml";
+  if (!Model_HasZoom(tModel)) {
+    return World_WriteIRCutFile(pszRoot) == 0 &&
+           WriteXmlText(pszRoot, pszProfile, "root/Focus/IRCORRECTION/FOCUS_SHIFT",
+                        Number(NightTable_Offset(tModel, 0)).szText);
+  }
+  TList tSteps, tOffsets;
+  for (u32 dwRange = 0; dwRange < dwNightRanges; ++dwRange) {
+    List_Add(tSteps, NightTable_FirstIndex(tModel, dwRange));
+    List_Add(tOffsets, NightTable_Offset(tModel, dwRange));
+  }
+  const TNumber tRanges = Number(dwNightRanges);
+  const TXmlRow atRows[] = {{"root/Focus/IRCORRECTION/STEP_NUM", tRanges.szText},
+                            {"root/Focus/IRCORRECTION/ZOOM_STEP", tSteps.szText},
+                            {"root/Focus/IRCORRECTION/FOCUS_OFFSET", tOffsets.szText}};
+  return World_WriteIRCutFile(pszRoot) == 0 && WriteXml(pszRoot, pszProfile, atRows, sizeof atRows / sizeof atRows[0]);
+}
+
+bool WriteSensorConfig(const char* pszRoot, const TLensModel& tModel) {
+  if (tModel.bThermalTable == 0) return true;
+  const TNumber tAddress = Number(dwTMP103BAddress);
+  const TXmlRow atRows[] = {{"root/tsensor/dev0/sensortype", "TMP103B"},
+                            {"root/tsensor/dev0/devpath", "/dev/i2c-2"},
+                            {"root/tsensor/dev0/devaddr", tAddress.szText}};
+  return WriteXml(pszRoot, "etc/conf.d/config_temperature.xml", atRows, sizeof atRows / sizeof atRows[0]);
 }
 
 bool WriteState(const char* pszRoot, const TLensModel& tModel) {
@@ -287,6 +368,7 @@ void FillWorld(TWorld& tWorld, const TLensModel& tModel, u64 qwSeed) {
   tWorld.qwWallAtZero_us = qwWallAtFirstStart_us;
   snprintf(tWorld.szModel, sizeof tWorld.szModel, "%s", tModel.pszName);
   FillLens(tWorld.tLens, tModel);
+  I2CBus_PowerOn(&tWorld.tI2C);
   tWorld.dDistance_m = dPanDistance_m;
   tWorld.dTemperature_C = dPanTemperature_C;
 }
@@ -328,12 +410,18 @@ bool LayOutFiles(const char* pszRoot, const TLensModel& tModel, u64 qwSeed) {
     if (!JoinPath(szPath, pszRoot, pszDirectory) || !MakeDirectories(szPath)) return false;
   }
   return WriteCameraConfig(pszRoot, tModel) && WriteDaemonConfig(pszRoot, tModel) && WriteState(pszRoot, tModel) &&
-         WritePanTable(pszRoot, tModel) && WriteText(pszRoot, "mnt/flash/.VernierlensStatus", "normal\n") &&
+         WritePanTable(pszRoot, tModel) && WriteNightConfig(pszRoot, tModel) && WriteSensorConfig(pszRoot, tModel) &&
+         WriteText(pszRoot, "mnt/flash/.VernierlensStatus", "normal\n") &&
          WriteText(pszRoot, "usr/sbin/vernierlensd", "") && WriteText(pszRoot, "sim/transcript", "") &&
          WriteWorld(pszRoot, tModel, qwSeed);
 }
 
 }  // namespace
+
+i32 World_WriteIRCutFile(const char* pszRoot) {
+  constexpr TXmlRow atRows[] = {{"root/ircutcontrol/disableirled", "0"}, {"root/ircutcontrol/enableextled", "0"}};
+  return WriteXml(pszRoot, pszIRCutFile, atRows, sizeof atRows / sizeof atRows[0]) ? 0 : -1;
+}
 
 i32 World_LayOut(const char* pszRoot, const char* pszModel, u64 qwSeed) {
   const TLensModel* ptModel = Lenses_Find(pszModel);

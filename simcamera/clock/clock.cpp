@@ -123,7 +123,7 @@ void Clock_Point(const char* szCall) {
   tRecord.qwTime_us = g_qwNow_us - g_qwStart_us;
   tRecord.szCall = szCall;
   if (tRecord.qwEvents == g_tPlan.qwCutAtEvent) {
-    Lens_PowerCut(&g_tPlan.ptWorld->tLens, g_qwNow_us);
+    World_PowerCut(g_tPlan.ptWorld, g_qwNow_us);
     Clock_End(CLOCK_END_CUT, nullptr);
   }
   CountStill();

@@ -13,6 +13,7 @@
 
 #include "hooks/flash.h"
 #include "hooks/hooks.h"
+#include "hooks/i2c.h"
 #include "hooks/scale.h"
 
 namespace {
@@ -219,6 +220,7 @@ static bool WaitReady(i32 fd, short iEvents, bool bWait) {
 }
 
 ssize_t Hook_read(int fd, void* pv, size_t dwLength) {
+  if (I2C_IsBus(fd)) return I2C_Read(fd, pv, dwLength);
   if (!Hooks_Active() || !IsOurs(fd) || !Hooks_OnVirtualClock("read")) return g_realRead(fd, pv, dwLength);
   Clock_Point("read");
   if (!WaitReady(fd, POLLIN, true)) return -1;
@@ -260,6 +262,7 @@ ssize_t Hook_write(int fd, const void* pv, size_t dwLength) {
     return static_cast<ssize_t>(dwLength);
   }
   if (!Hooks_Active() || !IsOurs(fd)) return g_realWrite(fd, pv, dwLength);
+  if (I2C_IsBus(fd)) return I2C_Write(fd, pv, dwLength);
   if (IsOnFullFlash(*Hooks_Descriptor(fd))) {
     Hooks_Point("write");
     errno = ENOSPC;

@@ -5,6 +5,7 @@
 #include <sys/ioctl.h>
 
 #include "hooks/hooks.h"
+#include "hooks/i2c.h"
 #include "hooks/scale.h"
 
 namespace {
@@ -45,7 +46,8 @@ bool Device_Find(const char* pszPath, ELensDevice* peDevice) {
   return false;
 }
 
-static bool IsFitted(const TLens& tLens, ELensDevice eDevice) {
+static bool IsFitted(const TWorld& tWorld, ELensDevice eDevice) {
+  const TLens& tLens = tWorld.tLens;
   switch (eDevice) {
     case DEVICE_FOCUS_MOTOR:
       return tLens.bICS == 0 && tLens.atModel[LENS_FOCUS].bPresent != 0;
@@ -54,7 +56,7 @@ static bool IsFitted(const TLens& tLens, ELensDevice eDevice) {
     case DEVICE_ICS:
       return tLens.bICS != 0;
     case DEVICE_I2C:
-      return true;
+      return tWorld.tI2C.eFault != SENSOR_ABSENT;
   }
   return false;
 }
@@ -64,7 +66,7 @@ i32 Device_Open(ELensDevice eDevice, const char* pszPath, i32 iFlags) {
   if (g_eClockMode == CLOCK_VIRTUAL && tDevice.szThread != nullptr && strcmp(Clock_TaskName(), "main") != 0) {
     Clock_NameTask(tDevice.szThread);
   }
-  if (!IsFitted(Clock_World()->tLens, eDevice)) {
+  if (!IsFitted(*Clock_World(), eDevice)) {
     Transcript_Fact("open %s = -1 ENOENT", pszPath);
     errno = ENOENT;
     return -1;
@@ -136,8 +138,10 @@ int Hook_ioctl(int fd, unsigned long qwRequest, ...) {
   const bool bDevice = ptDescriptor != nullptr && ptDescriptor->eKind == DESCRIPTOR_DEVICE;
   if (!bDevice || !Hooks_Active()) return g_realIoctl(fd, qwRequest, pvArgument);
   Hooks_Point("ioctl");
-  const i32 iResult =
-      Device_Request(fd, static_cast<u32>(qwRequest), static_cast<i32>(reinterpret_cast<intptr_t>(pvArgument)));
+  const u32 dwRequest = static_cast<u32>(qwRequest);
+  const i32 iResult = I2C_IsBus(fd)
+                          ? I2C_Request(fd, dwRequest, pvArgument)
+                          : Device_Request(fd, dwRequest, static_cast<i32>(reinterpret_cast<intptr_t>(pvArgument)));
   if (iResult >= 0) return iResult;
   errno = -iResult;
   return -1;

@@ -51,7 +51,8 @@ double Optics_SharpFocus(const TLensModel& tModel, double dZoom, double dDistanc
   // The image of a near object lies farther back by the square of the focal length over the distance.
   const double dFocal = 1 + (tOptics.dMagnification - 1) * dShare;
   const double dNear = tOptics.dNearWide * dFocal * dFocal / dDistance_m;
-  const double dThermal = tOptics.dPerDegree * (dTemperature_C - dPanTemperature_C);
+  const double dPerDegree = tOptics.dPerDegree + (tOptics.dPerDegreeTele - tOptics.dPerDegree) * dShare;
+  const double dThermal = dPerDegree * (dTemperature_C - dPanTemperature_C);
   const double dInfraRed = bNight ? tOptics.dNight * dFocal : 0;
   return dInfinity + dNear + dThermal + dInfraRed;
 }

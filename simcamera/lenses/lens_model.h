@@ -35,9 +35,9 @@ struct TOptics {
   double dWide, dTele;    // sharp at infinity at both ends of the zoom; a lens without zoom stands at the wide end
   double dNearWide;       // an object at 1 m moves it up by this at the wide end
   double dMagnification;  // focal length at the tele end over that at the wide end
-  double dPerDegree;      // for each degree Celsius above 25
-  double dNight;          // infra-red light at the wide end
-  double dPeakWide, dPeakTele;  // width of the focus value's peak at both ends of the zoom
+  double dPerDegree, dPerDegreeTele;  // for each degree Celsius above 25, at both ends of the zoom
+  double dNight;                      // infra-red light at the wide end
+  double dPeakWide, dPeakTele;        // width of the focus value's peak at both ends of the zoom
 };
 
 struct TLensModel {
@@ -51,6 +51,7 @@ struct TLensModel {
   TAxisSheet tZoom, tFocus;
   TSearchSheet tSearch;
   TOptics tOptics;
+  u32 bThermalTable = 0;  // its camera has a table of focus by temperature, and a TMP103B to go by
 };
 
 // The model of that name; null if there is none.

@@ -1,4 +1,5 @@
 #include <cstring>
+#include <string_view>
 
 #include "lenses/lens_model.h"
 
@@ -68,6 +69,7 @@ constexpr TLensModel g_tZoomModel{
                 .dNearWide = 20,
                 .dMagnification = 3,
                 .dPerDegree = -0.3,
+                .dPerDegreeTele = -0.3,
                 .dNight = 12,
                 .dPeakWide = 30,
                 .dPeakTele = 22},
@@ -115,6 +117,7 @@ constexpr TLensModel g_tFocusModel{
                 .dNearWide = 90,
                 .dMagnification = 1,
                 .dPerDegree = -0.4,
+                .dPerDegreeTele = -0.4,
                 .dNight = 14,
                 .dPeakWide = 24,
                 .dPeakTele = 24},
@@ -223,13 +226,79 @@ constexpr TLensModel g_tQuadModel{
                 .dNearWide = 10,
                 .dMagnification = 3,
                 .dPerDegree = -0.15,
+                .dPerDegreeTele = -0.15,
                 .dNight = 6,
                 .dPeakWide = 15,
                 .dPeakTele = 11},
 };
 
-constexpr const TLensModel* g_aptModels[] = {&g_tZoomModel, &g_tFocusModel, &g_tZoomOnlyModel, &g_tFixedModel,
-                                             &g_tQuadModel};
+// Glass that drifts with temperature, more so at the tele end, and so a camera that shifts the focus by a table of its
+// own: the name of the lens decides that.  The driver times its walks.
+constexpr TLensModel g_tThermalModel{
+    .pszName = "thermal",
+    .pszDescription = "zoom and focus, blocking walks, no PI sensor, temperature sensor and thermal table",
+    .pszModelName = "Q310T",
+    .pszLensType = "motorized",
+    .iChannels = 1,
+    .dwCapability = CAPABILITY_ZOOM_AND_FOCUS,
+    .bBlockingMode = 1,
+    .tZoom = {.dwStart = 0,
+              .dwEnd = 640,
+              .dwTotalStep = 640,
+              .dwOneStep = 4,
+              .dwPositioningStep = 2700,
+              .dwOneStepTime_us = 2000,
+              .dwAdjustStep = 6,
+              .bReverseCalibration = 0,
+              .bPISupport = 0,
+              .dwPISearchStep = 0,
+              .dwFirstPosition = 160,
+              .iTravel = 2590,
+              .iSlack = 21,
+              .iOrigin = 0,
+              .iPI = -1,
+              .bCheckPIWalk = 0,
+              .qwStepTime_ns = 450'000},
+    .tFocus = {.dwStart = 20,
+               .dwEnd = 1780,
+               .dwTotalStep = 1800,
+               .dwOneStep = 4,
+               .dwPositioningStep = 7400,
+               .dwOneStepTime_us = 2000,
+               .dwAdjustStep = 8,
+               .bReverseCalibration = 0,
+               .bPISupport = 0,
+               .dwPISearchStep = 0,
+               .dwFirstPosition = 699,
+               .iTravel = 7250,
+               .iSlack = 27,
+               .iOrigin = 0,
+               .iPI = -1,
+               .bCheckPIWalk = 0,
+               .qwStepTime_ns = 450'000},
+    .tSearch = {.iRangeFirst = 600,
+                .iRangeSecond = 120,
+                .iRangeThird = 24,
+                .dwStepFine = 2,
+                .dwStepSmall = 10,
+                .dwStepLarge = 25,
+                .dwOneStepSearchTime_us = 160'000,
+                .dwOpenIrisTime_us = 500'000,
+                .bFineTuning = 1},
+    .tOptics = {.dWide = 350,
+                .dTele = 1300,
+                .dNearWide = 15,
+                .dMagnification = 2,
+                .dPerDegree = -2.7,
+                .dPerDegreeTele = -3.9,
+                .dNight = 20,
+                .dPeakWide = 36,
+                .dPeakTele = 28},
+    .bThermalTable = 1,
+};
+
+constexpr const TLensModel* g_aptModels[] = {&g_tZoomModel,  &g_tFocusModel, &g_tZoomOnlyModel,
+                                             &g_tFixedModel, &g_tQuadModel,  &g_tThermalModel};
 constexpr i32 iModels = static_cast<i32>(sizeof(g_aptModels) / sizeof(g_aptModels[0]));
 
 // A lens that the daemon can work with: the range lies between the stops, the slack is taken up, the reference walk
@@ -251,6 +320,9 @@ constexpr bool ModelsAreSound() {
   for (const TLensModel* ptModel : g_aptModels) {
     if (!SheetIsSound(ptModel->tZoom) || !SheetIsSound(ptModel->tFocus)) return false;
     if (Sheet_PIForwardShift(ptModel->tFocus) < 0) return false;
+    // The daemon takes a lens whose name begins so for one with a thermal table.
+    if (std::string_view(ptModel->pszModelName).starts_with("Q31") != (ptModel->bThermalTable != 0)) return false;
+    if (ptModel->bThermalTable != 0 && ptModel->dwCapability != CAPABILITY_ZOOM_AND_FOCUS) return false;
     if (ptModel->iChannels < 1 || ptModel->iChannels > iLensChannels) return false;
     // A sweep step, sent without waiting in stepped mode, is over when its value is read.
     const u64 qwWalk_us =
