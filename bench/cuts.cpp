@@ -2,11 +2,14 @@
 
 #include <unistd.h>
 
+#include <cmath>
 #include <sstream>
 #include <string_view>
 
+#include "camera/world_image.h"
 #include "clock/clock.h"
 #include "core/paths.h"
+#include "lens/optics.h"
 #include "lenses/lens_model.h"
 
 namespace {
@@ -19,8 +22,11 @@ struct TPatience {
   u64 qwRecovery_ms;  // behind a cut: sensors, references of all channels, a search
   u64 qwStart_ms;     // a clean start: sensors only
 };
-constexpr TPatience g_atPatience[] = {
-    {"zoom", 120'000, 1'500}, {"focus", 60'000, 20'000}, {"zoomonly", 20'000, 1'500}, {"quad", 300'000, 90'000}};
+constexpr TPatience g_atPatience[] = {{"zoom", 120'000, 8'000},
+                                      {"focus", 60'000, 20'000},
+                                      {"zoomonly", 20'000, 1'500},
+                                      {"quad", 300'000, 90'000},
+                                      {"thermal", 60'000, 8'000}};
 
 const TPatience& PatienceOf(std::string_view sModel) {
   for (const TPatience& tPatience : g_atPatience) {
@@ -34,6 +40,15 @@ constexpr u64 qwQuadAt_ms = 60'000;   // behind the search of four channels for 
 constexpr u64 qwFocusAt_ms = 15'000;  // behind the search of one
 constexpr const char* pszNoStatus = nullptr;
 
+// By day, and saved so.
+void StandSharp(const TCamera& tCamera, const TLensModel& tModel) {
+  const u32 dwZoom = tModel.tZoom.dwFirstPosition;
+  const u32 dwFocus = Optics_PanFocus(tModel, dwZoom);
+  tCamera.Place(LENS_FOCUS, dwFocus);
+  const std::string sZoom = Model_HasZoom(tModel) ? "zoom_motor=" + std::to_string(dwZoom) + "\n" : "";
+  tCamera.Write(szPositionsPath, sZoom + "focus_motor=" + std::to_string(dwFocus) + "\n");
+}
+
 void SetScene(const TCamera& tCamera, const TCutRow& tRow) {
   if (Life_ResetRoot(tCamera.sRoot) != 0) std::abort();
   if (tRow.pszStatus == nullptr) {
@@ -44,6 +59,7 @@ void SetScene(const TCamera& tCamera, const TCutRow& tRow) {
   const TLensModel& tModel = *Lenses_Find(tRow.szModel);
   if (tRow.bDisplaced && Model_HasZoom(tModel)) tCamera.Place(LENS_ZOOM, tModel.tZoom.dwFirstPosition + 33);
   if (tRow.bDisplaced && Model_HasFocus(tModel)) tCamera.Place(LENS_FOCUS, tModel.tFocus.dwFirstPosition - 44);
+  if (tRow.bSharp) StandSharp(tCamera, tModel);
   tCamera.Write(szBackupPath, "zoom_motor=150\nfocus_motor=300\n");
 }
 
@@ -102,6 +118,16 @@ std::string WhyAxisWrong(const TCamera& tCamera, const std::string& sStatus, ELe
   return sWhere + " believed " + std::to_string(iBelieved) + ", true " + std::to_string(dTruth);
 }
 
+// By a search, or by the offset of the lens's table, which is far larger than the depth of focus; not by that offset
+// twice, or not at all.
+std::string WhyNotSharp(const TCamera& tCamera) {
+  TWorld* ptWorld = World_Map(tCamera.sRoot.c_str());
+  const double dOff = Lens_GlassVirtual(&ptWorld->tLens, 0, LENS_FOCUS) - World_SharpFocus(ptWorld, 0);
+  const double dAllowed = World_DepthOfFocus(ptWorld, 0);
+  World_Unmap(ptWorld);
+  return std::fabs(dOff) <= dAllowed ? "" : "the focus is " + std::to_string(dOff) + " steps from sharp";
+}
+
 bool LogStands(const TCamera& tCamera) {
   return access(tCamera.Path(szZoomLogPath).c_str(), F_OK) == 0 ||
          access(tCamera.Path(szFocusLogPath).c_str(), F_OK) == 0;
@@ -122,16 +148,29 @@ std::string WhyLensWrong(const TCamera& tCamera, const TLensModel& tModel, i32 i
 }
 
 // A move can overtake the recovery: the other channels are then found at their next command, and the log tells of them.
-std::string JudgeRecovery(const TCamera& tCamera, const TLensModel& tModel, const TLifeResult& tResult) {
-  const std::string sWhy = WhyNotOrderly(tResult);
-  return sWhy.empty() ? WhyLensWrong(tCamera, tModel, LogStands(tCamera) ? 1 : tModel.iChannels, tResult) : sWhy;
+std::string JudgeRecovery(const TCamera& tCamera, const TCutRow& tRow, const TLifeResult& tResult) {
+  const TLensModel& tModel = *Lenses_Find(tRow.szModel);
+  std::string sWhy = WhyNotOrderly(tResult);
+  if (sWhy.empty()) sWhy = WhyLensWrong(tCamera, tModel, LogStands(tCamera) ? 1 : tModel.iChannels, tResult);
+  if (sWhy.empty() && tRow.bSharp) sWhy = WhyNotSharp(tCamera);
+  return sWhy;
 }
 
-std::string JudgeNextStart(const TCamera& tCamera, const TLensModel& tModel, const TLifeResult& tResult) {
+std::string JudgeNextStart(const TCamera& tCamera, const TCutRow& tRow, const TLifeResult& tResult) {
+  const TLensModel& tModel = *Lenses_Find(tRow.szModel);
   std::string sWhy = WhyNotOrderly(tResult);
   if (sWhy.empty()) sWhy = WhyLensWrong(tCamera, tModel, tModel.iChannels, tResult);
   if (sWhy.empty() && LogStands(tCamera)) sWhy = "a working log stands for good";
+  if (sWhy.empty() && tRow.bSharp) sWhy = WhyNotSharp(tCamera);
   return sWhy;
+}
+
+TLifeEvent FallOfNight(u64 qwFallAt_ms) {
+  return Call(qwFallAt_ms, [](TWorld* ptWorld) { ptWorld->bNight = 1; });
+}
+
+TLifeEvent Warmth(u64 qwWarmAt_ms) {
+  return Call(qwWarmAt_ms, [](TWorld* ptWorld) { ptWorld->dTemperature_C = 40; });
 }
 
 // Without the waits, which would be all that is left to see.
@@ -195,6 +234,16 @@ const std::vector<TCutRow>& Cuts_Rows() {
       {"sensor", "quad", {Ask(qwQuadAt_ms, "channel=1&function=positioning")}, qwQuadAt_ms + 60'000, "normal\n", 7},
       {"backup", "quad", {}, 10'000, "backup\n"},
       {"first-start", "quad", {}, 240'000, pszNoStatus, 19, nullptr, true},
+      {"night", "zoom", {FallOfNight(qwAt_ms)}, 5'000, "normal\n", 1, nullptr, false, true},
+      {"night-zooming",
+       "zoom",
+       {Ask(2'500, "function=zoom&direction=forward&steps=20"), FallOfNight(qwAt_ms)},
+       6'000,
+       "normal\n"},
+      {"night", "focus", {FallOfNight(qwFocusAt_ms)}, qwFocusAt_ms + 5'000, "normal\n", 1, nullptr, false, true},
+      {"night", "quad", {FallOfNight(qwQuadAt_ms)}, qwQuadAt_ms + 8'000, "normal\n", 3},
+      {"night", "thermal", {FallOfNight(qwAt_ms)}, 5'000, "normal\n", 1, nullptr, false, true},
+      {"warming", "thermal", {Warmth(qwAt_ms)}, 125'000, "normal\n", 3},
   };
   return atRows;
 }
@@ -218,13 +267,13 @@ TCutOutcome Cuts_Try(const TCamera& tCamera, const TCutRow& tRow, const TCutMome
     RestingLife(tCamera, tModel.iChannels, tPatience.qwRecovery_ms, qwSeed, tMoment.qwAgain);
   }
   const TLifeResult tRecovery = RestingLife(tCamera, tModel.iChannels, tPatience.qwRecovery_ms, qwSeed);
-  std::string sLoss = JudgeRecovery(tCamera, tModel, tRecovery);
+  std::string sLoss = JudgeRecovery(tCamera, tRow, tRecovery);
   if (!sLoss.empty()) {
     return {.bSurvived = false, .sLoss = sLoss, .sTale = Tail("cut", tCut) + Tail("next start", tRecovery)};
   }
   const u64 qwFor_ms = LogStands(tCamera) ? tPatience.qwRecovery_ms : tPatience.qwStart_ms;
   const TLifeResult tNext = RestingLife(tCamera, tModel.iChannels, qwFor_ms, qwSeed);
-  sLoss = JudgeNextStart(tCamera, tModel, tNext);
+  sLoss = JudgeNextStart(tCamera, tRow, tNext);
   if (sLoss.empty()) return {.bSurvived = true, .sLoss = "", .sTale = ""};
   return {.bSurvived = false,
           .sLoss = "after a further start: " + sLoss,

@@ -18,6 +18,7 @@ struct TCutRow {
   u64 qwEvery = 1;                      // sensible sample: one event in so many
   const char* pszNextStatus = nullptr;  // status file at the start behind the cut; null: what the cut has left
   bool bDisplaced = false;              // the lens stands elsewhere than the saved state says, as a new camera's may
+  bool bSharp = false;                  // channel 0 ends sharp in the light of the end
 };
 
 const std::vector<TCutRow>& Cuts_Rows();

@@ -205,11 +205,50 @@ TEST(State, StaleLogIsRepairedWhateverAClientDoesFirst) {
   }
 }
 
+// Nothing is begun behind SIGTERM: not by a restore whose wait the signal falls into, not behind the search of another
+// channel.
+TEST(State, NoWalkIsBegunBehindTheEnd) {
+  for (u64 qw = 0; qw < Lives(60); qw++) {
+    const u64 qwSeed = FirstSeed() + qw;
+    SCOPED_TRACE("seed " + std::to_string(qwSeed));
+    const u64 qwTerm_ms = 5'005 + qwSeed * 37 % 300;
+    const TCamera tZoom("zoom");
+    const std::string sRestore = EventFrame("<message><autofocus>falling</autofocus></message>");
+    const TLifeResult tRestore = Live(
+        tZoom, {Ask(2'000, "function=auto"), Frame(5'000, tZoom, sRestore), Signal(qwTerm_ms, SIGTERM)}, 0, qwSeed);
+    EXPECT_EQ(tRestore.eEnd, LIFE_EXITED) << Tale(tRestore);
+    const std::string sBehind = tRestore.sTranscript.substr(tRestore.sTranscript.find("Receive TERM"));
+    EXPECT_EQ(sBehind.find("MOTOR_WALK_STEPS 12200"), sBehind.npos) << Tale(tRestore);
+  }
+  const TCamera tQuad("quad");
+  tQuad.Write(szZoomLog, "");
+  tQuad.Write(szFocusLog, "");
+  const TLifeResult tSearch = Live(tQuad, {Signal(32'000, SIGTERM)}, 0);
+  const std::string sBehind = tSearch.sTranscript.substr(tSearch.sTranscript.find("Receive TERM"));
+  EXPECT_EQ(sBehind.find(" searching PI."), sBehind.npos) << Tale(tSearch);
+}
+
+// Behind the recovery of a lens with several channels each one's words are its own again, for the image side too, and a
+// search finds focus on each.
+TEST(State, RecoveryServesEveryChannel) {
+  const TCamera tCamera("quad");
+  tCamera.Write(szPositions, "zoom_motor=390\nfocus_motor=380\n");
+  tCamera.Write(szZoomLog, "");
+  tCamera.Write(szFocusLog, "");
+  const TLifeResult tResult =
+      Live(tCamera, {Ask(300'000, "channel=2&function=auto"), Ask(400'000, "channel=2&function=getstatus")}, 401'000);
+  EXPECT_EQ(StatusValue(tResult.asReplies.back(), "focus_motor"), tCamera.Truth(LENS_FOCUS, 2)) << Tale(tResult);
+  TWorld* ptWorld = World_Map(tCamera.sRoot.c_str());
+  const double dOff = Lens_GlassVirtual(&ptWorld->tLens, 2, LENS_FOCUS) - World_SharpFocus(ptWorld, 2);
+  EXPECT_LT(std::fabs(dOff), World_DepthOfFocus(ptWorld, 2)) << Tale(tResult);
+  World_Unmap(ptWorld);
+}
+
 // The flash fails: the daemon goes on, says so, keeps the old file, and leaves the log for the next start to act on.
 TEST(State, FailedSaveKeepsFileAndLog) {
   for (const bool bFull : {true, false}) {
     const TCamera tCamera("zoom");
-    const std::string sBefore = tCamera.Read(szPositions);
+    const std::string sBefore = tCamera.Read(szPositions) + "night_mode=0\n";  // as the start completes it
     const auto Break = [=](u32 bOn) {
       return [=](TWorld* ptWorld) { (bFull ? ptWorld->bFlashFull : ptWorld->bFlashReadOnly) = bOn; };
     };
@@ -233,8 +272,9 @@ TEST(State, SavedFilesHaveTheirForm) {
     const char* szText;
   } atCases[] = {
       {"zoomonly", "function=zoom&direction=direct&position=111", szPositions, "zoom_motor=111\n"},
-      {"focus", "function=focus&direction=direct&position=111", szPositions, "focus_motor=111\n"},
-      {"zoom", "function=focus&direction=direct&position=111", szPositions, "zoom_motor=200\nfocus_motor=111\n"},
+      {"focus", "function=focus&direction=direct&position=111", szPositions, "focus_motor=111\nnight_mode=0\n"},
+      {"zoom", "function=focus&direction=direct&position=111", szPositions,
+       "zoom_motor=200\nfocus_motor=111\nnight_mode=0\n"},
       {"focus", "function=setfocusdefault&defaultposition=77", "/etc/conf.d/vernierlensd/focus_default", "77\n"},
   };
   for (const auto& tCase : atCases) {

@@ -57,7 +57,7 @@ void PerformFocusScan(TVernierLensdInfo* pThis, i32 fd) {
   Motor_Request(fd, MOTOR_SELECT_DEVICE, pThis->tFocusBox.iRunningChannel);
   const u32 bIris = OpenIris(pThis);
   ClearTableRow(pThis->tFocusBox.iRunningChannel);
-  const bool bGoesOn = g_bRunThread.load() != 0;  // no walk is begun behind the end
+  const bool bGoesOn = !Daemon_IsEnding();  // no walk is begun behind the end
   if (bGoesOn && pThis->bSupportZoom != 0) SendZoomToReference(pThis);
   i32 iResult = bGoesOn ? 0 : -1;
   if (bGoesOn && pThis->bSupportICS == 0) iResult = ScanFindReference(pThis, fd);
@@ -116,7 +116,7 @@ void WaitForZoom(TVernierLensdInfo* pThis) {
   if (pThis->bSupportZoom == 0) return;
   Wait_Poll(qwZoomPoll_us, qwNoBound_us, [&] {
     Command_WakeAgain(pThis, g_tZoomAxis);
-    return Word_Load(pThis->tZoomCommand.dwFunction) == FUNCTION_IDLE || g_bRunThread.load() == 0 ||
+    return Word_Load(pThis->tZoomCommand.dwFunction) == FUNCTION_IDLE || Daemon_IsEnding() ||
            Word_Take(pThis->bZoomWakeReady) == 0 || Word_Take(pThis->tZoomBox.bEnded) != 0;
   });
 }

@@ -82,7 +82,7 @@ void VernierLensd_RequestIris(TVernierLensdInfo* pThis, u32 dwRequest) {
   if (dwRequest != 1) return;
   const u64 qwPeriod_us = std::max<u64>(g_tVernierLensdConfigInfo.dwOpenIrisTime, qwLeastIrisPeriod_us);
   const u64 qwBound_us = std::max(qwIrisPeriods * qwPeriod_us, qwLeastIrisBound_us);
-  for (u64 qwWaited_us = 0; qwWaited_us < qwBound_us && g_bRunThread.load() != 0; qwWaited_us += qwPeriod_us) {
+  for (u64 qwWaited_us = 0; qwWaited_us < qwBound_us && !Daemon_IsEnding(); qwWaited_us += qwPeriod_us) {
     Delay_WhileRunning(qwPeriod_us);
     if (Word_Load(ptBlock->dwIrisRequest) != 1 || Word_Load(ptBlock->bIrisPending) != 1) return;
   }

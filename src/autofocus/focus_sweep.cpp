@@ -32,7 +32,7 @@ u32 FocusValue(const TVernierLensdInfo* pThis);
 }  // namespace
 
 i32 VernierLensd_FocusSweep(TVernierLensdInfo* pThis, i32 fd, u32 dwStart, u32 dwRange, u32 dwStep) {
-  if (pThis->bSupportFocus == 0 || g_bRunThread.load() == 0) return -1;
+  if (pThis->bSupportFocus == 0 || Daemon_IsEnding()) return -1;
   TSweep tSweep = {.dwStart = dwStart,
                    .dwRange = dwRange,
                    .dwStep = std::max(dwStep, 1U),
@@ -117,7 +117,7 @@ i32 GoToBest(TVernierLensdInfo* pThis, i32 fd, const TSweep& tSweep) {
 }
 
 bool IsInterrupted(const TVernierLensdInfo* pThis) {
-  return Word_Take(pThis->bFocusWake) != 0 || g_bRunThread.load() == 0;
+  return Word_Take(pThis->bFocusWake) != 0 || Daemon_IsEnding();
 }
 
 u32 FocusValue(const TVernierLensdInfo* pThis) {

@@ -114,14 +114,14 @@ void WaitForRestore(TVernierLensdInfo* pThis) {
   Wait_Poll(qwRestorePoll_us, qwNoBound_us, [&] {
     for (const TAxis* ptAxis : {&g_tFocusAxis, &g_tZoomAxis}) Command_WakeAgain(pThis, *ptAxis);
     const bool bAtWork = IsAtWork(pThis, g_tFocusAxis) || IsAtWork(pThis, g_tZoomAxis);
-    return !bAtWork || g_bTerminated.load() != 0 || g_bRunThread.load() == 0;
+    return !bAtWork || Daemon_IsEnding();
   });
 }
 
 void Restore(TVernierLensdInfo* pThis) {
   const i32 iChannels = std::min(g_tVernierLensdConfigInfo.iMaxDevNum, iMaxChannels);
   EndZoomHold(pThis);  // it would arm itself anew over the restore, and its release could not be read meanwhile
-  for (i32 i = 0; i < iChannels && g_bTerminated.load() == 0 && g_bRunThread.load() != 0; i++) {
+  for (i32 i = 0; i < iChannels && !Daemon_IsEnding(); i++) {
     Word_Store(pThis->iCurChannel, i);
     SendRestore(pThis, i);
     WaitForRestore(pThis);

@@ -20,11 +20,12 @@ void LockFiles(TVernierLensdInfo* pThis) {
 }  // namespace
 
 i32 VernierLensd_SaveConfigFile(TVernierLensdInfo* pThis) {
-  return SavedState_Save(pThis, Word_Load(pThis->iCurChannel));
+  return SavedState_Save(pThis, Word_Load(pThis->iCurChannel), SAVE_WITH_MODE);
 }
 
-i32 SavedState_Save(TVernierLensdInfo* pThis, i32 iChannel) {
+i32 SavedState_Save(TVernierLensdInfo* pThis, i32 iChannel, ESaveMode eMode) {
   LockFiles(pThis);
+  if (eMode == SAVE_WITH_MODE) Word_Store(pThis->aiSavedNightMode[iChannel], Word_Load(pThis->aiNightMode[iChannel]));
   // Read inside the bracket: the later of two saves then writes both axes' later values.
   const u32 dwZoom = Word_Load(pThis->adwZoomMotorPosition[iChannel]);
   const u32 dwFocus = Word_Load(pThis->adwFocusMotorPosition[iChannel]);
@@ -35,7 +36,7 @@ i32 SavedState_Save(TVernierLensdInfo* pThis, i32 iChannel) {
   if (pThis->bSupportZoom != 0) std::snprintf(szZoom, sizeof szZoom, "zoom_motor=%u\n", dwZoom);
   if (pThis->bSupportFocus != 0) std::snprintf(szFocus, sizeof szFocus, "focus_motor=%u\n", dwFocus);
   if (Word_Load(pThis->bDayNightCorrection) != 0) {
-    std::snprintf(szMode, sizeof szMode, "night_mode=%d\n", Word_Load(pThis->aiNightMode[iChannel]));
+    std::snprintf(szMode, sizeof szMode, "night_mode=%d\n", Word_Load(pThis->aiSavedNightMode[iChannel]));
   }
   char szText[sizeof szZoom + sizeof szFocus + sizeof szMode];
   std::snprintf(szText, sizeof szText, "%s%s%s", szZoom, szFocus, szMode);
@@ -43,6 +44,13 @@ i32 SavedState_Save(TVernierLensdInfo* pThis, i32 iChannel) {
   sem_post(&pThis->semConfigFile);
   if (iResult != 0) std::printf("[vernierlensd] : fopen %s failed!\n", szPositionsPath);
   return iResult;
+}
+
+void SavedState_Publish(TVernierLensdInfo* pThis, i32 iChannel) {
+  LockFiles(pThis);
+  FocusBlock_StorePositions(pThis, iChannel, Word_Load(pThis->adwZoomMotorPosition[iChannel]),
+                            Word_Load(pThis->adwFocusMotorPosition[iChannel]));
+  sem_post(&pThis->semConfigFile);
 }
 
 i32 VernierLensd_SaveFocusDefault(TVernierLensdInfo* pThis) {

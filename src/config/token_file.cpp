@@ -50,7 +50,9 @@ i32 TokenFile_Read(const char* pszPath, std::span<const TTokenRow> atRows) {
   std::fclose(pFile);
   if (!bWhole) return -1;
   for (std::size_t i = 0; i < atRows.size(); i++) {
-    if (atFound[i].bFound) Word_Store(*atRows[i].pdwDest, atFound[i].dwValue);
+    if (!atFound[i].bFound) continue;
+    Word_Store(*atRows[i].pdwDest, atFound[i].dwValue);
+    if (atRows[i].pbFound != nullptr) *atRows[i].pbFound = true;
   }
   return 0;
 }

@@ -10,7 +10,8 @@
 
 struct TTokenRow {
   std::string_view sKey;
-  u32* pdwDest;  // shared word; takes the number behind the first '='
+  u32* pdwDest;             // shared word; takes the number behind the first '='
+  bool* pbFound = nullptr;  // set where the key was there; null: not asked for
 };
 
 constexpr i32 iMaxToken = 131;  // characters

@@ -11,4 +11,5 @@ pthread_mutex_t gICSMutex = PTHREAD_MUTEX_INITIALIZER;
 
 u32* g_pdwtabFocusValueTable = nullptr;
 u32* g_pdwtabFocusPanTable = nullptr;
+i32* g_pdwtabFocusShiftTable = nullptr;
 u32* g_pdwtabFocusingStartTable = nullptr;

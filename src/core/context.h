@@ -21,6 +21,7 @@
 #include "taskshim.h"
 
 struct TSXMLParser;
+struct TTemperature;
 
 constexpr i32 iMaxChannels = 4;
 
@@ -92,6 +93,7 @@ struct TCommandBox {
   TMotorCommand tRunning;  // owner thread only: the command as it was taken
   i32 iRunningChannel;     // owner thread only: its channel
   u32 bStarted;            // main thread only: the motor thread runs or has run
+  u32 bClaimed;            // owner thread only: tRunning is a command of its own, still to be dispatched
   u32 bEnded;              // shared: the motor thread has left its loop and touches nothing any more
   u32 bBusy;               // under the lock: the motor thread is inside its dispatcher
   u32 aeReference[iMaxChannels];  // shared: EReference by channel; start-up and the owner thread write
@@ -118,7 +120,7 @@ struct TVernierLensdInfo {
   u32 dwLensKind;    // ELensKind
   void* hXMLParser;  // Expat parser, handed to the message library
   TSXMLParser* hSXMLParser;
-  void* hTemperature;
+  TTemperature* hTemperature;
   void* hGateLink;        // null while the gateway is closed
   i32 iMaxFd;             // highest descriptor ever entered in fdsRead; only rises
   i32 fdGateLink;         // -1 none
@@ -152,26 +154,31 @@ struct TVernierLensdInfo {
   u32 dwICSZoomSpeed;  // steps per second
   u32 dwICSFocusSpeed;
   i32 iTrackingCurveIndex;
-  i32 aiNightMode[iMaxChannels];
-  u32 bDayNightCorrection;
-  u32 bThermalShift;  // shared
-  struct tm* ptTime;
-  i32 iInitTime;  // minute
-  i32 aiRefTemperature[iMaxChannels];
+  i32 aiNightMode[iMaxChannels];       // mode that the focus was moved for last; start-up, then focus thread
+  u32 bDayNightCorrection;             // shared
+  u32 bThermalShift;                   // shared
+  struct tm* ptTime;                   // of the last temperature check
+  i32 iInitTime;                       // tm_min of the last check that ran
+  i32 aiRefTemperature[iMaxChannels];  // degrees Celsius at which the focus position is right
   i32 iMin;
   i32 iMax;
-  i32 iThermalTempCount;
-  i32* piThermalTemp;
-  i32 iThermalZoomCount;
-  i32* piThermalZoom;
-  i32** ppiThermalOffset;
+  i32 iThermalTempCount;   // columns
+  i32* piThermalTemp;      // degrees Celsius, ascending
+  i32 iThermalZoomCount;   // rows
+  i32* piThermalZoom;      // zoom positions, ascending
+  i32** ppiThermalOffset;  // rows of focus positions by column
 
   // Private words, behind those that others know.
   TCommandBox tFocusBox;
   TCommandBox tZoomBox;
-  u32 bConfigSemaphore;  // semConfigFile exists
-  u32 bPidFile;          // the PID file is ours
-  u32 bPowerLost;        // the last life left a working log, or positions that cannot be; start-up writes
+  u32 bConfigSemaphore;                // semConfigFile exists
+  u32 bPidFile;                        // the PID file is ours
+  u32 bPowerLost;                      // the last life left a working log, or positions that cannot be; start-up writes
+  u32 bPowerLossChecked;               // shared: a recovery that is due has been sent, and periodic work may begin
+  i32 aiSavedNightMode[iMaxChannels];  // shared: the mode that belongs to the focus position saved last
+  u32 abNightModeUnknown[iMaxChannels];  // start-up, then focus thread: the saved mode and the focus may not belong
+                                         // together, until a search has found focus
+  pthread_mutex_t mutexXMLParser;        // held from a file's parse with hSXMLParser to the last lookup in it
 };
 
 struct TVernierLensdConfigInfo {
@@ -241,15 +248,18 @@ extern std::atomic<u32> g_bIrisFullyOpenStatus;  // the iris is held fully open 
 extern std::atomic<u32> g_dwFocusDefault;        // default focus position, virtual steps
 static_assert(std::atomic<u32>::is_always_lock_free);  // a signal handler stores one
 
+// From here on nothing new is begun: the signal has come, whether the main loop has seen it or not, or a motor thread
+// has ended.  A move under way is finished.  Any thread.
+inline bool Daemon_IsEnding() {
+  return g_bTerminated.load() != 0 || g_bRunThread.load() == 0;
+}
+
 extern pthread_mutex_t gICSMutex;  // held during each sequence of requests to fdICS
 
 // Each table is null or complete, and belongs to the daemon until VernierLensd_Release.
 extern u32* g_pdwtabFocusValueTable;     // iMaxDevNum rows of iFocusValueTableSize focus values; words shared
 extern u32* g_pdwtabFocusPanTable;       // dwZoomVirtualTotalStep entries, plain lens with zoom only
 extern u32* g_pdwtabFocusingStartTable;  // iFocusStartEntries entries, plain lens with zoom only
+extern i32* g_pdwtabFocusShiftTable;     // plain lens with focus only; see compensation/focus_shift_table.h
 
 constexpr i32 iFocusStartEntries = 16;
-
-// A table with more entries for one channel is refused at start-up: a plain lens has no target above 0xFFFF, and no ICS
-// lens comes near it, so more is a broken file.
-constexpr u32 dwMaxTableEntries = 1'000'000;

@@ -9,3 +9,10 @@ i32 Text_ToI32(const char* psz) {
   return static_cast<i32>(
       std::clamp<long long>(llValue, std::numeric_limits<i32>::min(), std::numeric_limits<i32>::max()));
 }
+
+u32 Text_ToUnsigned(const char* psz) {
+  constexpr u32 dwMax = std::numeric_limits<u32>::max();
+  const long long llValue = std::strtoll(psz, nullptr, 10);
+  const bool bFits = -static_cast<long long>(dwMax) <= llValue && llValue <= static_cast<long long>(dwMax);
+  return bFits ? static_cast<u32>(llValue) : dwMax;
+}

@@ -7,12 +7,16 @@ constexpr const char* szPidPath = "/var/run/vernierlensd.pid";
 
 constexpr const char* szFocusMotorPath = "/dev/focusmotor";
 constexpr const char* szZoomMotorPath = "/dev/zoommotor";
+constexpr const char* szIICPath = "/dev/i2c-2";  // of the temperature sensor, unless its configuration names another
 
 constexpr const char* szCapabilityPath = "/etc/conf.d/config_capability.xml";
 constexpr const char* szImageFeaturePath = "/etc/conf.d/config_imagefeature.xml";
 constexpr const char* szVideoInPath = "/etc/conf.d/config_videoin_c0.xml";
 constexpr const char* szVideoModePath = "/etc/conf.d/config_videomode_c0.xml";
+constexpr const char* szTemperaturePath = "/etc/conf.d/config_temperature.xml";
 constexpr const char* szConfigPath = "/etc/conf.d/vernierlensd/config_vernierlensd.xml";
+constexpr const char* szLensProfilePath = "/etc/conf.d/image_cfgs/c0/imgsys/mdp_lens_profile.xml";
+constexpr const char* szIRCutPath = "/etc/conf.d/config_ircutctrl.xml";
 constexpr const char* szPositionsPath = "/etc/conf.d/vernierlensd/vernierlensd.conf";
 constexpr const char* szBackupPath =
     "/etc/conf.d/vernierlensd/vernierlensd_backup.conf";  // comes from outside, read only

@@ -4,28 +4,31 @@
 #include <unistd.h>
 
 #include <cstdio>
-#include <cstdlib>
 
 #include "autofocus/focus_block.h"
+#include "compensation/focus_shift_table.h"
+#include "compensation/thermal_table.h"
 #include "core/fail.h"
 #include "core/inputs.h"
 #include "core/paths.h"
+#include "core/table.h"
 #include "motor/axis.h"
 #include "motor/motor_thread.h"
 #include "sxmlparser/sxmlparser.h"
+#include "temperature/temperature.h"
 
 namespace {
-
-void FreeTable(u32*& pdwTable) {
-  std::free(pdwTable);
-  pdwTable = nullptr;
-}
 
 void CloseWakePair(TVernierLensdInfo* pThis, const TAxis& tAxis) {
   for (i32& fd : pThis->*tAxis.paiWakePair) {
     if (fd >= 0) close(fd);
     fd = -1;
   }
+}
+
+void ReleaseTemperature(TVernierLensdInfo* pThis) {
+  if (pThis->hTemperature != nullptr) Temperature_Release(&pThis->hTemperature);
+  ThermalTable_Free(pThis);
 }
 
 void ReleaseICS(TVernierLensdInfo* pThis) {
@@ -46,9 +49,10 @@ i32 VernierLensd_Release(TVernierLensdInfo* pThis) {
   if (MotorThread_Release(pThis, g_tZoomAxis) != 0) return Fail("[vernierlensd] : TaskShim_Release failed.");
   CloseWakePair(pThis, g_tFocusAxis);
   CloseWakePair(pThis, g_tZoomAxis);
-  FreeTable(g_pdwtabFocusPanTable);
-  FreeTable(g_pdwtabFocusingStartTable);
-  FreeTable(g_pdwtabFocusValueTable);
+  Table_Free(g_pdwtabFocusPanTable);
+  Table_Free(g_pdwtabFocusingStartTable);
+  DayNightFocusShift_Release(pThis);
+  Table_Free(g_pdwtabFocusValueTable);
   SXMLParser_Release(&pThis->hSXMLParser);
   if (pThis->hXMLParser != nullptr) XML_ParserFree(static_cast<XML_Parser>(pThis->hXMLParser));
   pThis->hXMLParser = nullptr;
@@ -59,6 +63,7 @@ i32 VernierLensd_Release(TVernierLensdInfo* pThis) {
   if (pThis->bPidFile != 0) unlink(szPidPath);
   pThis->bPidFile = 0;
   if (pThis->bSupportICS != 0) ReleaseICS(pThis);
+  ReleaseTemperature(pThis);
   std::puts("OK");
   return 0;
 }

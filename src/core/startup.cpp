@@ -6,19 +6,22 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <cstdlib>
 
 #include "autofocus/focus_block.h"
 #include "autofocus/zoom_tracking.h"
+#include "compensation/focus_shift_table.h"
+#include "compensation/thermal_shift.h"
 #include "config/config_load.h"
 #include "config/saved_state.h"
 #include "core/fail.h"
 #include "core/inputs.h"
 #include "core/paths.h"
 #include "core/status_file.h"
+#include "core/table.h"
 #include "motor/axis.h"
 #include "motor/motor_thread.h"
 #include "sxmlparser/sxmlparser.h"
+#include "temperature/temperature.h"
 
 namespace {
 
@@ -26,10 +29,11 @@ void ClearContext(TVernierLensdInfo* pThis);
 i32 StartFocusThread(TVernierLensdInfo* pThis);
 void InitConfigSemaphore(TVernierLensdInfo* pThis);
 i32 CreatePanTable(TVernierLensdInfo* pThis);
+void PrepareTemperature(TVernierLensdInfo* pThis);
+i32 PrepareDayNight(TVernierLensdInfo* pThis);
 i32 StartZoomThread(TVernierLensdInfo* pThis);
 void CreateWakePair(TVernierLensdInfo* pThis, const TAxis& tAxis);
 i32 CreateFocusValueTable();
-u32* AllocateTable(i32 iRows, u32 dwEntries);
 
 }  // namespace
 
@@ -49,6 +53,8 @@ i32 VernierLensd_Init(TVernierLensdInfo* pThis) {
   if (StartFocusThread(pThis) != 0) return Fail("[vernierlensd] : VernierLensd_InitFocusMotorThread failed.");
   InitConfigSemaphore(pThis);
   if (CreatePanTable(pThis) != 0) return Fail("[vernierlensd] : Create focus pan table failed.");
+  PrepareTemperature(pThis);
+  if (PrepareDayNight(pThis) != 0) return -1;
   if (StartZoomThread(pThis) != 0) return Fail("[vernierlensd] : VernierLensd_InitZoomMotorThread failed.");
   pThis->bPidFile = VernierLensd_WritePidFile() == 0;
   pThis->dwPid = static_cast<u32>(getpid());
@@ -79,6 +85,10 @@ i32 VernierLensd_InitXMLParser(TVernierLensdInfo* pThis) {
   return pThis->hXMLParser != nullptr ? 0 : Fail("[vernierlensd] : XML_ParserCreate failed.");
 }
 
+i32 VernierLensd_InitTemperatureSensor(TVernierLensdInfo* pThis) {
+  return Temperature_Initial(&pThis->hTemperature, 0) != 0 ? -1 : 0;
+}
+
 i32 VernierLensd_WritePidFile() {
   FILE* pFile = std::fopen(szPidPath, "w");
   if (pFile == nullptr) return -1;
@@ -102,6 +112,7 @@ void ClearContext(TVernierLensdInfo* pThis) {
   pThis->fdGateLink = -1;
   pThis->fdFIFO = -1;
   pThis->fdICS = -1;
+  pthread_mutex_init(&pThis->mutexXMLParser, nullptr);
   for (const TAxis* ptAxis : {&g_tFocusAxis, &g_tZoomAxis}) {
     std::fill_n(pThis->*ptAxis->paiWakePair, 2, -1);
     pthread_mutex_init(&Axis_Box(pThis, *ptAxis).mutex, nullptr);
@@ -118,8 +129,25 @@ void InitConfigSemaphore(TVernierLensdInfo* pThis) {
 
 i32 CreatePanTable(TVernierLensdInfo* pThis) {
   if (pThis->bSupportZoom == 0 || pThis->bSupportICS != 0) return 0;
-  g_pdwtabFocusPanTable = AllocateTable(1, g_tVernierLensdConfigInfo.dwZoomVirtualTotalStep);
+  g_pdwtabFocusPanTable = static_cast<u32*>(Table_AllocateWords(1, g_tVernierLensdConfigInfo.dwZoomVirtualTotalStep));
   return g_pdwtabFocusPanTable != nullptr ? VernierLensd_LoadPanFocusTable() : -1;
+}
+
+// Without a sensor the lens works on, uncompensated.
+void PrepareTemperature(TVernierLensdInfo* pThis) {
+  if (Word_Load(pThis->bThermalShift) == 0 || pThis->bSupportICS != 0) return;
+  if (VernierLensd_InitTemperatureSensor(pThis) != 0) {
+    Word_Store(pThis->bThermalShift, 0);
+    std::puts("[vernierlensd] : VernierLensd_InitTemperatureSensor failed.");
+  }
+  if (ThermalFocusShift_TemperatureUpdae(pThis, 1) != 0) {
+    std::puts("[vernierlensd] : ThermalFocusShift_TemperatureUpdae failed.");
+  }
+}
+
+i32 PrepareDayNight(TVernierLensdInfo* pThis) {
+  if (pThis->bSupportICS != 0 || pThis->bSupportFocus == 0) return 0;
+  return DayNightFocusShift_Initial(pThis);
 }
 
 i32 StartZoomThread(TVernierLensdInfo* pThis) {
@@ -143,15 +171,9 @@ void CreateWakePair(TVernierLensdInfo* pThis, const TAxis& tAxis) {
 
 i32 CreateFocusValueTable() {
   const TVernierLensdConfigInfo& tConfig = g_tVernierLensdConfigInfo;
-  g_pdwtabFocusValueTable = AllocateTable(tConfig.iMaxDevNum, static_cast<u32>(tConfig.iFocusValueTableSize));
+  const u32 dwRow = static_cast<u32>(tConfig.iFocusValueTableSize);
+  g_pdwtabFocusValueTable = static_cast<u32*>(Table_AllocateWords(tConfig.iMaxDevNum, dwRow));
   return g_pdwtabFocusValueTable != nullptr ? 0 : -1;
-}
-
-// Zeroed; null when a row has too many entries or there is no memory.  An empty table still has an address.
-u32* AllocateTable(i32 iRows, u32 dwEntries) {
-  if (dwEntries > dwMaxTableEntries) return nullptr;
-  const std::size_t dwAll = static_cast<std::size_t>(std::max(iRows, 0)) * dwEntries;
-  return static_cast<u32*>(std::calloc(std::max<std::size_t>(dwAll, 1), sizeof(u32)));
 }
 
 }  // namespace

@@ -13,5 +13,8 @@ i32 VernierLensd_InitSXMLParser(TSXMLParser** phParser);
 // Makes the Expat parser for the message library.  0 or -1.
 i32 VernierLensd_InitXMLParser(TVernierLensdInfo* pThis);
 
+// Sets the temperature sensor up.  0, or -1: no sensor, hTemperature stays null.
+i32 VernierLensd_InitTemperatureSensor(TVernierLensdInfo* pThis);
+
 // Writes the process id, at most 7 digits, no line end.  0, or -1 when the file cannot be made, without a line.
 i32 VernierLensd_WritePidFile();

@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <string_view>
@@ -27,6 +28,7 @@ void MarkRestore(const TVernierLensdInfo* pThis) {
 void LoseReferences(TVernierLensdInfo* pThis) {
   Reference_LoseAll(pThis, g_tZoomAxis);
   Reference_LoseAll(pThis, g_tFocusAxis);
+  std::ranges::fill(pThis->abNightModeUnknown, 1U);
 }
 
 i32 CreateStatusFile(TVernierLensdInfo* pThis) {
@@ -78,11 +80,11 @@ void SendPositioning(TVernierLensdInfo* pThis, const TAxis& tAxis, const char* s
 }  // namespace
 
 void PowerLoss_LookAtLogs(TVernierLensdInfo* pThis) {
-  const bool bLog = VernierLensd_ZoomLogExists() == 0 || VernierLensd_FocusLogExists() == 0;
-  if (bLog) pThis->bPowerLost = 1;
+  const bool bWrongPositions = pThis->bPowerLost != 0;
+  if (VernierLensd_ZoomLogExists() == 0 || VernierLensd_FocusLogExists() == 0) pThis->bPowerLost = 1;
   if (pThis->bPowerLost == 0) return;
   LoseReferences(pThis);
-  if (!bLog) MarkRestore(pThis);  // positions that cannot be are no mark that outlives the next save
+  if (bWrongPositions) MarkRestore(pThis);  // they are no mark that outlives the next save of either axis
 }
 
 i32 VernierLensd_LoadStatusFile(TVernierLensdInfo* pThis) {
@@ -128,8 +130,10 @@ i32 VernierLensd_WriteBackupFIFO() {
 }
 
 void VernierLensd_CheckPowerLoss(TVernierLensdInfo* pThis) {
-  if (pThis->bPowerLost == 0) return;
-  std::puts("[vernierlensd] : Power loss unexpectedly! Need positioning.");
-  SendPositioning(pThis, g_tFocusAxis, "[vernierlensd] : Waking up focus motor thread failed.");
-  SendPositioning(pThis, g_tZoomAxis, "[vernierlensd] : Waking up zoom motor thread failed.");
+  if (pThis->bPowerLost != 0) {
+    std::puts("[vernierlensd] : Power loss unexpectedly! Need positioning.");
+    SendPositioning(pThis, g_tFocusAxis, "[vernierlensd] : Waking up focus motor thread failed.");
+    SendPositioning(pThis, g_tZoomAxis, "[vernierlensd] : Waking up zoom motor thread failed.");
+  }
+  Word_Publish(pThis->bPowerLossChecked, 1);
 }

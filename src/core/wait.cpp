@@ -18,7 +18,7 @@ void Delay_us(u64 qwTime_us) {
 
 void Delay_WhileRunning(u64 qwTime_us) {
   constexpr u64 qwSlice_us = 500'000;
-  while (qwTime_us > 0 && g_bRunThread.load() != 0) {
+  while (qwTime_us > 0 && !Daemon_IsEnding()) {
     const u64 qwNow_us = std::min(qwTime_us, qwSlice_us);
     Delay_us(qwNow_us);
     qwTime_us -= qwNow_us;

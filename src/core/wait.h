@@ -6,7 +6,7 @@
 // Sleeps for the whole time, whatever signals arrive.  0 returns at once.
 void Delay_us(u64 qwTime_us);
 
-// Sleeps, and ends early once the motor threads are to end.
+// Sleeps, and ends early, within half a second, once the daemon is to end.
 void Delay_WhileRunning(u64 qwTime_us);
 
 // Milliseconds of the wall clock in 32 bits.  Wraps every 49.7 days: only differences count.
@@ -15,7 +15,7 @@ u32 Clock_Milliseconds();
 constexpr u64 qwNoBound_us = ~0ULL;
 
 // Polls fnDone, every qwPeriod_us, for at most qwBound_us.  True: it held.  False: the bound passed first.
-// fnDone also tells of the reasons to give up: a wait without bound ends at least on g_bRunThread 0 or g_bTerminated 1.
+// fnDone also tells of the reasons to give up: a wait without bound ends at least on Daemon_IsEnding.
 template <typename TDone>
 bool Wait_Poll(u64 qwPeriod_us, u64 qwBound_us, TDone fnDone) {
   for (u64 qwWaited_us = 0; !fnDone(); qwWaited_us += qwPeriod_us) {

@@ -1,5 +1,6 @@
 #include "motor/axis.h"
 
+#include "compensation/periodic.h"
 #include "core/paths.h"
 #include "core/working_log.h"
 #include "motor/dispatch.h"
@@ -28,6 +29,9 @@ const TAxis g_tZoomAxis = {
     .pfnThread = VernierLensd_ZoomMotorThread,
     .pfnDispatch = VernierLensd_DispatchZoomCommand,
     .pfnFindReference = ZoomReference_Find,
+    .pfnBegin = nullptr,
+    .pfnPeriodic = nullptr,
+    .eSaveMode = SAVE_WITH_SAVED_MODE,
     .pfnCreateLog = VernierLensd_ZoomCreateLogFile,
     .pfnDeleteLog = VernierLensd_ZoomDeleteLogFile,
     .szDevice = szZoomMotorPath,
@@ -64,6 +68,9 @@ const TAxis g_tFocusAxis = {
     .pfnThread = VernierLensd_FocusMotorThread,
     .pfnDispatch = VernierLensd_DispatchFocusCommand,
     .pfnFindReference = FocusReference_Find,
+    .pfnBegin = Compensation_Begin,
+    .pfnPeriodic = Compensation_Check,
+    .eSaveMode = SAVE_WITH_MODE,
     .pfnCreateLog = VernierLensd_FocusCreateLogFile,
     .pfnDeleteLog = VernierLensd_FocusDeleteLogFile,
     .szDevice = szFocusMotorPath,

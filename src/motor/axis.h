@@ -5,8 +5,11 @@
 #include <algorithm>
 #include <limits>
 
+#include "config/saved_state.h"
 #include "core/context.h"
 #include "motor/motor_device.h"
+
+struct TIRCutState;
 
 struct TAxis {
   // The context's side.
@@ -35,6 +38,9 @@ struct TAxis {
   i32 (*pfnThread)(void* pvThis);  // the thread body, as the thread library calls it
   void (*pfnDispatch)(TVernierLensdInfo* pThis, i32 fd);
   void (*pfnFindReference)(TVernierLensdInfo* pThis, i32 fd);  // of the running channel, selected already
+  void (*pfnBegin)(TVernierLensdInfo* pThis, i32 fd);          // thread, ahead of its loop; null nothing
+  void (*pfnPeriodic)(TVernierLensdInfo* pThis, TIRCutState* ptIRCut, i32 fd);  // while the axis is idle; null nothing
+  ESaveMode eSaveMode;
   void (*pfnCreateLog)();
   void (*pfnDeleteLog)();
   const char* szDevice;

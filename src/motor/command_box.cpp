@@ -2,6 +2,30 @@
 
 #include <sys/socket.h>
 
+namespace {
+
+bool IsIdle(TVernierLensdInfo* pThis, const TAxis& tAxis) {
+  return Word_Load(pThis->*tAxis.pbWake) == 0 && Word_Load(Axis_Command(pThis, tAxis).dwFunction) == FUNCTION_IDLE;
+}
+
+void CopyToRunning(TCommandBox& tBox, const TMotorCommand& tBlock) {
+  tBox.bBusy = 1;
+  tBox.tRunning = {
+      .dwFunction = Word_Load(tBlock.dwFunction),
+      .dwDirection = Word_Load(tBlock.dwDirection),
+      .dwSteps = Word_Load(tBlock.dwSteps),
+      .dwPosition = Word_Load(tBlock.dwPosition),
+      .dwDefaultPosition = Word_Load(tBlock.dwDefaultPosition),
+      .dwStart = Word_Load(tBlock.dwStart),
+      .dwEnd = Word_Load(tBlock.dwEnd),
+      .bIris = Word_Load(tBlock.bIris),
+      .bZoomContinuous = Word_Load(tBlock.bZoomContinuous),
+  };
+  tBox.iRunningChannel = tBox.iChannel;
+}
+
+}  // namespace
+
 void Command_Lock(TCommandBox& tBox) {
   pthread_mutex_lock(&tBox.mutex);
 }
@@ -28,23 +52,38 @@ void Command_WakeAgain(TVernierLensdInfo* pThis, const TAxis& tAxis) {
 
 void Command_Take(TVernierLensdInfo* pThis, const TAxis& tAxis) {
   TCommandBox& tBox = Axis_Box(pThis, tAxis);
-  const TMotorCommand& tBlock = Axis_Command(pThis, tAxis);
+  const bool bClaimed = tBox.bClaimed != 0;
+  tBox.bClaimed = 0;
+  if (bClaimed) return;
   Command_Lock(tBox);
   Word_Publish(pThis->*tAxis.pbWake, 0);
-  tBox.bBusy = 1;
-  tBox.tRunning = {
-      .dwFunction = Word_Load(tBlock.dwFunction),
-      .dwDirection = Word_Load(tBlock.dwDirection),
-      .dwSteps = Word_Load(tBlock.dwSteps),
-      .dwPosition = Word_Load(tBlock.dwPosition),
-      .dwDefaultPosition = Word_Load(tBlock.dwDefaultPosition),
-      .dwStart = Word_Load(tBlock.dwStart),
-      .dwEnd = Word_Load(tBlock.dwEnd),
-      .bIris = Word_Load(tBlock.bIris),
-      .bZoomContinuous = Word_Load(tBlock.bZoomContinuous),
-  };
-  tBox.iRunningChannel = tBox.iChannel;
+  CopyToRunning(tBox, Axis_Command(pThis, tAxis));
   Command_Unlock(tBox);
+}
+
+bool Command_ClaimDirectMove(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 iChannel, TMotorCommand* ptCommand,
+                             u32 dwPosition) {
+  TCommandBox& tBox = Axis_Box(pThis, tAxis);
+  Command_Lock(tBox);
+  const bool bIdle = IsIdle(pThis, tAxis);
+  if (bIdle) {
+    Word_Store(ptCommand->dwFunction, FUNCTION_FOCUS);
+    Word_Store(ptCommand->dwDirection, DIRECTION_DIRECT);
+    Word_Store(ptCommand->dwPosition, dwPosition);
+    tBox.iChannel = iChannel;
+    CopyToRunning(tBox, *ptCommand);
+    tBox.bClaimed = 1;
+  }
+  Command_Unlock(tBox);
+  return bIdle;
+}
+
+bool Command_IsIdle(TVernierLensdInfo* pThis, const TAxis& tAxis) {
+  TCommandBox& tBox = Axis_Box(pThis, tAxis);
+  Command_Lock(tBox);
+  const bool bIdle = IsIdle(pThis, tAxis);
+  Command_Unlock(tBox);
+  return bIdle;
 }
 
 bool Command_IsBusy(TVernierLensdInfo* pThis, const TAxis& tAxis) {

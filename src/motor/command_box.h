@@ -69,9 +69,18 @@ bool Command_IsBusy(TVernierLensdInfo* pThis, const TAxis& tAxis);
 // The thread has left its dispatcher.  Owner thread.
 void Command_Leave(TVernierLensdInfo* pThis, const TAxis& tAxis);
 
-// Clears the wake flag, counts the thread as busy, and copies block and channel to the box's running command.  Owner
-// thread.
+// Clears the wake flag, counts the thread as busy, and copies block and channel to the box's running command; a claimed
+// one is there already, and the flag is another's.  Owner thread.
 void Command_Take(TVernierLensdInfo* pThis, const TAxis& tAxis);
+
+// Writes a direct move to dwPosition (virtual steps) into an idle axis's block and takes it at once, for the dispatcher
+// that the thread calls next; nobody is woken.  ptCommand is the block.  Owner thread.  False: a command of somebody
+// else stands there or is on its way, and goes first; nothing is written.
+bool Command_ClaimDirectMove(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 iChannel, TMotorCommand* ptCommand,
+                             u32 dwPosition);
+
+// True while no command stands in the block.  Owner thread.
+bool Command_IsIdle(TVernierLensdInfo* pThis, const TAxis& tAxis);
 
 // The running command has ended: dwFunction becomes 0, unless a newer command stands in the block.  Owner thread.
 void Command_Finish(TVernierLensdInfo* pThis, const TAxis& tAxis);

@@ -4,6 +4,8 @@
 
 #include "autofocus/auto_focus.h"
 #include "autofocus/focus_block.h"
+#include "compensation/day_night.h"
+#include "compensation/thermal_shift.h"
 #include "config/saved_state.h"
 #include "core/wait.h"
 #include "motor/axis_move.h"
@@ -20,9 +22,9 @@ using FStep = void (*)(TVernierLensdInfo* pThis, i32 fd);
 void RunFocusCommand(TVernierLensdInfo* pThis, i32 fd);
 void Bracket(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, FStep pfnStep);
 void Search(TVernierLensdInfo* pThis, i32 fd, FStep pfnSearch);
-void FindLostReference(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd);
+bool FindLostReference(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd);
 void Position(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, FStep pfnStep);
-void FindOtherReferences(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd);
+bool FindOtherReferences(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd);
 bool SaveRunningChannel(TVernierLensdInfo* pThis, const TAxis& tAxis);
 void CloseLog(TVernierLensdInfo* pThis, const TAxis& tAxis, bool bSaved);
 void StoreFocusDefault(TVernierLensdInfo* pThis, u32 dwDefaultPosition);
@@ -91,8 +93,8 @@ void RunFocusCommand(TVernierLensdInfo* pThis, i32 fd) {
 // A move: the log stands on flash before the motor starts, and goes when the result is saved.
 void Bracket(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, FStep pfnStep) {
   tAxis.pfnCreateLog();
-  FindLostReference(pThis, tAxis, fd);
-  pfnStep(pThis, fd);
+  const bool bFound = FindLostReference(pThis, tAxis, fd);
+  if (!bFound || !Daemon_IsEnding()) pfnStep(pThis, fd);  // a move that was asked for is not begun behind the end
   CloseLog(pThis, tAxis, SaveRunningChannel(pThis, tAxis));
 }
 
@@ -102,6 +104,7 @@ void Search(TVernierLensdInfo* pThis, i32 fd, FStep pfnSearch) {
   VernierLensd_SetAutoFocusBusy(pThis, 1);
   if (pfnSearch != PerformFocusScan) FindLostReference(pThis, g_tFocusAxis, fd);
   pfnSearch(pThis, fd);
+  if (Command_IsIdle(pThis, g_tFocusAxis)) NightMode_FollowSearch(pThis);
   const bool bSaved = SaveRunningChannel(pThis, g_tFocusAxis);
   VernierLensd_SetAutoFocusBusy(pThis, 0);
   CloseLog(pThis, g_tFocusAxis, bSaved);
@@ -111,44 +114,52 @@ void Search(TVernierLensdInfo* pThis, i32 fd, FStep pfnSearch) {
 // sends all channels at once and runs one of them: the others go first, in the same bracket.
 void Position(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, FStep pfnStep) {
   tAxis.pfnCreateLog();
-  if (pThis->bPowerLost != 0 || pThis->bSupportFocus == 0) FindOtherReferences(pThis, tAxis, fd);
-  pfnStep(pThis, fd);
+  const bool bOthers = pThis->bPowerLost != 0 || pThis->bSupportFocus == 0;
+  const bool bFound = bOthers && FindOtherReferences(pThis, tAxis, fd);
+  if (!bFound || !Daemon_IsEnding()) pfnStep(pThis, fd);  // else this channel stays lost, and the log stands
   CloseLog(pThis, tAxis, SaveRunningChannel(pThis, tAxis));
 }
 
-void FindOtherReferences(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd) {
+// True: at least one was walked to.
+bool FindOtherReferences(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd) {
   TCommandBox& tBox = Axis_Box(pThis, tAxis);
   const i32 iChannel = tBox.iRunningChannel;
-  bool bSelected = false;
-  for (i32 i = 0; i < g_tVernierLensdConfigInfo.iMaxDevNum && g_bRunThread.load() != 0; i++) {
-    if (i == iChannel || !Reference_IsLost(pThis, tAxis, i)) continue;
+  bool bFound = false;
+  for (i32 i = 0; i < g_tVernierLensdConfigInfo.iMaxDevNum && !Daemon_IsEnding(); i++) {
+    if (i == iChannel) continue;
     tBox.iRunningChannel = i;
-    FindLostReference(pThis, tAxis, fd);
-    bSelected = true;
+    if (!FindLostReference(pThis, tAxis, fd)) continue;
+    SavedState_Publish(pThis, i);
+    bFound = true;
   }
   tBox.iRunningChannel = iChannel;
   // The step may rely on what was selected before.
-  if (bSelected) Motor_Request(fd, MOTOR_SELECT_DEVICE, iChannel);
+  if (bFound) Motor_Request(fd, MOTOR_SELECT_DEVICE, iChannel);
+  return bFound;
 }
 
-// A newer command has overtaken the recovery: what it asks for must not start from a false counter.
-void FindLostReference(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd) {
+// A newer command has overtaken the recovery: what it asks for must not start from a false counter.  True: walked to.
+bool FindLostReference(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd) {
   const i32 iChannel = Axis_Box(pThis, tAxis).iRunningChannel;
-  if (!Reference_IsLost(pThis, tAxis, iChannel)) return;
+  if (!Reference_IsLost(pThis, tAxis, iChannel)) return false;
   Motor_Request(fd, MOTOR_SELECT_DEVICE, iChannel);
   tAxis.pfnFindReference(pThis, fd);
+  return true;
 }
 
 bool SaveRunningChannel(TVernierLensdInfo* pThis, const TAxis& tAxis) {
-  if (SavedState_Save(pThis, Axis_Box(pThis, tAxis).iRunningChannel) == 0) return true;
+  if (SavedState_Save(pThis, Axis_Box(pThis, tAxis).iRunningChannel, tAxis.eSaveMode) == 0) return true;
   std::puts("[vernierlensd] : VernierLensd_SaveConfigFile failed.");
   return false;
 }
 
 // A position that is not saved, or not known, leaves the log standing: the next start then finds the lens itself.
 void CloseLog(TVernierLensdInfo* pThis, const TAxis& tAxis, bool bSaved) {
-  if (!bSaved) tAxis.pfnCreateLog();  // it may have failed before the move
-  if (bSaved && Reference_IsKnownOnAll(pThis, tAxis)) tAxis.pfnDeleteLog();
+  if (bSaved && Reference_IsKnownOnAll(pThis, tAxis)) {
+    tAxis.pfnDeleteLog();
+  } else {
+    tAxis.pfnCreateLog();  // it may have failed before the move
+  }
 }
 
 void StoreFocusDefault(TVernierLensdInfo* pThis, u32 dwDefaultPosition) {
@@ -158,12 +169,15 @@ void StoreFocusDefault(TVernierLensdInfo* pThis, u32 dwDefaultPosition) {
   VernierLensd_SaveFocusDefault(pThis);
 }
 
+// The focus that a client has chosen is right for the temperature of this moment.  With the wake flag set, the recheck
+// was asked for by the command that waits, and is taken at that one's end.
 void EndThermalRecheck(TVernierLensdInfo* pThis) {
-  // With the wake flag set, the recheck was asked for by the command that waits, and is taken at that one's end.
   Command_Lock(pThis->tFocusBox);
-  const bool bTaken = Word_Load(pThis->bFocusWake) == 0 && Word_Load(pThis->bThermalShift) != 0;
+  const bool bTaken = Word_Load(pThis->bFocusWake) == 0 && Word_Load(pThis->bThermalShift) != 0 &&
+                      Word_Load(pThis->bThermalRecheck) != 0;
   if (bTaken) Word_Store(pThis->bThermalRecheck, 0);
   Command_Unlock(pThis->tFocusBox);
+  if (bTaken && pThis->dwLensKind == LENS_KIND_THERMAL) ThermalFocusShift_TemperatureUpdae(pThis, 0);
 }
 
 void RunZoomCommand(TVernierLensdInfo* pThis, i32 fd) {

@@ -10,6 +10,7 @@
 #include <cstdio>
 
 #include "autofocus/zoom_tracking.h"
+#include "compensation/day_night.h"
 #include "core/fail.h"
 #include "core/status_file.h"
 #include "core/wait.h"
@@ -24,11 +25,17 @@ constexpr u64 qwSelectPause_us = 100'000;  // after a failed select, so that a d
 constexpr u64 qwEndPoll_us = 10'000;
 constexpr u64 qwEndBound_us = 600'000'000;  // far longer than a whole range of any lens takes
 
+enum EReceived : u32 {
+  RECEIVED_COMMAND,  // woken, and a command stands in the block
+  RECEIVED_NOTHING,  // a time-out, or a wake-up whose command has run already
+  RECEIVED_ERROR,    // of the wait: no time has passed that would make the periodic work due
+};
+
 i32 MotorThread_Run(TVernierLensdInfo* pThis, const TAxis& tAxis);
 i32 MotorThread_Serve(TVernierLensdInfo* pThis, const TAxis& tAxis);
 void FollowSavedZoom(TVernierLensdInfo* pThis);
 void MotorThread_SetRange(TVernierLensdInfo* pThis, const TAxis& tAxis);
-bool MotorThread_Receive(TVernierLensdInfo* pThis, const TAxis& tAxis);
+EReceived MotorThread_Receive(TVernierLensdInfo* pThis, const TAxis& tAxis);
 i32 MotorThread_Initial(TVernierLensdInfo* pThis, const TAxis& tAxis);
 i32 MotorThread_Start(TVernierLensdInfo* pThis, const TAxis& tAxis);
 
@@ -40,6 +47,7 @@ i32 MotorThread_Run(TVernierLensdInfo* pThis, const TAxis& tAxis) {
 }
 
 i32 MotorThread_Serve(TVernierLensdInfo* pThis, const TAxis& tAxis) {
+  TIRCutState tIRCut = {};
   const i32 fd = pThis->bSupportICS != 0 ? pThis->fdICS : open(tAxis.szDevice, O_WRONLY | O_CLOEXEC);
   if (fd < 0) {
     std::puts("[vernierlensd] : Failed to open device");
@@ -51,10 +59,13 @@ i32 MotorThread_Serve(TVernierLensdInfo* pThis, const TAxis& tAxis) {
   // Before the pass, which takes minutes: by then others may have set these words for a newer target.
   if (tAxis.bFocusLeads) FollowSavedZoom(pThis);
   if (bPass) PIPass_Run(pThis, tAxis, fd);
+  if (tAxis.pfnBegin != nullptr) tAxis.pfnBegin(pThis, fd);
   Wait_Poll(qwReadyPoll_us, qwNoBound_us,
-            [&] { return Word_Take(pThis->*tAxis.pbWakeReady) != 0 || g_bRunThread.load() == 0; });
+            [&] { return Word_Take(pThis->*tAxis.pbWakeReady) != 0 || Daemon_IsEnding(); });
   while (g_bRunThread.load() != 0) {
-    if (MotorThread_Receive(pThis, tAxis)) tAxis.pfnDispatch(pThis, fd);
+    const EReceived eReceived = MotorThread_Receive(pThis, tAxis);
+    if (eReceived == RECEIVED_COMMAND) tAxis.pfnDispatch(pThis, fd);
+    if (eReceived != RECEIVED_ERROR && tAxis.pfnPeriodic != nullptr) tAxis.pfnPeriodic(pThis, &tIRCut, fd);
   }
   if (pThis->bSupportICS == 0) close(fd);
   g_bRunThread = 0;
@@ -77,30 +88,30 @@ void MotorThread_SetRange(TVernierLensdInfo* pThis, const TAxis& tAxis) {
   Word_Store(tBlock.dwEnd, Axis_Config(tAxis.pdwVirtualEnd));
 }
 
-// True: woken, and a command stands in the block.  The flag carries the command, not the bytes: several wake-ups may
-// have left several, and run the block once.
-bool MotorThread_Receive(TVernierLensdInfo* pThis, const TAxis& tAxis) {
+// The flag carries the command, not the bytes: several wake-ups may have left several, and run the block once.
+EReceived MotorThread_Receive(TVernierLensdInfo* pThis, const TAxis& tAxis) {
   const i32 fdWake = (pThis->*tAxis.paiWakePair)[1];
   fd_set fdsWake;
   FD_ZERO(&fdsWake);
   FD_SET(fdWake, &fdsWake);
   timeval tTimeOut = {.tv_sec = tWakeTimeOut_s, .tv_usec = 0};
   const i32 iReady = select(fdWake + 1, &fdsWake, nullptr, nullptr, &tTimeOut);
-  if (iReady < 0 && errno == EINTR) return false;
+  if (iReady < 0 && errno == EINTR) return RECEIVED_ERROR;
   if (iReady < 0) {
     std::puts("[vernierlensd] : select failed.");
     Delay_us(qwSelectPause_us);
-    return false;
+    return RECEIVED_ERROR;
   }
   if (iReady == 0) {
     std::puts("[vernierlensd] : select timeout");
-    return false;
+    return RECEIVED_NOTHING;
   }
   u32 dwDiscarded = 0;
   if (read(fdWake, &dwDiscarded, sizeof dwDiscarded) < 0) {
     // Nothing depends on the bytes.
   }
-  return g_bRunThread.load() != 0 && Word_Take(pThis->*tAxis.pbWake) != 0;
+  if (Daemon_IsEnding() || Word_Take(pThis->*tAxis.pbWake) == 0) return RECEIVED_NOTHING;
+  return RECEIVED_COMMAND;
 }
 
 i32 MotorThread_Initial(TVernierLensdInfo* pThis, const TAxis& tAxis) {

@@ -36,7 +36,7 @@ bool TakeTurn(const char* pszName) {
       return false;
     }
     Delay_us(qwSearchWait_us);
-    if (g_bRunThread.load() == 0) return false;
+    if (Daemon_IsEnding()) return false;
   }
   return true;
 }
@@ -53,7 +53,7 @@ void WaitForOther(TVernierLensdInfo* pThis, const TAxis& tOwn, const TAxis& tOth
   const u32& dwOther = g_tVernierLensdConfigInfo.*tOther.pdwPIDev;
   Word_Store(dwOwn, static_cast<u32>(iDev));
   // While the other is behind, not while it differs: it may have gone on by the time that this one looks.
-  while (Word_Load(dwOther) < static_cast<u32>(iDev) && OtherTakesPart(pThis, tOther) && g_bRunThread.load() != 0) {
+  while (Word_Load(dwOther) < static_cast<u32>(iDev) && OtherTakesPart(pThis, tOther) && !Daemon_IsEnding()) {
     std::puts(tOwn.szWaitOther);
     Delay_us(qwRendezvousPoll_us);
   }
@@ -132,7 +132,7 @@ void PIPass_Run(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd) {
   for (i32 i = 0; i < g_tVernierLensdConfigInfo.iMaxDevNum; i++) {
     SetDone(tAxis, 0);
     WaitForOther(pThis, tAxis, tOther, i);
-    if (g_bRunThread.load() == 0) break;
+    if (Daemon_IsEnding()) break;
     std::printf(tAxis.szInitDev, i);
     Motor_Request(fd, MOTOR_SELECT_DEVICE, i);
     const bool bWasLost = Reference_IsLost(pThis, tAxis, i);
@@ -140,7 +140,7 @@ void PIPass_Run(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd) {
                                               Axis_Config(tAxis.pdwPISearchStep), Axis_Config(tAxis.pdwPIBackwardShift),
                                               Axis_Config(tAxis.pdwVirtualOneStep));
     tBox.iRunningChannel = i;
-    if (iResult == iSearchNotBegun && g_bRunThread.load() == 0) break;  // the lens has not moved
+    if (iResult == iSearchNotBegun && Daemon_IsEnding()) break;  // the lens has not moved
     if (!bWasLost) Reference_Set(pThis, tAxis, iResult == 0);
     SetDone(tAxis, 1);
   }

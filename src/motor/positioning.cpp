@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 
 #include "autofocus/zoom_tracking.h"
@@ -80,7 +81,9 @@ void FocusReference_Find(TVernierLensdInfo* pThis, i32 fd) {
 }
 
 void ZoomReference_Find(TVernierLensdInfo* pThis, i32 fd) {
-  FindZoom(pThis, fd, g_tVernierLensdConfigInfo.dwZoomVirtualStart);
+  const u32 dwStart = g_tVernierLensdConfigInfo.dwZoomVirtualStart;
+  FindZoom(pThis, fd, dwStart);
+  VernierLensd_UpdatePanFocus(pThis, dwStart, pThis->tZoomBox.iRunningChannel);
 }
 
 u32 FocusReference_SetDirection(i32 fd) {
@@ -149,7 +152,13 @@ void SleepWalk(u32 dwDriverSteps, u32 dwOneStepTime, u32 dwOneStep) {
   Delay_us(static_cast<u64>(Steps_ToDriver(dwDriverSteps, 1)) * qwDriverStep_us);
 }
 
+// The walk must end, and at a place that the counter can name.
+u32 LimitToRange(u32 dwZoom) {
+  return static_cast<i32>(dwZoom) < 0 ? 0 : std::min(dwZoom, g_tVernierLensdConfigInfo.dwZoomVirtualEnd);
+}
+
 i32 FindZoom(TVernierLensdInfo* pThis, i32 fd, u32 dwPosition) {
+  dwPosition = LimitToRange(dwPosition);
   i32 iFound = 0;
   if (g_tVernierLensdConfigInfo.bZoomPISupport != 0) {
     iFound = SearchZoomPI(fd, dwPosition);

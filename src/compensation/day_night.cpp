@@ -1,0 +1,93 @@
+#include "compensation/day_night.h"
+
+#include <cstdio>
+
+#include "config/saved_state.h"
+#include "config/token_file.h"
+#include "core/number.h"
+#include "core/paths.h"
+#include "motor/command_box.h"
+#include "motor/dispatch.h"
+#include "sxmlparser/sxmlparser.h"
+
+namespace {
+
+// 0 where no block is attached.
+i32 PresentMode(const TVernierLensdInfo* pThis, i32 iChannel) {
+  const TFocusBlock* ptBlock = pThis->aptFocusBlock[iChannel];
+  return ptBlock == nullptr ? 0 : static_cast<i32>(Word_Load(ptBlock->dwDayNightMode));
+}
+
+void LookUpLeds(TVernierLensdInfo* pThis, TIRCutState* ptIRCut) {
+  if (SXMLParser_Process(pThis->hSXMLParser, szIRCutPath, 1) != 0) {
+    std::puts("[vernierlensd] : SXMLParser_Process failed");
+    return;
+  }
+  const auto LookUp = [&](const char* pszKey) {
+    return SXMLParser_GetElementText(pThis->hSXMLParser, "root", "ircutcontrol", pszKey, nullptr);
+  };
+  const char* pszDisabled = LookUp("disableirled");
+  if (pszDisabled == nullptr) {
+    std::puts("[vernierlensd] : Parse ircutcontrol_disableirled error.");
+  } else {
+    ptIRCut->bIRLedEnabled = Text_ToUnsigned(pszDisabled) == 0 ? 1 : 0;
+  }
+  const char* pszExternal = LookUp("enableextled");
+  if (pszExternal == nullptr) {
+    std::puts("[vernierlensd] : Parse ircutcontrol_enableextled error.");
+  } else {
+    ptIRCut->bExtLedEnabled = Text_ToUnsigned(pszExternal);
+  }
+}
+
+void ReadLeds(TVernierLensdInfo* pThis, TIRCutState* ptIRCut) {
+  ptIRCut->bIRLedEnabled = 0;
+  ptIRCut->bExtLedEnabled = 0;
+  pthread_mutex_lock(&pThis->mutexXMLParser);
+  LookUpLeds(pThis, ptIRCut);
+  pthread_mutex_unlock(&pThis->mutexXMLParser);
+}
+
+}  // namespace
+
+i32 NightMode_Load(TVernierLensdInfo* pThis, const char* pszPath, const char* szTaken) {
+  for (i32 i = 0; i < g_tVernierLensdConfigInfo.iMaxDevNum; i++) {
+    u32 dwMode = 0;
+    bool bFound = false;
+    const TTokenRow tRow = {.sKey = "night_mode", .pdwDest = &dwMode, .pbFound = &bFound};
+    if (TokenFile_Read(pszPath, {&tRow, 1}) != 0) return -1;
+    const i32 iMode = bFound ? static_cast<i32>(dwMode) : PresentMode(pThis, i);
+    Word_Store(pThis->aiNightMode[i], iMode);
+    Word_Store(pThis->aiSavedNightMode[i], iMode);
+    if (bFound) continue;
+    if (szTaken != nullptr) std::printf(szTaken, iMode);
+    if (SavedState_Save(pThis, i, SAVE_WITH_MODE) != 0) {
+      std::puts("[vernierlensd] : VernierLensd_SaveConfigFile failed.");
+    }
+  }
+  return 0;
+}
+
+void NightMode_FollowSearch(TVernierLensdInfo* pThis) {
+  const i32 iChannel = pThis->tFocusBox.iRunningChannel;
+  if (pThis->abNightModeUnknown[iChannel] == 0) return;
+  pThis->abNightModeUnknown[iChannel] = 0;
+  Word_Store(pThis->aiNightMode[iChannel], PresentMode(pThis, iChannel));
+}
+
+void DayNight_Check(TVernierLensdInfo* pThis, TMotorCommand* ptCommand, TIRCutState* ptIRCut, i32 fd,
+                    FNightOffset pfnOffset) {
+  for (i32 i = 0; i < g_tVernierLensdConfigInfo.iMaxDevNum; i++) {
+    if (pThis->aptFocusBlock[i] == nullptr) continue;
+    const i32 iMode = PresentMode(pThis, i);  // read once: what is moved for is what is stored
+    if (Word_Load(pThis->aiNightMode[i]) == iMode) continue;
+    std::puts("[vernierlensd] : day night switch");
+    ReadLeds(pThis, ptIRCut);
+    ptIRCut->iFocusOffset = pfnOffset(pThis, *ptIRCut, i, iMode != 0);
+    std::printf("[vernierlensd] : Focus Offset: %d\n", ptIRCut->iFocusOffset);
+    const u32 dwPosition = Word_Load(pThis->adwFocusMotorPosition[i]) + static_cast<u32>(ptIRCut->iFocusOffset);
+    if (!Command_ClaimDirectMove(pThis, g_tFocusAxis, i, ptCommand, dwPosition)) return;
+    Word_Store(pThis->aiNightMode[i], iMode);
+    VernierLensd_DispatchFocusCommand(pThis, fd);
+  }
+}

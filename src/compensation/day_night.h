@@ -1,0 +1,31 @@
+// What the day/night correction of both kinds of lens does alike: the mode that was acted on last, and the check for a
+// switch.  When the image side switches between daylight and infra-red light, focus moves by an offset of the lens.
+#pragma once
+
+#include "core/context.h"
+
+// Scratch record of the focus thread; one for the life of the thread, zeroed first.
+struct TIRCutState {
+  u32 bIRLedEnabled;  // the inverse of the key "disableirled"
+  u32 bExtLedEnabled;
+  i32 iFocusOffset;  // of the switch that is handled
+};
+static_assert(sizeof(TIRCutState) == 12);
+
+// The offset of entering night, for the channel's zoom position; 0 where the switch moves nothing.
+using FNightOffset = i32 (*)(const TVernierLensdInfo* pThis, const TIRCutState& tIRCut, i32 iChannel, bool bNight);
+
+// Reads the mode that the daemon acted on last into each channel's aiNightMode from a state file.  A file without it:
+// the channel's present mode is taken and saved, with a line in front if szTaken (one %d) is given, and the next
+// channel finds it there.  Start-up.  0; -1: the file cannot be read, nothing is printed.
+i32 NightMode_Load(TVernierLensdInfo* pThis, const char* pszPath, const char* szTaken);
+
+// A search has found focus under the present light: where the saved mode is not known to belong to the position, the
+// present one does now.  Focus thread, for the channel of the running command, before its save.
+void NightMode_FollowSearch(TVernierLensdInfo* pThis);
+
+// Moves the focus of each channel whose mode has changed, and stores the new mode ahead of the move: its save writes
+// both.  A client's command that arrives meanwhile goes first, and the switch waits for the next pass.  Focus thread,
+// while the axis is idle.  ptCommand: &tFocusCommand.
+void DayNight_Check(TVernierLensdInfo* pThis, TMotorCommand* ptCommand, TIRCutState* ptIRCut, i32 fd,
+                    FNightOffset pfnOffset);

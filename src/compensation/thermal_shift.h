@@ -1,0 +1,15 @@
+// Focus of a thermal lens follows the temperature: every two minutes the sensor is read, and where a channel's
+// temperature lies more than one degree from the one that its focus was right for, the focus moves by the table's
+// difference between the two.
+#pragma once
+
+#include "core/context.h"
+
+// Reads the sensor and takes its temperature as the one that the present focus is right for: of every channel (1,
+// start- up), or of the running focus command's (0, focus thread).  0; -1 with a line printed: nothing has changed.
+i32 ThermalFocusShift_TemperatureUpdae(TVernierLensdInfo* pThis, u32 bAllChannels);
+
+// One check, which does nothing until the minute is two off that of the check before.  A failed reading moves nothing.
+// A client's command that arrives meanwhile goes first, and the rest of the check waits for the next pass.  Focus
+// thread, while the axis is idle.  ptCommand: &tFocusCommand.
+void ThermalFocusShift_Check(TVernierLensdInfo* pThis, TMotorCommand* ptCommand, i32 fdMotor);
