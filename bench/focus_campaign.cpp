@@ -25,7 +25,10 @@ struct TPace {
   u64 qwSearch_ms;  // of the search, behind the longest move
   u64 qwEnd_ms;     // behind the longest search
 };
-constexpr TPace g_atPaces[] = {{"zoom", 100, 12'000, 150'000}, {"focus", 15'000, 20'000, 90'000}};
+constexpr TPace g_atPaces[] = {{"zoom", 100, 12'000, 150'000},
+                               {"focus", 15'000, 20'000, 90'000},
+                               {"quad", 90'000, 100'000, 220'000},
+                               {"thermal", 100, 8'000, 120'000}};
 
 struct TFault {
   const char* szName;  // stands in the place of the scene's; null none

@@ -6,6 +6,7 @@
 #include "autofocus/focus_block.h"
 #include "autofocus/focus_sweep.h"
 #include "core/wait.h"
+#include "ics/ics_positioning.h"
 #include "motor/command_box.h"
 #include "motor/positioning.h"
 #include "motor/reference.h"
@@ -60,7 +61,7 @@ void PerformFocusScan(TVernierLensdInfo* pThis, i32 fd) {
   const bool bGoesOn = !Daemon_IsEnding();  // no walk is begun behind the end
   if (bGoesOn && pThis->bSupportZoom != 0) SendZoomToReference(pThis);
   i32 iResult = bGoesOn ? 0 : -1;
-  if (bGoesOn && pThis->bSupportICS == 0) iResult = ScanFindReference(pThis, fd);
+  if (bGoesOn) iResult = ScanFindReference(pThis, fd);
   if (iResult == 0) {
     WaitForZoom(pThis);
     std::puts("[vernierlensd] : Start searching...");
@@ -104,7 +105,9 @@ TRange CentredRange(const TBounds& tBounds, i32 iLength, u32 dwCentre) {
 }
 
 TRange FirstRange(const TVernierLensdInfo* pThis, const TBounds& tBounds) {
-  const u32 dwPanFocus = Word_Load(pThis->adwPanFocus[pThis->tFocusBox.iRunningChannel]);
+  u32 dwPanFocus = Word_Load(pThis->adwPanFocus[pThis->tFocusBox.iRunningChannel]);
+  // A tracking curve can lead below 0, which is no place at the far end.
+  if (pThis->bSupportICS != 0 && static_cast<i32>(dwPanFocus) < 0) dwPanFocus = 0;
   const u32 dwWhole = tBounds.dwEnd - tBounds.dwStart;
   const i32 iFirst = g_tVernierLensdConfigInfo.iSearchRangeFirstLevel;
   if (dwWhole <= static_cast<u32>(iFirst)) return {.dwStart = tBounds.dwStart, .dwLength = dwWhole};
@@ -156,6 +159,10 @@ void SendZoomToReference(TVernierLensdInfo* pThis) {
 }
 
 i32 ScanFindReference(TVernierLensdInfo* pThis, i32 fd) {
+  if (pThis->bSupportICS != 0) {
+    if (Word_Load(pThis->bICSDetached) == 0) ICS_FocusScanReference(pThis, fd);
+    return 0;
+  }
   const TVernierLensdConfigInfo& tConfig = g_tVernierLensdConfigInfo;
   const u32 dwReference = FocusReference_SetDirection(fd);
   bool bFound = true;

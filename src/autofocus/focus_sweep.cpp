@@ -22,7 +22,8 @@ struct TSweep {
 
 i32 ReadStart(TVernierLensdInfo* pThis, i32 fd, TSweep* ptSweep);
 i32 StepThrough(TVernierLensdInfo* pThis, i32 fd, TSweep* ptSweep);
-void StepOnce(TVernierLensdInfo* pThis, i32 fd, const TSweep& tSweep);
+i32 StepOnce(TVernierLensdInfo* pThis, i32 fd, const TSweep& tSweep);
+void StepICS(i32 fd, u32 dwTarget);
 void TakeReading(TVernierLensdInfo* pThis, TSweep* ptSweep);
 void StoreInTable(i32 iChannel, u32 dwOffset, u32 dwValue);
 i32 GoToBest(TVernierLensdInfo* pThis, i32 fd, const TSweep& tSweep);
@@ -56,7 +57,7 @@ i32 ReadStart(TVernierLensdInfo* pThis, i32 fd, TSweep* ptSweep) {
   StoreInTable(pThis->tFocusBox.iRunningChannel, 0, ptSweep->dwBest);
   std::printf("[vernierlensd] : [CH %d] Initial position: %d, Focus Value: %d.\n", pThis->tFocusBox.iRunningChannel,
               static_cast<i32>(ptSweep->dwStart), static_cast<i32>(ptSweep->dwBest));
-  Motor_Request(fd, MOTOR_SET_FORWARD);  // once: the steps rely on it
+  if (pThis->bSupportICS == 0) Motor_Request(fd, MOTOR_SET_FORWARD);  // once: the steps rely on it
   return 0;
 }
 
@@ -67,21 +68,45 @@ i32 StepThrough(TVernierLensdInfo* pThis, i32 fd, TSweep* ptSweep) {
       std::puts("[vernierlensd] : Operation interrupted!");
       return -1;
     }
-    StepOnce(pThis, fd, *ptSweep);
+    if (StepOnce(pThis, fd, *ptSweep) != 0) return -1;
     ptSweep->dwOffset += ptSweep->dwStep;
     TakeReading(pThis, ptSweep);
   }
   return 0;
 }
 
-// In stepped mode the one sleep covers the walk and a fresh reading; the configuration gives it.
-void StepOnce(TVernierLensdInfo* pThis, i32 fd, const TSweep& tSweep) {
+// In stepped mode the one sleep covers the walk and a fresh reading; the configuration gives it.  -1: an ICS lens that
+// does not answer any more.
+i32 StepOnce(TVernierLensdInfo* pThis, i32 fd, const TSweep& tSweep) {
   const TVernierLensdConfigInfo& tConfig = g_tVernierLensdConfigInfo;
-  Motor_Request(fd, tConfig.bBlockingMode != 0 ? MOTOR_WALK_STEPS_BLOCK : MOTOR_WALK_STEPS,
-                Steps_ToDriver(tSweep.dwStep, tConfig.dwFocusVirtualOneStep));
+  if (pThis->bSupportICS != 0) {
+    if (Word_Load(pThis->bICSDetached) != 0) return -1;
+    StepICS(fd, tSweep.dwStart + tConfig.dwFocusVirtualOneStep * (tSweep.dwOffset + tSweep.dwStep));
+  } else {
+    Motor_Request(fd, tConfig.bBlockingMode != 0 ? MOTOR_WALK_STEPS_BLOCK : MOTOR_WALK_STEPS,
+                  Steps_ToDriver(tSweep.dwStep, tConfig.dwFocusVirtualOneStep));
+  }
   Delay_us(tConfig.dwOneStepSearchTime);
   u32& dwPosition = Axis_Position(pThis, g_tFocusAxis);
   Word_Store(dwPosition, Word_Load(dwPosition) + tSweep.dwStep);
+  return 0;
+}
+
+// A lens that has not arrived by the last look is left where it is.
+void StepICS(i32 fd, u32 dwTarget) {
+  constexpr i32 iLooks = 3;
+  constexpr u64 qwLook_us = 150'000;
+  const i32 iTarget = static_cast<i32>(dwTarget);
+  std::printf("go to %d\n", iTarget);
+  pthread_mutex_lock(&gICSMutex);
+  Motor_Request(fd, ICS_SET_FOCUS_POSITION, iTarget);
+  i32 iPresent = Motor_Request(fd, ICS_GET_FOCUS_POSITION);
+  for (i32 i = 0; i < iLooks && iPresent != iTarget; i++) {
+    Delay_us(qwLook_us);
+    iPresent = Motor_Request(fd, ICS_GET_FOCUS_POSITION);
+    std::printf("[%d]curpos=%d\n", i, iPresent);
+  }
+  pthread_mutex_unlock(&gICSMutex);
 }
 
 void TakeReading(TVernierLensdInfo* pThis, TSweep* ptSweep) {

@@ -7,6 +7,7 @@
 #include "config/token_file.h"
 #include "core/number.h"
 #include "core/paths.h"
+#include "ics/ics_tracking.h"
 #include "motor/command_box.h"
 
 namespace {
@@ -39,6 +40,10 @@ i32 VernierLensd_LoadPanFocusTable() {
 
 void VernierLensd_UpdatePanFocus(TVernierLensdInfo* pThis, u32 dwZoomPos, i32 iDev) {
   if (pThis->bSupportFocus == 0) return;
+  if (pThis->bSupportICS != 0) {
+    ICS_PanFocusShift(pThis, dwZoomPos, iDev);
+    return;
+  }
   const u32 dwEntries = g_tVernierLensdConfigInfo.dwZoomVirtualTotalStep;
   if (g_pdwtabFocusPanTable == nullptr || dwEntries == 0) return;
   const u32 dwEntry = dwZoomPos == 0 ? 0 : std::min(dwZoomPos, dwEntries) - 1;

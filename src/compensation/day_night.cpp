@@ -18,6 +18,20 @@ i32 PresentMode(const TVernierLensdInfo* pThis, i32 iChannel) {
   return ptBlock == nullptr ? 0 : static_cast<i32>(Word_Load(ptBlock->dwDayNightMode));
 }
 
+// A file without the key leaves the mode alone.
+i32 ReadMode(const char* pszPath, i32* piMode, bool* pbFound) {
+  u32 dwMode = static_cast<u32>(*piMode);
+  const TTokenRow tRow = {.sKey = "night_mode", .pdwDest = &dwMode, .pbFound = pbFound};
+  const i32 iResult = TokenFile_Read(pszPath, {&tRow, 1});
+  *piMode = static_cast<i32>(dwMode);
+  return iResult;
+}
+
+void SetMode(TVernierLensdInfo* pThis, i32 iChannel, i32 iMode) {
+  Word_Store(pThis->aiNightMode[iChannel], iMode);
+  Word_Store(pThis->aiSavedNightMode[iChannel], iMode);
+}
+
 void LookUpLeds(TVernierLensdInfo* pThis, TIRCutState* ptIRCut) {
   if (SXMLParser_Process(pThis->hSXMLParser, szIRCutPath, 1) != 0) {
     std::puts("[vernierlensd] : SXMLParser_Process failed");
@@ -52,13 +66,10 @@ void ReadLeds(TVernierLensdInfo* pThis, TIRCutState* ptIRCut) {
 
 i32 NightMode_Load(TVernierLensdInfo* pThis, const char* pszPath, const char* szTaken) {
   for (i32 i = 0; i < g_tVernierLensdConfigInfo.iMaxDevNum; i++) {
-    u32 dwMode = 0;
+    i32 iMode = PresentMode(pThis, i);
     bool bFound = false;
-    const TTokenRow tRow = {.sKey = "night_mode", .pdwDest = &dwMode, .pbFound = &bFound};
-    if (TokenFile_Read(pszPath, {&tRow, 1}) != 0) return -1;
-    const i32 iMode = bFound ? static_cast<i32>(dwMode) : PresentMode(pThis, i);
-    Word_Store(pThis->aiNightMode[i], iMode);
-    Word_Store(pThis->aiSavedNightMode[i], iMode);
+    if (ReadMode(pszPath, &iMode, &bFound) != 0) return -1;
+    SetMode(pThis, i, iMode);
     if (bFound) continue;
     if (szTaken != nullptr) std::printf(szTaken, iMode);
     if (SavedState_Save(pThis, i, SAVE_WITH_MODE) != 0) {
@@ -66,6 +77,13 @@ i32 NightMode_Load(TVernierLensdInfo* pThis, const char* pszPath, const char* sz
     }
   }
   return 0;
+}
+
+void NightMode_Keep(TVernierLensdInfo* pThis, const char* pszPath) {
+  i32 iMode = 0;
+  bool bFound = false;
+  ReadMode(pszPath, &iMode, &bFound);
+  for (i32 i = 0; bFound && i < g_tVernierLensdConfigInfo.iMaxDevNum; i++) SetMode(pThis, i, iMode);
 }
 
 void NightMode_FollowSearch(TVernierLensdInfo* pThis) {

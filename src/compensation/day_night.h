@@ -20,6 +20,10 @@ using FNightOffset = i32 (*)(const TVernierLensdInfo* pThis, const TIRCutState& 
 // channel finds it there.  Start-up.  0; -1: the file cannot be read, nothing is printed.
 i32 NightMode_Load(TVernierLensdInfo* pThis, const char* pszPath, const char* szTaken);
 
+// Reads the saved mode, if there is one, and does nothing else: where the correction stays off, a save must not lose
+// it. Start-up.
+void NightMode_Keep(TVernierLensdInfo* pThis, const char* pszPath);
+
 // A search has found focus under the present light: where the saved mode is not known to belong to the position, the
 // present one does now.  Focus thread, for the channel of the running command, before its save.
 void NightMode_FollowSearch(TVernierLensdInfo* pThis);

@@ -90,7 +90,7 @@ i32 NightOffset(const TVernierLensdInfo* pThis, const TIRCutState& tIRCut, i32 i
 }  // namespace
 
 i32 DayNightFocusShift_Initial(TVernierLensdInfo* pThis) {
-  g_pdwtabFocusShiftTable = static_cast<i32*>(Table_AllocateWords(1, Entries(pThis->bSupportZoom)));
+  g_pdwtabFocusShiftTable = Table_New<i32>(Entries(pThis->bSupportZoom));
   std::puts(pThis->bSupportZoom != 0 ? "Support focus shift with zoom" : "Support focus shift without zoom");
   if (g_pdwtabFocusShiftTable == nullptr || DayNightFocusShift_LoadProfile(pThis, pThis->bSupportZoom) != 0) {
     Word_Store(pThis->bDayNightCorrection, 0);

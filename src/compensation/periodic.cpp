@@ -5,6 +5,8 @@
 #include "compensation/focus_shift_table.h"
 #include "compensation/thermal_shift.h"
 #include "compensation/thermal_table.h"
+#include "ics/ics_day_night.h"
+#include "ics/ics_temperature.h"
 
 namespace {
 
@@ -12,22 +14,27 @@ bool IsIdle(TVernierLensdInfo* pThis) {
   return Word_Load(pThis->tFocusCommand.dwFunction) == FUNCTION_IDLE && !Daemon_IsEnding();
 }
 
-bool HasThermalTable(const TVernierLensdInfo* pThis) {
-  return Word_Load(pThis->bThermalShift) != 0 && pThis->dwLensKind == LENS_KIND_THERMAL;
-}
-
 }  // namespace
 
-void Compensation_Begin(TVernierLensdInfo* pThis, [[maybe_unused]] i32 fd) {
-  if (!HasThermalTable(pThis) || VernierLensd_LoadThermalFocusShiftTable(pThis) == 0) return;
+void Compensation_Begin(TVernierLensdInfo* pThis, i32 fd) {
+  if (Word_Load(pThis->bThermalShift) == 0) return;
+  if (pThis->dwLensKind == LENS_KIND_ICS) ICS_TemperatureInitial(pThis, fd);
+  if (pThis->dwLensKind != LENS_KIND_THERMAL || VernierLensd_LoadThermalFocusShiftTable(pThis) == 0) return;
   Word_Store(pThis->bThermalShift, 0);
   std::puts("[vernierlensd] : VernierLensd_LoadThermalFocusShiftTable failed.");
 }
 
 void Compensation_Check(TVernierLensdInfo* pThis, TIRCutState* ptIRCut, i32 fd) {
+  TMotorCommand* ptCommand = &pThis->tFocusCommand;
   if (Word_Take(pThis->bPowerLossChecked) == 0 || !IsIdle(pThis)) return;
   if (Word_Load(pThis->bDayNightCorrection) != 0) {
-    DayNightFocusShift_Check(pThis, &pThis->tFocusCommand, ptIRCut, fd);
+    if (pThis->bSupportICS != 0) {
+      ICS_DayNightShift_Check(pThis, ptCommand, ptIRCut, fd);
+    } else {
+      DayNightFocusShift_Check(pThis, ptCommand, ptIRCut, fd);
+    }
   }
-  if (HasThermalTable(pThis) && IsIdle(pThis)) ThermalFocusShift_Check(pThis, &pThis->tFocusCommand, fd);
+  if (Word_Load(pThis->bThermalShift) == 0 || !IsIdle(pThis)) return;
+  if (pThis->dwLensKind == LENS_KIND_ICS) ICS_TemperatureCheck(pThis, ptCommand, fd);
+  if (pThis->dwLensKind == LENS_KIND_THERMAL) ThermalFocusShift_Check(pThis, ptCommand, fd);
 }

@@ -2,7 +2,6 @@
 
 #include <cstdio>
 #include <cstdlib>
-#include <ctime>
 
 #include "core/fail.h"
 #include "core/wait.h"
@@ -31,13 +30,6 @@ u32 Distance(i32 iLeft, i32 iRight) {
 void PrintReading(const TTemperatureValue& tReading) {
   std::printf("[vernierlensd] : Temperature sensor raw (%d), T (%d, %f)\n", tReading.byRaw, tReading.iTemperature,
               tReading.dTemperature);
-}
-
-// The UTC time, in one record of the daemon's own.
-struct tm* TakeTime() {
-  static struct tm tNow;  // the focus thread's
-  const time_t tSeconds = std::time(nullptr);
-  return gmtime_r(&tSeconds, &tNow);
 }
 
 // The last column not above each temperature.
@@ -117,7 +109,7 @@ i32 ThermalFocusShift_TemperatureUpdae(TVernierLensdInfo* pThis, u32 bAllChannel
 }
 
 void ThermalFocusShift_Check(TVernierLensdInfo* pThis, TMotorCommand* ptCommand, i32 fdMotor) {
-  pThis->ptTime = TakeTime();
+  pThis->ptTime = Clock_UTC();
   const i32 iMinute = pThis->ptTime->tm_min;
   // Of minute numbers, so that behind minute 59 the next check comes at minute 0.
   if (std::abs(iMinute - pThis->iInitTime) < iPeriod_min) return;

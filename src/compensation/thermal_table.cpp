@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <cstdlib>
 
 #include "config/number_list.h"
 #include "core/fail.h"
@@ -24,10 +23,6 @@ const char* TableText(const TVernierLensdInfo* pThis, const char* pszAxis, const
 
 void TakeNumbers(const char* pszList, i32* piValues, i32 iCount) {
   for (i32 i = 0; i < iCount; i++) piValues[i] = NumberList_Take(&pszList);
-}
-
-i32* AllocateRow(i32 iCount) {
-  return static_cast<i32*>(Table_AllocateWords(1, static_cast<u32>(iCount)));
 }
 
 // Each count as soon as it is found.  Both lists are as long as their counts say, and the counts positive.
@@ -55,7 +50,7 @@ i32 LoadRow(TVernierLensdInfo* pThis, i32 iRow) {
     std::printf("[vernierlensd] : Parse shift_table_thermal_zoomposition_zoomposition_%s error.\n", szName);
     return -1;
   }
-  pThis->ppiThermalOffset[iRow] = AllocateRow(pThis->iThermalTempCount);
+  pThis->ppiThermalOffset[iRow] = Table_New<i32>(pThis->iThermalTempCount);
   if (pThis->ppiThermalOffset[iRow] == nullptr) return -1;
   TakeNumbers(pszRow, pThis->ppiThermalOffset[iRow], pThis->iThermalTempCount);
   return 0;
@@ -71,9 +66,9 @@ i32 LoadTable(TVernierLensdInfo* pThis) {
   const char* pszZooms = nullptr;
   if (LookUpLists(pThis, &pszTemps, &pszZooms) != 0) return -1;
   const i32 iRows = pThis->iThermalZoomCount;
-  pThis->piThermalTemp = AllocateRow(pThis->iThermalTempCount);
-  pThis->piThermalZoom = AllocateRow(iRows);
-  pThis->ppiThermalOffset = static_cast<i32**>(std::calloc(static_cast<std::size_t>(iRows), sizeof(i32*)));
+  pThis->piThermalTemp = Table_New<i32>(pThis->iThermalTempCount);
+  pThis->piThermalZoom = Table_New<i32>(iRows);
+  pThis->ppiThermalOffset = Table_New<i32*>(iRows);
   if (pThis->piThermalTemp == nullptr || pThis->piThermalZoom == nullptr || pThis->ppiThermalOffset == nullptr)
     return -1;
   TakeNumbers(pszTemps, pThis->piThermalTemp, pThis->iThermalTempCount);

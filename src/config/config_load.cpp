@@ -12,6 +12,7 @@
 #include "core/fail.h"
 #include "core/number.h"
 #include "core/paths.h"
+#include "ics/ics_setup.h"
 #include "motor/positioning.h"
 #include "sxmlparser/sxmlparser.h"
 
@@ -23,7 +24,7 @@ constexpr std::string_view sICSType = "ics";
 i32 ProcessFile(TVernierLensdInfo* pThis, const char* szPath);
 i32 ReadRows(const char* szPath, const TTreeRow* ptRows);
 bool IsParkingKey(std::string_view sKey);
-i32 LoadRows(const TVernierLensdInfo* pThis);
+i32 LoadRows(TVernierLensdInfo* pThis);
 void PrintSettings();
 void PrintRows(std::span<const TTreeRow> atRows);
 void SetSupport(TVernierLensdInfo* pThis);
@@ -121,10 +122,11 @@ bool IsParkingKey(std::string_view sKey) {
   return std::ranges::find(asKeys, sKey) != std::end(asKeys);
 }
 
-i32 LoadRows(const TVernierLensdInfo* pThis) {
+i32 LoadRows(TVernierLensdInfo* pThis) {
   TVernierLensdConfigInfo& tConfig = g_tVernierLensdConfigInfo;
-  if (pThis->bSupportICS != 0 && VernierLensd_GotoPI() != 0) {
-    return Fail("[vernierlensd] : [ICS]VernierLensd_GotoPI fial");
+  if (pThis->bSupportICS != 0) {
+    if (VernierLensd_GotoPI() != 0) return Fail("[vernierlensd] : [ICS]VernierLensd_GotoPI fial");
+    ICS_Setup(pThis);  // a lens that is not there ends the daemon when the focus thread starts
   }
   if (ReadRows(szCapabilityPath, g_atChannelCountRows) != 0) return -1;
   if (pThis->bSupportICS != 0) return 0;
@@ -178,8 +180,11 @@ i32 CreateFocusStartTable(const TVernierLensdInfo* pThis) {
 
 // The file has one set of positions: all channels start from the same values.
 i32 LoadPositions(TVernierLensdInfo* pThis) {
-  if (pThis->bSupportICS != 0) return 0;
   for (i32 iChannel = 0; iChannel < g_tVernierLensdConfigInfo.iMaxDevNum; iChannel++) {
+    if (pThis->bSupportICS != 0) {
+      ICS_RestorePosition(pThis, iChannel);
+      continue;
+    }
     TTokenRow atRows[2] = {};
     std::size_t dwRows = 0;
     u32& dwZoom = pThis->adwZoomMotorPosition[iChannel];

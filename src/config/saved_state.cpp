@@ -35,14 +35,16 @@ i32 SavedState_Save(TVernierLensdInfo* pThis, i32 iChannel, ESaveMode eMode) {
   char szMode[32] = "";
   if (pThis->bSupportZoom != 0) std::snprintf(szZoom, sizeof szZoom, "zoom_motor=%u\n", dwZoom);
   if (pThis->bSupportFocus != 0) std::snprintf(szFocus, sizeof szFocus, "focus_motor=%u\n", dwFocus);
-  if (Word_Load(pThis->bDayNightCorrection) != 0) {
+  const bool bICS = pThis->bSupportICS != 0;
+  if (bICS || Word_Load(pThis->bDayNightCorrection) != 0) {
     std::snprintf(szMode, sizeof szMode, "night_mode=%d\n", Word_Load(pThis->aiSavedNightMode[iChannel]));
   }
   char szText[sizeof szZoom + sizeof szFocus + sizeof szMode];
   std::snprintf(szText, sizeof szText, "%s%s%s", szZoom, szFocus, szMode);
-  const i32 iResult = StateFile_Replace(szPositionsPath, szText);
+  const char* pszPath = bICS ? szICSPositionsPath : szPositionsPath;
+  const i32 iResult = StateFile_Replace(pszPath, szText);
   sem_post(&pThis->semConfigFile);
-  if (iResult != 0) std::printf("[vernierlensd] : fopen %s failed!\n", szPositionsPath);
+  if (iResult != 0) std::printf("[vernierlensd] : fopen %s failed!\n", pszPath);
   return iResult;
 }
 

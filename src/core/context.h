@@ -20,6 +20,7 @@
 #include "core/types.h"
 #include "taskshim.h"
 
+struct TCurveRow;
 struct TSXMLParser;
 struct TTemperature;
 
@@ -153,14 +154,14 @@ struct TVernierLensdInfo {
   u32 bICSDetached;    // shared: the ICS lens has stopped answering
   u32 dwICSZoomSpeed;  // steps per second
   u32 dwICSFocusSpeed;
-  i32 iTrackingCurveIndex;
+  i32 iTrackingCurveIndex;             // shared: the curve in use, one for all channels
   i32 aiNightMode[iMaxChannels];       // mode that the focus was moved for last; start-up, then focus thread
   u32 bDayNightCorrection;             // shared
   u32 bThermalShift;                   // shared
   struct tm* ptTime;                   // of the last temperature check
   i32 iInitTime;                       // tm_min of the last check that ran
   i32 aiRefTemperature[iMaxChannels];  // degrees Celsius at which the focus position is right
-  i32 iMin;
+  i32 iMin;                            // ends of the temperature band of an ICS lens, degrees Celsius
   i32 iMax;
   i32 iThermalTempCount;   // columns
   i32* piThermalTemp;      // degrees Celsius, ascending
@@ -263,3 +264,16 @@ extern u32* g_pdwtabFocusingStartTable;  // iFocusStartEntries entries, plain le
 extern i32* g_pdwtabFocusShiftTable;     // plain lens with focus only; see compensation/focus_shift_table.h
 
 constexpr i32 iFocusStartEntries = 16;
+
+// The curve tables of an ICS lens.  The loads in ics/curve_tables.h fill them at start-up and free them again; later
+// they are only read.  A row is null if its file was not whole.  Signed words are signed.
+extern TCurveRow** g_pdwtabTrackingCurveTable;  // iTrackCurveCount rows: zoom position to focus position
+extern u32* g_pdwtabObjDistTable;               // object distance of each of them
+extern TCurveRow** g_pdwtabTempCurveTable;      // iTempCurveCount rows: change of temperature to focus shift
+extern i32* g_pdwtabZoomTempTable;              // zoom position of each of them, ascending
+extern u32* g_pdwtabBaseTempTable;              // base temperature of each of them
+extern TCurveRow* g_pdwtabRawADCurveTable;      // sensor reading to hundredths of a kelvin
+extern i32* g_pdwtabADValueTable;               // dwTotalAD whole degrees Celsius, from reading dwMinAD downward
+extern TCurveRow* g_pdwtabIRCurveTable;         // zoom position to night focus shift
+extern u32* g_pdwtabWaveLenTable;               // wave length code of each of the iIRCurveCount files
+extern i32* g_pdwtabICSNightFocusShiftTable;    // dwZoomVirtualTotalStep shifts, from dwZoomVirtualStart upward

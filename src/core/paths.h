@@ -20,6 +20,15 @@ constexpr const char* szIRCutPath = "/etc/conf.d/config_ircutctrl.xml";
 constexpr const char* szPositionsPath = "/etc/conf.d/vernierlensd/vernierlensd.conf";
 constexpr const char* szBackupPath =
     "/etc/conf.d/vernierlensd/vernierlensd_backup.conf";  // comes from outside, read only
+constexpr const char* szICSDriverPath = "/dev/icsdriver";
+constexpr const char* szICSConfigPath = "/etc/conf.d/config_ics.xml";
+constexpr const char* szICSPositionsPath = "/etc/conf.d/vernierlensd/ics.conf";
+// Each takes the file's number.
+constexpr const char* szTrackingCurvePaths = "/etc/conf.d/vernierlensd/tracking_curve_y%d";
+constexpr const char* szTempCurvePaths = "/etc/conf.d/vernierlensd/temp_curve_y%d";
+constexpr const char* szADCurvePaths = "/etc/conf.d/vernierlensd/ad_curve_y%d";
+constexpr const char* szIRCurvePaths = "/etc/conf.d/vernierlensd/ir_curve_y%d";
+
 constexpr const char* szFocusDefaultPath = "/etc/conf.d/vernierlensd/focus_default";
 constexpr const char* szPanFocusPath = "/etc/conf.d/vernierlensd/pan_focus.tab";
 

@@ -12,6 +12,7 @@
 #include "core/inputs.h"
 #include "core/paths.h"
 #include "core/table.h"
+#include "ics/curve_tables.h"
 #include "motor/axis.h"
 #include "motor/motor_thread.h"
 #include "sxmlparser/sxmlparser.h"
@@ -51,6 +52,7 @@ i32 VernierLensd_Release(TVernierLensdInfo* pThis) {
   CloseWakePair(pThis, g_tZoomAxis);
   Table_Free(g_pdwtabFocusPanTable);
   Table_Free(g_pdwtabFocusingStartTable);
+  ICSTables_Release();
   DayNightFocusShift_Release(pThis);
   Table_Free(g_pdwtabFocusValueTable);
   SXMLParser_Release(&pThis->hSXMLParser);

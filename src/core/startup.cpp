@@ -18,6 +18,8 @@
 #include "core/paths.h"
 #include "core/status_file.h"
 #include "core/table.h"
+#include "ics/curve_tables.h"
+#include "ics/ics_setup.h"
 #include "motor/axis.h"
 #include "motor/motor_thread.h"
 #include "sxmlparser/sxmlparser.h"
@@ -129,7 +131,7 @@ void InitConfigSemaphore(TVernierLensdInfo* pThis) {
 
 i32 CreatePanTable(TVernierLensdInfo* pThis) {
   if (pThis->bSupportZoom == 0 || pThis->bSupportICS != 0) return 0;
-  g_pdwtabFocusPanTable = static_cast<u32*>(Table_AllocateWords(1, g_tVernierLensdConfigInfo.dwZoomVirtualTotalStep));
+  g_pdwtabFocusPanTable = Table_New<u32>(g_tVernierLensdConfigInfo.dwZoomVirtualTotalStep);
   return g_pdwtabFocusPanTable != nullptr ? VernierLensd_LoadPanFocusTable() : -1;
 }
 
@@ -146,8 +148,11 @@ void PrepareTemperature(TVernierLensdInfo* pThis) {
 }
 
 i32 PrepareDayNight(TVernierLensdInfo* pThis) {
-  if (pThis->bSupportICS != 0 || pThis->bSupportFocus == 0) return 0;
-  return DayNightFocusShift_Initial(pThis);
+  if (pThis->bSupportICS == 0) return pThis->bSupportFocus != 0 ? DayNightFocusShift_Initial(pThis) : 0;
+  if (ICS_LoadIRValue(pThis) == 0) return ICS_LoadNightMode(pThis);
+  Word_Store(pThis->bDayNightCorrection, 0);
+  NightMode_Keep(pThis, szICSPositionsPath);
+  return 0;
 }
 
 i32 StartZoomThread(TVernierLensdInfo* pThis) {
@@ -171,8 +176,7 @@ void CreateWakePair(TVernierLensdInfo* pThis, const TAxis& tAxis) {
 
 i32 CreateFocusValueTable() {
   const TVernierLensdConfigInfo& tConfig = g_tVernierLensdConfigInfo;
-  const u32 dwRow = static_cast<u32>(tConfig.iFocusValueTableSize);
-  g_pdwtabFocusValueTable = static_cast<u32*>(Table_AllocateWords(tConfig.iMaxDevNum, dwRow));
+  g_pdwtabFocusValueTable = Table_New<u32>(static_cast<u32>(tConfig.iFocusValueTableSize), tConfig.iMaxDevNum);
   return g_pdwtabFocusValueTable != nullptr ? 0 : -1;
 }
 

@@ -1,6 +1,7 @@
-// Tables of 32-bit words, allocated at start-up.
+// Tables, allocated at start-up.
 #pragma once
 
+#include <algorithm>
 #include <cstdlib>
 
 #include "core/types.h"
@@ -10,7 +11,12 @@
 constexpr u32 dwMaxTableEntries = 1'000'000;
 
 // Zeroed; null when a row has too many entries or there is no memory.  An empty table still has an address.
-void* Table_AllocateWords(i32 iRows, u32 dwEntries);
+template <typename TEntry>
+TEntry* Table_New(i64 llEntries, i64 llRows = 1) {
+  if (llEntries > dwMaxTableEntries) return nullptr;
+  const i64 llAll = std::max<i64>(llEntries, 0) * std::max<i64>(llRows, 0);
+  return static_cast<TEntry*>(std::calloc(static_cast<std::size_t>(std::max<i64>(llAll, 1)), sizeof(TEntry)));
+}
 
 // Null stays null.
 template <typename TEntry>

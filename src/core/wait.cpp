@@ -30,3 +30,9 @@ u32 Clock_Milliseconds() {
   gettimeofday(&tNow, nullptr);
   return static_cast<u32>(tNow.tv_sec) * 1000 + static_cast<u32>(tNow.tv_usec) / 1000;
 }
+
+struct tm* Clock_UTC() {
+  static struct tm tNow;
+  const time_t tSeconds = std::time(nullptr);
+  return gmtime_r(&tSeconds, &tNow);
+}

@@ -1,6 +1,8 @@
 // Sleeps and polling waits.  Any thread.  No wait of the daemon is made elsewhere, but for select on its inputs.
 #pragma once
 
+#include <ctime>
+
 #include "core/types.h"
 
 // Sleeps for the whole time, whatever signals arrive.  0 returns at once.
@@ -11,6 +13,9 @@ void Delay_WhileRunning(u64 qwTime_us);
 
 // Milliseconds of the wall clock in 32 bits.  Wraps every 49.7 days: only differences count.
 u32 Clock_Milliseconds();
+
+// The present UTC time, in one record of the daemon's own, which the next call overwrites.  Focus thread.
+struct tm* Clock_UTC();
 
 constexpr u64 qwNoBound_us = ~0ULL;
 

@@ -2,10 +2,10 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <cstdlib>
 
 #include "autofocus/zoom_tracking.h"
 #include "core/wait.h"
+#include "ics/ics_driver.h"
 #include "motor/command_box.h"
 
 namespace {
@@ -58,27 +58,20 @@ u32 Axis_Clamp(const TVernierLensdInfo* pThis, const TAxis& tAxis, u32 dwTarget)
 i32 Axis_MoveICS(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, u32 dwTarget) {
   if (Word_Load(pThis->bICSDetached) != 0) return 0;
   u32& dwPosition = Axis_Position(pThis, tAxis);
-  // A position may lie a little outside the range of targets, but a garbage counter must not hold the lens's lock for
-  // hours.
-  const i64 llRange = i64{static_cast<i32>(Axis_Config(tAxis.pdwVirtualEnd))} -
-                      i64{static_cast<i32>(Axis_Config(tAxis.pdwVirtualStart))};
-  const i64 llDistance = std::abs(i64{static_cast<i32>(dwTarget)} - i64{static_cast<i32>(Word_Load(dwPosition))});
-  const u64 qwTimed = static_cast<u64>(std::min(llDistance, 2 * std::max<i64>(llRange, 0)));
-
-  pthread_mutex_lock(&gICSMutex);
-  const bool bAttached = Motor_Request(fd, tAxis.eICSSetPosition, static_cast<i32>(dwTarget)) >= 0;
+  const i32 iTarget = static_cast<i32>(dwTarget);
   i32 iPresent = 0;
+  pthread_mutex_lock(&gICSMutex);
+  const bool bAttached = Motor_Request(fd, tAxis.eICSSetPosition, iTarget) >= 0;
   if (bAttached) {
-    Delay_us(qwTimed * Axis_Config(tAxis.pdwOneStepTime));
+    Delay_us(ICS_TravelTime_us(tAxis, static_cast<i32>(Word_Load(dwPosition)), iTarget));
     iPresent = Motor_Request(fd, tAxis.eICSGetPosition);
   } else {
-    Word_Store(pThis->bICSDetached, 1);
-    std::puts("[vernierlensd] : [ICS] ICS Detached.");
+    ICS_SetDetached(pThis);
   }
   pthread_mutex_unlock(&gICSMutex);
   if (!bAttached) return 0;
 
-  std::printf(tAxis.szICSMoved, iPresent, static_cast<i32>(dwTarget));
+  std::printf(tAxis.szICSMoved, iPresent, iTarget);
   Word_Store(dwPosition, dwTarget);
   return 0;
 }

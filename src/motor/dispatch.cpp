@@ -8,6 +8,7 @@
 #include "compensation/thermal_shift.h"
 #include "config/saved_state.h"
 #include "core/wait.h"
+#include "ics/ics_tracking.h"
 #include "motor/axis_move.h"
 #include "motor/command_box.h"
 #include "motor/positioning.h"
@@ -177,7 +178,12 @@ void EndThermalRecheck(TVernierLensdInfo* pThis) {
                       Word_Load(pThis->bThermalRecheck) != 0;
   if (bTaken) Word_Store(pThis->bThermalRecheck, 0);
   Command_Unlock(pThis->tFocusBox);
-  if (bTaken && pThis->dwLensKind == LENS_KIND_THERMAL) ThermalFocusShift_TemperatureUpdae(pThis, 0);
+  if (!bTaken) return;
+  if (pThis->dwLensKind == LENS_KIND_ICS) {
+    ICS_UpdateTrackingCurve(pThis, Word_Load(pThis->adwZoomMotorPosition[pThis->tFocusBox.iRunningChannel]));
+  } else if (pThis->dwLensKind == LENS_KIND_THERMAL) {
+    ThermalFocusShift_TemperatureUpdae(pThis, 0);
+  }
 }
 
 void RunZoomCommand(TVernierLensdInfo* pThis, i32 fd) {

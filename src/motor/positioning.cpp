@@ -12,6 +12,7 @@
 #include "core/fail.h"
 #include "core/paths.h"
 #include "core/wait.h"
+#include "ics/ics_positioning.h"
 #include "motor/command_box.h"
 #include "motor/pi_search.h"
 #include "motor/reference.h"
@@ -37,7 +38,11 @@ void FocusMotorPositioning(TVernierLensdInfo* pThis, i32 fd) {
   if (pThis->bSupportFocus == 0) return;
   const TCommandBox& tBox = pThis->tFocusBox;
   Motor_Request(fd, MOTOR_SELECT_DEVICE, tBox.iRunningChannel);
-  if (pThis->bSupportICS == 0) FocusReference_Find(pThis, fd);
+  if (pThis->bSupportICS == 0) {
+    FocusReference_Find(pThis, fd);
+  } else if (Word_Load(pThis->bICSDetached) == 0) {
+    ICS_FocusMotorPositioning(pThis, fd);
+  }
   if (tBox.tRunning.dwFunction == FUNCTION_MOTORRESET) {
     Command_Finish(pThis, g_tFocusAxis);
   } else {
@@ -49,12 +54,21 @@ void ZoomMotorPositioning(TVernierLensdInfo* pThis, i32 fd) {
   if (pThis->bSupportZoom == 0) return;
   const TCommandBox& tBox = pThis->tZoomBox;
   Motor_Request(fd, MOTOR_SELECT_DEVICE, tBox.iRunningChannel);
-  if (pThis->bSupportICS == 0) FindZoom(pThis, fd, tBox.tRunning.dwPosition);
+  if (pThis->bSupportICS == 0) {
+    FindZoom(pThis, fd, tBox.tRunning.dwPosition);
+  } else if (Word_Load(pThis->bICSDetached) == 0) {
+    ICS_ZoomMotorPositioning(pThis, &tBox.tRunning, fd);
+  }
   Command_Finish(pThis, g_tZoomAxis);
 }
 
 void VernierLensd_ResetFocus(TVernierLensdInfo* pThis, i32 fd) {
-  if (pThis->bSupportFocus == 0 || pThis->bSupportICS != 0) return;
+  if (pThis->bSupportFocus == 0) return;
+  if (pThis->bSupportICS != 0) {
+    if (Word_Load(pThis->bICSDetached) == 0) ICS_FocusMotorReset(pThis, fd);
+    Command_Finish(pThis, g_tFocusAxis);  // else the periodic corrections would rest until the next command
+    return;
+  }
   const u32 dwReference = FocusReference_SetDirection(fd);
   WalkToFocusEnd(fd);
   Word_Store(Axis_Position(pThis, g_tFocusAxis), dwReference);

@@ -1,0 +1,29 @@
+#include "ics/ics_day_night.h"
+
+#include <cstdio>
+
+namespace {
+
+// All along the range a position reads the entry one step below it.  The flange does not count on this lens.
+i32 NightOffset(const TVernierLensdInfo* pThis, const TIRCutState& tIRCut, i32 iChannel, bool bNight) {
+  const TVernierLensdConfigInfo& tConfig = g_tVernierLensdConfigInfo;
+  if (tIRCut.bIRLedEnabled == 0 && tIRCut.bExtLedEnabled == 0) return 0;
+  if (Word_Load(pThis->bICSDetached) != 0) return 0;
+  if (g_pdwtabICSNightFocusShiftTable == nullptr || tConfig.dwZoomVirtualTotalStep == 0) return 0;
+  const u32 dwZoom = Word_Load(pThis->adwZoomMotorPosition[iChannel]);
+  u32 dwEntry = 0;
+  if (dwZoom > tConfig.dwZoomVirtualEnd) {
+    dwEntry = tConfig.dwZoomVirtualTotalStep - 1;
+  } else if (dwZoom > tConfig.dwZoomVirtualStart) {
+    dwEntry = dwZoom - tConfig.dwZoomVirtualStart - 1;
+    std::printf("Zoom Current[%d] : Offset %d \n", static_cast<i32>(dwEntry), g_pdwtabICSNightFocusShiftTable[dwEntry]);
+  }
+  const i32 iEntry = g_pdwtabICSNightFocusShiftTable[dwEntry];
+  return bNight ? iEntry : static_cast<i32>(0U - static_cast<u32>(iEntry));
+}
+
+}  // namespace
+
+void ICS_DayNightShift_Check(TVernierLensdInfo* pThis, TMotorCommand* ptCommand, TIRCutState* ptIRCut, i32 fd) {
+  DayNight_Check(pThis, ptCommand, ptIRCut, fd, NightOffset);
+}

@@ -1,0 +1,12 @@
+// What the ICS lens's moves have in common.  The driver goes to a position by itself and takes its time; the daemon
+// only waits for as long as the distance takes, holding gICSMutex, so that the axes move one after the other.
+#pragma once
+
+#include "motor/axis.h"
+
+// Step time of the axis for the distance between two positions, limited to twice the axis's range: positions lie a
+// little outside of it at most, and a wrong answer of the driver must not hold the lens's lock for hours.
+u64 ICS_TravelTime_us(const TAxis& tAxis, i32 iFrom, i32 iTo);
+
+// The lens does not answer any more: no request is made to it, and no move, until the daemon starts again.
+void ICS_SetDetached(TVernierLensdInfo* pThis);
