@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Builds the tree and shows the daemon at work on a simulated zoom lens at 50 times its speed: moves, auto focus, a scan, a power
-# cut and the repair behind it.  Exits 0 only if believed and true positions agree at every rest and the focus is sharp.
+# cut and the repair behind it; then a day of a thermal lens.  Exits 0 only if believed and true positions agree at every rest
+# and the focus is sharp, through the day as far as the lens's table allows.
 set -euo pipefail
 cd "$(dirname "$0")"
 
@@ -115,4 +116,6 @@ say "The last requests to the drivers"
 "$sim" transcript "$root" | tail --lines=12
 say "Both axes over time"
 "$sim" transcript "$root" --picture
+say "A day in the life of a thermal lens: cold night, hot afternoon, and nobody who touches it"
+build/bin/lensday --days 1 || { echo "FAILED: a thermal lens through its day"; exit 1; }
 say "Believed and true positions agree at every rest, and the focus is sharp."

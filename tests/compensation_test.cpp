@@ -2,9 +2,11 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <csignal>
 #include <regex>
 
 #include "camera/world_image.h"
+#include "config/saved_state.h"
 #include "lens/shift_tables.h"
 #include "lenses/lens_model.h"
 #include "support.h"
@@ -186,6 +188,69 @@ TEST(DayNight, SwitchAmongCommandsIsAppliedOnce) {
   }
 }
 
+// A client's command in the very instant of the check: whoever comes first, neither is lost.
+TEST(DayNight, CommandInTheInstantOfTheCheckIsKept) {
+  const auto LiveWith = [](std::vector<TLifeEvent> atEvents, u64 qwSeed) {
+    const TCamera tCamera("focus");
+    tCamera.Write(szPositions, "focus_motor=520\nnight_mode=0\n");
+    atEvents.push_back(SetNight(18'000, true));
+    atEvents.push_back(Ask(30'000, szStatus));
+    const TLifeResult tResult = Live(tCamera, std::move(atEvents), 31'000, qwSeed);
+    return std::pair(tResult, tCamera.Truth(LENS_FOCUS));
+  };
+  for (u64 qw = 0; qw < Lives(100); qw++) {
+    const u64 qwSeed = FirstSeed() + qw;
+    SCOPED_TRACE("seed " + std::to_string(qwSeed));
+    const std::string sFirst = LiveWith({}, qwSeed).first.sTranscript;
+    const std::size_t dwLine = sFirst.rfind('\n', sFirst.find("day night switch")) + 1;
+    const double dSwitch_s = std::strtod(sFirst.c_str() + dwLine, nullptr);
+    TLifeEvent tMove = Ask(0, "function=focus&direction=direct&position=650");
+    tMove.qwAt_us = static_cast<u64>(std::llround(dSwitch_s * 1e6)) - 1 + qw % 3;
+    const auto [tResult, dFocus] = LiveWith({tMove}, qwSeed);
+    EXPECT_TRUE(dFocus == 650 || dFocus == 650 + 14) << dFocus << Tale(tResult);
+    EXPECT_EQ(StatusValue(tResult.asReplies.back(), "focus_motor"), dFocus) << Tale(tResult);
+  }
+}
+
+// The mode that is saved belongs to the focus that is saved: a save of the zoom keeps it.
+TEST(DayNight, ZoomsSaveKeepsTheMode) {
+  const TCamera tCamera("zoom");
+  StandAt(tCamera, 200, 500, "night_mode=1\n");
+  ChangeWorld(tCamera, [](TWorld& tWorld) { tWorld.bNight = 1; });
+  Live(tCamera, {Ask(2'000, "function=zoom&direction=forward&steps=5")}, 6'000);
+  EXPECT_NE(tCamera.Read(szPositions).find("night_mode=1\n"), std::string::npos) << tCamera.Read(szPositions);
+  static TVernierLensdInfo tInfo;
+  tInfo.bSupportZoom = tInfo.bSupportFocus = tInfo.bDayNightCorrection = 1;
+  sem_init(&tInfo.semConfigFile, 0, 1);
+  for (const ESaveMode eMode : {SAVE_WITH_SAVED_MODE, SAVE_WITH_MODE}) {
+    const auto Save = [eMode](TWorld*) {
+      tInfo.aiNightMode[0] = 7;
+      return SavedState_Save(&tInfo, 0, eMode);
+    };
+    Life_Run({.sRoot = tCamera.sRoot, .fnBody = Save});
+    EXPECT_EQ(tCamera.Read(szPositions).find("night_mode=7\n") != std::string::npos, eMode == SAVE_WITH_MODE);
+  }
+  EXPECT_EQ(g_tZoomAxis.eSaveMode, SAVE_WITH_SAVED_MODE);
+}
+
+// Behind SIGTERM no further channel is moved, and its switch comes at the next start.
+TEST(DayNight, EndBetweenTwoChannels) {
+  const TCamera tCamera("quad");
+  const TLifeResult tFirst = Live(tCamera, {SetNight(120'000, true)}, 140'000);
+  const std::size_t dwLine = tFirst.sTranscript.rfind('\n', tFirst.sTranscript.find("Focus Offset")) + 1;
+  TLifeEvent tTerm = Signal(0, SIGTERM);
+  tTerm.qwAt_us = static_cast<u64>(std::strtod(tFirst.sTranscript.c_str() + dwLine, nullptr) * 1e6) + 5'000;
+  Life_ResetRoot(tCamera.sRoot);
+  const TLifeResult tResult = Live(tCamera, {SetNight(120'000, true), tTerm}, 0);
+  EXPECT_EQ(tResult.eEnd, LIFE_EXITED) << Tale(tResult);
+  std::size_t dwWalks = 0;
+  const std::string sBehind = tResult.sTranscript.substr(tResult.sTranscript.find("Receive TERM"));
+  for (std::size_t dw = sBehind.find("SELECT_DEVICE"); dw != sBehind.npos; dw = sBehind.find("SELECT_DEVICE", dw + 1)) {
+    dwWalks++;
+  }
+  EXPECT_EQ(dwWalks, 0U) << Tale(tResult);
+}
+
 // In the middle of a search or of a stepped move: the mode is stored with a true position, and nothing is added twice.
 TEST(DayNight, SwitchInASearchKeepsModeAndPositionTogether) {
   for (u64 qw = 0; qw < Lives(20); qw++) {
@@ -345,6 +410,7 @@ TEST(Thermal, SensorFaults) {
     EXPECT_EQ(HasPrinted(tResult, "[vernierlensd] : ThermalFocusShift_TemperatureUpdae failed."), !bOn)
         << Tale(tResult);
     EXPECT_EQ(StatusValue(tResult.asReplies.front(), "focus_motor"), 700) << "moved by a reading that failed";
+    EXPECT_EQ(Count(tResult, "2 Mins fly"), bOn ? 3U : 0U) << "a failed check restarts the period" << Tale(tResult);
     ExpectFocus(tCamera, tResult, tCase.dFocus);
   }
 }

@@ -90,7 +90,9 @@ void VernierLensd_AutoFocusAfterPositioning(TVernierLensdInfo* pThis) {
     if (pThis->bSupportICS == 0) VernierLensd_UpdateFocusingStart(pThis, dwZoomPos);
     VernierLensd_UpdatePanFocus(pThis, dwZoomPos, iChannel);
   }
-  const i32 iWoken = Command_SendFollowUp(pThis, g_tFocusAxis, iChannel,
-                                          [](TMotorCommand& tBlock) { Word_Store(tBlock.dwFunction, FUNCTION_AUTO); });
+  const i32 iWoken = Command_SendFollowUp(pThis, g_tFocusAxis, iChannel, [&](TMotorCommand& tBlock) {
+    Word_Store(tBlock.dwFunction, FUNCTION_AUTO);
+    pThis->tFocusBox.bSearchFollows = pThis->abNightModeUnknown[iChannel];
+  });
   if (iWoken != 0) std::puts(szWakingFocusFailed);
 }

@@ -12,12 +12,6 @@
 
 namespace {
 
-// 0 where no block is attached.
-i32 PresentMode(const TVernierLensdInfo* pThis, i32 iChannel) {
-  const TFocusBlock* ptBlock = pThis->aptFocusBlock[iChannel];
-  return ptBlock == nullptr ? 0 : static_cast<i32>(Word_Load(ptBlock->dwDayNightMode));
-}
-
 // A file without the key leaves the mode alone.
 i32 ReadMode(const char* pszPath, i32* piMode, bool* pbFound) {
   u32 dwMode = static_cast<u32>(*piMode);
@@ -64,9 +58,14 @@ void ReadLeds(TVernierLensdInfo* pThis, TIRCutState* ptIRCut) {
 
 }  // namespace
 
+i32 NightMode_Present(const TVernierLensdInfo* pThis, i32 iChannel) {
+  const TFocusBlock* ptBlock = pThis->aptFocusBlock[iChannel];
+  return ptBlock == nullptr ? 0 : static_cast<i32>(Word_Load(ptBlock->dwDayNightMode));
+}
+
 i32 NightMode_Load(TVernierLensdInfo* pThis, const char* pszPath, const char* szTaken) {
   for (i32 i = 0; i < g_tVernierLensdConfigInfo.iMaxDevNum; i++) {
-    i32 iMode = PresentMode(pThis, i);
+    i32 iMode = NightMode_Present(pThis, i);
     bool bFound = false;
     if (ReadMode(pszPath, &iMode, &bFound) != 0) return -1;
     SetMode(pThis, i, iMode);
@@ -86,18 +85,18 @@ void NightMode_Keep(TVernierLensdInfo* pThis, const char* pszPath) {
   for (i32 i = 0; bFound && i < g_tVernierLensdConfigInfo.iMaxDevNum; i++) SetMode(pThis, i, iMode);
 }
 
-void NightMode_FollowSearch(TVernierLensdInfo* pThis) {
+void NightMode_FollowSearch(TVernierLensdInfo* pThis, i32 iMode) {
   const i32 iChannel = pThis->tFocusBox.iRunningChannel;
   if (pThis->abNightModeUnknown[iChannel] == 0) return;
   pThis->abNightModeUnknown[iChannel] = 0;
-  Word_Store(pThis->aiNightMode[iChannel], PresentMode(pThis, iChannel));
+  Word_Store(pThis->aiNightMode[iChannel], iMode);
 }
 
 void DayNight_Check(TVernierLensdInfo* pThis, TMotorCommand* ptCommand, TIRCutState* ptIRCut, i32 fd,
                     FNightOffset pfnOffset) {
   for (i32 i = 0; i < g_tVernierLensdConfigInfo.iMaxDevNum; i++) {
     if (pThis->aptFocusBlock[i] == nullptr) continue;
-    const i32 iMode = PresentMode(pThis, i);  // read once: what is moved for is what is stored
+    const i32 iMode = NightMode_Present(pThis, i);  // read once: what is moved for is what is stored
     if (Word_Load(pThis->aiNightMode[i]) == iMode) continue;
     std::puts("[vernierlensd] : day night switch");
     ReadLeds(pThis, ptIRCut);

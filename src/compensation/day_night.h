@@ -24,9 +24,12 @@ i32 NightMode_Load(TVernierLensdInfo* pThis, const char* pszPath, const char* sz
 // it. Start-up.
 void NightMode_Keep(TVernierLensdInfo* pThis, const char* pszPath);
 
-// A search has found focus under the present light: where the saved mode is not known to belong to the position, the
-// present one does now.  Focus thread, for the channel of the running command, before its save.
-void NightMode_FollowSearch(TVernierLensdInfo* pThis);
+// The channel's present mode; 0 where no block is attached.
+i32 NightMode_Present(const TVernierLensdInfo* pThis, i32 iChannel);
+
+// A search that began in a mode has found focus: where the saved mode is not known to belong to the position, that one
+// does now.  Focus thread, for the channel of the running command, before its save.
+void NightMode_FollowSearch(TVernierLensdInfo* pThis, i32 iMode);
 
 // Moves the focus of each channel whose mode has changed, and stores the new mode ahead of the move: its save writes
 // both.  A client's command that arrives meanwhile goes first, and the switch waits for the next pass.  Focus thread,

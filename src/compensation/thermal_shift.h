@@ -5,8 +5,8 @@
 
 #include "core/context.h"
 
-// Reads the sensor and takes its temperature as the one that the present focus is right for: of every channel (1,
-// start- up), or of the running focus command's (0, focus thread).  0; -1 with a line printed: nothing has changed.
+// Reads the sensor and takes its temperature as the one that the present focus is right for: with 1 of every channel
+// (start-up), with 0 of the running focus command's (focus thread).  0; -1 with a line printed: nothing has changed.
 i32 ThermalFocusShift_TemperatureUpdae(TVernierLensdInfo* pThis, u32 bAllChannels);
 
 // One check, which does nothing until the minute is two off that of the check before.  A failed reading moves nothing.

@@ -29,5 +29,5 @@ bool TokenFile_Next(FILE* pFile, TToken* ptToken);
 const char* Token_Value(const TToken& tToken, std::string_view sKey);
 
 // Reads the rows' keys.  Of several rows that match a token the first takes it; a token that no row wants is passed
-// over. 0; -1: the file cannot be opened, and every destination is as it was.  Any thread.
+// over.  0; -1: the file cannot be opened, and every destination is as it was.  Any thread.
 i32 TokenFile_Read(const char* pszPath, std::span<const TTokenRow> atRows);

@@ -94,6 +94,7 @@ struct TCommandBox {
   TMotorCommand tRunning;  // owner thread only: the command as it was taken
   i32 iRunningChannel;     // owner thread only: its channel
   u32 bStarted;            // main thread only: the motor thread runs or has run
+  u32 bSearchFollows;      // owner thread only: a recovery's search stands in the block, and the log stays for it
   u32 bClaimed;            // owner thread only: tRunning is a command of its own, still to be dispatched
   u32 bEnded;              // shared: the motor thread has left its loop and touches nothing any more
   u32 bBusy;               // under the lock: the motor thread is inside its dispatcher
@@ -155,7 +156,7 @@ struct TVernierLensdInfo {
   u32 dwICSZoomSpeed;  // steps per second
   u32 dwICSFocusSpeed;
   i32 iTrackingCurveIndex;             // shared: the curve in use, one for all channels
-  i32 aiNightMode[iMaxChannels];       // mode that the focus was moved for last; start-up, then focus thread
+  i32 aiNightMode[iMaxChannels];       // shared: mode that the focus was moved for last
   u32 bDayNightCorrection;             // shared
   u32 bThermalShift;                   // shared
   struct tm* ptTime;                   // of the last temperature check

@@ -10,6 +10,7 @@ bool IsIdle(TVernierLensdInfo* pThis, const TAxis& tAxis) {
 
 void CopyToRunning(TCommandBox& tBox, const TMotorCommand& tBlock) {
   tBox.bBusy = 1;
+  tBox.bSearchFollows = 0;
   tBox.tRunning = {
       .dwFunction = Word_Load(tBlock.dwFunction),
       .dwDirection = Word_Load(tBlock.dwDirection),
@@ -65,7 +66,7 @@ bool Command_ClaimDirectMove(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 i
                              u32 dwPosition) {
   TCommandBox& tBox = Axis_Box(pThis, tAxis);
   Command_Lock(tBox);
-  const bool bIdle = IsIdle(pThis, tAxis);
+  const bool bIdle = IsIdle(pThis, tAxis) && !Daemon_IsEnding();
   if (bIdle) {
     Word_Store(ptCommand->dwFunction, FUNCTION_FOCUS);
     Word_Store(ptCommand->dwDirection, DIRECTION_DIRECT);

@@ -75,7 +75,7 @@ void Command_Take(TVernierLensdInfo* pThis, const TAxis& tAxis);
 
 // Writes a direct move to dwPosition (virtual steps) into an idle axis's block and takes it at once, for the dispatcher
 // that the thread calls next; nobody is woken.  ptCommand is the block.  Owner thread.  False: a command of somebody
-// else stands there or is on its way, and goes first; nothing is written.
+// else stands there or is on its way, and goes first, or the daemon is ending; nothing is written.
 bool Command_ClaimDirectMove(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 iChannel, TMotorCommand* ptCommand,
                              u32 dwPosition);
 

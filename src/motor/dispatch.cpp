@@ -95,8 +95,9 @@ void RunFocusCommand(TVernierLensdInfo* pThis, i32 fd) {
 void Bracket(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, FStep pfnStep) {
   tAxis.pfnCreateLog();
   const bool bFound = FindLostReference(pThis, tAxis, fd);
-  if (!bFound || !Daemon_IsEnding()) pfnStep(pThis, fd);  // a move that was asked for is not begun behind the end
-  CloseLog(pThis, tAxis, SaveRunningChannel(pThis, tAxis));
+  const bool bBegun = !bFound || !Daemon_IsEnding();  // no move is begun behind the end
+  if (bBegun) pfnStep(pThis, fd);
+  CloseLog(pThis, tAxis, SaveRunningChannel(pThis, tAxis) && bBegun);
 }
 
 // A search: the image side is told.
@@ -104,8 +105,9 @@ void Search(TVernierLensdInfo* pThis, i32 fd, FStep pfnSearch) {
   g_tFocusAxis.pfnCreateLog();
   VernierLensd_SetAutoFocusBusy(pThis, 1);
   if (pfnSearch != PerformFocusScan) FindLostReference(pThis, g_tFocusAxis, fd);
+  const i32 iMode = NightMode_Present(pThis, pThis->tFocusBox.iRunningChannel);
   pfnSearch(pThis, fd);
-  if (Command_IsIdle(pThis, g_tFocusAxis)) NightMode_FollowSearch(pThis);
+  if (Command_IsIdle(pThis, g_tFocusAxis)) NightMode_FollowSearch(pThis, iMode);
   const bool bSaved = SaveRunningChannel(pThis, g_tFocusAxis);
   VernierLensd_SetAutoFocusBusy(pThis, 0);
   CloseLog(pThis, g_tFocusAxis, bSaved);
@@ -118,7 +120,9 @@ void Position(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, FStep pfnSte
   const bool bOthers = pThis->bPowerLost != 0 || pThis->bSupportFocus == 0;
   const bool bFound = bOthers && FindOtherReferences(pThis, tAxis, fd);
   if (!bFound || !Daemon_IsEnding()) pfnStep(pThis, fd);  // else this channel stays lost, and the log stands
-  CloseLog(pThis, tAxis, SaveRunningChannel(pThis, tAxis));
+  // Between a recovery's reference and its search the counter is true, but the focus belongs to no mode.
+  const bool bSearchFollows = Axis_Box(pThis, tAxis).bSearchFollows != 0;
+  CloseLog(pThis, tAxis, SaveRunningChannel(pThis, tAxis) && !bSearchFollows);
 }
 
 // True: at least one was walked to.
