@@ -51,7 +51,8 @@ void SetScene(TWorld* ptWorld, const std::string& sKey, const std::string& sValu
 }
 
 constexpr const char* pszFaultUsage =
-    "fault ROOT power-cut | stall AXIS [on|off] [--channel N] | slip AXIS STEPS|one-in=N [--channel N] | "
+    "fault ROOT power-cut | detach [on|off] | stall AXIS [on|off] [--channel N] | slip AXIS STEPS|one-in=N [--channel "
+    "N] | "
     "silent-peer|peer-zero|peer-backwards|flash-full|flash-readonly on|off | sensor off|none|silent|short|bad | "
     "ircut-file missing|torn|good";
 
@@ -196,6 +197,9 @@ i32 Command_Fault(TArguments asArgs) {
     Slip(FindAxis(tCamera, asArgs[2], iChannel), asArgs[3]);
   } else if (sKind == "sensor" && iArguments == 1) {
     ptWorld->tI2C.eFault = ParseSensorFault(asArgs[2]);
+  } else if (sKind == "detach" && iArguments <= 1) {
+    if (!Model_IsICS(*tCamera.ptModel)) Fail("this lens is no ICS lens");
+    Lens_SetDetached(&ptWorld->tLens, iArguments == 0 || ParseSwitch(asArgs[2]), World_Now_us(ptWorld));
   } else if (sKind == "ircut-file" && iArguments == 1) {
     SpoilIRCutFile(tCamera, asArgs[2]);
   } else if (const TSwitchRow* ptSwitch = FindSwitch(sKind); ptSwitch != nullptr && iArguments == 1) {

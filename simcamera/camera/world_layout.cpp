@@ -7,9 +7,11 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <bit>
 #include <string_view>
 
 #include "camera/world.h"
+#include "lens/ics_optics.h"
 #include "lens/optics.h"
 #include "lens/shift_tables.h"
 #include "lenses/lens_model.h"
@@ -273,7 +275,7 @@ bool WriteCameraConfig(const char* pszRoot, const TLensModel& tModel) {
 
 // What the daemon corrects the focus by where day turns to night.
 bool WriteNightConfig(const char* pszRoot, const TLensModel& tModel) {
-  if (!Model_HasFocus(tModel)) return true;
+  if (!Model_HasFocus(tModel) || Model_IsICS(tModel)) return true;
   constexpr const char* pszProfile = "etc/conf.d/image_cfgs/c0/imgsys/mdp_lens_profile.xml";
   if (!Model_HasZoom(tModel)) {
     return World_WriteIRCutFile(pszRoot) == 0 &&
@@ -301,9 +303,44 @@ bool WriteSensorConfig(const char* pszRoot, const TLensModel& tModel) {
   return WriteXml(pszRoot, "etc/conf.d/config_temperature.xml", atRows, sizeof atRows / sizeof atRows[0]);
 }
 
+// 8 hexadecimal digits a word, the coefficients as their bits; the first token and the last word mean nothing.
+bool WriteCurve(const char* pszRoot, ECurveFamily eFamily, u32 dwFile) {
+  char szPath[64];
+  snprintf(szPath, sizeof szPath, "etc/conf.d/vernierlensd/%s_y%u", g_atCurveFamilies[eFamily].pszName, dwFile);
+  const TCurveSheet tSheet = ICSOptics_Curve(eFamily, dwFile);
+  TOutput tOutput;
+  if (!Output_Open(tOutput, pszRoot, szPath)) return false;
+  fprintf(tOutput.pFile, "%x %x %x\n", dwFile, tSheet.dwToken1, tSheet.dwToken2);
+  for (const float fCoefficient : tSheet.afCoefficients) {
+    fprintf(tOutput.pFile, "%08x\n", std::bit_cast<u32>(fCoefficient));
+  }
+  fprintf(tOutput.pFile, "%08x\n", 0U);
+  return Output_Close(tOutput);
+}
+
+bool WriteICS(const char* pszRoot, const TLensModel& tModel) {
+  if (!Model_IsICS(tModel)) return true;
+  TXmlRow atRows[CURVE_FAMILIES];
+  char aszPaths[CURVE_FAMILIES][32];
+  TNumber atCounts[CURVE_FAMILIES];
+  for (u32 dwFamily = 0; dwFamily < CURVE_FAMILIES; ++dwFamily) {
+    const TCurveFamily& tFamily = g_atCurveFamilies[dwFamily];
+    snprintf(aszPaths[dwFamily], sizeof aszPaths[dwFamily], "root/ics/%s", tFamily.pszCount);
+    atCounts[dwFamily] = Number(tFamily.dwFiles);
+    atRows[dwFamily] = {aszPaths[dwFamily], atCounts[dwFamily].szText};
+    for (u32 dwFile = 0; dwFile < tFamily.dwFiles; ++dwFile) {
+      if (!WriteCurve(pszRoot, static_cast<ECurveFamily>(dwFamily), dwFile)) return false;
+    }
+  }
+  return World_WriteIRCutFile(pszRoot) == 0 && WriteText(pszRoot, "etc/conf.d/vernierlensd/focus_default", "100\n") &&
+         WriteXml(pszRoot, "etc/conf.d/config_ics.xml", atRows, CURVE_FAMILIES);
+}
+
 bool WriteState(const char* pszRoot, const TLensModel& tModel) {
   TOutput tOutput;
-  if (!Output_Open(tOutput, pszRoot, "etc/conf.d/vernierlensd/vernierlensd.conf")) return false;
+  const char* pszPositions =
+      Model_IsICS(tModel) ? "etc/conf.d/vernierlensd/ics.conf" : "etc/conf.d/vernierlensd/vernierlensd.conf";
+  if (!Output_Open(tOutput, pszRoot, pszPositions)) return false;
   if (Model_HasZoom(tModel)) fprintf(tOutput.pFile, "zoom_motor=%u\n", tModel.tZoom.dwFirstPosition);
   if (Model_HasFocus(tModel)) fprintf(tOutput.pFile, "focus_motor=%u\n", tModel.tFocus.dwFirstPosition);
   if (!Output_Close(tOutput)) return false;
@@ -316,7 +353,7 @@ bool WriteState(const char* pszRoot, const TLensModel& tModel) {
 }
 
 bool WritePanTable(const char* pszRoot, const TLensModel& tModel) {
-  if (!Model_HasZoom(tModel)) return true;
+  if (!Model_HasZoom(tModel) || Model_IsICS(tModel)) return true;
   TOutput tOutput;
   if (!Output_Open(tOutput, pszRoot, "etc/conf.d/vernierlensd/pan_focus.tab")) return false;
   constexpr u32 dwPerLine = 16;
@@ -354,6 +391,34 @@ void FillLens(TLens& tLens, const TLensModel& tModel) {
   }
 }
 
+// The driver stands where the camera left it; the parking motor is a stepper with a travel of 500.
+void FillICS(TLens& tLens, const TLensModel& tModel) {
+  if (!Model_IsICS(tModel)) return;
+  tLens.bICS = 1;
+  tLens.iMinAD = iICSColdestAD;
+  tLens.iMaxAD = iICSHottestAD;
+  for (const ELensAxis eAxis : {LENS_ZOOM, LENS_FOCUS}) {
+    const TICSSheet& tSheet = tModel.ptICS[eAxis];
+    const i32 iFirst = static_cast<i32>(Model_Sheet(tModel, eAxis).dwFirstPosition);
+    tLens.atICS[eAxis] = {.iMin = tSheet.iMin,
+                          .iMax = tSheet.iMax,
+                          .iPI = tSheet.iPI,
+                          .iHome = tSheet.iHome,
+                          .iSpeed = tSheet.iSpeed,
+                          .iFrom = iFirst,
+                          .iTarget = iFirst,
+                          .qwMoveStart_us = 0};
+  }
+  tLens.tParkModel = {.bPresent = 1,
+                      .iTravel = 500,
+                      .iOrigin = 0,
+                      .iSlack = 0,
+                      .iDriverPerVirtual = 1,
+                      .iPI = -1,
+                      .bCheckPIWalk = 0,
+                      .qwStepTime_ns = 450'000};
+}
+
 void FillWorld(TWorld& tWorld, const TLensModel& tModel, u64 qwSeed) {
   tWorld.dwMagic = dwWorldMagic;
   tWorld.dwSize = sizeof(TWorld);
@@ -368,6 +433,7 @@ void FillWorld(TWorld& tWorld, const TLensModel& tModel, u64 qwSeed) {
   tWorld.qwWallAtZero_us = qwWallAtFirstStart_us;
   snprintf(tWorld.szModel, sizeof tWorld.szModel, "%s", tModel.pszName);
   FillLens(tWorld.tLens, tModel);
+  FillICS(tWorld.tLens, tModel);
   I2CBus_PowerOn(&tWorld.tI2C);
   tWorld.dDistance_m = dPanDistance_m;
   tWorld.dTemperature_C = dPanTemperature_C;
@@ -410,8 +476,8 @@ bool LayOutFiles(const char* pszRoot, const TLensModel& tModel, u64 qwSeed) {
     if (!JoinPath(szPath, pszRoot, pszDirectory) || !MakeDirectories(szPath)) return false;
   }
   return WriteCameraConfig(pszRoot, tModel) && WriteDaemonConfig(pszRoot, tModel) && WriteState(pszRoot, tModel) &&
-         WritePanTable(pszRoot, tModel) && WriteNightConfig(pszRoot, tModel) && WriteSensorConfig(pszRoot, tModel) &&
-         WriteText(pszRoot, "mnt/flash/.VernierlensStatus", "normal\n") &&
+         WritePanTable(pszRoot, tModel) && WriteNightConfig(pszRoot, tModel) && WriteICS(pszRoot, tModel) &&
+         WriteSensorConfig(pszRoot, tModel) && WriteText(pszRoot, "mnt/flash/.VernierlensStatus", "normal\n") &&
          WriteText(pszRoot, "usr/sbin/vernierlensd", "") && WriteText(pszRoot, "sim/transcript", "") &&
          WriteWorld(pszRoot, tModel, qwSeed);
 }

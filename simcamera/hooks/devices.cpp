@@ -7,6 +7,7 @@
 #include "hooks/hooks.h"
 #include "hooks/i2c.h"
 #include "hooks/scale.h"
+#include "lens/ics_optics.h"
 
 namespace {
 constinit TReal<int(int, unsigned long, ...)> g_realIoctl{"ioctl"};
@@ -50,7 +51,7 @@ static bool IsFitted(const TWorld& tWorld, ELensDevice eDevice) {
   const TLens& tLens = tWorld.tLens;
   switch (eDevice) {
     case DEVICE_FOCUS_MOTOR:
-      return tLens.bICS == 0 && tLens.atModel[LENS_FOCUS].bPresent != 0;
+      return tLens.bICS != 0 || tLens.atModel[LENS_FOCUS].bPresent != 0;
     case DEVICE_ZOOM_MOTOR:
       return tLens.bICS == 0 && tLens.atModel[LENS_ZOOM].bPresent != 0;
     case DEVICE_ICS:
@@ -82,11 +83,17 @@ i32 Device_Open(ELensDevice eDevice, const char* pszPath, i32 iFlags) {
   return fd;
 }
 
-// The true rotor of the motor's selected channel, as the line's end.
+// The true rotor of the motor's selected channel, as the line's end; of an ICS lens's driver, that the thread held a
+// mutex.
 static void SayRotor(char (&szRotor)[32], const TLens& tLens, ELensDevice eDevice) {
   szRotor[0] = '\0';
+  if (eDevice == DEVICE_ICS && Hooks_HeldMutexes() > 0) snprintf(szRotor, sizeof szRotor, " locked");
   if (eDevice != DEVICE_FOCUS_MOTOR && eDevice != DEVICE_ZOOM_MOTOR) return;
   const ELensAxis eAxis = eDevice == DEVICE_ZOOM_MOTOR ? LENS_ZOOM : LENS_FOCUS;
+  if (tLens.bICS != 0) {
+    snprintf(szRotor, sizeof szRotor, " rotor %d", tLens.tParkAxis.iRotor);
+    return;
+  }
   const u32 dwChannel = tLens.adwSelected[eAxis];
   if (dwChannel >= static_cast<u32>(iLensChannels)) return;
   snprintf(szRotor, sizeof szRotor, " rotor %d", tLens.atAxis[dwChannel][eAxis].iRotor);
@@ -107,6 +114,7 @@ i32 Device_Request(i32 fd, u32 dwRequest, i32 iArgument) {
   TWorld* ptWorld = Clock_World();
   const bool bArgument = Lens_RequestHasArgument(eDevice, dwRequest);
   World_Lock(ptWorld);
+  ptWorld->tLens.iAD = ICSOptics_AD(ptWorld->dTemperature_C);
   const TDriverAnswer tAnswer =
       Lens_Request(&ptWorld->tLens, eDevice, dwRequest, bArgument ? iArgument : 0, Clock_Now_us());
   World_Unlock(ptWorld);

@@ -128,10 +128,18 @@ static int LockVirtually(pthread_mutex_t* ptMutex) {
   }
 }
 
+static thread_local i32 t_iHeldMutexes = 0;
+
+i32 Hooks_HeldMutexes() {
+  return t_iHeldMutexes;
+}
+
 int Hook_lock(pthread_mutex_t* ptMutex) {
   if (!Hooks_OnVirtualClock("pthread_mutex_lock")) return g_realLock(ptMutex);
   Clock_Point("pthread_mutex_lock");
-  return LockVirtually(ptMutex);
+  const i32 iError = LockVirtually(ptMutex);
+  if (iError == 0) ++t_iHeldMutexes;
+  return iError;
 }
 
 int Hook_trylock(pthread_mutex_t* ptMutex) {
@@ -142,6 +150,7 @@ int Hook_trylock(pthread_mutex_t* ptMutex) {
 int Hook_unlock(pthread_mutex_t* ptMutex) {
   if (!Hooks_OnVirtualClock("pthread_mutex_unlock")) return g_realUnlock(ptMutex);
   const i32 iError = g_realUnlock(ptMutex);
+  if (iError == 0) --t_iHeldMutexes;
   Clock_Wake(ptMutex);
   Clock_Point("pthread_mutex_unlock");
   return iError;

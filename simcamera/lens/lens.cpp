@@ -178,9 +178,10 @@ TDriverAnswer Axis_CheckPIWalk(const TAxisModel& tModel, TAxisTruth& tAxis, i32 
 }
 
 TDriverAnswer Stepper_Request(TLens* ptLens, ELensAxis eAxis, u32 dwRequest, i32 iArgument, u64 qwNow_us) {
-  const TAxisModel& tModel = ptLens->atModel[eAxis];
+  const bool bPark = ptLens->bICS != 0;
+  const TAxisModel& tModel = bPark ? ptLens->tParkModel : ptLens->atModel[eAxis];
   if (tModel.bPresent == 0) return Refuse(ENODEV);
-  TAxisTruth& tAxis = ptLens->atAxis[ptLens->adwSelected[eAxis]][eAxis];
+  TAxisTruth& tAxis = bPark ? ptLens->tParkAxis : ptLens->atAxis[ptLens->adwSelected[eAxis]][eAxis];
   // Settled first, whatever the request: a new direction must not bend the steps already made.
   Axis_Settle(tModel, tAxis, qwNow_us);
 
@@ -238,8 +239,29 @@ void ICS_HoldAt(TICSAxisTruth& tAxis, u64 qwNow_us) {
   tAxis.qwMoveStart_us = qwNow_us;
 }
 
+void ICS_Stop(TLens* ptLens, u64 qwNow_us) {
+  for (TICSAxisTruth& tAxis : ptLens->atICS) {
+    ICS_HoldAt(tAxis, qwNow_us);
+    tAxis.iTarget = tAxis.iFrom;
+  }
+}
+
+// Neither gears nor lost steps: rotor and glass are where the driver says.
+void ICS_Settle(TLens* ptLens, u64 qwNow_us) {
+  for (u32 dwAxis = 0; dwAxis < LENS_AXES; ++dwAxis) {
+    const u64 qwFrame = qwNow_us / qwFrameTime_us;
+    const i32 iNow = ICS_Position(ptLens->atICS[dwAxis], qwNow_us);
+    const i32 iAtFrame = ICS_Position(ptLens->atICS[dwAxis], qwFrame * qwFrameTime_us);
+    for (auto& atChannel : ptLens->atAxis) {
+      TAxisTruth& tAxis = atChannel[dwAxis];
+      tAxis.iRotor = tAxis.iGlass = iNow;
+      tAxis.qwFrame = qwFrame;
+      tAxis.iFrameGlass = iAtFrame;
+    }
+  }
+}
+
 TDriverAnswer ICS_SetPosition(TLens* ptLens, ELensAxis eAxis, i32 iTarget, u64 qwNow_us) {
-  if (ptLens->bICSDetached != 0) return Refuse(EIO);
   TICSAxisTruth& tAxis = ptLens->atICS[eAxis];
   ICS_HoldAt(tAxis, qwNow_us);
   tAxis.iTarget = iTarget < tAxis.iMin ? tAxis.iMin : iTarget > tAxis.iMax ? tAxis.iMax : iTarget;
@@ -247,7 +269,6 @@ TDriverAnswer ICS_SetPosition(TLens* ptLens, ELensAxis eAxis, i32 iTarget, u64 q
 }
 
 TDriverAnswer ICS_SetSpeed(TLens* ptLens, ELensAxis eAxis, i32 iSpeed, u64 qwNow_us) {
-  if (ptLens->bICSDetached != 0) return Refuse(EIO);
   if (iSpeed < 0) return Refuse(EINVAL);
   ICS_HoldAt(ptLens->atICS[eAxis], qwNow_us);
   ptLens->atICS[eAxis].iSpeed = iSpeed;
@@ -256,6 +277,7 @@ TDriverAnswer ICS_SetSpeed(TLens* ptLens, ELensAxis eAxis, i32 iSpeed, u64 qwNow
 
 TDriverAnswer ICS_Request(TLens* ptLens, u32 dwRequest, i32 iArgument, u64 qwNow_us) {
   if (ptLens->bICS == 0) return Refuse(ENODEV);
+  if (ptLens->bICSDetached != 0 && dwRequest != ICS_CHECK_DETACHED) return Refuse(EIO);
   const TICSAxisTruth& tZoom = ptLens->atICS[LENS_ZOOM];
   const TICSAxisTruth& tFocus = ptLens->atICS[LENS_FOCUS];
   switch (dwRequest) {
@@ -295,7 +317,7 @@ TDriverAnswer ICS_Request(TLens* ptLens, u32 dwRequest, i32 iArgument, u64 qwNow
     case ICS_SET_ZOOM_SPEED:
       return ICS_SetSpeed(ptLens, LENS_ZOOM, iArgument, qwNow_us);
     case ICS_GET_AD_VALUE:
-      return ptLens->bICSDetached != 0 ? Refuse(EIO) : Answer(ptLens->iAD);
+      return Answer(ptLens->iAD);
     case ICS_GET_MIN_AD:
       return Answer(ptLens->iMinAD);
     case ICS_GET_MAX_AD:
@@ -330,10 +352,19 @@ TDriverAnswer Lens_Request(TLens* ptLens, ELensDevice eDevice, u32 dwRequest, i3
 }
 
 void Lens_Settle(TLens* ptLens, u64 qwNow_us) {
+  if (ptLens->bICS != 0) {
+    ICS_Settle(ptLens, qwNow_us);
+    return;
+  }
   for (auto& atChannel : ptLens->atAxis) {
     for (u32 dwAxis = 0; dwAxis < LENS_AXES; ++dwAxis)
       Axis_Settle(ptLens->atModel[dwAxis], atChannel[dwAxis], qwNow_us);
   }
+}
+
+void Lens_SetDetached(TLens* ptLens, bool bDetached, u64 qwNow_us) {
+  if (bDetached) ICS_Stop(ptLens, qwNow_us);
+  ptLens->bICSDetached = bDetached ? 1 : 0;
 }
 
 void Lens_PowerCut(TLens* ptLens, u64 qwNow_us) {
@@ -346,10 +377,7 @@ void Lens_PowerCut(TLens* ptLens, u64 qwNow_us) {
   }
   ptLens->bPIPower = 0;
   for (u32& dwSelected : ptLens->adwSelected) dwSelected = 0;
-  for (TICSAxisTruth& tAxis : ptLens->atICS) {
-    ICS_HoldAt(tAxis, qwNow_us);
-    tAxis.iTarget = tAxis.iFrom;
-  }
+  ICS_Stop(ptLens, qwNow_us);
 }
 
 bool Lens_RequestHasArgument(ELensDevice eDevice, u32 dwRequest) {

@@ -67,9 +67,11 @@ struct TICSAxisTruth {
 struct TLens {
   TAxisModel atModel[LENS_AXES];
   TAxisTruth atAxis[iLensChannels][LENS_AXES];
-  u32 adwSelected[LENS_AXES];  // channel that MOTOR_SELECT_DEVICE chose, by device
-  u32 bPIPower;                // of the PI sensors: one switch for both axes and all channels
-  TICSAxisTruth atICS[LENS_AXES];
+  u32 adwSelected[LENS_AXES];      // channel that MOTOR_SELECT_DEVICE chose, by device
+  u32 bPIPower;                    // of the PI sensors: one switch for both axes and all channels
+  TICSAxisTruth atICS[LENS_AXES];  // the driver's axes; settled, every channel's atAxis shows their places
+  TAxisModel tParkModel;           // of an ICS lens: a stepper behind /dev/focusmotor that is no part of the image
+  TAxisTruth tParkAxis;
   u32 bICS;          // an ICS lens
   u32 bICSDetached;  // the ICS lens does not answer
   i32 iAD, iMinAD, iMaxAD;
@@ -89,6 +91,9 @@ TDriverAnswer Lens_Request(TLens* ptLens, ELensDevice eDevice, u32 dwRequest, i3
 
 // Brings every axis to where it stands at the given time.
 void Lens_Settle(TLens* ptLens, u64 qwNow_us);
+
+// The ICS lens stops answering, its axes where they are at that time, or answers again.
+void Lens_SetDetached(TLens* ptLens, bool bDetached, u64 qwNow_us);
 
 // Power is cut: every walk and move ends where it is at that time.
 void Lens_PowerCut(TLens* ptLens, u64 qwNow_us);

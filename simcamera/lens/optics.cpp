@@ -2,6 +2,8 @@
 
 #include <cmath>
 
+#include "lens/ics_optics.h"
+
 namespace {
 
 constexpr double dSearchMargin = 0.07;  // of the focus range, kept below the lowest sharp position
@@ -43,6 +45,7 @@ u32 Clamp(const TAxisSheet& tSheet, double dPosition) {
 
 double Optics_SharpFocus(const TLensModel& tModel, double dZoom, double dDistance_m, double dTemperature_C,
                          bool bNight) {
+  if (Model_IsICS(tModel)) return ICSOptics_SharpFocus(dZoom, dDistance_m, dTemperature_C, bNight);
   const TOptics& tOptics = tModel.tOptics;
   const double dShare = ZoomShare(tModel, dZoom);
   // A vari-focal lens: steep at the wide end, flatter towards tele, rising all the way.

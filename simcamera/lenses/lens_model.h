@@ -40,6 +40,11 @@ struct TOptics {
   double dPeakWide, dPeakTele;        // width of the focus value's peak at both ends of the zoom
 };
 
+// One axis of an ICS lens, as its driver tells it: positions, and steps a second.
+struct TICSSheet {
+  i32 iMin, iMax, iPI, iHome, iSpeed;
+};
+
 struct TLensModel {
   const char* pszName;
   const char* pszDescription;
@@ -51,7 +56,8 @@ struct TLensModel {
   TAxisSheet tZoom, tFocus;
   TSearchSheet tSearch;
   TOptics tOptics;
-  u32 bThermalTable = 0;  // its camera has a table of focus by temperature, and a TMP103B to go by
+  u32 bThermalTable = 0;             // its camera has a table of focus by temperature, and a TMP103B to go by
+  const TICSSheet* ptICS = nullptr;  // of both axes, zoom first; null: a plain lens
 };
 
 // The model of that name; null if there is none.
@@ -60,6 +66,10 @@ const TLensModel* Lenses_Find(const char* pszName);
 // The model in place iIndex from 0; null behind the last.
 const TLensModel* Lenses_At(i32 iIndex);
 
+// Its optics and curves are those of lens/ics_optics.h; of tOptics only the peaks count.
+inline bool Model_IsICS(const TLensModel& tModel) {
+  return tModel.ptICS != nullptr;
+}
 inline bool Model_HasZoom(const TLensModel& tModel) {
   return tModel.dwCapability == CAPABILITY_ZOOM_AND_FOCUS || tModel.dwCapability == CAPABILITY_ZOOM_ONLY;
 }

@@ -297,8 +297,51 @@ constexpr TLensModel g_tThermalModel{
     .bThermalTable = 1,
 };
 
-constexpr const TLensModel* g_aptModels[] = {&g_tZoomModel,  &g_tFocusModel, &g_tZoomOnlyModel,
-                                             &g_tFixedModel, &g_tQuadModel,  &g_tThermalModel};
+// A lens behind a driver of its own, which goes to positions by itself.  The sheets tell of its ranges and where a new
+// camera stands; the configuration's focus motor parks once at each start and is no part of the image.
+constexpr TICSSheet g_atICSSheets[LENS_AXES] = {{.iMin = 100, .iMax = 2100, .iPI = 300, .iHome = 100, .iSpeed = 2000},
+                                                {.iMin = 50, .iMax = 3050, .iPI = 400, .iHome = 1500, .iSpeed = 2500}};
+
+constexpr TAxisSheet ICSAxis(u32 dwStart, u32 dwEnd, u32 dwFirst, u32 dwPositioning) {
+  TAxisSheet tSheet{};
+  tSheet.dwStart = dwStart;
+  tSheet.dwEnd = dwEnd;
+  tSheet.dwTotalStep = dwEnd - dwStart;
+  tSheet.dwOneStep = 1;
+  tSheet.dwPositioningStep = dwPositioning;
+  tSheet.dwOneStepTime_us = 500;
+  tSheet.dwFirstPosition = dwFirst;
+  tSheet.iTravel = static_cast<i32>(dwEnd);
+  tSheet.iPI = -1;
+  tSheet.qwStepTime_ns = 450'000;
+  return tSheet;
+}
+
+constexpr TLensModel g_tICSModel{
+    .pszName = "ics",
+    .pszDescription = "ICS lens: zoom and focus behind a driver of its own, with curves and a sensor",
+    .pszModelName = "I2000C",
+    .pszLensType = "ics",
+    .iChannels = 1,
+    .dwCapability = CAPABILITY_ZOOM_AND_FOCUS,
+    .bBlockingMode = 1,
+    .tZoom = ICSAxis(100, 2100, 600, 0),
+    .tFocus = ICSAxis(100, 3000, 1199, 600),
+    .tSearch = {},
+    .tOptics = {.dWide = 0,
+                .dTele = 0,
+                .dNearWide = 0,
+                .dMagnification = 1,
+                .dPerDegree = 0,
+                .dPerDegreeTele = 0,
+                .dNight = 0,
+                .dPeakWide = 60,
+                .dPeakTele = 45},
+    .ptICS = g_atICSSheets,
+};
+
+constexpr const TLensModel* g_aptModels[] = {&g_tZoomModel, &g_tFocusModel,   &g_tZoomOnlyModel, &g_tFixedModel,
+                                             &g_tQuadModel, &g_tThermalModel, &g_tICSModel};
 constexpr i32 iModels = static_cast<i32>(sizeof(g_aptModels) / sizeof(g_aptModels[0]));
 
 // A lens that the daemon can work with: the range lies between the stops, the slack is taken up, the reference walk
@@ -318,6 +361,7 @@ constexpr bool SheetIsSound(const TAxisSheet& tSheet) {
 
 constexpr bool ModelsAreSound() {
   for (const TLensModel* ptModel : g_aptModels) {
+    if (ptModel->ptICS != nullptr) continue;  // its driver knows
     if (!SheetIsSound(ptModel->tZoom) || !SheetIsSound(ptModel->tFocus)) return false;
     if (Sheet_PIForwardShift(ptModel->tFocus) < 0) return false;
     // The daemon takes a lens whose name begins so for one with a thermal table.

@@ -149,7 +149,8 @@ void PrepareTemperature(TVernierLensdInfo* pThis) {
 
 i32 PrepareDayNight(TVernierLensdInfo* pThis) {
   if (pThis->bSupportICS == 0) return pThis->bSupportFocus != 0 ? DayNightFocusShift_Initial(pThis) : 0;
-  if (ICS_LoadIRValue(pThis) == 0) return ICS_LoadNightMode(pThis);
+  // Without its driver the positions have not been restored, and must not be saved.
+  if (ICS_LoadIRValue(pThis) == 0 && pThis->fdICS >= 0) return ICS_LoadNightMode(pThis);
   Word_Store(pThis->bDayNightCorrection, 0);
   NightMode_Keep(pThis, szICSPositionsPath);
   return 0;

@@ -54,8 +54,9 @@ i32 MotorThread_Serve(TVernierLensdInfo* pThis, const TAxis& tAxis) {
     g_bRunThread = 0;
     return -1;
   }
-  const bool bPass =
-      g_tVernierLensdConfigInfo.*tAxis.pbPISupport != 0 && g_tVernierLensdConfigInfo.dwRestoreStatus == STATUS_NORMAL;
+  const bool bPass = pThis->bSupportICS == 0 &&  // whose driver knows where it stands
+                     g_tVernierLensdConfigInfo.*tAxis.pbPISupport != 0 &&
+                     g_tVernierLensdConfigInfo.dwRestoreStatus == STATUS_NORMAL;
   // Before the pass, which takes minutes: by then others may have set these words for a newer target.
   if (tAxis.bFocusLeads) FollowSavedZoom(pThis);
   if (bPass) PIPass_Run(pThis, tAxis, fd);
