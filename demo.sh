@@ -27,8 +27,8 @@ ask() {
   echo
 }
 
-start_camera() {
-  "$sim" run "$root" --lens zoom --speed 50 &
+start_camera() { # [LENS]
+  "$sim" run "$root" --lens "${1:-zoom}" --speed 50 &
   camera=$!
   until_answer
 }
@@ -118,4 +118,36 @@ say "Both axes over time"
 "$sim" transcript "$root" --picture
 say "A day in the life of a thermal lens: cold night, hot afternoon, and nobody who touches it"
 build/bin/lensday --days 1 || { echo "FAILED: a thermal lens through its day"; exit 1; }
+say "An ICS lens: its own driver, curves and sensor; a client's auto focus chooses the tracking curve"
+kill -TERM "$camera"
+wait "$camera" || fail "the camera ended badly"
+rm --recursive --force "$root"
+start_camera ics
+ask 'function=auto'
+rest
+sharp
+say "Through its zoom range along that curve: steps off"
+for position in $(seq 100 250 2100); do
+  "$sim" ask "$root" "function=zoom&direction=direct&position=$position" >/dev/null
+  "$sim" wait "$root" --timeout 100 || fail "the lens does not come to rest"
+  echo "$position $(value focus lens) $(value focus sharp)"
+done | awk '{ off = $2 - $3; bar = ""; for (i = 0; i < 10 + off; i++) bar = bar (i == 10 ? "|" : " "); printf "  %5d %6.1f %s*\n", $1, off, bar }'
+rest
+sharp
+say "Warmer by 20 degrees, then night: the focus follows both"
+"$sim" set "$root" temperature=45
+sleep 3.5
+rest
+sharp
+"$sim" set "$root" mode=night
+sleep 0.5
+rest
+sharp
+say "The lens is detached in the middle of a zoom; the daemon answers, and ends in order"
+"$sim" ask "$root" 'function=zoom&direction=direct&position=100' >/dev/null
+"$sim" fault "$root" detach
+ask 'function=getstatus'
+kill -TERM "$camera"
+wait "$camera" || fail "the camera ended badly"
+camera=
 say "Believed and true positions agree at every rest, and the focus is sharp."

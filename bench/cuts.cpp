@@ -22,11 +22,9 @@ struct TPatience {
   u64 qwRecovery_ms;  // behind a cut: sensors, references of all channels, a search
   u64 qwStart_ms;     // a clean start: sensors only
 };
-constexpr TPatience g_atPatience[] = {{"zoom", 120'000, 8'000},
-                                      {"focus", 60'000, 20'000},
-                                      {"zoomonly", 20'000, 1'500},
-                                      {"quad", 300'000, 90'000},
-                                      {"thermal", 60'000, 8'000}};
+constexpr TPatience g_atPatience[] = {{"zoom", 120'000, 8'000},    {"focus", 60'000, 20'000},
+                                      {"zoomonly", 20'000, 1'500}, {"quad", 300'000, 90'000},
+                                      {"thermal", 60'000, 8'000},  {"ics", 60'000, 16'000}};
 
 const TPatience& PatienceOf(std::string_view sModel) {
   for (const TPatience& tPatience : g_atPatience) {
@@ -37,6 +35,7 @@ const TPatience& PatienceOf(std::string_view sModel) {
 
 constexpr u64 qwAt_ms = 100;          // of the command, on a lens that is ready at once
 constexpr u64 qwQuadAt_ms = 60'000;   // behind the search of four channels for their sensors
+constexpr u64 qwICSAt_ms = 6'000;     // behind the set-up of an ICS lens
 constexpr u64 qwFocusAt_ms = 15'000;  // behind the search of one
 constexpr const char* pszNoStatus = nullptr;
 
@@ -44,9 +43,10 @@ constexpr const char* pszNoStatus = nullptr;
 void StandSharp(const TCamera& tCamera, const TLensModel& tModel) {
   const u32 dwZoom = tModel.tZoom.dwFirstPosition;
   const u32 dwFocus = Optics_PanFocus(tModel, dwZoom);
-  tCamera.Place(LENS_FOCUS, dwFocus);
+  if (!Model_IsICS(tModel)) tCamera.Place(LENS_FOCUS, dwFocus);
   const std::string sZoom = Model_HasZoom(tModel) ? "zoom_motor=" + std::to_string(dwZoom) + "\n" : "";
-  tCamera.Write(szPositionsPath, sZoom + "focus_motor=" + std::to_string(dwFocus) + "\n");
+  tCamera.Write(Model_IsICS(tModel) ? szICSPositionsPath : szPositionsPath,
+                sZoom + "focus_motor=" + std::to_string(dwFocus) + "\n");
 }
 
 void SetScene(const TCamera& tCamera, const TCutRow& tRow) {
@@ -243,6 +243,15 @@ const std::vector<TCutRow>& Cuts_Rows() {
       {"night", "focus", {FallOfNight(qwFocusAt_ms)}, qwFocusAt_ms + 5'000, "normal\n", 1, nullptr, false, true},
       {"night", "quad", {FallOfNight(qwQuadAt_ms)}, qwQuadAt_ms + 8'000, "normal\n", 3},
       {"night", "thermal", {FallOfNight(qwAt_ms)}, 5'000, "normal\n", 1, nullptr, false, true},
+      {"start", "ics", {}, qwICSAt_ms},
+      {"direct", "ics", {Ask(qwICSAt_ms, "function=focus&direction=direct&position=1500")}, qwICSAt_ms + 1'500},
+      {"zoom-following", "ics", {Ask(qwICSAt_ms, "function=zoom&direction=direct&position=900")}, qwICSAt_ms + 2'500},
+      {"positioning", "ics", {Ask(qwICSAt_ms, "function=positioning")}, qwICSAt_ms + 12'000, "normal\n", 3},
+      {"scan", "ics", {Ask(qwICSAt_ms, "function=scan")}, qwICSAt_ms + 40'000, "normal\n", 11},
+      {"restore", "ics", {}, 30'000, "restore\n", 3},
+      {"first-start", "ics", {}, 30'000, pszNoStatus, 3},
+      {"night", "ics", {FallOfNight(qwICSAt_ms)}, qwICSAt_ms + 5'000, "normal\n", 1, nullptr, false, true},
+      {"warming", "ics", {Warmth(qwICSAt_ms)}, 65'000, "normal\n", 3},
       {"warming", "thermal", {Warmth(qwAt_ms)}, 125'000, "normal\n", 3},
   };
   return atRows;

@@ -28,7 +28,8 @@ struct TPace {
 constexpr TPace g_atPaces[] = {{"zoom", 100, 12'000, 150'000},
                                {"focus", 15'000, 20'000, 90'000},
                                {"quad", 90'000, 100'000, 220'000},
-                               {"thermal", 100, 8'000, 120'000}};
+                               {"thermal", 100, 8'000, 120'000},
+                               {"ics", 8'000, 20'000, 120'000}};
 
 struct TFault {
   const char* szName;  // stands in the place of the scene's; null none

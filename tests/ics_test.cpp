@@ -58,7 +58,7 @@ TEST(ICS, SetUpAndRestoreInTheirOrder) {
   const TLifeResult tResult = Live(tCamera, {Ask(qwReady_ms, szStatus)}, qwReady_ms + 500);
   ExpectRest(tCamera, tResult);
   EXPECT_EQ(tCamera.Truth(LENS_ZOOM), 600);
-  EXPECT_EQ(tCamera.Truth(LENS_FOCUS), 1199);
+  EXPECT_EQ(tCamera.Truth(LENS_FOCUS), 1215);
   EXPECT_TRUE(
       Story(tResult, "main")
           .starts_with(
@@ -103,11 +103,11 @@ TEST(ICS, MovesGoWhereTheyShould) {
       {"function=focus&direction=direct&position=2000", 600, 2000},
       {"function=focus&direction=direct&position=90000", 600, 3000},
       {"function=focus&direction=direct&position=-1", 600, 100},
-      {"function=focus&direction=forward&steps=20", 600, 1219},
+      {"function=focus&direction=forward&steps=20", 600, 1235},
       {"function=zoom&direction=direct&position=5", 100, 748},  // along curve 0
       {"function=zoom&direction=direct&position=2100", 2100, 2388},
       {"function=motorreset", 100, 400},
-      {"function=resetfocus", 600, 1199},
+      {"function=resetfocus", 600, 1215},
       {"function=auto", 600, -1},
       {"function=scan", 600, -1},
   };

@@ -10,6 +10,8 @@
 #include <sstream>
 
 #include "camera/world_image.h"
+#include "ics/curve.h"
+#include "lens/ics_optics.h"
 #include "lens/optics.h"
 #include "lens/shift_tables.h"
 #include "lenses/lens_model.h"
@@ -219,6 +221,33 @@ void ExpectThermalTable(const TLensModel& tModel, const std::string& sXml) {
   }
 }
 
+// What the daemon makes of the curve files is what the lens does.
+void ExpectICSCurves(const std::string& sConfig) {
+  const auto ReadRow = [&](const std::string& sName) {
+    std::istringstream tTokens(Read(sConfig + sName));
+    TCurveRow tRow{};
+    std::string sToken;
+    for (i32 i = 0; tTokens >> sToken; ++i) {
+      if (i >= 3) tRow.adwWord[i - 3] = static_cast<u32>(std::stoul(sToken, nullptr, 16));
+    }
+    return tRow;
+  };
+  const TCurveRow tTracking = ReadRow("tracking_curve_y2"), tNight = ReadRow("ir_curve_y1"),
+                  tAD = ReadRow("ad_curve_y0");
+  for (u32 dwZoom = 100; dwZoom <= 2100; dwZoom += 50) {
+    const double dDay = ICSOptics_SharpFocus(dwZoom, 5, 25, false), dDark = ICSOptics_SharpFocus(dwZoom, 5, 25, true);
+    EXPECT_NEAR(ICS_PositionAt(&tTracking, dwZoom), dDay, 1) << dwZoom;
+    EXPECT_NEAR(ICS_PositionAt(&tNight, dwZoom), dDark - dDay, 1) << dwZoom;
+  }
+  for (const char* szRow : {"0", "4"}) {
+    const TCurveRow tWarm = ReadRow(std::string("temp_curve_y") + szRow);
+    const u32 dwZoom = szRow[0] == '0' ? 100 : 2100;
+    const double dShift = ICSOptics_SharpFocus(dwZoom, 5, 45, false) - ICSOptics_SharpFocus(dwZoom, 5, 25, false);
+    EXPECT_NEAR(ICS_ShiftAt(&tWarm, 20), dShift, 1);
+  }
+  for (i32 i = -40; i <= 80; ++i) EXPECT_EQ(ICS_DegreesAt(&tAD, ICSOptics_AD(i)), i);
+}
+
 TEST(Lenses, EachModelIsLaidOutConsistently) {
   for (i32 i = 0; const TLensModel* ptModel = Lenses_At(i); ++i) {
     SCOPED_TRACE(ptModel->pszName);
@@ -229,6 +258,13 @@ TEST(Lenses, EachModelIsLaidOutConsistently) {
     ExpectKeys(sXml, "", pszOtherKeys);
     TWorld* ptWorld = World_Map(szRoot);
     ASSERT_NE(ptWorld, nullptr);
+    if (Model_IsICS(*ptModel)) {
+      ExpectICSCurves(sConfig);
+      EXPECT_NEAR(World_SharpFocus(ptWorld, 0), ptModel->tFocus.dwFirstPosition, 0.5) << "a new camera is sharp";
+      World_Unmap(ptWorld);
+      std::filesystem::remove_all(szRoot);
+      continue;
+    }
     ExpectAxisTrue(ptWorld, ptModel->iChannels - 1, LENS_ZOOM, sConfig);
     ExpectAxisTrue(ptWorld, ptModel->iChannels - 1, LENS_FOCUS, sConfig);
     if (Model_HasFocus(*ptModel)) {

@@ -326,7 +326,7 @@ constexpr TLensModel g_tICSModel{
     .dwCapability = CAPABILITY_ZOOM_AND_FOCUS,
     .bBlockingMode = 1,
     .tZoom = ICSAxis(100, 2100, 600, 0),
-    .tFocus = ICSAxis(100, 3000, 1199, 600),
+    .tFocus = ICSAxis(100, 3000, 1215, 600),
     .tSearch = {},
     .tOptics = {.dWide = 0,
                 .dTele = 0,
