@@ -143,8 +143,8 @@ sharp
 sleep 0.5
 rest
 sharp
-say "The lens is detached in the middle of a zoom; the daemon answers, and ends in order"
-"$sim" ask "$root" 'function=zoom&direction=direct&position=100' >/dev/null
+say "The lens is detached in the middle of a positioning; the daemon answers, and ends in order"
+"$sim" ask "$root" 'function=positioning' >/dev/null
 "$sim" fault "$root" detach
 ask 'function=getstatus'
 kill -TERM "$camera"

@@ -1,0 +1,48 @@
+#!/usr/bin/env bash
+# Fuzzes what reads bytes from outside, under AddressSanitizer and UndefinedBehaviorSanitizer.
+#   ./fuzz.sh replay [TARGET]     each input of tests/fuzz/corpus once
+#   ./fuzz.sh SECONDS [TARGET]    each target for so long, one after the other
+# New inputs collect in build-fuzz/corpus, logs in build-fuzz/logs.  Exit status 1 on a finding: the input that shows it
+# lies in build-fuzz/finds and is named, and "build-fuzz/bin/fuzz_TARGET INPUT" repeats it.  Two jobs; JOBS=N changes that.
+set -euo pipefail
+cd "$(dirname "$0")"
+
+usage() { sed --quiet '2,4s/^# //p' "$0" >&2; exit 2; }
+[[ ${1:-} =~ ^(replay|[0-9]+)$ ]] || usage
+mode=$1
+targets=(gateway xml_tree query frames treereader curves profile thermal state_files)
+if [ -n "${2:-}" ]; then
+  [[ " ${targets[*]} " == *" $2 "* ]] || usage
+  targets=("$2")
+fi
+
+tools/setup.sh --checks
+cmake --preset fuzz >/dev/null
+cmake --build --preset fuzz --parallel "${JOBS:-2}"
+
+build=build-fuzz
+export ASAN_OPTIONS=quarantine_size_mb=16  # freed memory is kept over a few inputs, not over thousands
+mkdir -p "$build/finds" "$build/logs"
+failed=0
+for target in "${targets[@]}"; do
+  seeds=tests/fuzz/corpus/$target
+  found=$build/corpus/$target
+  log=$build/logs/$target.log
+  mkdir -p "$found"
+  if [ "$mode" = replay ]; then
+    what=("$seeds"/*)
+  else
+    # At most 4 KiB an input; one that takes 10 seconds or 1 GiB is a finding.
+    what=(-max_total_time="$mode" -max_len=4096 -timeout=10 -rss_limit_mb=1024 -print_final_stats=1 "$found" "$seeds")
+  fi
+  if "$build/bin/fuzz_$target" -artifact_prefix="$build/finds/$target-" "${what[@]}" >"$log" 2>&1; then
+    [ "$mode" != replay ] || echo "#${#what[@]}	DONE replayed" >>"$log"
+    printf '%-12s %s\n' "$target" "$(sed --quiet 's/^#\([0-9]*\)\tDONE */\1 inputs, /p' "$log")"
+    continue
+  fi
+  failed=1
+  grep --extended-regexp 'ERROR|runtime error|does not hold|SUMMARY' "$log" >&2 || tail --lines=5 "$log" >&2
+  find=$(sed --quiet 's/.*Test unit written to //p; s/^Running: //p' "$log" | tail --lines=1)
+  echo "$target: finding, repeat with: $build/bin/fuzz_$target $find (log: $log)" >&2
+done
+exit $failed
