@@ -106,6 +106,7 @@ void SendPositions(const TVernierLensdInfo* pThis, i32 iDev) {
 
 // The driver goes no farther than its ends: behind a broken file the position is what it can be.
 void LimitToDriver(u32* pdwPosition, u32 dwStart, u32 dwEnd, i32 iMargin) {
+  if (dwStart == dwEnd) return;  // the driver has not answered: what was saved stays as it was
   const i64 llLowest = i64{static_cast<i32>(dwStart)} - iMargin;
   const i64 llHighest = std::max(llLowest, i64{static_cast<i32>(dwEnd)} + iMargin);
   *pdwPosition = static_cast<u32>(std::clamp(i64{static_cast<i32>(*pdwPosition)}, llLowest, llHighest));

@@ -142,7 +142,6 @@ bool MoveFocus(TVernierLensdInfo* pThis, TMotorCommand* ptCommand, i32 fd, i32 i
   std::printf("[vernierlensd] : Focus Temp Diff: %d\n", iShift);
   const u32 dwPosition = Word_Load(pThis->adwFocusMotorPosition[iChannel]) + static_cast<u32>(iShift);
   if (!Command_ClaimDirectMove(pThis, g_tFocusAxis, iChannel, ptCommand, dwPosition)) return false;
-  Word_Store(pThis->bThermalRecheck, 0);  // this move chooses no tracking curve
   VernierLensd_DispatchFocusCommand(pThis, fd);
   return true;
 }

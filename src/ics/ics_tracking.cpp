@@ -9,6 +9,7 @@
 void ICS_UpdateTrackingCurve(TVernierLensdInfo* pThis, u32 dwZoomPos) {
   const i32 iCurves = g_tVernierLensdConfigInfo.iTrackCurveCount;
   std::printf("Current ZoomPosition=%d\n", static_cast<i32>(dwZoomPos));
+  if (g_pdwtabTrackingCurveTable == nullptr) return;
   for (i32 i = 0; i < iCurves; i++) {
     const TCurveRow* ptCurve = ICS_TrackingCurve(i);
     if (ptCurve != nullptr) std::printf("Tracking Curve Table[%d]%d\n", i, ICS_PositionAt(ptCurve, dwZoomPos));

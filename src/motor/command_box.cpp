@@ -71,6 +71,7 @@ bool Command_ClaimDirectMove(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 i
     Word_Store(ptCommand->dwFunction, FUNCTION_FOCUS);
     Word_Store(ptCommand->dwDirection, DIRECTION_DIRECT);
     Word_Store(ptCommand->dwPosition, dwPosition);
+    Word_Store(pThis->bThermalRecheck, 0);  // the daemon's own move: of an idle axis nobody waits for a recheck
     tBox.iChannel = iChannel;
     CopyToRunning(tBox, *ptCommand);
     tBox.bClaimed = 1;

@@ -135,12 +135,13 @@ i32 VernierLensd_GotoPI() {
   }
   VernierLensd_LoadFocusDefault();
   const bool bReverse = tConfig.dwFocusMotorReverseCalibration != 0;
-  // A default from a broken file is limited to the range: the walk must end.
-  const u32 dwDefault = std::min(g_dwFocusDefault.load(), tConfig.dwFocusVirtualEnd);
+  // A default from a broken file is limited to the range, where the configuration has one: the walk must end.
+  const u32 dwEnd = tConfig.dwFocusVirtualEnd;
+  u32 dwDefault = static_cast<i32>(g_dwFocusDefault.load()) < 0 ? 0 : g_dwFocusDefault.load();
+  if (dwEnd != 0 || bReverse) dwDefault = std::min(dwDefault, dwEnd);
   Motor_Request(fd, bReverse ? MOTOR_SET_BACKWARD : MOTOR_SET_FORWARD);
-  Motor_Request(
-      fd, MOTOR_WALK_STEPS_BLOCK,
-      Steps_ToDriver(bReverse ? tConfig.dwFocusVirtualEnd - dwDefault : dwDefault, tConfig.dwFocusVirtualOneStep));
+  Motor_Request(fd, MOTOR_WALK_STEPS_BLOCK,
+                Steps_ToDriver(bReverse ? dwEnd - dwDefault : dwDefault, tConfig.dwFocusVirtualOneStep));
   close(fd);
   return 0;
 }
