@@ -186,21 +186,32 @@ TEST(State, RestoreOfFourChannelsReferencesEach) {
   EXPECT_EQ(StatusValue(tResult.asReplies[0], "focus_motor"), tCamera.Truth(LENS_FOCUS, 3));
 }
 
-// A log that an earlier life has left: both axes are positioned before anything else moves them.
+// Logs that an earlier life has left: the lens is repaired although a client comes first, whose command takes the
+// recovery's place in the block or itself needs a true counter.
 TEST(State, StaleLogIsRepairedWhateverAClientDoesFirst) {
-  for (const char* szLog : {szZoomLog, szFocusLog}) {
-    for (const char* szQuery : {szStatus, "function=stop", "function=zoom&direction=direct&position=300",
-                                "function=focus&direction=forward&steps=3"}) {
-      const TCamera tCamera("zoom");
-      tCamera.Place(LENS_ZOOM, 17);
-      tCamera.Place(LENS_FOCUS, 1100);
-      tCamera.Write(szLog, "");
+  const char* const aszQueries[] = {szStatus,
+                                    "function=stop",
+                                    "function=auto",
+                                    "function=irisopen",
+                                    "function=irisenable",
+                                    "function=setfocusdefault&defaultposition=100",
+                                    "function=zoom&direction=direct&position=300",
+                                    "function=focus&direction=forward&steps=3"};
+  for (const char* szModel : {"zoom", "zoomonly", "focus", "thermal", "ics"}) {
+    const TCamera tCamera(szModel);
+    for (u64 qw = 0; qw < std::size(aszQueries) * Lives(10); qw++) {
+      ASSERT_EQ(Life_ResetRoot(tCamera.sRoot), 0);
+      const char* szQuery = aszQueries[qw % std::size(aszQueries)];
+      const u64 qwSeed = FirstSeed() + qw;
+      SCOPED_TRACE(std::string(szModel) + " " + szQuery + " seed " + std::to_string(qwSeed));
+      for (const ELensAxis eAxis : {LENS_ZOOM, LENS_FOCUS}) tCamera.Place(eAxis, 17);
+      if (std::string_view(szModel) != "focus") tCamera.Write(szZoomLog, "");
+      if (std::string_view(szModel) != "zoomonly") tCamera.Write(szFocusLog, "");
       const TLifeResult tResult =
-          Live(tCamera, {Ask(1, szQuery), Ask(5000, "function=zoom&direction=forward&steps=2"), Ask(120'000, szStatus)},
-               121'000);
-      SCOPED_TRACE(std::string(szLog) + " " + szQuery);
+          Live(tCamera, {Ask(qw / std::size(aszQueries) % 2, szQuery), Ask(120'000, szStatus)}, 121'000, qwSeed);
       EXPECT_TRUE(HasPrinted(tResult, "[vernierlensd] : Power loss unexpectedly! Need positioning."));
       ExpectRest(tCamera, tResult);
+      if (HasFailure()) break;
     }
   }
 }

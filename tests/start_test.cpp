@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <filesystem>
 
 #include "support.h"
@@ -158,6 +159,24 @@ TEST(Start, MotorThatIsNotThereEndsTheDaemon) {
   EXPECT_TRUE(HasPrinted(tResult, "[vernierlensd] : Motor thread ends unexpectedly!"));
   EXPECT_TRUE(HasPrinted(tResult, "[vernierlensd] : Release resources...OK"));
   EXPECT_LT(tResult.qwTime_us, 8'000'000U);
+}
+
+// SIGTERM at any moment of the start: the threads may be there, their wake pairs not yet.
+TEST(Start, SigtermEndsItAtOnce) {
+  for (const char* szModel : {"zoom", "ics"}) {
+    const TCamera tCamera(szModel);
+    for (u64 qw = 0; qw < Lives(100); qw++) {
+      ASSERT_EQ(Life_ResetRoot(tCamera.sRoot), 0);
+      TLifeEvent tTerm = Signal(0, SIGTERM);
+      tTerm.qwAt_us = (FirstSeed() + qw) * 4519 % 400'000;
+      const TLifeResult tResult = Live(tCamera, {tTerm}, 0, FirstSeed() + qw);
+      SCOPED_TRACE(std::string(szModel) + " at " + std::to_string(tTerm.qwAt_us) + " us\n" + Tale(tResult));
+      ASSERT_EQ(tResult.eEnd, LIFE_EXITED);
+      ASSERT_EQ(tResult.iStatus, 0);
+      ASSERT_LT(tResult.qwTime_us, 2'500'000U);
+      ASSERT_TRUE(HasPrinted(tResult, "OK") || HasPrinted(tResult, "[vernierlensd] : Release resources...OK"));
+    }
+  }
 }
 
 TEST(Start, OptionsPrintAndTouchNothing) {

@@ -3,6 +3,7 @@
 #include <cstdio>
 
 #include "motor/command_box.h"
+#include "motor/positioning.h"
 
 namespace {
 
@@ -53,10 +54,7 @@ void SendBoth(TVernierLensdInfo* pThis, i32 iChannel, TWrite fnWriteZoom, u32 dw
 }
 
 void DispatchPositioning(TVernierLensdInfo* pThis, i32 iChannel, u32 dwFunction) {
-  const auto WriteZoom = [&](TMotorCommand& tBlock) {
-    Word_Store(tBlock.dwFunction, dwFunction);
-    Word_Store(tBlock.dwPosition, g_tVernierLensdConfigInfo.dwZoomVirtualStart);
-  };
+  const auto WriteZoom = [&](TMotorCommand& tBlock) { Positioning_Write(g_tZoomAxis, &tBlock, dwFunction); };
   SendBoth(pThis, iChannel, WriteZoom, dwFunction);
 }
 

@@ -9,6 +9,7 @@
 #include "core/paths.h"
 #include "core/wait.h"
 #include "motor/command_box.h"
+#include "motor/positioning.h"
 
 namespace {
 
@@ -88,10 +89,8 @@ void ReleaseAutoFocus(TVernierLensdInfo* pThis) {
 
 void SendRestore(TVernierLensdInfo* pThis, i32 iChannel) {
   if (pThis->bSupportZoom != 0) {
-    Command_Write(pThis, g_tZoomAxis, iChannel, [](TMotorCommand& tBlock) {
-      Word_Store(tBlock.dwPosition, g_tVernierLensdConfigInfo.dwZoomVirtualStart);
-      Word_Store(tBlock.dwFunction, FUNCTION_POSITIONING);
-    });
+    Command_Write(pThis, g_tZoomAxis, iChannel,
+                  [](TMotorCommand& tBlock) { Positioning_Write(g_tZoomAxis, &tBlock, FUNCTION_POSITIONING); });
   }
   if (pThis->bSupportFocus != 0) {
     const i32 iWoken = Command_Send(pThis, g_tFocusAxis, iChannel, [&](TMotorCommand& tBlock) {

@@ -95,6 +95,7 @@ struct TCommandBox {
   i32 iRunningChannel;     // owner thread only: its channel
   u32 bStarted;            // main thread only: the motor thread runs or has run
   u32 bSearchFollows;      // owner thread only: a recovery's search stands in the block, and the log stays for it
+  u32 bRecoveryDue;        // under the lock: a recovery was sent, and no command that walks has been taken since
   u32 bClaimed;            // owner thread only: tRunning is a command of its own, still to be dispatched
   u32 bEnded;              // shared: the motor thread has left its loop and touches nothing any more
   u32 bBusy;               // under the lock: the motor thread is inside its dispatcher

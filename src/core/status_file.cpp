@@ -12,6 +12,7 @@
 #include "core/working_log.h"
 #include "courier.h"
 #include "motor/command_box.h"
+#include "motor/positioning.h"
 #include "motor/reference.h"
 
 namespace {
@@ -71,8 +72,8 @@ i32 WriteNormal() {
 void SendPositioning(TVernierLensdInfo* pThis, const TAxis& tAxis, const char* szFailed) {
   if (pThis->*tAxis.pbSupport == 0) return;
   const i32 iWoken = Command_Send(pThis, tAxis, 0, [&](TMotorCommand& tBlock) {
-    Word_Store(tBlock.dwFunction, FUNCTION_POSITIONING);
-    if (tAxis.bFocusLeads) Word_Store(tBlock.dwPosition, Axis_Config(tAxis.pdwVirtualStart));
+    Positioning_Write(tAxis, &tBlock, FUNCTION_POSITIONING);
+    Axis_Box(pThis, tAxis).bRecoveryDue = 1;
   });
   if (iWoken != 0) std::puts(szFailed);
 }

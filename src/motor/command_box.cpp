@@ -8,6 +8,12 @@ bool IsIdle(TVernierLensdInfo* pThis, const TAxis& tAxis) {
   return Word_Load(pThis->*tAxis.pbWake) == 0 && Word_Load(Axis_Command(pThis, tAxis).dwFunction) == FUNCTION_IDLE;
 }
 
+// Functions that end without a walk.
+bool StaysPut(u32 dwFunction) {
+  return dwFunction == FUNCTION_STOP || dwFunction == FUNCTION_IRISOPEN || dwFunction == FUNCTION_IRISENABLE ||
+         dwFunction == FUNCTION_SETFOCUSDEFAULT;
+}
+
 void CopyToRunning(TCommandBox& tBox, const TMotorCommand& tBlock) {
   tBox.bBusy = 1;
   tBox.bSearchFollows = 0;
@@ -23,6 +29,7 @@ void CopyToRunning(TCommandBox& tBox, const TMotorCommand& tBlock) {
       .bZoomContinuous = Word_Load(tBlock.bZoomContinuous),
   };
   tBox.iRunningChannel = tBox.iChannel;
+  if (!StaysPut(tBox.tRunning.dwFunction)) tBox.bRecoveryDue = 0;
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 #include "motor/dispatch.h"
 
+#include <algorithm>
 #include <cstdio>
 
 #include "autofocus/auto_focus.h"
@@ -28,6 +29,7 @@ void Position(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, FStep pfnSte
 bool FindOtherReferences(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd);
 bool SaveRunningChannel(TVernierLensdInfo* pThis, const TAxis& tAxis);
 void CloseLog(TVernierLensdInfo* pThis, const TAxis& tAxis, bool bSaved);
+void EndWithoutWalk(TVernierLensdInfo* pThis, const TAxis& tAxis);
 void StoreFocusDefault(TVernierLensdInfo* pThis, u32 dwDefaultPosition);
 void EndThermalRecheck(TVernierLensdInfo* pThis);
 void RunZoomCommand(TVernierLensdInfo* pThis, i32 fd);
@@ -69,22 +71,22 @@ void RunFocusCommand(TVernierLensdInfo* pThis, i32 fd) {
       Position(pThis, g_tFocusAxis, fd, FocusMotorPositioning);
       break;
     case FUNCTION_STOP:
-      Command_Finish(pThis, g_tFocusAxis);
+      EndWithoutWalk(pThis, g_tFocusAxis);
       break;
     case FUNCTION_IRISOPEN:
       VernierLensd_RequestIris(pThis, 1);
-      Command_Finish(pThis, g_tFocusAxis);
+      EndWithoutWalk(pThis, g_tFocusAxis);
       break;
     case FUNCTION_IRISENABLE:
       VernierLensd_RequestIris(pThis, 0);
-      Command_Finish(pThis, g_tFocusAxis);
+      EndWithoutWalk(pThis, g_tFocusAxis);
       break;
     case FUNCTION_RESETFOCUS:
       Position(pThis, g_tFocusAxis, fd, VernierLensd_ResetFocus);
       break;
     case FUNCTION_SETFOCUSDEFAULT:
       StoreFocusDefault(pThis, pThis->tFocusBox.tRunning.dwDefaultPosition);
-      Command_Finish(pThis, g_tFocusAxis);
+      EndWithoutWalk(pThis, g_tFocusAxis);
       break;
     default:
       break;
@@ -167,6 +169,19 @@ void CloseLog(TVernierLensdInfo* pThis, const TAxis& tAxis, bool bSaved) {
   }
 }
 
+// It may have taken the place of a recovery that had not begun.  That one is sent again, or the counter would stay
+// false until the next move; without an idle moment in between, so that a search that waits for the zoom waits for it
+// too.
+void EndWithoutWalk(TVernierLensdInfo* pThis, const TAxis& tAxis) {
+  const i32 iLost = Reference_FirstLost(pThis, tAxis);
+  if (iLost < 0 && Axis_Box(pThis, tAxis).bRecoveryDue == 0) {
+    Command_Finish(pThis, tAxis);
+    return;
+  }
+  Command_SendFollowUp(pThis, tAxis, std::max(iLost, 0),
+                       [&](TMotorCommand& tBlock) { Positioning_Write(tAxis, &tBlock, FUNCTION_POSITIONING); });
+}
+
 void StoreFocusDefault(TVernierLensdInfo* pThis, u32 dwDefaultPosition) {
   if (pThis->bSupportICS != 0) return;
   g_dwFocusDefault = dwDefaultPosition;
@@ -201,7 +216,7 @@ void RunZoomCommand(TVernierLensdInfo* pThis, i32 fd) {
       Position(pThis, g_tZoomAxis, fd, ZoomMotorPositioning);
       break;
     case FUNCTION_STOP:
-      Command_Finish(pThis, g_tZoomAxis);
+      EndWithoutWalk(pThis, g_tZoomAxis);
       break;
     default:
       break;

@@ -63,7 +63,8 @@ i32 MotorThread_Serve(TVernierLensdInfo* pThis, const TAxis& tAxis) {
   if (tAxis.pfnBegin != nullptr) tAxis.pfnBegin(pThis, fd);
   Wait_Poll(qwReadyPoll_us, qwNoBound_us,
             [&] { return Word_Take(pThis->*tAxis.pbWakeReady) != 0 || Daemon_IsEnding(); });
-  while (g_bRunThread.load() != 0) {
+  // At the end of a start-up that got no further the pair is missing.
+  while (Word_Take(pThis->*tAxis.pbWakeReady) != 0 && g_bRunThread.load() != 0) {
     const EReceived eReceived = MotorThread_Receive(pThis, tAxis);
     if (eReceived == RECEIVED_COMMAND) tAxis.pfnDispatch(pThis, fd);
     if (eReceived != RECEIVED_ERROR && tAxis.pfnPeriodic != nullptr) tAxis.pfnPeriodic(pThis, &tIRCut, fd);

@@ -85,6 +85,11 @@ void VernierLensd_ResetFocus(TVernierLensdInfo* pThis, i32 fd) {
   if (iWoken != 0) std::puts("[vernierlensd] : Waking up focus thread failed.");
 }
 
+void Positioning_Write(const TAxis& tAxis, TMotorCommand* ptBlock, u32 dwFunction) {
+  Word_Store(ptBlock->dwFunction, dwFunction);
+  if (tAxis.bFocusLeads) Word_Store(ptBlock->dwPosition, Axis_Config(tAxis.pdwVirtualStart));
+}
+
 void FocusReference_Find(TVernierLensdInfo* pThis, i32 fd) {
   const u32 dwReference = FocusReference_SetDirection(fd);
   const bool bPI = g_tVernierLensdConfigInfo.bFocusPISupport != 0;

@@ -2,7 +2,7 @@
 // further than the travel can be long.  None of these walks looks at a wake flag: a command that arrives meanwhile runs
 // afterwards.
 //
-// Owner thread of the axis, for the channel of its running command; fd is borrowed.
+// Owner thread of the axis where nothing else is said, for the channel of its running command; fd is borrowed.
 #pragma once
 
 #include "motor/axis.h"
@@ -16,6 +16,9 @@ void ZoomMotorPositioning(TVernierLensdInfo* pThis, i32 fd);
 // Function 13: the focus to the end of its travel, then, as a command of its own, to g_dwFocusDefault.  Selects no
 // channel.
 void VernierLensd_ResetFocus(TVernierLensdInfo* pThis, i32 fd);
+
+// Function 5 or 6 into a block, the zoom's with its first position for a target.  Under the box's lock, any thread.
+void Positioning_Write(const TAxis& tAxis, TMotorCommand* ptBlock, u32 dwFunction);
 
 // Walks an axis to its reference and sets its counter, without what a command does behind it: the zoom ends on its
 // first position.  The channel has been selected.

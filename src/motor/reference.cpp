@@ -18,6 +18,13 @@ bool Reference_IsLost(const TVernierLensdInfo* pThis, const TAxis& tAxis, i32 iC
   return Word_Load((pThis->*tAxis.ptBox).aeReference[iChannel]) == REFERENCE_LOST;
 }
 
+i32 Reference_FirstLost(const TVernierLensdInfo* pThis, const TAxis& tAxis) {
+  for (i32 i = 0; i < iMaxChannels; i++) {
+    if (Reference_IsLost(pThis, tAxis, i)) return i;
+  }
+  return -1;
+}
+
 bool Reference_IsKnownOnAll(const TVernierLensdInfo* pThis, const TAxis& tAxis) {
   return std::ranges::all_of((pThis->*tAxis.ptBox).aeReference,
                              [](const u32& eReference) { return Word_Load(eReference) == REFERENCE_KNOWN; });

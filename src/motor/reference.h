@@ -13,5 +13,8 @@ void Reference_Set(TVernierLensdInfo* pThis, const TAxis& tAxis, bool bFound);
 
 bool Reference_IsLost(const TVernierLensdInfo* pThis, const TAxis& tAxis, i32 iChannel);
 
+// The first channel whose counter is lost, -1 if none is.
+i32 Reference_FirstLost(const TVernierLensdInfo* pThis, const TAxis& tAxis);
+
 // True if the counters of all channels can be trusted: only then may the working log go.
 bool Reference_IsKnownOnAll(const TVernierLensdInfo* pThis, const TAxis& tAxis);
