@@ -1,0 +1,266 @@
+#include "life_story.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <csignal>
+#include <filesystem>
+#include <span>
+
+#include "core/paths.h"
+#include "hooks/hooks.h"
+
+namespace {
+
+constexpr u64 qwMoment_ms = 6000;
+constexpr u64 qwMaxFault_ms = 60'000;  // of a fault that ends by itself
+
+std::string Number(u64 qw) {
+  return std::to_string(qw);
+}
+
+std::string SaneQuery(const TLensModel& tModel, TDraw& tDraw) {
+  const std::string sAxis = tDraw.OneIn(2) ? "zoom" : "focus";
+  const u64 qwEnd = std::max(tModel.tZoom.dwEnd, tModel.tFocus.dwEnd);
+  const std::string sPosition = Number(tDraw.Below(qwEnd * 6 / 5 + 1));
+  const std::string asQueries[] = {"function=" + sAxis + "&direction=direct&position=" + sPosition,
+                                   "function=" + sAxis + "&direction=direct&position=" + sPosition,
+                                   "function=" + sAxis + "&direction=forward&steps=" + Number(tDraw.Below(40)),
+                                   "function=" + sAxis + "&direction=backward&steps=" + Number(tDraw.Below(40)),
+                                   "function=auto",
+                                   "function=auto&iris",
+                                   "function=scan",
+                                   "function=positioning",
+                                   "function=motorreset",
+                                   "function=stop",
+                                   "function=getstatus",
+                                   "function=getparam&position=" + sPosition,
+                                   "function=irisopen",
+                                   "function=irisenable",
+                                   "function=resetfocus",
+                                   "function=getfocusdefault",
+                                   "function=setfocusdefault&defaultposition=" + sPosition};
+  return asQueries[tDraw.Below(std::size(asQueries))];
+}
+
+std::string OddQuery(TDraw& tDraw) {
+  const std::string asQueries[] = {"",
+                                   "&&&",
+                                   "function=",
+                                   "function=nothing",
+                                   "channel=&function=stop",
+                                   "channel=-1&function=stop",
+                                   "channel=9&function=zoom&steps=3",
+                                   "function=zoom&channel=0",
+                                   "function=zoom&direction=sideways&steps=3",
+                                   "function=zoom&direction=direct&position=99999999999",
+                                   "function=focus&direction=direct&position=-5",
+                                   "function=focus&direction=direct&position=4294967295",
+                                   "function=focus&direction=forward&steps=-2147483648",
+                                   "function=zoom&direction=direct",
+                                   "function=getparam&position=-1",
+                                   "function=setfocusdefault&defaultposition=%n%s",
+                                   "function=stop&" + std::string(9000, 'x')};
+  return asQueries[tDraw.Below(std::size(asQueries))];
+}
+
+// Half of them close behind another, the first of them behind the start.
+void AddQueries(const TLensModel& tModel, TDraw& tDraw, u32 dwQueries, TStory& tStory) {
+  u64 qwAt_ms = 0;
+  for (u32 dw = 0; dw < dwQueries; dw++) {
+    const u64 qwGap_ms = tDraw.Below(u64{1} << tDraw.Below(10));
+    qwAt_ms = tDraw.OneIn(2) ? std::min(qwAt_ms + qwGap_ms, tStory.qwBusy_ms) : tStory.DrawTime_ms(tDraw);
+    if (dw == 0 && tDraw.OneIn(4)) qwAt_ms = 0;  // before a recovery has begun
+    const u64 qwChannel = tDraw.Below(static_cast<u64>(tModel.iChannels) + 1);
+    const std::string sChannel = tDraw.OneIn(2) ? "channel=" + Number(qwChannel) + "&" : "";
+    TLifeEvent tAsk = Ask(qwAt_ms, tDraw.OneIn(5) ? OddQuery(tDraw) : sChannel + SaneQuery(tModel, tDraw));
+    if (tDraw.OneIn(2)) tAsk.qwAt_us += tDraw.Below(1000);
+    if (tDraw.OneIn(5)) tAsk.sMethod = "POST";
+    tStory.atEvents.push_back(tAsk);
+  }
+}
+
+// Bytes for the FIFO, if anybody has it open.
+TLifeEvent Bytes(u64 qwAt_ms, const TCamera& tCamera, std::string sBytes) {
+  return Call(qwAt_ms, [sPath = tCamera.Path(szFIFOPath), sBytes = std::move(sBytes)](TWorld*) {
+    const int fd = open(sPath.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+    if (fd < 0) return;
+    if (write(fd, sBytes.data(), sBytes.size()) < 0) std::abort();
+    close(fd);
+  });
+}
+
+std::string Button(const std::string& sChannel, const std::string& sButton, const std::string& sText) {
+  return EventFrame("<message>" + sChannel + "<" + sButton + ">" + sText + "</" + sButton + "></message>");
+}
+
+std::string OddBytes(TDraw& tDraw) {
+  using std::string_literals::operator""s;
+  const std::string asBytes[] = {"\x01\x01\x00\x20"s,
+                                 "\x01\x01\x00\x20<message>"s,
+                                 "\x01"s,
+                                 "\x02\x01\x00\x02<>"s,
+                                 "\x01\x01\x04\x00"s + std::string(1024, '<'),
+                                 EventFrame(""),
+                                 EventFrame("no xml"),
+                                 EventFrame("<message><zoominbutton>hit</zoominbutton></message>"),
+                                 EventFrame("<message><door>open</door></message>"),
+                                 EventFrame("<message><channel>7</channel><afbutton>pressed</afbutton></message>")};
+  return asBytes[tDraw.Below(std::size(asBytes))];
+}
+
+// One use of a button: pressed, now and then once more or by another hand, and released.
+void AddPress(const TCamera& tCamera, const TLensModel& tModel, TDraw& tDraw, TStory& tStory) {
+  constexpr u64 aqwHeld_ms[] = {1, 150, 900, 2500, 6000};
+  const char* const aszButtons[] = {"zoominbutton", "zoomoutbutton", "afbutton"};
+  const u64 qwAt_ms = tStory.DrawTime_ms(tDraw);
+  const u64 qwHeld_ms = aqwHeld_ms[tDraw.Below(std::size(aqwHeld_ms))];
+  const std::string sButton = aszButtons[tDraw.Below(std::size(aszButtons))];
+  const u64 qwChannel = tDraw.Below(static_cast<u64>(tModel.iChannels));
+  const std::string sChannel = tDraw.OneIn(2) ? "<channel>" + Number(qwChannel) + "</channel>" : "";
+  tStory.atEvents.push_back(Bytes(qwAt_ms, tCamera, Button(sChannel, sButton, "pressed")));
+  if (tDraw.OneIn(3)) {
+    const std::string sSecond = aszButtons[tDraw.Below(std::size(aszButtons))];
+    tStory.atEvents.push_back(Bytes(qwAt_ms + qwHeld_ms / 2, tCamera, Button(sChannel, sSecond, "pressed")));
+  }
+  if (tDraw.OneIn(8)) return;  // released at the end only
+  tStory.atEvents.push_back(Bytes(qwAt_ms + qwHeld_ms, tCamera, Button(sChannel, sButton, "released")));
+}
+
+void AddFrames(const TCamera& tCamera, const TLensModel& tModel, TDraw& tDraw, TStory& tStory) {
+  for (u64 qw = tDraw.Below(4); qw > 0; qw--) AddPress(tCamera, tModel, tDraw, tStory);
+  for (u64 qw = tDraw.Below(3); qw > 0; qw--) {
+    tStory.atEvents.push_back(Bytes(tStory.DrawTime_ms(tDraw), tCamera, OddBytes(tDraw)));
+  }
+  if (tDraw.OneIn(6)) {
+    tStory.atEvents.push_back(Bytes(tStory.DrawTime_ms(tDraw), tCamera, Button("", "autofocus", "rising")));
+  }
+  if (tDraw.OneIn(10)) {
+    tStory.atEvents.push_back(Bytes(tStory.DrawTime_ms(tDraw), tCamera, Button("", "autofocus", "falling")));
+    tStory.dwSpoiled |= SPOILS_ANSWERS;
+  }
+  // Again, since a FIFO that is made anew loses what waits in it.
+  for (const u64 qwAfter_ms : {u64{0}, Story_Quiet_ms(tModel) / 2}) {
+    tStory.atEvents.push_back(Bytes(tStory.qwBusy_ms + qwAfter_ms, tCamera, Button("", "zoominbutton", "released")));
+  }
+}
+
+void AddScene(TDraw& tDraw, TStory& tStory) {
+  for (u64 qw = tDraw.Below(3); qw > 0; qw--) {
+    tStory.atEvents.push_back(
+        Call(tStory.DrawTime_ms(tDraw), [](TWorld* ptWorld) { ptWorld->bNight = 1 - ptWorld->bNight; }));
+    const double dTemperature_C = static_cast<double>(tDraw.Below(60)) - 10;
+    tStory.atEvents.push_back(
+        Call(tStory.DrawTime_ms(tDraw), [=](TWorld* ptWorld) { ptWorld->dTemperature_C = dTemperature_C; }));
+  }
+  if (tDraw.OneIn(4)) tStory.atEvents.push_back(Signal(1 + tStory.DrawTime_ms(tDraw), SIGPIPE));
+}
+
+// Switches a fault on or off; qwDraw chooses what it leaves open.
+using FSwitch = void (*)(TWorld* ptWorld, const std::string& sRoot, bool bOn, u64 qwDraw);
+
+template <u32 TWorld::*pbSwitch>
+void SwitchWord(TWorld* ptWorld, const std::string&, bool bOn, u64) {
+  ptWorld->*pbSwitch = bOn ? 1 : 0;
+}
+
+TAxisTruth& DrawnAxis(TWorld* ptWorld, u64 qwDraw) {
+  const u64 qwChannels = static_cast<u64>(Lenses_Find(ptWorld->szModel)->iChannels);
+  return ptWorld->tLens.atAxis[qwDraw / LENS_AXES % qwChannels][qwDraw % LENS_AXES];
+}
+
+void SwitchStall(TWorld* ptWorld, const std::string&, bool bOn, u64 qwDraw) {
+  DrawnAxis(ptWorld, qwDraw).bSticky = bOn ? 1 : 0;
+}
+
+void SwitchSlip(TWorld* ptWorld, const std::string&, bool bOn, u64 qwDraw) {
+  DrawnAxis(ptWorld, qwDraw).iSlipOneIn = bOn ? 10 + static_cast<i32>(qwDraw % 200) : 0;
+}
+
+void SwitchSensor(TWorld* ptWorld, const std::string&, bool bOn, u64 qwDraw) {
+  ptWorld->tI2C.eFault = bOn ? static_cast<ESensorFault>(SENSOR_ABSENT + qwDraw % SENSOR_BAD_ONCE) : SENSOR_GOOD;
+}
+
+void SwitchDetached(TWorld* ptWorld, const std::string&, bool bOn, u64) {
+  Lens_SetDetached(&ptWorld->tLens, bOn, World_Now_us(ptWorld));
+}
+
+void SpoilIRCutFile(TWorld*, const std::string& sRoot, bool bOn, u64 qwDraw) {
+  const std::string sPath = sRoot + "/" + pszIRCutFile;
+  std::error_code tError;
+  if (!bOn) World_WriteIRCutFile(sRoot.c_str());
+  if (bOn && qwDraw % 2 == 0) unlink(sPath.c_str());
+  if (bOn && qwDraw % 2 == 1) std::filesystem::resize_file(sPath, 40, tError);
+}
+
+enum ELenses : u32 { PLAIN_LENS = 1, ICS_LENS = 2, ANY_LENS = 3 };
+
+struct TFault {
+  const char* szName;
+  FSwitch pfnSwitch;
+  ELenses eLenses;
+  u32 dwSpoils;
+};
+
+constexpr TFault g_atFaults[] = {
+    {"silent peer", SwitchWord<&TWorld::bImageSideSilent>, ANY_LENS, SPOILS_NOTHING},
+    {"values of 0", SwitchWord<&TWorld::bImageSideZero>, ANY_LENS, SPOILS_NOTHING},
+    {"values backwards", SwitchWord<&TWorld::bImageSideBackwards>, ANY_LENS, SPOILS_NOTHING},
+    {"flash full", SwitchWord<&TWorld::bFlashFull>, ANY_LENS, SPOILS_NOTHING},
+    {"flash read-only", SwitchWord<&TWorld::bFlashReadOnly>, ANY_LENS, SPOILS_FLASH},
+    {"stall", SwitchStall, PLAIN_LENS, SPOILS_TRUTH},
+    {"slip", SwitchSlip, PLAIN_LENS, SPOILS_TRUTH},
+    {"sensor", SwitchSensor, PLAIN_LENS, SPOILS_NOTHING},
+    {"IR-cut file", SpoilIRCutFile, ANY_LENS, SPOILS_NOTHING},
+    {"detached", SwitchDetached, ICS_LENS, SPOILS_TRUTH | SPOILS_WORD},
+};
+
+// A third of the faults stay.
+void AddFault(const TCamera& tCamera, const TFault& tFault, TDraw& tDraw, TStory& tStory) {
+  const u64 qwDraw = tDraw.Below(1000);
+  const auto Switch = [&](u64 qwAt_ms, bool bOn) {
+    tStory.atEvents.push_back(Call(qwAt_ms, [=, &tFault, sRoot = tCamera.sRoot](TWorld* ptWorld) {
+      Transcript_Note("fault %s %s", tFault.szName, bOn ? "on" : "off");
+      tFault.pfnSwitch(ptWorld, sRoot, bOn, qwDraw);
+    }));
+  };
+  const u64 qwAt_ms = tStory.DrawTime_ms(tDraw);
+  Switch(qwAt_ms, true);
+  if (!tDraw.OneIn(3)) Switch(std::min(qwAt_ms + tDraw.Below(qwMaxFault_ms), tStory.qwBusy_ms), false);
+  tStory.dwSpoiled |= tFault.dwSpoils;
+}
+
+}  // namespace
+
+u64 TStory::DrawTime_ms(TDraw& tDraw) const {
+  if (tDraw.OneIn(3)) return tDraw.Below(qwBusy_ms);
+  const u64 qwAt_ms = aqwMoments_ms[tDraw.Below(std::size(aqwMoments_ms))] + tDraw.Below(qwMoment_ms);
+  return std::min(qwAt_ms, qwBusy_ms);
+}
+
+TStory Story_Draw(const TCamera& tCamera, const TLensModel& tModel, TDraw& tDraw, u64 qwBusy_ms, u32 dwQueries,
+                  bool bFaults) {
+  TStory tStory;
+  tStory.qwBusy_ms = qwBusy_ms;
+  for (u64& qwMoment : tStory.aqwMoments_ms) {
+    if (&qwMoment != tStory.aqwMoments_ms) qwMoment = tDraw.Below(qwBusy_ms);
+  }
+  AddQueries(tModel, tDraw, dwQueries, tStory);
+  AddFrames(tCamera, tModel, tDraw, tStory);
+  AddScene(tDraw, tStory);
+  for (u64 qw = bFaults ? tDraw.Below(4) : 0; qw > 0; qw--) {
+    const TFault& tFault = g_atFaults[tDraw.Below(std::size(g_atFaults))];
+    const ELenses eLens = Model_IsICS(tModel) ? ICS_LENS : PLAIN_LENS;
+    if ((tFault.eLenses & eLens) != 0) AddFault(tCamera, tFault, tDraw, tStory);
+  }
+  return tStory;
+}
+
+void Story_HealFaults(const std::string& sRoot) {
+  TWorld* ptWorld = World_Map(sRoot.c_str());
+  for (u64 qwAxis = 0; qwAxis < iLensChannels * LENS_AXES; qwAxis++) {
+    for (const TFault& tFault : g_atFaults) tFault.pfnSwitch(ptWorld, sRoot, false, qwAxis);
+  }
+  World_Unmap(ptWorld);
+}

@@ -1,0 +1,46 @@
+// What happens to a camera in one life, drawn from a seed: clients, buttons, changes of the scene, faults.
+#pragma once
+
+#include <random>
+#include <vector>
+
+#include "lenses/lens_model.h"
+#include "support.h"
+
+struct TDraw {
+  explicit TDraw(u64 qwSeed) : tEngine(qwSeed) {}
+  u64 Below(u64 qwBelow) { return tEngine() % qwBelow; }
+  bool OneIn(u64 qwTimes) { return Below(qwTimes) == 0; }
+
+  std::mt19937_64 tEngine;
+};
+
+// What must not be asked of a life, and why not.
+enum ESpoiled : u32 {
+  SPOILS_NOTHING = 0,
+  SPOILS_TRUTH = 1,    // steps are lost, or the lens does not answer: what is believed may be false
+  SPOILS_FLASH = 2,    // nothing can be written, not even the mark of a false position
+  SPOILS_WORD = 4,     // a search on a detached ICS lens keeps its code
+  SPOILS_ANSWERS = 8,  // the main thread waits for a restore
+};
+
+struct TStory {
+  u64 DrawTime_ms(TDraw& tDraw) const;  // two in three within a moment
+
+  std::vector<TLifeEvent> atEvents = {};
+  u64 qwBusy_ms = 0;          // from here on nothing happens but releases of buttons
+  u64 aqwMoments_ms[3] = {};  // round these much happens at once; the first is the start
+  u32 dwSpoiled = SPOILS_NOTHING;
+};
+
+// From the last thing that happens until all is at rest: a restore, what has waited for it, and two thermal checks.
+inline u64 Story_Quiet_ms(const TLensModel& tModel) {
+  return tModel.iChannels > 1 ? 600'000 : 300'000;
+}
+
+// The camera outlives the story's life.
+TStory Story_Draw(const TCamera& tCamera, const TLensModel& tModel, TDraw& tDraw, u64 qwBusy_ms, u32 dwQueries,
+                  bool bFaults);
+
+// Ends all faults, the lens put on again.
+void Story_HealFaults(const std::string& sRoot);

@@ -1,0 +1,309 @@
+#include "lives.h"
+
+#include <fcntl.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <csignal>
+#include <cstring>
+#include <map>
+
+#include "camera/world_image.h"
+#include "clock/clock.h"
+#include "core/entry.h"
+#include "core/paths.h"
+
+namespace {
+
+constexpr u64 qwAnswer_us = 1'000'000 + 10'000;  // half a frame is waited for as long as a client may wait
+constexpr u64 qwToExit_us = 5'000'000;
+constexpr u64 qwHang_ms = 700'000;  // behind SIGTERM: longer than the daemon itself waits for its threads
+constexpr i32 iDescriptorsLeft = 97;
+
+u32 OpenDescriptors() {
+  constexpr i32 iHighest = 1024;
+  u32 dwOpen = 0;
+  for (i32 fd = 0; fd < iHighest; fd++) dwOpen += syscall(SYS_fcntl, fd, F_GETFD) >= 0 ? 1 : 0;
+  return dwOpen;
+}
+
+i32 LiveAndCount(TWorld*) {
+  char szName[] = "vernierlensd";
+  char* apszArgs[] = {szName, nullptr};
+  const u32 dwBefore = OpenDescriptors();
+  const i32 iStatus = VernierLensd_Main(1, apszArgs);
+  return iStatus == 0 && OpenDescriptors() != dwBefore ? iDescriptorsLeft : iStatus;
+}
+
+// What a transcript tells; times of the camera's clock, qwNever_us where a thing did not happen.
+struct TTold {
+  std::map<u32, u64> mapAsked_us, mapAnswered_us;  // by number of the request
+  u64 qwLoop_us = qwNever_us;                      // the main loop is seen to run
+  u64 qwSignal_us = qwNever_us;                    // the first SIGTERM or SIGINT
+  u64 qwSensors_us = qwNever_us;                   // all channels have been walked to their sensors
+  u64 aqwBusy_us[LENS_AXES] = {};                  // the last request of a driver, and of a walk its end
+  bool abWaits[LENS_AXES] = {};                    // for its turn at the sensors
+  bool bNotSaved = false;                          // or no sensor found
+  bool bRecovers = false;                          // from a power loss
+};
+
+// A walk takes the time that the daemon allows for it.
+void ReadRequest(const TLensModel& tModel, ELensAxis eAxis, u64 qwAt_us, std::string_view sRequest, TTold& tTold) {
+  constexpr std::string_view sWalk = "MOTOR_WALK_STEPS ";
+  const TAxisSheet& tSheet = Model_Sheet(tModel, eAxis);
+  u64 qwUntil_us = qwAt_us;
+  if (sRequest.starts_with(sWalk) && tSheet.dwOneStep != 0) {
+    const u64 qwSteps = std::strtoull(sRequest.data() + sWalk.size(), nullptr, 10);
+    qwUntil_us += qwSteps * tSheet.dwOneStepTime_us / tSheet.dwOneStep;
+  }
+  const bool bStopped = sRequest.starts_with("MOTOR_STOP_WALK");
+  tTold.aqwBusy_us[eAxis] = bStopped ? qwAt_us : std::max(qwUntil_us, tTold.aqwBusy_us[eAxis]);
+}
+
+void ReadEvent(const TLensModel& tModel, u64 qwAt_us, bool bMain, std::string_view sEvent, TTold& tTold) {
+  const auto Begins = [&](std::string_view sWord) { return sEvent.starts_with(sWord); };
+  const auto Has = [&](std::string_view sWord) { return sEvent.find(sWord) != std::string_view::npos; };
+  const auto Argument = [&] { return std::strtoul(sEvent.data() + sEvent.find(' '), nullptr, 10); };
+  if (Begins("request ")) tTold.mapAsked_us[static_cast<u32>(Argument())] = qwAt_us;
+  if (Begins("reply ")) tTold.mapAnswered_us[static_cast<u32>(Argument())] = qwAt_us;
+  if (bMain && (Begins("select ") || Has("select timeout"))) tTold.qwLoop_us = std::min(tTold.qwLoop_us, qwAt_us);
+  if (Begins("signal ") && (Argument() == SIGTERM || Argument() == SIGINT)) {
+    tTold.qwSignal_us = std::min(tTold.qwSignal_us, qwAt_us);
+  }
+  if (Has("MOTOR_SET_PI_POWER_OFF!")) tTold.qwSensors_us = std::min(tTold.qwSensors_us, qwAt_us);
+  for (const char* szExcuse : {"SaveConfigFile failed", "LogFile failed", "search PI fail", "waiting too long"}) {
+    if (Has(szExcuse)) tTold.bNotSaved = true;
+  }
+  if (Has("Power loss unexpectedly!")) tTold.bRecovers = true;
+  // One that waited for its turn until the end has not begun.
+  const ELensAxis eSearching = Has("Zoom") ? LENS_ZOOM : LENS_FOCUS;
+  if (Has(" waiting for search PI.")) tTold.abWaits[eSearching] = true;
+  if (Has(" searching PI.")) tTold.abWaits[eSearching] = false;
+  constexpr std::string_view asDevices[LENS_AXES] = {"zoommotor ", "focusmotor "};
+  for (const ELensAxis eAxis : {LENS_ZOOM, LENS_FOCUS}) {
+    if (Begins(asDevices[eAxis])) ReadRequest(tModel, eAxis, qwAt_us, sEvent.substr(asDevices[eAxis].size()), tTold);
+  }
+  if (Begins("icsdriver ")) tTold.aqwBusy_us[LENS_ZOOM] = qwAt_us;
+}
+
+// A line is "seconds.micros thread event".
+TTold Read(const TLensModel& tModel, const std::string& sTranscript) {
+  constexpr std::size_t dwThreadColumn = 7;  // characters, its blanks among them
+  TTold tTold;
+  for (std::size_t dwAt = 0; dwAt < sTranscript.size();) {
+    const std::size_t dwEnd = std::min(sTranscript.find('\n', dwAt), sTranscript.size());
+    char* pc = nullptr;
+    const u64 qwSeconds = std::strtoull(sTranscript.c_str() + dwAt, &pc, 10);
+    const u64 qwMicros = std::strtoull(pc + 1, &pc, 10);
+    const bool bMain = std::strncmp(pc, " main ", 6) == 0;
+    const std::size_t dwEvent = static_cast<std::size_t>(pc - sTranscript.c_str()) + dwThreadColumn;
+    const std::string_view sLine = std::string_view(sTranscript).substr(0, dwEnd);
+    if (dwEvent < dwEnd) ReadEvent(tModel, qwSeconds * 1'000'000 + qwMicros, bMain, sLine.substr(dwEvent), tTold);
+    dwAt = dwEnd + 1;
+  }
+  return tTold;
+}
+
+struct TLived {
+  const TCamera& tCamera;
+  const TLensModel& tModel;
+  TStory tStory = {};
+  bool bRests = false;            // its end comes when all is at rest
+  std::size_t dwFirstStatus = 0;  // request of channel 0's status at rest
+  TLifeResult tResult = {};
+  u64 qwEnded_us = 0;  // camera's clock
+  TTold tTold = {};
+};
+
+std::string WhyNotOrderly(const TLived& tLived) {
+  const TLifeResult& tResult = tLived.tResult;
+  if (tResult.eEnd == LIFE_CUT) return "";
+  if (tResult.eEnd != LIFE_EXITED) return "ended with " + std::to_string(tResult.eEnd) + " " + tResult.sStderr;
+  if (tResult.iStatus == iDescriptorsLeft) return "descriptors are left open";
+  if (tResult.iStatus != 0) return "exit status " + std::to_string(tResult.iStatus) + " " + tResult.sStderr;
+  if (!tResult.bTranscriptWhole) return "the transcript is not whole";
+  return Printed(tResult).ends_with("OK\n") ? "" : "no orderly release";
+}
+
+// Clients that came before the main loop wait for that.
+std::string WhyUnanswered(const TLived& tLived, TLivesOutcome& tOutcome) {
+  const TTold& tTold = tLived.tTold;
+  const u64 qwEnd_us = std::min(tTold.qwSignal_us, tLived.qwEnded_us);
+  for (const auto& [dwNumber, qwAsked_us] : tTold.mapAsked_us) {
+    const auto it = tTold.mapAnswered_us.find(dwNumber);
+    const std::string sWho = "client " + std::to_string(dwNumber);
+    if (it == tTold.mapAnswered_us.end() && tLived.bRests && tLived.tResult.eEnd == LIFE_EXITED)
+      return sWho + " has no answer";
+    if (tTold.qwLoop_us == qwNever_us || (tLived.tStory.dwSpoiled & SPOILS_ANSWERS) != 0) continue;
+    const u64 qwFrom_us = std::max(qwAsked_us, tTold.qwLoop_us);
+    if (qwFrom_us + qwAnswer_us >= qwEnd_us) continue;
+    if (it == tTold.mapAnswered_us.end()) return sWho + " has no answer";
+    const u64 qwTook_us = it->second - std::min(qwFrom_us, it->second);
+    tOutcome.qwAnswers++;
+    tOutcome.qwSlowest_us = std::max(tOutcome.qwSlowest_us, qwTook_us);
+    if (qwTook_us > qwAnswer_us) return sWho + " was answered after " + std::to_string(qwTook_us) + " us";
+  }
+  return "";
+}
+
+std::string WhyEndedLate(const TLived& tLived, TLivesOutcome& tOutcome) {
+  const TTold& tTold = tLived.tTold;
+  if (tLived.tResult.eEnd != LIFE_EXITED) return "";
+  const u64 qwFrom_us = std::max({tTold.qwSignal_us, tTold.aqwBusy_us[LENS_ZOOM], tTold.aqwBusy_us[LENS_FOCUS]});
+  const u64 qwTook_us = tLived.qwEnded_us - std::min(qwFrom_us, tLived.qwEnded_us);
+  tOutcome.qwLongestEnd_us = std::max(tOutcome.qwLongestEnd_us, qwTook_us);
+  return qwTook_us <= qwToExit_us ? "" : "ended " + std::to_string(qwTook_us) + " us behind the last walk";
+}
+
+bool HasAxis(const TLensModel& tModel, ELensAxis eAxis) {
+  return eAxis == LENS_ZOOM ? Model_HasZoom(tModel) : Model_HasFocus(tModel);
+}
+
+std::string WhyNotAtRest(const TLived& tLived) {
+  if (!tLived.bRests || tLived.tResult.eEnd != LIFE_EXITED) return "";
+  const u32 dwSpoiled = tLived.tStory.dwSpoiled;
+  if (tLived.tTold.qwSignal_us == qwNever_us) return "it ended by itself";
+  for (i32 i = 0; i < tLived.tModel.iChannels; i++) {
+    const std::string& sStatus = tLived.tResult.asReplies[tLived.dwFirstStatus + static_cast<std::size_t>(i)];
+    for (const ELensAxis eAxis : {LENS_ZOOM, LENS_FOCUS}) {
+      if (!HasAxis(tLived.tModel, eAxis)) continue;
+      const std::string sAxis = eAxis == LENS_ZOOM ? "zoom" : "focus";
+      const i32 iFunction = StatusValue(sStatus, sAxis + "_enable");
+      const bool bWord = eAxis == LENS_ZOOM || (dwSpoiled & SPOILS_WORD) == 0;
+      if (bWord && iFunction != 0) return "at rest the " + sAxis + "'s function is " + std::to_string(iFunction);
+      const i32 iBelieved = StatusValue(sStatus, sAxis + "_motor");
+      const double dTruth = tLived.tCamera.Truth(eAxis, i);
+      if ((dwSpoiled & SPOILS_TRUTH) != 0 || iBelieved == dTruth) continue;
+      return sAxis + " of channel " + std::to_string(i) + " believed " + std::to_string(iBelieved) + ", true " +
+             std::to_string(dTruth);
+    }
+  }
+  return "";
+}
+
+// What the daemon has told the image side last of where an axis stands.
+u32 Published(const TCamera& tCamera, ELensAxis eAxis, i32 iChannel) {
+  u32 adwBlock[BLOCK_WORDS] = {};
+  const std::string sBlock = tCamera.Read("/shm/" + std::to_string(iChannel));
+  std::memcpy(adwBlock, sBlock.data(), std::min(sBlock.size(), sizeof adwBlock));
+  return adwBlock[eAxis == LENS_ZOOM ? BLOCK_ZOOM_POSITION : BLOCK_FOCUS_POSITION];
+}
+
+// The one set of positions on flash is that of the channel that was saved last.
+bool IsSaved(const TLived& tLived, i32 iChannel) {
+  const TLensModel& tModel = tLived.tModel;
+  const std::string sSaved = tLived.tCamera.Read(Model_IsICS(tModel) ? szICSPositionsPath : szPositionsPath);
+  for (const ELensAxis eAxis : {LENS_ZOOM, LENS_FOCUS}) {
+    const std::string sName = eAxis == LENS_ZOOM ? "zoom_motor=" : "focus_motor=";
+    const std::size_t dwAt = sSaved.find(sName);
+    if (!HasAxis(tModel, eAxis)) continue;
+    if (dwAt == std::string::npos) return false;
+    if (std::atoi(sSaved.c_str() + dwAt + sName.size()) != tLived.tCamera.Truth(eAxis, iChannel)) return false;
+  }
+  return true;
+}
+
+// Where a log stands the next start finds the lens; a search for the sensors that was left early is made again too.
+std::string WhySavedWrong(const TLived& tLived) {
+  const TCamera& tCamera = tLived.tCamera;
+  if (tLived.tResult.eEnd != LIFE_EXITED || (tLived.tStory.dwSpoiled & (SPOILS_TRUTH | SPOILS_FLASH)) != 0) return "";
+  for (const char* szLog : {szZoomLogPath, szFocusLogPath}) {
+    if (access(tCamera.Path(szLog).c_str(), F_OK) != 0) continue;
+    const TTold& tTold = tLived.tTold;
+    // A command can overtake the recovery: the other channels are found at their next one.
+    const bool bRecovers = tTold.bRecovers && (!tLived.bRests || tLived.tModel.iChannels > 1);
+    const bool bMayStay = tTold.bNotSaved || bRecovers || tTold.abWaits[LENS_ZOOM] || tTold.abWaits[LENS_FOCUS];
+    return bMayStay ? "" : "a working log stands";
+  }
+  if (tLived.tModel.iChannels > 1 && tLived.tTold.qwSensors_us > tLived.tTold.qwSignal_us) return "";
+  bool bSaved = false;
+  for (i32 i = 0; i < tLived.tModel.iChannels; i++) {
+    bSaved = bSaved || IsSaved(tLived, i);
+    for (const ELensAxis eAxis : {LENS_ZOOM, LENS_FOCUS}) {
+      if (!HasAxis(tLived.tModel, eAxis) || Published(tCamera, eAxis, i) == tCamera.Truth(eAxis, i)) continue;
+      return std::string(eAxis == LENS_ZOOM ? "zoom" : "focus") + " of channel " + std::to_string(i) + " left at " +
+             std::to_string(Published(tCamera, eAxis, i)) + ", true " + std::to_string(tCamera.Truth(eAxis, i));
+    }
+  }
+  return bSaved ? "" : "the saved positions are not true";
+}
+
+void Judge(TLived& tLived, TLivesOutcome& tOutcome) {
+  std::string& sLoss = tOutcome.sLoss;
+  sLoss = WhyNotOrderly(tLived);
+  if (sLoss.empty()) sLoss = WhyUnanswered(tLived, tOutcome);
+  if (sLoss.empty()) sLoss = WhyEndedLate(tLived, tOutcome);
+  if (sLoss.empty()) sLoss = WhyNotAtRest(tLived);
+  if (sLoss.empty()) sLoss = WhySavedWrong(tLived);
+  if (!sLoss.empty()) tOutcome.sTale = tLived.tResult.sTranscript;
+}
+
+void Hang(TWorld*) {
+  Clock_End(CLOCK_END_STOOD_STILL, "the daemon does not end");
+}
+
+// With qwSignal_ms 0 the life goes on until all is at rest.
+void Live(TLived& tLived, u64 qwSeed, u64 qwSignal_ms, u64 qwCutAtEvent) {
+  TLifePlan tPlan;
+  tPlan.sRoot = tLived.tCamera.sRoot;
+  tPlan.qwSeed = qwSeed;
+  tPlan.atEvents = tLived.tStory.atEvents;
+  tPlan.qwCutAtEvent = qwCutAtEvent;
+  tPlan.fnBody = LiveAndCount;
+  const u64 qwRest_ms = tLived.tStory.qwBusy_ms + Story_Quiet_ms(tLived.tModel);
+  tLived.bRests = qwSignal_ms == 0;
+  tLived.dwFirstStatus =
+      static_cast<std::size_t>(std::ranges::count(tPlan.atEvents, TLifeEvent::REQUEST, &TLifeEvent::eKind));
+  for (i32 i = 0; i < tLived.tModel.iChannels; i++) {
+    tPlan.atEvents.push_back(Ask(qwRest_ms, "channel=" + std::to_string(i) + "&function=getstatus"));
+  }
+  const u64 qwEnd_ms = tLived.bRests ? qwRest_ms + 2000 : qwSignal_ms;
+  tPlan.qwEnd_us = qwEnd_ms * 1000;
+  tPlan.atEvents.push_back(Call(qwEnd_ms + qwHang_ms, Hang));
+  TWorld* ptWorld = World_Map(tPlan.sRoot.c_str());
+  const u64 qwStart_us = ptWorld->qwBase_us;
+  World_Unmap(ptWorld);
+  tLived.tResult = Life_Run(tPlan);
+  tLived.qwEnded_us = qwStart_us + tLived.tResult.qwTime_us;
+  tLived.tTold = Read(tLived.tModel, tLived.tResult.sTranscript);
+}
+
+// Behind a life that lost steps a lens without sensors goes on from a false position.
+bool FindsItself(const TLensModel& tModel) {
+  return Model_IsICS(tModel) || tModel.tZoom.bPISupport != 0 || tModel.tFocus.bPISupport != 0;
+}
+
+}  // namespace
+
+TLivesOutcome Lives_Try(const TCamera& tCamera, const TLensModel& tModel, u64 qwSeed) {
+  constexpr u64 qwShortest_ms = 60'000, qwLongest_ms = 240'000, qwNext_ms = 30'000;
+  constexpr u64 qwCutRanges = 10;  // of 32 events, 64, up to 16384
+  if (Life_ResetRoot(tCamera.sRoot) != 0) std::abort();
+  tCamera.Write(szBackupPath, "zoom_motor=150\nfocus_motor=300\n");
+  TDraw tDraw(qwSeed);
+  TLivesOutcome tOutcome;
+  TLived tFirst{.tCamera = tCamera, .tModel = tModel};
+  const u64 qwBusy_ms = qwShortest_ms + tDraw.Below(qwLongest_ms - qwShortest_ms);
+  tFirst.tStory = Story_Draw(tCamera, tModel, tDraw, qwBusy_ms, 5 + static_cast<u32>(tDraw.Below(21)), true);
+  tOutcome.eEnd = static_cast<ELivesEnd>(tDraw.Below(LIVES_ENDS));
+  const u64 qwSignal_ms = 1 + tFirst.tStory.DrawTime_ms(tDraw);
+  const u64 qwCut = 1 + tDraw.Below(u64{32} << tDraw.Below(qwCutRanges));
+  if (tOutcome.eEnd == ENDED_BY_SIGNAL && tDraw.OneIn(4)) {
+    tFirst.tStory.atEvents.push_back(Signal(qwSignal_ms + tDraw.Below(300), SIGINT));
+  }
+  Live(tFirst, qwSeed, tOutcome.eEnd == ENDED_BY_SIGNAL ? qwSignal_ms : 0, tOutcome.eEnd == ENDED_BY_CUT ? qwCut : 0);
+  Judge(tFirst, tOutcome);
+  if (!tOutcome.sLoss.empty() || tOutcome.eEnd == ENDED_AT_REST) return tOutcome;
+
+  Story_HealFaults(tCamera.sRoot);
+  TLived tNext{.tCamera = tCamera, .tModel = tModel};
+  tNext.tStory = Story_Draw(tCamera, tModel, tDraw, qwNext_ms, static_cast<u32>(tDraw.Below(8)), false);
+  const bool bFalse = (tFirst.tStory.dwSpoiled & (SPOILS_TRUTH | SPOILS_FLASH)) != 0;
+  if (bFalse && !FindsItself(tModel)) tNext.tStory.dwSpoiled |= SPOILS_TRUTH;
+  Live(tNext, qwSeed + 1, 0, 0);
+  Judge(tNext, tOutcome);
+  if (!tOutcome.sLoss.empty()) tOutcome.sLoss = "in the next life: " + tOutcome.sLoss;
+  if (!tOutcome.sLoss.empty()) tOutcome.sTale = tFirst.tResult.sTranscript + "--- next life\n" + tOutcome.sTale;
+  return tOutcome;
+}
