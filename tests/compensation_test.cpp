@@ -378,6 +378,45 @@ TEST(Thermal, ClientsFocusIsTheNewReference) {
   ASSERT_EQ(tResult.asReplies.size(), 3U);
   EXPECT_EQ(StatusValue(tResult.asReplies[1], "focus_motor"), 800) << Tale(tResult);
   ExpectFocus(tCamera, tResult, 840);
+  // One that another waits behind leaves the reference to that one's end, by when it has become warmer.
+  const TLifeResult tTwo = Live(
+      tCamera,
+      {Ask(20'000, "function=focus&direction=direct&position=300"),
+       Ask(20'200, "function=focus&direction=direct&position=700"), SetTemperature(21'300, 5), Ask(200'000, szStatus)},
+      201'000);
+  ExpectFocus(tCamera, tTwo, 700);
+}
+
+// Behind its move the check waits until the motor can have ended; a command waits for that, SIGTERM does not.
+TEST(Thermal, MoveIsWaitedOut) {
+  const std::string sRow = "<zoom100>200,1200</zoom100>";
+  const u64 qwWait_us = 1000 * u64{Lenses_Find("thermal")->tFocus.dwOneStepTime_us};
+  for (const bool bEnds : {false, true}) {
+    const TCamera tCamera("thermal");
+    StandAt(tCamera, 100, 200);
+    WriteThermalTable(tCamera, ThermalTable("-10,10", "2", "100", "1", sRow));
+    ChangeWorld(tCamera, [](TWorld& tWorld) { tWorld.dTemperature_C = 0; });
+    const TLifeResult tMove = Live(tCamera, {SetTemperature(10'000, 20)}, 200'000);
+    const std::size_t dwLine = tMove.sTranscript.rfind('\n', tMove.sTranscript.find("Check move to 1200")) + 1;
+    const u64 qwMove_us = static_cast<u64>(std::strtod(tMove.sTranscript.c_str() + dwLine, nullptr) * 1e6);
+    ASSERT_EQ(Life_ResetRoot(tCamera.sRoot), 0);
+    StandAt(tCamera, 100, 200);
+    WriteThermalTable(tCamera, ThermalTable("-10,10", "2", "100", "1", sRow));
+    ChangeWorld(tCamera, [](TWorld& tWorld) { tWorld.dTemperature_C = 0; });
+    const u64 qwBehind_ms = (qwMove_us + qwWait_us) / 1000 + 400;  // the walk is over, the wait is not
+    const TLifeResult tResult = Live(
+        tCamera, {SetTemperature(10'000, 20), bEnds ? Signal(qwBehind_ms, SIGTERM) : Ask(qwBehind_ms, "function=auto")},
+        bEnds ? 0 : 300'000);
+    const std::size_t dwNext = tResult.sTranscript.find(bEnds ? "Release resources" : "Start first-level");
+    ASSERT_NE(dwNext, std::string::npos) << Tale(tResult);
+    const double dNext_s =
+        std::strtod(tResult.sTranscript.c_str() + tResult.sTranscript.rfind('\n', dwNext) + 1, nullptr);
+    const u64 qwNext_us = static_cast<u64>(dNext_s * 1e6);
+    EXPECT_EQ(qwNext_us >= qwMove_us + qwWait_us * 3 / 2, !bEnds) << qwMove_us << " " << qwNext_us << Tale(tResult);
+    if (bEnds) {
+      EXPECT_LT(qwNext_us, qwBehind_ms * 1000 + 1'000'000) << Tale(tResult);
+    }
+  }
 }
 
 // Without its sensor at start-up the lens works uncompensated; later failures cost the checks that they last for.
