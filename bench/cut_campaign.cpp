@@ -1,8 +1,7 @@
-// Cuts the power at every event of every command, and at drawn times, of these half a second time in
-// the next start, and judges what the next starts make of it.
+// Cuts the power at every event of every command, and at drawn times, and judges what the next starts make of it. Under
+// every second seed each of them, else half of the drawn times, is followed by a second cut in the next start.
 //   cut_campaign [--only ROW] [--event N | --time US] [--again N] [--seed S] [--seeds K] [--every N] [--times N]
-//   [--jobs N]
-//                [--verbose]
+//                [--jobs N] [--verbose]
 // ROW is MODEL or MODEL/COMMAND.  --verbose shows the transcripts of a loss.  Exit status: 0 all survived; 1 some lost,
 // or a row that could not be tried; 2 wrong usage.
 #include <atomic>
@@ -64,15 +63,16 @@ void TryOne(const TOptions& tOptions, const TCutRow& tRow, const TCamera& tCamer
 std::vector<TCutMoment> Moments(const TOptions& tOptions, const TCutRow& tRow, u64 qwSeed, u64 qwEvents) {
   if (tOptions.tMoment.qwEvent != 0 || tOptions.tMoment.qwTime_us != 0) return {tOptions.tMoment};
   const u64 qwEvery = EveryOf(tOptions, tRow);
+  std::mt19937_64 tDraw(qwSeed);
+  const bool bAgain = qwSeed % 2 == 0;
   std::vector<TCutMoment> atMoments;
   // Another seed begins its sample elsewhere.
   for (u64 qwEvent = 1 + qwSeed % qwEvery; qwEvent <= qwEvents; qwEvent += qwEvery) {
-    atMoments.push_back({.qwEvent = qwEvent, .qwTime_us = 0, .qwAgain = 0});
+    atMoments.push_back({.qwEvent = qwEvent, .qwTime_us = 0, .qwAgain = bAgain ? 1 + tDraw() % qwAgainBelow : 0});
   }
-  std::mt19937_64 tDraw(qwSeed);
   for (u64 qw = 0; qw < tOptions.qwTimes; qw++) {
     const u64 qwTime_us = 1 + tDraw() % (tRow.qwEnd_ms * 1000 - 1);
-    const u64 qwAgain = qw % 2 == 0 ? 0 : 1 + tDraw() % qwAgainBelow;
+    const u64 qwAgain = !bAgain && qw % 2 == 0 ? 0 : 1 + tDraw() % qwAgainBelow;
     atMoments.push_back({.qwEvent = 0, .qwTime_us = qwTime_us, .qwAgain = qwAgain});
   }
   return atMoments;

@@ -378,7 +378,7 @@ TEST(Thermal, ClientsFocusIsTheNewReference) {
   ASSERT_EQ(tResult.asReplies.size(), 3U);
   EXPECT_EQ(StatusValue(tResult.asReplies[1], "focus_motor"), 800) << Tale(tResult);
   ExpectFocus(tCamera, tResult, 840);
-  // One that another waits behind leaves the reference to that one's end, by when it has become warmer.
+  // One that another waits behind leaves the reference to that one's end, by when it has become colder.
   const TLifeResult tTwo = Live(
       tCamera,
       {Ask(20'000, "function=focus&direction=direct&position=300"),
