@@ -20,30 +20,6 @@ std::string Number(u64 qw) {
   return std::to_string(qw);
 }
 
-std::string SaneQuery(const TLensModel& tModel, TDraw& tDraw) {
-  const std::string sAxis = tDraw.OneIn(2) ? "zoom" : "focus";
-  const u64 qwEnd = std::max(tModel.tZoom.dwEnd, tModel.tFocus.dwEnd);
-  const std::string sPosition = Number(tDraw.Below(qwEnd * 6 / 5 + 1));
-  const std::string asQueries[] = {"function=" + sAxis + "&direction=direct&position=" + sPosition,
-                                   "function=" + sAxis + "&direction=direct&position=" + sPosition,
-                                   "function=" + sAxis + "&direction=forward&steps=" + Number(tDraw.Below(40)),
-                                   "function=" + sAxis + "&direction=backward&steps=" + Number(tDraw.Below(40)),
-                                   "function=auto",
-                                   "function=auto&iris",
-                                   "function=scan",
-                                   "function=positioning",
-                                   "function=motorreset",
-                                   "function=stop",
-                                   "function=getstatus",
-                                   "function=getparam&position=" + sPosition,
-                                   "function=irisopen",
-                                   "function=irisenable",
-                                   "function=resetfocus",
-                                   "function=getfocusdefault",
-                                   "function=setfocusdefault&defaultposition=" + sPosition};
-  return asQueries[tDraw.Below(std::size(asQueries))];
-}
-
 std::string OddQuery(TDraw& tDraw) {
   const std::string asQueries[] = {"",
                                    "&&&",
@@ -74,7 +50,7 @@ void AddQueries(const TLensModel& tModel, TDraw& tDraw, u32 dwQueries, TStory& t
     if (dw == 0 && tDraw.OneIn(4)) qwAt_ms = 0;  // before a recovery has begun
     const u64 qwChannel = tDraw.Below(static_cast<u64>(tModel.iChannels) + 1);
     const std::string sChannel = tDraw.OneIn(2) ? "channel=" + Number(qwChannel) + "&" : "";
-    TLifeEvent tAsk = Ask(qwAt_ms, tDraw.OneIn(5) ? OddQuery(tDraw) : sChannel + SaneQuery(tModel, tDraw));
+    TLifeEvent tAsk = Ask(qwAt_ms, tDraw.OneIn(5) ? OddQuery(tDraw) : sChannel + Story_DrawQuery(tModel, tDraw));
     if (tDraw.OneIn(2)) tAsk.qwAt_us += tDraw.Below(1000);
     if (tDraw.OneIn(5)) tAsk.sMethod = "POST";
     tStory.atEvents.push_back(tAsk);
@@ -232,6 +208,30 @@ void AddFault(const TCamera& tCamera, const TFault& tFault, TDraw& tDraw, TStory
 }
 
 }  // namespace
+
+std::string Story_DrawQuery(const TLensModel& tModel, TDraw& tDraw) {
+  const std::string sAxis = tDraw.OneIn(2) ? "zoom" : "focus";
+  const u64 qwEnd = std::max(tModel.tZoom.dwEnd, tModel.tFocus.dwEnd);
+  const std::string sPosition = Number(tDraw.Below(qwEnd * 6 / 5 + 1));
+  const std::string asQueries[] = {"function=" + sAxis + "&direction=direct&position=" + sPosition,
+                                   "function=" + sAxis + "&direction=direct&position=" + sPosition,
+                                   "function=" + sAxis + "&direction=forward&steps=" + Number(tDraw.Below(40)),
+                                   "function=" + sAxis + "&direction=backward&steps=" + Number(tDraw.Below(40)),
+                                   "function=auto",
+                                   "function=auto&iris",
+                                   "function=scan",
+                                   "function=positioning",
+                                   "function=motorreset",
+                                   "function=stop",
+                                   "function=getstatus",
+                                   "function=getparam&position=" + sPosition,
+                                   "function=irisopen",
+                                   "function=irisenable",
+                                   "function=resetfocus",
+                                   "function=getfocusdefault",
+                                   "function=setfocusdefault&defaultposition=" + sPosition};
+  return asQueries[tDraw.Below(std::size(asQueries))];
+}
 
 u64 TStory::DrawTime_ms(TDraw& tDraw) const {
   if (tDraw.OneIn(3)) return tDraw.Below(qwBusy_ms);

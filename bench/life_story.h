@@ -38,6 +38,9 @@ inline u64 Story_Quiet_ms(const TLensModel& tModel) {
   return tModel.iChannels > 1 ? 600'000 : 300'000;
 }
 
+// A client's query that makes sense on the lens, of any function, now and then beyond the lens's range.
+std::string Story_DrawQuery(const TLensModel& tModel, TDraw& tDraw);
+
 // The camera outlives the story's life.
 TStory Story_Draw(const TCamera& tCamera, const TLensModel& tModel, TDraw& tDraw, u64 qwBusy_ms, u32 dwQueries,
                   bool bFaults);

@@ -109,7 +109,6 @@ static i32 SelectVirtually(const char* szCall, i32 iCount, fd_set* const (&aptSe
     tSelect.aptSets[i] = &atAsked[i];
   }
   const u64 qwUntil_us = qwTime_us == qwNever_us ? qwNever_us : Clock_Deadline(qwTime_us);
-  EWaitEnd eEnd = qwTime_us == 0 ? WAIT_TIMED_OUT : WAIT_WOKEN;
   for (;;) {
     for (i32 i = 0; i < 3; ++i) {
       if (aptSets[i] != nullptr) CopySet(aptSets[i], &atAsked[i], iCount);
@@ -117,11 +116,13 @@ static i32 SelectVirtually(const char* szCall, i32 iCount, fd_set* const (&aptSe
     const i32 iReady = SelectNow(iCount, aptSets);
     if (iReady < 0) return -errno;
     if (iReady > 0) Transcript_Note("%s %d ready", szCall, iReady);
-    if (iReady > 0 || eEnd == WAIT_TIMED_OUT) return iReady;
-    eEnd = Clock_Wait(
+    if (iReady > 0 || qwTime_us == 0) return iReady;
+    const EWaitEnd eEnd = Clock_Wait(
         {.qwUntil_us = qwUntil_us, .eInterrupt = INTERRUPT_ALWAYS, .pfnReady = &SelectReady, .pvReady = &tSelect});
     if (eEnd == WAIT_INTERRUPTED) Transcript_Note("%s interrupted", szCall);
     if (eEnd == WAIT_INTERRUPTED) return -EINTR;
+    // What has become ready in this very moment is the next call's; the poll has left the sets empty.
+    if (eEnd == WAIT_TIMED_OUT) return 0;
   }
 }
 
