@@ -2,9 +2,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <csignal>
-#include <random>
 
 #include "support.h"
 
@@ -313,119 +311,6 @@ TEST(Life, FloodedAndRemovedFIFOHoldsNobodyUp) {
   for (std::size_t dwAt = 0; (dwAt = sPrinted.find("Zoom in stop!", dwAt)) != std::string::npos; dwAt++) dwHandled++;
   EXPECT_EQ(dwHandled, 900U);
   ExpectEnd(tCamera, tResult, {.szName = "", .szModel = "", .atEvents = {}, .dZoom = 204, .dFocus = -2});
-}
-
-// Random clients: moves, stops, refusals and status requests at any time on any channel.
-std::vector<TLifeEvent> RandomClients(const char* szModel, u64 qwSeed, u64 qwFor_ms) {
-  std::mt19937_64 tDraw(qwSeed);
-  const auto Draw = [&](u64 qwBelow) { return tDraw() % qwBelow; };
-  const bool bQuad = std::string_view(szModel) == "quad";
-  std::vector<TLifeEvent> atEvents;
-  // Some of the first fall into the search of four channels for their PI sensors.
-  const u64 qwFrom_ms = bQuad ? qwQuadReady_ms - 30'000 + Draw(30'000) : 50;
-  const u64 qwUntil_ms = qwFrom_ms + qwFor_ms;
-  for (u64 qwAt_ms = qwFrom_ms; qwAt_ms < qwUntil_ms; qwAt_ms += Draw(10) == 0 ? Draw(3) : Draw(400)) {
-    const std::string sChannel = bQuad ? "channel=" + std::to_string(Draw(4)) + "&" : "";
-    const std::string sAxis = Draw(2) == 0 ? "zoom" : "focus";
-    const std::string asQueries[] = {
-        sChannel + "function=" + sAxis + "&direction=direct&position=" + std::to_string(Draw(700)),
-        sChannel + "function=" + sAxis + "&direction=forward&steps=" + std::to_string(Draw(40)),
-        sChannel + "function=" + sAxis + "&direction=backward&steps=" + std::to_string(Draw(40)),
-        "function=stop",
-        "function=getstatus",
-        "function=nothing"};
-    TLifeEvent tAsk = Ask(qwAt_ms, asQueries[Draw(std::size(asQueries))]);
-    tAsk.qwAt_us += Draw(1000);
-    atEvents.push_back(tAsk);
-  }
-  const u64 qwRest_ms = qwUntil_ms + (bQuad ? 40'000 : 12'000);  // longer than the longest move
-  for (i32 iChannel = 0; iChannel < (bQuad ? 4 : 1); iChannel++) {
-    atEvents.push_back(
-        Ask(qwRest_ms + static_cast<u64>(iChannel), "channel=" + std::to_string(iChannel) + "&function=getstatus"));
-  }
-  return atEvents;
-}
-
-TEST(Seeds, BelievedEqualsTrueAfterAnyClients) {
-  const char* const aszModels[] = {"zoom", "quad", "zoomonly", "focus"};
-  for (u64 qw = 0; qw < Lives(1000); qw++) {
-    const u64 qwSeed = FirstSeed() + qw;
-    const char* szModel = aszModels[qwSeed % std::size(aszModels)];
-    const TCamera tCamera(szModel);
-    const std::vector<TLifeEvent> atEvents = RandomClients(szModel, qwSeed, 4000);
-    const TLifeResult tResult = Live(tCamera, atEvents, atEvents.back().qwAt_us / 1000 + 500, qwSeed);
-    SCOPED_TRACE("seed " + std::to_string(qwSeed) + " of " + szModel + ": ./test.sh Seeds " + std::to_string(qwSeed));
-    ASSERT_EQ(tResult.asReplies.size(), atEvents.size());
-    const i32 iChannels = std::string_view(szModel) == "quad" ? 4 : 1;
-    for (i32 iChannel = 0; iChannel < iChannels; iChannel++) {
-      TLifeResult tOfChannel = tResult;
-      tOfChannel.asReplies.resize(atEvents.size() - static_cast<std::size_t>(iChannels - 1 - iChannel));
-      ExpectEnd(tCamera, tOfChannel,
-                {.szName = "",
-                 .szModel = "",
-                 .atEvents = {},
-                 .dZoom = szModel[0] == 'f' ? -1. : -2.,
-                 .dFocus = std::string_view(szModel) == "zoomonly" ? -1. : -2.,
-                 .iChannel = iChannel});
-    }
-    for (const std::string& sReply : tResult.asReplies) ASSERT_NE(sReply, "");
-    if (HasFailure()) return;
-  }
-}
-
-// Clients, buttons and a power cut at a drawn event; the next start repairs the lens while clients go on.
-TEST(Seeds, BelievedEqualsTrueBehindAPowerCut) {
-  const char* const aszModels[] = {"zoom", "zoomonly", "focus"};
-  const char* const aszButtons[] = {
-      "<afbutton>pressed</afbutton>",           "<afbutton>released</afbutton>",
-      "<zoominbutton>pressed</zoominbutton>",   "<zoominbutton>released</zoominbutton>",
-      "<zoomoutbutton>pressed</zoomoutbutton>", "<zoomoutbutton>released</zoomoutbutton>"};
-  for (u64 qw = 0; qw < Lives(1000); qw++) {
-    const u64 qwSeed = FirstSeed() + qw;
-    const char* szModel = aszModels[qwSeed % std::size(aszModels)];
-    const TCamera tCamera(szModel);
-    std::mt19937_64 tDraw(qwSeed);
-    TLifePlan tPlan;
-    tPlan.sRoot = tCamera.sRoot;
-    tPlan.qwSeed = qwSeed;
-    tPlan.atEvents = RandomClients(szModel, qwSeed, 2500);
-    for (const char* szButton : aszButtons) {
-      tPlan.atEvents.push_back(
-          Frame(50 + tDraw() % 2500, tCamera, EventFrame(std::string("<message>") + szButton + "</message>")));
-    }
-    std::ranges::stable_sort(tPlan.atEvents, {}, &TLifeEvent::qwAt_us);
-    tPlan.qwCutAtEvent = 1 + tDraw() % 900;
-    tPlan.qwEnd_us = 20'000'000;
-    Life_Run(tPlan);
-    const TLifeResult tResult =
-        Live(tCamera,
-             {Ask(1 + tDraw() % 9000, "function=stop"), Ask(tDraw() % 9000, "function=zoom&direction=forward&steps=5"),
-              Ask(120'000, szStatus)},
-             121'000, qwSeed);
-    SCOPED_TRACE("seed " + std::to_string(qwSeed) + " of " + szModel + ": ./test.sh BehindAPowerCut " +
-                 std::to_string(qwSeed));
-    const bool bZoomOnly = std::string_view(szModel) == "zoomonly";
-    ExpectEnd(tCamera, tResult,
-              {.szName = "",
-               .szModel = "",
-               .atEvents = {},
-               .dZoom = szModel[0] == 'f' ? -1. : -2.,
-               .dFocus = bZoomOnly ? -1. : -2.});
-    if (HasFailure()) return;
-  }
-}
-
-TEST(Seeds, SameSeedSameTranscript) {
-  for (const char* szModel : {"zoom", "quad"}) {
-    const std::vector<TLifeEvent> atEvents = RandomClients(szModel, FirstSeed(), 3000);
-    std::string asTranscripts[2];
-    for (std::string& sTranscript : asTranscripts) {
-      const TCamera tCamera(szModel);
-      sTranscript = Live(tCamera, atEvents, atEvents.back().qwAt_us / 1000 + 500).sTranscript;
-    }
-    EXPECT_GT(asTranscripts[0].size(), 1000U);
-    EXPECT_EQ(asTranscripts[0], asTranscripts[1]);
-  }
 }
 
 }  // namespace

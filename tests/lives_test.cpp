@@ -20,11 +20,23 @@ i32 CountModels() {
 TEST_P(LivesOf, EndInOrder) {
   const TLensModel& tModel = *Lenses_At(GetParam());
   const TCamera tCamera(tModel.pszName);
-  for (u64 qw = 0; qw < Lives(30); qw++) {
+  for (u64 qw = 0; qw < Lives(60); qw++) {
     const TLivesOutcome tOutcome = Lives_Try(tCamera, tModel, FirstSeed() + qw);
     ASSERT_EQ(tOutcome.sLoss, "") << "life_campaign --only " << tModel.pszName << " --seed " << FirstSeed() + qw
                                   << " --seeds 1";
   }
+}
+
+TEST_P(LivesOf, TheSameSeedAreTheSame) {
+  const TLensModel& tModel = *Lenses_At(GetParam());
+  std::string asTranscripts[2];
+  for (std::string& sTranscript : asTranscripts) {
+    const TCamera tCamera(tModel.pszName);
+    TDraw tDraw(FirstSeed());
+    sTranscript = Live(tCamera, Story_Draw(tCamera, tModel, tDraw, 30'000, 20, true).atEvents, 90'000).sTranscript;
+  }
+  EXPECT_GT(asTranscripts[0].size(), 1000U);
+  EXPECT_EQ(asTranscripts[0], asTranscripts[1]);
 }
 
 INSTANTIATE_TEST_SUITE_P(Campaign, LivesOf, testing::Range(0, CountModels()), NameOf);
