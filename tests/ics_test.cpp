@@ -17,10 +17,6 @@ TLifeEvent Change(u64 qwAt_ms, std::function<void(TWorld*)> fnCall) {
   return Call(qwAt_ms, std::move(fnCall));
 }
 
-TLifeEvent Detach(u64 qwAt_ms) {
-  return Change(qwAt_ms, [](TWorld* ptWorld) { Lens_SetDetached(&ptWorld->tLens, true, World_Now_us(ptWorld)); });
-}
-
 // The driver's requests and the sleeps between them, in short: "GET_ZOOM_SPEED, SLEEP 1200, ...", those of one thread.
 std::string Story(const TLifeResult& tResult, const std::string& sThread) {
   std::string sStory;
@@ -167,27 +163,69 @@ TEST(ICS, FocusIsKept) {
   EXPECT_EQ(dwLooks, 12U) << Tale(tResult);
 }
 
-// Whenever the lens is detached: the daemon answers, ends in order, and saves no position that nobody has seen.
-TEST(ICS, DetachedAtAnyMoment) {
-  for (u64 qw = 0; qw < Lives(80); qw++) {
-    const u64 qwSeed = FirstSeed() + qw;
-    SCOPED_TRACE("seed " + std::to_string(qwSeed));
-    const TCamera tCamera("ics");
-    const u64 qwDetach_ms = qwSeed * 397 % 60'000;
-    const TLifeResult tResult =
-        Live(tCamera,
-             {Detach(qwDetach_ms), Ask(qwReady_ms, "function=zoom&direction=direct&position=1800"),
-              Ask(14'000, "function=auto"), Ask(40'000, "function=positioning"),
-              Ask(55'000, "function=focus&direction=direct&position=900"), Ask(90'000, szStatus)},
-             91'000, qwSeed);
-    EXPECT_EQ(tResult.eEnd, LIFE_EXITED) << Tale(tResult);
-    EXPECT_EQ(tResult.iStatus, 0) << Tale(tResult);
-    if (tResult.asReplies.empty()) continue;  // detached before the driver was set up
-    EXPECT_FALSE(tResult.asReplies.back().empty()) << Tale(tResult);
-    const std::string sSaved = tCamera.Read(szPositions);
-    EXPECT_EQ(sSaved.find("=4294"), sSaved.npos) << sSaved;
-  }
+// A life in which every kind of request is made.
+struct TRequestLife {
+  const char* szName;
+  const char* szStatusFile;
+  std::vector<TLifeEvent> atEvents;
+  u64 qwEnd_ms;
+};
+
+std::vector<TRequestLife> RequestLives() {
+  const auto Warm = [](u64 qwAt_ms, double dTemperature_C) {
+    return Change(qwAt_ms, [=](TWorld* ptWorld) { ptWorld->dTemperature_C = dTemperature_C; });
+  };
+  return {{"Start", "normal\n", {Ask(qwReady_ms, szStatus)}, qwReady_ms + 500},
+          {"Restore", "restore\n", {Ask(58'000, szStatus)}, 60'000},
+          {"Moves",
+           "normal\n",
+           {Ask(qwReady_ms, "function=zoom&direction=direct&position=1800"), Ask(9'000, "function=stop"),
+            Ask(14'000, "function=focus&direction=forward&steps=30"), Change(20'000, [](TWorld* t) { t->bNight = 1; }),
+            Warm(30'000, 45), Ask(200'000, "function=resetfocus"), Ask(210'000, szStatus)},
+           211'000},
+          {"Searches",
+           "normal\n",
+           {Ask(qwReady_ms, "function=auto"), Ask(60'000, "function=scan"), Ask(140'000, "function=positioning"),
+            Ask(200'000, szStatus)},
+           201'000}};
 }
+
+class Detached : public testing::TestWithParam<std::size_t> {};
+
+// Whichever request is the first that the lens does not answer: the daemon answers and ends in order, goes on no faster
+// than before, and saves no position that the lens cannot have.
+TEST_P(Detached, AtEveryRequest) {
+  const TRequestLife tLife = RequestLives()[GetParam()];
+  const TCamera tCamera("ics");
+  u64 qwRequests = 0, qwEvents = 0;
+  for (u64 qwAt = 0; qwAt <= qwRequests; qwAt += qwAt == 0 ? 1 : 10 / Lives(10)) {
+    ASSERT_EQ(Life_ResetRoot(tCamera.sRoot), 0);
+    tCamera.Write("/mnt/flash/.VernierlensStatus", tLife.szStatusFile);
+    TWorld* ptWorld = World_Map(tCamera.sRoot.c_str());
+    ptWorld->tLens.qwDetachAtRequest = qwAt;
+    const TLifeResult tResult = Live(tCamera, tLife.atEvents, tLife.qwEnd_ms, FirstSeed() + qwAt);
+    if (qwAt == 0) qwRequests = ptWorld->tLens.qwRequests;
+    if (qwAt == 0) qwEvents = tResult.qwEvents;
+    World_Unmap(ptWorld);
+    SCOPED_TRACE("request " + std::to_string(qwAt) + " of " + std::to_string(qwRequests) + Tale(tResult));
+    ASSERT_EQ(tResult.eEnd, LIFE_EXITED);
+    ASSERT_EQ(tResult.iStatus, 0);
+    ASSERT_LT(tResult.qwTime_us, (tLife.qwEnd_ms + 5'000) * 1000);
+    ASSERT_LT(tResult.qwEvents, 2 * qwEvents);
+    for (const std::string& sReply : tResult.asReplies) ASSERT_NE(sReply, "");
+    const std::string sSaved = tCamera.Read(szPositions);
+    std::smatch tMatch;
+    ASSERT_TRUE(std::regex_search(sSaved, tMatch, std::regex("^zoom_motor=([0-9]+)\nfocus_motor=([0-9]+)\n")))
+        << sSaved;
+    ASSERT_LE(std::stoul(tMatch[1]), 2100U);
+    ASSERT_LE(std::stoul(tMatch[2]), 3050U);
+    ASSERT_TRUE(std::stoul(tMatch[1]) >= 100 && std::stoul(tMatch[2]) >= 100) << sSaved;
+  }
+  EXPECT_GT(qwRequests, 20U);
+}
+
+INSTANTIATE_TEST_SUITE_P(ICS, Detached, testing::Range<std::size_t>(0, RequestLives().size()),
+                         [](const auto& tInfo) { return RequestLives()[tInfo.param].szName; });
 
 // Broken files: a line, and the promised way on.
 TEST(ICS, BrokenFiles) {

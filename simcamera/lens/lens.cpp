@@ -337,7 +337,7 @@ double InVirtualSteps(const TAxisModel& tModel, i32 iPlace) {
 }  // namespace
 
 TDriverAnswer Lens_Request(TLens* ptLens, ELensDevice eDevice, u32 dwRequest, i32 iArgument, u64 qwNow_us) {
-  ++ptLens->qwRequests;
+  if (++ptLens->qwRequests == ptLens->qwDetachAtRequest) Lens_SetDetached(ptLens, true, qwNow_us);
   switch (eDevice) {
     case DEVICE_FOCUS_MOTOR:
       return Stepper_Request(ptLens, LENS_FOCUS, dwRequest, iArgument, qwNow_us);

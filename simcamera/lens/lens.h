@@ -75,7 +75,8 @@ struct TLens {
   u32 bICS;          // an ICS lens
   u32 bICSDetached;  // the ICS lens does not answer
   i32 iAD, iMinAD, iMaxAD;
-  u64 qwRequests;  // driver requests so far
+  u64 qwRequests;         // driver requests so far
+  u64 qwDetachAtRequest;  // this one is the first that the ICS lens does not answer; 0 never
 };
 
 // What a driver says to a request.
