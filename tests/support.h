@@ -28,7 +28,7 @@ struct TCamera {
 
 // First seed of the tests that draw: VERNIER_TEST_SEED, 1 if not set.
 u64 FirstSeed();
-// Number of lives: all of them in a plain build, a tenth under a sanitizer.
+// Number of lives: all of them in a plain build, a tenth under a sanitizer or in an emulator.
 u64 Lives(u64 qwPlain);
 
 TLifeEvent Ask(u64 qwAt_ms, std::string sQuery);

@@ -1,14 +1,15 @@
 #!/usr/bin/env bash
 # Installs the Debian packages that the build and the tests need and that are missing.  Asks nothing.
-#   tools/setup.sh [--checks] [--bench]
+#   tools/setup.sh [--checks] [--bench] [--arm]
 set -euo pipefail
 
 packages=(cmake ninja-build g++ python3 pkg-config libexpat1-dev libgtest-dev node-llhttp curl)
 for option in "$@"; do
   case "$option" in
     --checks) packages+=(clang clang-format clang-tidy libclang-rt-dev binutils) ;;
+    --arm) packages+=(g++-arm-linux-gnueabihf libc6-dev-armhf-cross qemu-user) ;;
     --bench) packages+=(libbenchmark-dev libpugixml-dev librapidxml-dev libtinyxml2-dev) ;;
-    *) echo "tools/setup.sh: unknown option '$option', use --checks or --bench" >&2; exit 2 ;;
+    *) echo "tools/setup.sh: unknown option '$option', use --checks, --bench or --arm" >&2; exit 2 ;;
   esac
 done
 

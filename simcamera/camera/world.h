@@ -43,6 +43,8 @@ struct TWorld {
   u32 bFlashFull;      // writes fail with ENOSPC; what is opened for writing is made or emptied all the same
   u32 bFlashReadOnly;  // every change fails with EROFS
 
+  u32 bSelectFails;  // every select of the daemon's ends with ENOMEM; on the virtual clock
+
   u32 dwPowerCuts;  // at a speed, so far: each cut draws the flash's fate anew
 };
 

@@ -186,9 +186,9 @@ void Judge(const TLensModel& tModel, TDayReport& tReport) {
 TDayReport RunIn(const TDayPlan& tPlan, const TLensModel& tModel, const std::string& sRoot) {
   TDayReport tReport{};
   const u64 qwMinutes = Minutes(tPlan);
+  const size_t dwSize = static_cast<size_t>(qwMinutes) * sizeof(TDaySample);
   TWorld* ptWorld = World_Map(sRoot.c_str());
-  void* pvSamples =
-      mmap(nullptr, qwMinutes * sizeof(TDaySample), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+  void* pvSamples = mmap(nullptr, dwSize, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
   if (ptWorld == nullptr || pvSamples == MAP_FAILED) {
     tReport.sTrouble = "no room for the life\n";
   } else {
@@ -199,7 +199,7 @@ TDayReport RunIn(const TDayPlan& tPlan, const TLensModel& tModel, const std::str
     tReport.atSamples.assign(ptSamples + dwSearchOver_min, ptSamples + qwMinutes);
     if (tReport.sTrouble.empty()) Judge(tModel, tReport);
   }
-  if (pvSamples != MAP_FAILED) munmap(pvSamples, qwMinutes * sizeof(TDaySample));
+  if (pvSamples != MAP_FAILED) munmap(pvSamples, dwSize);
   if (ptWorld != nullptr) World_Unmap(ptWorld);
   return tReport;
 }

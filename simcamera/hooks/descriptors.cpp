@@ -19,6 +19,9 @@
 namespace {
 constinit TReal<int(int, fd_set*, fd_set*, fd_set*, timeval*)> g_realSelect{"select"};
 constinit TReal<int(int, fd_set*, fd_set*, fd_set*, const timespec*, const sigset_t*)> g_realPselect{"pselect"};
+constinit TReal<int(int, fd_set*, fd_set*, fd_set*, TTimeval64*)> g_realSelect64{"__select64"};
+constinit TReal<int(int, fd_set*, fd_set*, fd_set*, const TTimespec64*, const sigset_t*)> g_realPselect64{
+    "__pselect64"};
 constinit TReal<int(pollfd*, nfds_t, int)> g_realPoll{"poll"};
 constinit TReal<ssize_t(int, void*, size_t)> g_realRead{"read"};
 constinit TReal<ssize_t(int, const void*, size_t)> g_realWrite{"write"};
@@ -34,13 +37,16 @@ struct TSelect {
 };
 struct TPoll {
   pollfd* ptFds;
-  u64 qwCount;
+  nfds_t dwCount;
 };
 }  // namespace
 
 int Hook_select(int n, fd_set* ptRead, fd_set* ptWrite, fd_set* ptExcept, timeval* ptTime) asm("select");
 int Hook_pselect(int n, fd_set* ptRead, fd_set* ptWrite, fd_set* ptExcept, const timespec* ptTime,
                  const sigset_t* ptMask) asm("pselect");
+int Hook_select64(int n, fd_set* ptRead, fd_set* ptWrite, fd_set* ptExcept, TTimeval64* ptTime) asm("__select64");
+int Hook_pselect64(int n, fd_set* ptRead, fd_set* ptWrite, fd_set* ptExcept, const TTimespec64* ptTime,
+                   const sigset_t* ptMask) asm("__pselect64");
 int Hook_poll(pollfd* ptFds, nfds_t dwCount, int iTime_ms) asm("poll");
 int Hook_poll_chk(pollfd* ptFds, nfds_t dwCount, int iTime_ms, size_t dwRoom) asm("__poll_chk");
 ssize_t Hook_read(int fd, void* pv, size_t dwLength) asm("read");
@@ -66,9 +72,9 @@ static i32 SelectNow(i32 iCount, fd_set* const (&aptSets)[3]) {
       syscall(SYS_pselect6, iCount, aptSets[0], aptSets[1], aptSets[2], aqwNoTime, static_cast<void*>(nullptr)));
 }
 
-static i32 PollNow(pollfd* ptFds, u64 qwCount) {
+static i32 PollNow(pollfd* ptFds, nfds_t dwCount) {
   u64 aqwNoTime[2] = {0, 0};
-  return static_cast<i32>(syscall(SYS_ppoll, ptFds, qwCount, aqwNoTime, static_cast<void*>(nullptr), 8));
+  return static_cast<i32>(syscall(SYS_ppoll, ptFds, dwCount, aqwNoTime, static_cast<void*>(nullptr), 8));
 }
 
 static bool IsReadyNow(i32 fd, short iEvents) {
@@ -90,7 +96,7 @@ static bool SelectReady(void* pv) {
 
 static bool PollReady(void* pv) {
   const TPoll& tPoll = *static_cast<TPoll*>(pv);
-  return PollNow(tPoll.ptFds, tPoll.qwCount) != 0;
+  return PollNow(tPoll.ptFds, tPoll.dwCount) != 0;
 }
 
 // Copies a set as far as it is looked at; the caller's may be no longer than that.
@@ -101,6 +107,10 @@ static void CopySet(fd_set* ptTo, const fd_set* ptFrom, i32 iCount) {
 static i32 SelectVirtually(const char* szCall, i32 iCount, fd_set* const (&aptSets)[3], u64 qwTime_us) {
   Clock_Point(szCall);
   TInside tInside;
+  if (Word_Load(Clock_World()->bSelectFails) != 0) {
+    Transcript_Note("%s fails", szCall);
+    return -ENOMEM;
+  }
   fd_set atAsked[3]{};
   TSelect tSelect{.iCount = iCount, .aptSets = {nullptr, nullptr, nullptr}};
   for (i32 i = 0; i < 3; ++i) {
@@ -132,28 +142,30 @@ static i32 FailBelow0(i32 iResult) {
   return -1;
 }
 
-static u64 Micros(const timeval& t) {
+template <class TTimeval>
+static u64 Micros(const TTimeval& t) {
   return static_cast<u64>(t.tv_sec) * 1'000'000 + static_cast<u64>(t.tv_usec);
 }
 
-static void SetMicros(timeval* pt, u64 qw_us) {
-  pt->tv_sec = static_cast<time_t>(qw_us / 1'000'000);
-  pt->tv_usec = static_cast<suseconds_t>(qw_us % 1'000'000);
+template <class TTimeval>
+static void SetMicros(TTimeval* pt, u64 qw_us) {
+  pt->tv_sec = static_cast<decltype(pt->tv_sec)>(qw_us / 1'000'000);
+  pt->tv_usec = static_cast<decltype(pt->tv_usec)>(qw_us % 1'000'000);
 }
 
-int Hook_select(int n, fd_set* ptRead, fd_set* ptWrite, fd_set* ptExcept, timeval* ptTime) {
+template <class TTimeval>
+static int Select(TReal<int(int, fd_set*, fd_set*, fd_set*, TTimeval*)>& tReal, int n, fd_set* ptRead, fd_set* ptWrite,
+                  fd_set* ptExcept, TTimeval* ptTime) {
   if (Hooks_Scaled() && ptTime != nullptr) {
-    timespec tReal = Scale_Real(Micros(*ptTime));
-    timeval tScaled{};
-    tScaled.tv_sec = tReal.tv_sec;
-    tScaled.tv_usec = static_cast<suseconds_t>(tReal.tv_nsec / 1'000);
-    const i32 iReady = g_realSelect(n, ptRead, ptWrite, ptExcept, &tScaled);
-    tReal.tv_sec = tScaled.tv_sec;
-    tReal.tv_nsec = tScaled.tv_usec * 1'000;
-    SetMicros(ptTime, Scale_Camera_us(tReal));
+    const timespec tAsked = Scale_Real(Micros(*ptTime));
+    TTimeval tScaled{};
+    tScaled.tv_sec = tAsked.tv_sec;
+    tScaled.tv_usec = static_cast<decltype(tScaled.tv_usec)>(tAsked.tv_nsec / 1'000);
+    const i32 iReady = tReal(n, ptRead, ptWrite, ptExcept, &tScaled);
+    SetMicros(ptTime, Scale_Camera_us(Scale_Timespec<timespec>(Micros(tScaled))));
     return iReady;
   }
-  if (!Hooks_OnVirtualClock("select")) return g_realSelect(n, ptRead, ptWrite, ptExcept, ptTime);
+  if (!Hooks_OnVirtualClock("select")) return tReal(n, ptRead, ptWrite, ptExcept, ptTime);
   const u64 qwTime_us = ptTime == nullptr ? qwNever_us : Micros(*ptTime);
   const u64 qwStart_us = Clock_Now_us();
   const i32 iResult = SelectVirtually("select", n, {ptRead, ptWrite, ptExcept}, qwTime_us);
@@ -164,15 +176,32 @@ int Hook_select(int n, fd_set* ptRead, fd_set* ptWrite, fd_set* ptExcept, timeva
   return FailBelow0(iResult);
 }
 
-int Hook_pselect(int n, fd_set* ptRead, fd_set* ptWrite, fd_set* ptExcept, const timespec* ptTime,
-                 const sigset_t* ptMask) {
-  if (!Hooks_OnVirtualClock("pselect")) return g_realPselect(n, ptRead, ptWrite, ptExcept, ptTime, ptMask);
+int Hook_select(int n, fd_set* ptRead, fd_set* ptWrite, fd_set* ptExcept, timeval* ptTime) {
+  return Select(g_realSelect, n, ptRead, ptWrite, ptExcept, ptTime);
+}
+int Hook_select64(int n, fd_set* ptRead, fd_set* ptWrite, fd_set* ptExcept, TTimeval64* ptTime) {
+  return Select(g_realSelect64, n, ptRead, ptWrite, ptExcept, ptTime);
+}
+
+template <class TTimespec>
+static int Pselect(TReal<int(int, fd_set*, fd_set*, fd_set*, const TTimespec*, const sigset_t*)>& tReal, int n,
+                   fd_set* const (&aptSets)[3], const TTimespec* ptTime, const sigset_t* ptMask) {
+  if (!Hooks_OnVirtualClock("pselect")) return tReal(n, aptSets[0], aptSets[1], aptSets[2], ptTime, ptMask);
   sigset_t tBefore;
   if (ptMask != nullptr) Clock_SetMask(SIG_SETMASK, ptMask, &tBefore);
   const u64 qwTime_us = ptTime == nullptr ? qwNever_us : Scale_Micros(*ptTime);
-  const i32 iResult = SelectVirtually("pselect", n, {ptRead, ptWrite, ptExcept}, qwTime_us);
+  const i32 iResult = SelectVirtually("pselect", n, aptSets, qwTime_us);
   if (ptMask != nullptr) Clock_SetMask(SIG_SETMASK, &tBefore, nullptr);
   return FailBelow0(iResult);
+}
+
+int Hook_pselect(int n, fd_set* ptRead, fd_set* ptWrite, fd_set* ptExcept, const timespec* ptTime,
+                 const sigset_t* ptMask) {
+  return Pselect(g_realPselect, n, {ptRead, ptWrite, ptExcept}, ptTime, ptMask);
+}
+int Hook_pselect64(int n, fd_set* ptRead, fd_set* ptWrite, fd_set* ptExcept, const TTimespec64* ptTime,
+                   const sigset_t* ptMask) {
+  return Pselect(g_realPselect64, n, {ptRead, ptWrite, ptExcept}, ptTime, ptMask);
 }
 
 int Hook_poll(pollfd* ptFds, nfds_t dwCount, int iTime_ms) {
@@ -182,7 +211,7 @@ int Hook_poll(pollfd* ptFds, nfds_t dwCount, int iTime_ms) {
   }
   if (!Hooks_OnVirtualClock("poll")) return g_realPoll(ptFds, dwCount, iTime_ms);
   Clock_Point("poll");
-  TPoll tPoll{.ptFds = ptFds, .qwCount = dwCount};
+  TPoll tPoll{.ptFds = ptFds, .dwCount = dwCount};
   const u64 qwUntil_us = iTime_ms < 0 ? qwNever_us : Clock_Deadline(static_cast<u64>(iTime_ms) * 1'000);
   EWaitEnd eEnd = iTime_ms == 0 ? WAIT_TIMED_OUT : WAIT_WOKEN;
   for (;;) {
@@ -209,7 +238,7 @@ static bool IsOurs(i32 fd) {
 static bool WaitReady(i32 fd, short iEvents, bool bWait) {
   if (!bWait || (fcntl(fd, F_GETFL) & O_NONBLOCK) != 0) return true;
   pollfd tFd{.fd = fd, .events = iEvents, .revents = 0};
-  TPoll tPoll{.ptFds = &tFd, .qwCount = 1};
+  TPoll tPoll{.ptFds = &tFd, .dwCount = 1};
   while (!IsReadyNow(fd, iEvents)) {
     if (Clock_Wait({.eInterrupt = INTERRUPT_UNLESS_RESTART, .pfnReady = &PollReady, .pvReady = &tPoll}) ==
         WAIT_INTERRUPTED) {

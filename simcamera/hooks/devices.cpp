@@ -11,6 +11,7 @@
 
 namespace {
 constinit TReal<int(int, unsigned long, ...)> g_realIoctl{"ioctl"};
+constinit TReal<int(int, unsigned long, ...)> g_realIoctlTime64{"__ioctl_time64"};
 constinit TReal<int(const char*, int, ...)> g_realOpen{"open"};
 
 struct TDevice {
@@ -28,6 +29,7 @@ constexpr TDevice g_atDevices[] = {
 }  // namespace
 
 int Hook_ioctl(int fd, unsigned long qwRequest, ...) asm("ioctl");
+int Hook_ioctl_time64(int fd, unsigned long qwRequest, ...) asm("__ioctl_time64");
 
 static const TDevice& DeviceOf(ELensDevice eDevice) {
   for (const TDevice& tDevice : g_atDevices) {
@@ -137,14 +139,10 @@ i32 Device_Request(i32 fd, u32 dwRequest, i32 iArgument) {
   return tAnswer.iResult < 0 ? -(tAnswer.iErrno != 0 ? tAnswer.iErrno : EIO) : tAnswer.iResult;
 }
 
-int Hook_ioctl(int fd, unsigned long qwRequest, ...) {
-  va_list tArgs;
-  va_start(tArgs, qwRequest);
-  void* pvArgument = va_arg(tArgs, void*);
-  va_end(tArgs);
+static i32 Ioctl(TReal<int(int, unsigned long, ...)>& tReal, i32 fd, unsigned long qwRequest, void* pvArgument) {
   const TDescriptor* ptDescriptor = Hooks_Descriptor(fd);
   const bool bDevice = ptDescriptor != nullptr && ptDescriptor->eKind == DESCRIPTOR_DEVICE;
-  if (!bDevice || !Hooks_Active()) return g_realIoctl(fd, qwRequest, pvArgument);
+  if (!bDevice || !Hooks_Active()) return tReal(fd, qwRequest, pvArgument);
   Hooks_Point("ioctl");
   const u32 dwRequest = static_cast<u32>(qwRequest);
   const i32 iResult = I2C_IsBus(fd)
@@ -153,4 +151,20 @@ int Hook_ioctl(int fd, unsigned long qwRequest, ...) {
   if (iResult >= 0) return iResult;
   errno = -iResult;
   return -1;
+}
+
+int Hook_ioctl(int fd, unsigned long qwRequest, ...) {
+  va_list tArgs;
+  va_start(tArgs, qwRequest);
+  void* pvArgument = va_arg(tArgs, void*);
+  va_end(tArgs);
+  return Ioctl(g_realIoctl, fd, qwRequest, pvArgument);
+}
+
+int Hook_ioctl_time64(int fd, unsigned long qwRequest, ...) {
+  va_list tArgs;
+  va_start(tArgs, qwRequest);
+  void* pvArgument = va_arg(tArgs, void*);
+  va_end(tArgs);
+  return Ioctl(g_realIoctlTime64, fd, qwRequest, pvArgument);
 }

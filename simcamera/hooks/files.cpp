@@ -26,6 +26,8 @@ constinit TReal<int(const char*, struct stat*)> g_realStat{"stat"};
 constinit TReal<int(const char*, struct stat*)> g_realLstat{"lstat"};
 constinit TReal<int(const char*, struct stat64*)> g_realStat64{"stat64"};
 constinit TReal<int(const char*, struct stat64*)> g_realLstat64{"lstat64"};
+constinit TReal<int(const char*, void*)> g_realStatTime64{"__stat64_time64"};
+constinit TReal<int(const char*, void*)> g_realLstatTime64{"__lstat64_time64"};
 constinit TReal<DIR*(const char*)> g_realOpendir{"opendir"};
 constinit TReal<void()> g_realSync{"sync"};
 constinit TReal<int(int)> g_realFsync{"fsync"};
@@ -52,6 +54,8 @@ int Hook_stat(const char* pszPath, struct stat* pt) asm("stat");
 int Hook_lstat(const char* pszPath, struct stat* pt) asm("lstat");
 int Hook_stat64(const char* pszPath, struct stat64* pt) asm("stat64");
 int Hook_lstat64(const char* pszPath, struct stat64* pt) asm("lstat64");
+int Hook_stat_time64(const char* pszPath, void* pv) asm("__stat64_time64");
+int Hook_lstat_time64(const char* pszPath, void* pv) asm("__lstat64_time64");
 DIR* Hook_opendir(const char* pszPath) asm("opendir");
 void Hook_sync() asm("sync");
 int Hook_fsync(int fd) asm("fsync");
@@ -271,6 +275,13 @@ int Hook_stat64(const char* pszPath, struct stat64* pt) {
 }
 int Hook_lstat64(const char* pszPath, struct stat64* pt) {
   return Stat("lstat64", g_realLstat64, pszPath, pt);
+}
+
+int Hook_stat_time64(const char* pszPath, void* pv) {
+  return Stat("stat", g_realStatTime64, pszPath, pv);
+}
+int Hook_lstat_time64(const char* pszPath, void* pv) {
+  return Stat("lstat", g_realLstatTime64, pszPath, pv);
 }
 
 DIR* Hook_opendir(const char* pszPath) {

@@ -31,10 +31,9 @@ i32 Scale_Sleep(u64 qwCamera_us) {
   return g_realNanosleep(&tReal, static_cast<timespec*>(nullptr));
 }
 
-timespec Scale_RealDeadline(const timespec& tCameraWall) {
+timespec Scale_RealDeadline(u64 qwCameraWall_us) {
   const u64 qwWall_us = Clock_Wall_us();
-  const u64 qwDeadline_us = Scale_Micros(tCameraWall);
-  const timespec tWait = Scale_Real(qwDeadline_us > qwWall_us ? qwDeadline_us - qwWall_us : 0);
+  const timespec tWait = Scale_Real(qwCameraWall_us > qwWall_us ? qwCameraWall_us - qwWall_us : 0);
   timespec tNow{};
   g_realClockGettime(CLOCK_REALTIME, &tNow);
   tNow.tv_sec += tWait.tv_sec;

@@ -73,6 +73,20 @@ constexpr const char* g_aszHooked[] = {
     "sigprocmask",
     "getpid",
     "daemon",
+    // Twins of a 32-bit machine with 64-bit time.
+    "__nanosleep64",
+    "__clock_nanosleep_time64",
+    "__gettimeofday64",
+    "__time64",
+    "__clock_gettime64",
+    "__select64",
+    "__pselect64",
+    "__sem_timedwait64",
+    "__pthread_cond_timedwait64",
+    "__pthread_cond_clockwait64",
+    "__stat64_time64",
+    "__lstat64_time64",
+    "__ioctl_time64",
 };
 }  // namespace
 

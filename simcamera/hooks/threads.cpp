@@ -27,6 +27,11 @@ constinit TReal<int(pthread_cond_t*, pthread_mutex_t*)> g_realCondWait{"pthread_
 constinit TReal<int(pthread_cond_t*, pthread_mutex_t*, const timespec*)> g_realCondTimedwait{"pthread_cond_timedwait"};
 constinit TReal<int(pthread_cond_t*, pthread_mutex_t*, clockid_t, const timespec*)> g_realCondClockwait{
     "pthread_cond_clockwait"};
+constinit TReal<int(sem_t*, const TTimespec64*)> g_realSemTimedwait64{"__sem_timedwait64"};
+constinit TReal<int(pthread_cond_t*, pthread_mutex_t*, const TTimespec64*)> g_realCondTimedwait64{
+    "__pthread_cond_timedwait64"};
+constinit TReal<int(pthread_cond_t*, pthread_mutex_t*, clockid_t, const TTimespec64*)> g_realCondClockwait64{
+    "__pthread_cond_clockwait64"};
 constinit TReal<int(pthread_cond_t*)> g_realCondSignal{"pthread_cond_signal"};
 constinit TReal<int(pthread_cond_t*)> g_realCondBroadcast{"pthread_cond_broadcast"};
 
@@ -54,6 +59,11 @@ int Hook_cond_timedwait(pthread_cond_t* ptCond, pthread_mutex_t* ptMutex,
                         const timespec* ptUntil) asm("pthread_cond_timedwait");
 int Hook_cond_clockwait(pthread_cond_t* ptCond, pthread_mutex_t* ptMutex, clockid_t iClock,
                         const timespec* ptUntil) asm("pthread_cond_clockwait");
+int Hook_sem_timedwait64(sem_t* ptSem, const TTimespec64* ptUntil) asm("__sem_timedwait64");
+int Hook_cond_timedwait64(pthread_cond_t* ptCond, pthread_mutex_t* ptMutex,
+                          const TTimespec64* ptUntil) asm("__pthread_cond_timedwait64");
+int Hook_cond_clockwait64(pthread_cond_t* ptCond, pthread_mutex_t* ptMutex, clockid_t iClock,
+                          const TTimespec64* ptUntil) asm("__pthread_cond_clockwait64");
 int Hook_cond_signal(pthread_cond_t* ptCond) asm("pthread_cond_signal");
 int Hook_cond_broadcast(pthread_cond_t* ptCond) asm("pthread_cond_broadcast");
 
@@ -186,21 +196,30 @@ int Hook_sem_trywait(sem_t* ptSem) {
 }
 
 // The virtual time at which an absolute time of a clock is reached.
-static u64 Until_us(clockid_t iClock, const timespec& tUntil) {
+template <class TTimespec>
+static u64 Until_us(clockid_t iClock, const TTimespec& tUntil) {
   const u64 qwZero_us = iClock == CLOCK_REALTIME ? Clock_Wall_us() - Clock_Now_us() : 0;
   const u64 qwUntil_us = Scale_Micros(tUntil);
   const u64 qwCamera_us = qwUntil_us > qwZero_us ? qwUntil_us - qwZero_us : 0;
   return Clock_Deadline(qwCamera_us > Clock_Now_us() ? qwCamera_us - Clock_Now_us() : 0);
 }
 
-int Hook_sem_timedwait(sem_t* ptSem, const timespec* ptUntil) {
+template <class TTimespec>
+static int SemTimedwait(TReal<int(sem_t*, const TTimespec*)>& tReal, sem_t* ptSem, const TTimespec* ptUntil) {
   if (Hooks_Scaled()) {
-    const timespec tReal = Scale_RealDeadline(*ptUntil);
-    return g_realSemTimedwait(ptSem, &tReal);
+    const TTimespec tScaled = Scale_RealDeadline(*ptUntil);
+    return tReal(ptSem, &tScaled);
   }
-  if (!Hooks_OnVirtualClock("sem_timedwait")) return g_realSemTimedwait(ptSem, ptUntil);
+  if (!Hooks_OnVirtualClock("sem_timedwait")) return tReal(ptSem, ptUntil);
   Clock_Point("sem_timedwait");
   return Fail(SemWaitVirtually(ptSem, Until_us(CLOCK_REALTIME, *ptUntil)));
+}
+
+int Hook_sem_timedwait(sem_t* ptSem, const timespec* ptUntil) {
+  return SemTimedwait(g_realSemTimedwait, ptSem, ptUntil);
+}
+int Hook_sem_timedwait64(sem_t* ptSem, const TTimespec64* ptUntil) {
+  return SemTimedwait(g_realSemTimedwait64, ptSem, ptUntil);
 }
 
 int Hook_sem_post(sem_t* ptSem) {
@@ -231,18 +250,37 @@ static clockid_t ClockOf(const pthread_cond_t* ptCond) {
   return (ptCond->__data.__wrefs & 2u) != 0 ? CLOCK_MONOTONIC : CLOCK_REALTIME;
 }
 
-int Hook_cond_timedwait(pthread_cond_t* ptCond, pthread_mutex_t* ptMutex, const timespec* ptUntil) {
+template <class TTimespec>
+static int CondTimedwait(TReal<int(pthread_cond_t*, pthread_mutex_t*, const TTimespec*)>& tReal, pthread_cond_t* ptCond,
+                         pthread_mutex_t* ptMutex, const TTimespec* ptUntil) {
   if (Hooks_Scaled() && ClockOf(ptCond) == CLOCK_REALTIME) {
-    const timespec tReal = Scale_RealDeadline(*ptUntil);
-    return g_realCondTimedwait(ptCond, ptMutex, &tReal);
+    const TTimespec tScaled = Scale_RealDeadline(*ptUntil);
+    return tReal(ptCond, ptMutex, &tScaled);
   }
-  if (!Hooks_OnVirtualClock("pthread_cond_timedwait")) return g_realCondTimedwait(ptCond, ptMutex, ptUntil);
+  if (!Hooks_OnVirtualClock("pthread_cond_timedwait")) return tReal(ptCond, ptMutex, ptUntil);
   return CondWaitVirtually("pthread_cond_timedwait", ptCond, ptMutex, Until_us(ClockOf(ptCond), *ptUntil));
 }
 
-int Hook_cond_clockwait(pthread_cond_t* ptCond, pthread_mutex_t* ptMutex, clockid_t iClock, const timespec* ptUntil) {
-  if (!Hooks_OnVirtualClock("pthread_cond_clockwait")) return g_realCondClockwait(ptCond, ptMutex, iClock, ptUntil);
+int Hook_cond_timedwait(pthread_cond_t* ptCond, pthread_mutex_t* ptMutex, const timespec* ptUntil) {
+  return CondTimedwait(g_realCondTimedwait, ptCond, ptMutex, ptUntil);
+}
+int Hook_cond_timedwait64(pthread_cond_t* ptCond, pthread_mutex_t* ptMutex, const TTimespec64* ptUntil) {
+  return CondTimedwait(g_realCondTimedwait64, ptCond, ptMutex, ptUntil);
+}
+
+template <class TTimespec>
+static int CondClockwait(TReal<int(pthread_cond_t*, pthread_mutex_t*, clockid_t, const TTimespec*)>& tReal,
+                         pthread_cond_t* ptCond, pthread_mutex_t* ptMutex, clockid_t iClock, const TTimespec* ptUntil) {
+  if (!Hooks_OnVirtualClock("pthread_cond_clockwait")) return tReal(ptCond, ptMutex, iClock, ptUntil);
   return CondWaitVirtually("pthread_cond_clockwait", ptCond, ptMutex, Until_us(iClock, *ptUntil));
+}
+
+int Hook_cond_clockwait(pthread_cond_t* ptCond, pthread_mutex_t* ptMutex, clockid_t iClock, const timespec* ptUntil) {
+  return CondClockwait(g_realCondClockwait, ptCond, ptMutex, iClock, ptUntil);
+}
+int Hook_cond_clockwait64(pthread_cond_t* ptCond, pthread_mutex_t* ptMutex, clockid_t iClock,
+                          const TTimespec64* ptUntil) {
+  return CondClockwait(g_realCondClockwait64, ptCond, ptMutex, iClock, ptUntil);
 }
 
 int Hook_cond_signal(pthread_cond_t* ptCond) {
