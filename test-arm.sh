@@ -32,15 +32,16 @@ step tests in the emulator
 VERNIER_TEST_SEED=$seed ctest --test-dir build-arm --parallel "$jobs" --schedule-random --output-on-failure \
   --no-tests=error --timeout 600 --tests-regex "$filter"
 
-# Both write the same, and not nothing.
+# Both have written the same, and not nothing.
 compare() { # NAME
-  cmp build-arm/here-"$1".txt build-arm/arm-"$1".txt || {
-    diff build-arm/here-"$1".txt build-arm/arm-"$1".txt | head --lines=20
-    echo "FAILED: $1 of this machine and of ARM differ: build-arm/here-$1.txt, build-arm/arm-$1.txt"
+  local here=build-arm/here-$1.txt arm=build-arm/arm-$1.txt
+  [ -s "$here" ] || { echo "FAILED: no $1"; exit 1; }
+  diff --text "$here" "$arm" >build-arm/"$1".diff || {
+    head --lines=20 build-arm/"$1".diff
+    echo "FAILED: this machine and ARM differ in their $1: build-arm/$1.diff"
     exit 1
   }
-  [ -s build-arm/here-"$1".txt ] || { echo "FAILED: no $1"; exit 1; }
-  echo "$1: $(wc --lines <build-arm/here-"$1".txt) lines, the same"
+  echo "$1: $(wc --lines <"$here") lines, the same"
 }
 
 step curves on both machines

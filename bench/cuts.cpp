@@ -49,20 +49,6 @@ void StandSharp(const TCamera& tCamera, const TLensModel& tModel) {
                 sZoom + "focus_motor=" + std::to_string(dwFocus) + "\n");
 }
 
-void SetScene(const TCamera& tCamera, const TCutRow& tRow) {
-  if (Life_ResetRoot(tCamera.sRoot) != 0) std::abort();
-  if (tRow.pszStatus == nullptr) {
-    unlink(tCamera.Path(szStatusPath).c_str());
-  } else {
-    tCamera.Write(szStatusPath, tRow.pszStatus);
-  }
-  const TLensModel& tModel = *Lenses_Find(tRow.szModel);
-  if (tRow.bDisplaced && Model_HasZoom(tModel)) tCamera.Place(LENS_ZOOM, tModel.tZoom.dwFirstPosition + 33);
-  if (tRow.bDisplaced && Model_HasFocus(tModel)) tCamera.Place(LENS_FOCUS, tModel.tFocus.dwFirstPosition - 44);
-  if (tRow.bSharp) StandSharp(tCamera, tModel);
-  tCamera.Write(szBackupPath, "zoom_motor=150\nfocus_motor=300\n");
-}
-
 void CutPower(TWorld* ptWorld) {
   Lens_PowerCut(&ptWorld->tLens, World_Now_us(ptWorld));
   Clock_End(CLOCK_END_CUT, nullptr);
@@ -257,8 +243,22 @@ const std::vector<TCutRow>& Cuts_Rows() {
   return atRows;
 }
 
+void Cuts_SetScene(const TCamera& tCamera, const TCutRow& tRow) {
+  if (Life_ResetRoot(tCamera.sRoot) != 0) std::abort();
+  if (tRow.pszStatus == nullptr) {
+    unlink(tCamera.Path(szStatusPath).c_str());
+  } else {
+    tCamera.Write(szStatusPath, tRow.pszStatus);
+  }
+  const TLensModel& tModel = *Lenses_Find(tRow.szModel);
+  if (tRow.bDisplaced && Model_HasZoom(tModel)) tCamera.Place(LENS_ZOOM, tModel.tZoom.dwFirstPosition + 33);
+  if (tRow.bDisplaced && Model_HasFocus(tModel)) tCamera.Place(LENS_FOCUS, tModel.tFocus.dwFirstPosition - 44);
+  if (tRow.bSharp) StandSharp(tCamera, tModel);
+  tCamera.Write(szBackupPath, "zoom_motor=150\nfocus_motor=300\n");
+}
+
 u64 Cuts_CountEvents(const TCamera& tCamera, const TCutRow& tRow, u64 qwSeed) {
-  SetScene(tCamera, tRow);
+  Cuts_SetScene(tCamera, tRow);
   const TLifeResult tResult = CutLife(tCamera, tRow, {}, qwSeed);
   return WhyNotOrderly(tResult).empty() ? tResult.qwEvents : 0;
 }
@@ -266,7 +266,7 @@ u64 Cuts_CountEvents(const TCamera& tCamera, const TCutRow& tRow, u64 qwSeed) {
 TCutOutcome Cuts_Try(const TCamera& tCamera, const TCutRow& tRow, const TCutMoment& tMoment, u64 qwSeed) {
   const TLensModel& tModel = *Lenses_Find(tRow.szModel);
   const TPatience& tPatience = PatienceOf(tRow.szModel);
-  SetScene(tCamera, tRow);
+  Cuts_SetScene(tCamera, tRow);
   const TLifeResult tCut = CutLife(tCamera, tRow, tMoment, qwSeed);
   if (tCut.eEnd != LIFE_CUT) {
     return {.bSurvived = false, .sLoss = "the first life was not cut: " + tCut.sStderr, .sTale = Tail("cut", tCut)};

@@ -23,6 +23,9 @@ struct TCutRow {
 
 const std::vector<TCutRow>& Cuts_Rows();
 
+// The row's start, on a ROOT brought back to what was laid out.
+void Cuts_SetScene(const TCamera& tCamera, const TCutRow& tRow);
+
 // Events of the row's life without a cut.  0: it did not end in order.
 u64 Cuts_CountEvents(const TCamera& tCamera, const TCutRow& tRow, u64 qwSeed);
 

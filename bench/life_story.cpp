@@ -107,7 +107,8 @@ void AddPress(const TCamera& tCamera, const TLensModel& tModel, TDraw& tDraw, TS
 void AddFrames(const TCamera& tCamera, const TLensModel& tModel, TDraw& tDraw, TStory& tStory) {
   for (u64 qw = tDraw.Below(4); qw > 0; qw--) AddPress(tCamera, tModel, tDraw, tStory);
   for (u64 qw = tDraw.Below(3); qw > 0; qw--) {
-    tStory.atEvents.push_back(Bytes(tStory.DrawTime_ms(tDraw), tCamera, OddBytes(tDraw)));
+    const std::string sBytes = OddBytes(tDraw);
+    tStory.atEvents.push_back(Bytes(tStory.DrawTime_ms(tDraw), tCamera, sBytes));
   }
   if (tDraw.OneIn(6)) {
     tStory.atEvents.push_back(Bytes(tStory.DrawTime_ms(tDraw), tCamera, Button("", "autofocus", "rising")));
@@ -235,8 +236,8 @@ std::string Story_DrawQuery(const TLensModel& tModel, TDraw& tDraw) {
 
 u64 TStory::DrawTime_ms(TDraw& tDraw) const {
   if (tDraw.OneIn(3)) return tDraw.Below(qwBusy_ms);
-  const u64 qwAt_ms = aqwMoments_ms[tDraw.Below(std::size(aqwMoments_ms))] + tDraw.Below(qwMoment_ms);
-  return std::min(qwAt_ms, qwBusy_ms);
+  const u64 qwMoment = tDraw.Below(std::size(aqwMoments_ms));
+  return std::min(aqwMoments_ms[qwMoment] + tDraw.Below(qwMoment_ms), qwBusy_ms);
 }
 
 TStory Story_Draw(const TCamera& tCamera, const TLensModel& tModel, TDraw& tDraw, u64 qwBusy_ms, u32 dwQueries,

@@ -7,6 +7,8 @@
 #include "lenses/lens_model.h"
 #include "support.h"
 
+// One draw to a statement: a compiler may take the operands and arguments of one call in any order, and a seed would be
+// another story under the next.
 struct TDraw {
   explicit TDraw(u64 qwSeed) : tEngine(qwSeed) {}
   u64 Below(u64 qwBelow) { return tEngine() % qwBelow; }

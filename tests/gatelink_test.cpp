@@ -164,6 +164,21 @@ TEST_F(GateLink, SilentClientIsDroppedAndHoldsNobodyUp) {
   EXPECT_LT(TClock::now() - tStart, 15s);
 }
 
+// More clients than places, all of them silent or slow: the next one gets its answer at once all the same.
+TEST_F(GateLink, ACrowdOfSlowClientsHoldsNobodyUp) {
+  std::vector<int> afdSlow;
+  for (int i = 0; i < 150; ++i) afdSlow.push_back(i % 2 == 0 ? Connect() : ConnectAndSend("GET /?a"));
+  const auto tStart = TClock::now();
+  for (int i = 0; i < 20; ++i) {
+    const int fd = ConnectAndSend(szGet);
+    EXPECT_EQ(Serve(), "GET a");
+    EXPECT_EQ(ReceiveAll(fd), szReply + "GET a");
+    afdSlow.push_back(Connect());
+  }
+  EXPECT_LT(TClock::now() - tStart, 3s);
+  for (const int fd : afdSlow) close(fd);
+}
+
 TEST_F(GateLink, TwoHundredAtOnceFindSixtyFourPlaces) {
   constexpr int iClients = 200;
   const long iBefore = OpenDescriptors();

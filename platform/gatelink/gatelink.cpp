@@ -130,20 +130,6 @@ void Listen_Adjust(TGate* ptGate) {
   Watch(ptGate, EPOLL_CTL_MOD, ptGate->fdListen, bListen ? EPOLLIN : 0U, dwListenTag);
 }
 
-// False: all places are taken, and accepting rests until one is given back.
-bool Place_Take(TGate* ptGate, u32* pdwPlace) {
-  pthread_mutex_lock(&ptGate->tLock);
-  const bool bAny = ptGate->dwFree != 0;
-  if (bAny) {
-    *pdwPlace = static_cast<u32>(std::countr_zero(ptGate->dwFree));
-    ptGate->dwFree &= ~BitOf(*pdwPlace);
-  } else {
-    Listen_Adjust(ptGate);
-  }
-  pthread_mutex_unlock(&ptGate->tLock);
-  return bAny;
-}
-
 // Under the lock.
 void Place_GiveBackLocked(TGate* ptGate, u32 dwPlace) {
   ptGate->dwFree |= BitOf(dwPlace);
@@ -160,6 +146,42 @@ void Place_Drop(TGate* ptGate, u32 dwPlace) {
   CloseDescriptor(&ptGate->atPlace[dwPlace].fd);
   ptGate->dwWaited &= ~BitOf(dwPlace);
   Place_GiveBack(ptGate, dwPlace);
+}
+
+template <typename TVisit>
+void ForEachWaited(const TGate* ptGate, TVisit visit) {
+  for (u64 dwLeft = ptGate->dwWaited; dwLeft != 0; dwLeft &= dwLeft - 1) {
+    visit(static_cast<u32>(std::countr_zero(dwLeft)));
+  }
+}
+
+// The one that has taken longest goes, so that clients who come, hold a place and send nothing hold up nobody else.
+void Place_DropOldest(TGate* ptGate) {
+  u32 dwOldest = dwPlaces;
+  ForEachWaited(ptGate, [&](u32 dwPlace) {
+    const bool bOlder =
+        dwOldest == dwPlaces || ptGate->atPlace[dwPlace].dwArrived < ptGate->atPlace[dwOldest].dwArrived;
+    if (bOlder) dwOldest = dwPlace;
+  });
+  if (dwOldest != dwPlaces) Place_Drop(ptGate, dwOldest);
+}
+
+// False: whole requests have all the places, and accepting rests until one is given back.
+bool Place_Take(TGate* ptGate, u32* pdwPlace) {
+  pthread_mutex_lock(&ptGate->tLock);
+  const bool bFull = ptGate->dwFree == 0;
+  pthread_mutex_unlock(&ptGate->tLock);
+  if (bFull) Place_DropOldest(ptGate);
+  pthread_mutex_lock(&ptGate->tLock);
+  const bool bAny = ptGate->dwFree != 0;
+  if (bAny) {
+    *pdwPlace = static_cast<u32>(std::countr_zero(ptGate->dwFree));
+    ptGate->dwFree &= ~BitOf(*pdwPlace);
+  } else {
+    Listen_Adjust(ptGate);
+  }
+  pthread_mutex_unlock(&ptGate->tLock);
+  return bAny;
 }
 
 void Place_Queue(TGate* ptGate, u32 dwPlace, EWatch eWatch) {
@@ -295,13 +317,6 @@ i32 Accept_All(TGate* ptGate, u64 dwNow) {
   }
   for (u32 i = 0; i < dwNew; ++i) Place_Receive(ptGate, adwNew[i], WATCH_NEW, dwNow);
   return iResult;
-}
-
-template <typename TVisit>
-void ForEachWaited(const TGate* ptGate, TVisit visit) {
-  for (u64 dwLeft = ptGate->dwWaited; dwLeft != 0; dwLeft &= dwLeft - 1) {
-    visit(static_cast<u32>(std::countr_zero(dwLeft)));
-  }
 }
 
 // -1: until something happens.
