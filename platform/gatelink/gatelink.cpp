@@ -122,9 +122,15 @@ i32 Watch(const TGate* ptGate, i32 iOperation, i32 fd, u32 dwEvents, u64 dwTag) 
   return epoll_ctl(ptGate->fdEpoll, iOperation, fd, &tEvent);
 }
 
+// Under the lock.  Clients that have not sent their request yet keep no more than half of the places from new ones.
+// dwWaited is the service thread's: the reader's calls all come with a free place, and look no further.
+bool Places_AreLeft(const TGate* ptGate) {
+  return ptGate->dwFree != 0 || std::popcount(ptGate->dwWaited) > static_cast<int>(dwPlaces / 2);
+}
+
 // Under the lock.  A change to listening wakes the service thread where connections wait already.
 void Listen_Adjust(TGate* ptGate) {
-  const bool bListen = ptGate->dwFree != 0 && !ptGate->bNoAccept;
+  const bool bListen = Places_AreLeft(ptGate) && !ptGate->bNoAccept;
   if (bListen == ptGate->bListening) return;
   ptGate->bListening = bListen;
   Watch(ptGate, EPOLL_CTL_MOD, ptGate->fdListen, bListen ? EPOLLIN : 0U, dwListenTag);
@@ -155,33 +161,33 @@ void ForEachWaited(const TGate* ptGate, TVisit visit) {
   }
 }
 
-// The one that has taken longest goes, so that clients who come, hold a place and send nothing hold up nobody else.
-void Place_DropOldest(TGate* ptGate) {
-  u32 dwOldest = dwPlaces;
-  ForEachWaited(ptGate, [&](u32 dwPlace) {
-    const bool bOlder =
-        dwOldest == dwPlaces || ptGate->atPlace[dwPlace].dwArrived < ptGate->atPlace[dwOldest].dwArrived;
-    if (bOlder) dwOldest = dwPlace;
-  });
-  if (dwOldest != dwPlaces) Place_Drop(ptGate, dwOldest);
-}
-
-// False: whole requests have all the places, and accepting rests until one is given back.
-bool Place_Take(TGate* ptGate, u32* pdwPlace) {
+// False: the queue and clients that have just come have the places, and accepting rests.
+bool Place_CanTake(TGate* ptGate) {
   pthread_mutex_lock(&ptGate->tLock);
-  const bool bFull = ptGate->dwFree == 0;
-  pthread_mutex_unlock(&ptGate->tLock);
-  if (bFull) Place_DropOldest(ptGate);
-  pthread_mutex_lock(&ptGate->tLock);
-  const bool bAny = ptGate->dwFree != 0;
-  if (bAny) {
-    *pdwPlace = static_cast<u32>(std::countr_zero(ptGate->dwFree));
-    ptGate->dwFree &= ~BitOf(*pdwPlace);
-  } else {
-    Listen_Adjust(ptGate);
-  }
+  const bool bAny = Places_AreLeft(ptGate);
+  if (!bAny) Listen_Adjust(ptGate);
   pthread_mutex_unlock(&ptGate->tLock);
   return bAny;
+}
+
+// After Place_CanTake.  Where no place is free, the client that has been waited for longest goes: one that sends its
+// request at once is younger, so that no number of slow clients shuts it out.
+u32 Place_Take(TGate* ptGate) {
+  pthread_mutex_lock(&ptGate->tLock);
+  const bool bFree = ptGate->dwFree != 0;  // stays so: no other thread takes places
+  pthread_mutex_unlock(&ptGate->tLock);
+  if (!bFree) {
+    u32 dwOldest = static_cast<u32>(std::countr_zero(ptGate->dwWaited));
+    ForEachWaited(ptGate, [&](u32 dwPlace) {
+      if (ptGate->atPlace[dwPlace].dwArrived < ptGate->atPlace[dwOldest].dwArrived) dwOldest = dwPlace;
+    });
+    Place_Drop(ptGate, dwOldest);
+  }
+  pthread_mutex_lock(&ptGate->tLock);
+  const u32 dwPlace = static_cast<u32>(std::countr_zero(ptGate->dwFree));
+  ptGate->dwFree &= ~BitOf(dwPlace);
+  pthread_mutex_unlock(&ptGate->tLock);
+  return dwPlace;
 }
 
 void Place_Queue(TGate* ptGate, u32 dwPlace, EWatch eWatch) {
@@ -198,6 +204,7 @@ void Place_Queue(TGate* ptGate, u32 dwPlace, EWatch eWatch) {
 // Once a turn, not once a request: each call may cost a change to the daemon's thread and back.
 void Queue_Announce(TGate* ptGate) {
   pthread_mutex_lock(&ptGate->tLock);
+  Listen_Adjust(ptGate);  // clients taken in this turn may by now be the ones that make room
   if (ptGate->dwQueued != 0 && !ptGate->bReady) {
     ptGate->bReady = true;
     Ready_Set(ptGate->fdReady);
@@ -303,15 +310,14 @@ i32 Accept_All(TGate* ptGate, u64 dwNow) {
   u32 adwNew[dwPlaces];
   u32 dwNew = 0;
   i32 iResult = 0;
-  for (u32 dwPlace = 0; dwNew < dwPlaces && Place_Take(ptGate, &dwPlace);) {
+  while (dwNew < dwPlaces && Place_CanTake(ptGate)) {
     // Blocking, as the daemon wants it; here each call says MSG_DONTWAIT.
     const i32 fd = accept4(ptGate->fdListen, nullptr, nullptr, SOCK_CLOEXEC);
     if (fd < 0) {
-      const i32 iError = errno;
-      Place_GiveBack(ptGate, dwPlace);
-      iResult = Accept_Failed(ptGate, iError, dwNow);
+      iResult = Accept_Failed(ptGate, errno, dwNow);
       break;
     }
+    const u32 dwPlace = Place_Take(ptGate);
     Place_Start(ptGate, dwPlace, fd, dwNow);
     adwNew[dwNew++] = dwPlace;
   }

@@ -6,8 +6,8 @@
    descriptor of GATELINK_GetSocketFd turns readable only when a whole request waits.  A client that is silent for 5
    seconds is dropped. A head above 8 KiB, a body above 4 KiB, and what is malformed (a NUL in the query among it) is
    answered here: 431, 413, 400.  At most 64 connections are waited for at a time, requests that wait to be read among
-   them: one more takes the place of the client whose request has been waited for longest; where all are whole it stays
-   in the socket's backlog.  Any local user may connect.
+   them.  Where all are taken, one more takes the place of the client that has not sent its request for longest, down to
+   half of the places; beyond that it stays in the socket's backlog.  Any local user may connect.
 
    A handle has a thread of its own that takes no signals.  No call blocks, but for GATELINK_close, which waits for that
    thread to end.  One thread at a time may use a handle. */
