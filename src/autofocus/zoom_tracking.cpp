@@ -65,8 +65,8 @@ void VernierLensd_UpdateFocusingStart(TVernierLensdInfo* pThis, u32 dwZoomPos) {
   Word_Store(pThis->tFocusCommand.dwStart, dwStart);
 }
 
-bool VernierLensd_FollowZoom(TVernierLensdInfo* pThis, u32 dwZoomPos) {
-  if (pThis->bSupportFocus == 0) return true;
+void VernierLensd_FollowZoom(TVernierLensdInfo* pThis, u32 dwZoomPos) {
+  if (pThis->bSupportFocus == 0) return;
   const i32 iChannel = pThis->tZoomBox.iRunningChannel;
   VernierLensd_UpdatePanFocus(pThis, dwZoomPos, iChannel);
   if (pThis->bSupportZoom != 0 && pThis->bSupportICS == 0) VernierLensd_UpdateFocusingStart(pThis, dwZoomPos);
@@ -79,9 +79,7 @@ bool VernierLensd_FollowZoom(TVernierLensdInfo* pThis, u32 dwZoomPos) {
     Word_Store(tBlock.dwFunction, FUNCTION_FOCUS);
     Word_Store(pThis->bThermalRecheck, 0);
   });
-  if (!bWritten) VernierLensd_UpdatePanFocus(pThis, Word_Load(pThis->adwZoomMotorPosition[iChannel]), iChannel);
   if (bWritten && Command_Wake(pThis, g_tFocusAxis) != 0) std::puts(szWakingFocusFailed);
-  return bWritten;
 }
 
 void VernierLensd_AutoFocusAfterPositioning(TVernierLensdInfo* pThis) {

@@ -15,9 +15,9 @@ void VernierLensd_UpdatePanFocus(TVernierLensdInfo* pThis, u32 dwZoomPos, i32 iD
 // the magnitude of their difference is added in proportion, also where they fall.  As above.
 void VernierLensd_UpdateFocusingStart(TVernierLensdInfo* pThis, u32 dwZoomPos);
 
-// Sends the focus to the pan focus of the zoom's target, which cuts off whatever the focus does.  Zoom thread.  False:
-// a newer zoom command waits; the focus stays, and so must the zoom, since no zoom move is made alone.
-bool VernierLensd_FollowZoom(TVernierLensdInfo* pThis, u32 dwZoomPos);
+// Sends the focus to the pan focus of the zoom's target, which cuts off whatever the focus does.  Zoom thread.  Where a
+// newer zoom command waits, only the words are set: that command will send its own.
+void VernierLensd_FollowZoom(TVernierLensdInfo* pThis, u32 dwZoomPos);
 
 // Asks for the auto focus behind a positioning, round the pan focus of the zoom's target.  Focus thread.
 void VernierLensd_AutoFocusAfterPositioning(TVernierLensdInfo* pThis);

@@ -31,7 +31,7 @@ i32 Axis_Move(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, u32 dwTarget
   Motor_Request(fd, MOTOR_SELECT_DEVICE, Axis_Box(pThis, tAxis).iRunningChannel);
   dwTarget = Axis_Clamp(pThis, tAxis, dwTarget);
   if (tAxis.bFocusLeads) {
-    if (!VernierLensd_FollowZoom(pThis, dwTarget)) return -1;
+    VernierLensd_FollowZoom(pThis, dwTarget);
     Delay_us(qwFocusLead_us);
   }
   if (pThis->bSupportICS != 0) return Axis_MoveICS(pThis, tAxis, fd, dwTarget);
