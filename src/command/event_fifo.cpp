@@ -64,13 +64,16 @@ i32 VernierLensd_CheckMessage(u32 dwType, i32 iLength) {
 
 i32 VernierLensd_ParseFIFOCmd(TVernierLensdInfo* pThis, const char* pszPayload, u32 dwLength, u32 dwType) {
   if (dwType != COURIER_TYPE_EVENT) return 0;
-  TCourierEvent atEvents[COURIER_MAX_EVENTS] = {};
-  static_assert(sizeof atEvents <= COURIER_EVENT_STORAGE);
+  union {  // the library may use all of the storage, which is no whole number of records
+    TCourierEvent atEvents[COURIER_MAX_EVENTS];
+    u8 abStorage[COURIER_EVENT_STORAGE];
+  } tStorage = {};
+  static_assert(sizeof tStorage == COURIER_EVENT_STORAGE);
   i32 iCount = COURIER_MAX_EVENTS;
   u8 abExtra[8] = {};
-  if (Courier_Parse_Event(pThis->hXMLParser, pszPayload, dwLength, &iCount, atEvents, abExtra) != 0) {
+  if (Courier_Parse_Event(pThis->hXMLParser, pszPayload, dwLength, &iCount, tStorage.atEvents, abExtra) != 0) {
     return Fail("[vernierlensd] : Courier_Parse_Event failed.");
   }
-  if (VernierLensd_HandleEventMessage(pThis, iCount, atEvents) == 0) return 0;
+  if (VernierLensd_HandleEventMessage(pThis, iCount, tStorage.atEvents) == 0) return 0;
   return Fail("[vernierlensd] : VernierLensd_HandleEventMessage failed.");
 }
