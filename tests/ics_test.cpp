@@ -1,7 +1,12 @@
 // The ICS lens: whole lives against its simulated driver, judged by where its axes really are and by the transcript.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <array>
 #include <cmath>
+#include <cstdio>
+#include <deque>
+#include <map>
 #include <regex>
 
 #include "camera/world_image.h"
@@ -17,10 +22,12 @@ TLifeEvent Change(u64 qwAt_ms, std::function<void(TWorld*)> fnCall) {
   return Call(qwAt_ms, std::move(fnCall));
 }
 
-// The driver's requests and the sleeps between them, in short: "GET_ZOOM_SPEED, SLEEP 1200, ...", those of one thread.
-std::string Story(const TLifeResult& tResult, const std::string& sThread) {
+// The driver's requests and the sleeps between them, in short: "GET_ZOOM_SPEED, SET_ZOOM_SPEED 2000, SLEEP 1200, ...",
+// those of one thread from a line on.
+std::string Story(const TLifeResult& tResult, const std::string& sThread, std::string_view sBehind = "") {
   std::string sStory;
-  std::istringstream tLines(tResult.sTranscript);
+  std::istringstream tLines(
+      tResult.sTranscript.substr(std::min(tResult.sTranscript.find(sBehind), tResult.sTranscript.size())));
   u64 qwSlept_ms = 0;
   for (std::string sLine; std::getline(tLines, sLine);) {
     std::smatch tMatch;
@@ -28,7 +35,9 @@ std::string Story(const TLifeResult& tResult, const std::string& sThread) {
       qwSlept_ms += static_cast<u64>(std::llround(std::stod(tMatch[1]) / 1000));
       continue;
     }
-    if (!std::regex_search(sLine, tMatch, std::regex("^ *[0-9.]+ " + sThread + " +icsdriver ICS_([A-Z_]+)"))) continue;
+    if (!std::regex_search(sLine, tMatch,
+                           std::regex("^ *[0-9.]+ " + sThread + " +icsdriver ICS_([A-Z_]+( -?[0-9]+)?)")))
+      continue;
     if (qwSlept_ms > 0) sStory += "SLEEP " + std::to_string(qwSlept_ms) + ", ";
     qwSlept_ms = 0;
     sStory += tMatch[1].str() + ", ";
@@ -58,10 +67,11 @@ TEST(ICS, SetUpAndRestoreInTheirOrder) {
   EXPECT_TRUE(
       Story(tResult, "main")
           .starts_with(
-              "GET_ZOOM_SPEED, SET_ZOOM_SPEED, GET_FOCUS_SPEED, SET_FOCUS_SPEED, GET_ZOOM_HOME, SET_ZOOM_POSITION, "
-              "GET_FOCUS_HOME, SET_FOCUS_POSITION, GET_ZOOM_MIN, GET_ZOOM_MAX, GET_ZOOM_PI_POSITION, GET_FOCUS_MIN, "
-              "GET_FOCUS_MAX, GET_FOCUS_PI_POSITION, INIT_STEP_A, INIT_STEP_B, SET_ZOOM_POSITION, SLEEP 1200, "
-              "SET_FOCUS_POSITION, SLEEP 1500, GET_MIN_AD, GET_MAX_AD, "))
+              "GET_ZOOM_SPEED, SET_ZOOM_SPEED 2000, GET_FOCUS_SPEED, SET_FOCUS_SPEED 2500, GET_ZOOM_HOME, "
+              "SET_ZOOM_POSITION 100, GET_FOCUS_HOME, SET_FOCUS_POSITION 1500, GET_ZOOM_MIN, GET_ZOOM_MAX, "
+              "GET_ZOOM_PI_POSITION, GET_FOCUS_MIN, "
+              "GET_FOCUS_MAX, GET_FOCUS_PI_POSITION, INIT_STEP_A, INIT_STEP_B, SET_ZOOM_POSITION 600, SLEEP 1200, "
+              "SET_FOCUS_POSITION 1215, SLEEP 1500, GET_MIN_AD, GET_MAX_AD, "))
       << Story(tResult, "main");
   for (const char* szLine :
        {"/root/vernierlensd/focus/virtual/start = 100", "/root/vernierlensd/focus/virtual/end = 3000",
@@ -76,32 +86,52 @@ TEST(ICS, SetUpAndRestoreInTheirOrder) {
 // What each axis's thread asks of the driver for a command, and how long it waits: the focus from 1215 and its sensor's
 // 400 at 2500 steps a second, the zoom from 600 and its sensor's 300 at 2000.
 TEST(ICS, CommandsInTheirOrder) {
-  const std::string sToPI = "GET_FOCUS_PI_POSITION, SET_FOCUS_POSITION, SLEEP 326, GET_FOCUS_POSITION, ";
-  const std::string sZoomToPI = "GET_ZOOM_PI_POSITION, SET_ZOOM_POSITION, SLEEP 150, GET_ZOOM_POSITION, ";
-  const std::string sStep = "SET_FOCUS_POSITION, GET_FOCUS_POSITION, SLEEP 150, GET_FOCUS_POSITION, SLEEP 120, ";
-  const std::string sSweep =
-      "SLEEP 500, SET_FOCUS_POSITION, SLEEP 120, GET_FOCUS_POSITION, SLEEP 1000, " + sStep + sStep;
+  const auto Go = [](const char* szAxis, i32 iTo, i32 iWait_ms) {
+    const std::string sAxis = szAxis;
+    return "SET_" + sAxis + "_POSITION " + std::to_string(iTo) + ", SLEEP " + std::to_string(iWait_ms) + ", GET_" +
+           sAxis + "_POSITION, ";
+  };
+  const auto Steps = [](i32 iFrom, i32 iStep) {  // a sweep's first two; the second look finds the lens there
+    std::string sSteps = "SLEEP 1000, ";
+    for (const i32 iTo : {iFrom + iStep, iFrom + 2 * iStep}) {
+      sSteps += "SET_FOCUS_POSITION " + std::to_string(iTo) + ", GET_FOCUS_POSITION, SLEEP 150, GET_FOCUS_POSITION, " +
+                "SLEEP 120, ";
+    }
+    return sSteps;
+  };
+  const std::string sToPI = "GET_FOCUS_PI_POSITION, " + Go("FOCUS", 400, 326);
+  const std::string sZoomToPI = "GET_ZOOM_PI_POSITION, " + Go("ZOOM", 300, 150);
   const struct {
     const char* szQuery;
     std::string sFocus, sZoom;
   } atCases[] = {
-      {"function=positioning", sToPI + sSweep, sZoomToPI + "SET_ZOOM_POSITION, SLEEP 100, GET_ZOOM_POSITION, "},
-      {"function=motorreset", sToPI, sZoomToPI + "SET_ZOOM_POSITION, SLEEP 100, GET_ZOOM_POSITION, "},
-      {"function=scan", sToPI + sSweep, sZoomToPI + "SET_ZOOM_POSITION, SLEEP 150, GET_ZOOM_POSITION, "},
-      {"function=focus&direction=direct&position=2000", "SET_FOCUS_POSITION, SLEEP 314, GET_FOCUS_POSITION, ", ""},
-      {"function=focus&direction=forward&steps=99", "SET_FOCUS_POSITION, SLEEP 12, GET_FOCUS_POSITION, ", ""},
-      {"function=zoom&direction=direct&position=900", "SET_FOCUS_POSITION, SLEEP 137, GET_FOCUS_POSITION, ",
-       "SLEEP 300, SET_ZOOM_POSITION, SLEEP 150, GET_ZOOM_POSITION, "},
+      {"function=positioning", sToPI + Go("FOCUS", 100, 120) + Steps(100, 50), sZoomToPI + Go("ZOOM", 100, 100)},
+      {"function=motorreset", sToPI, sZoomToPI + Go("ZOOM", 100, 100)},
+      {"function=scan", sToPI + Go("FOCUS", 100, 120) + Steps(100, 20), sZoomToPI + Go("ZOOM", 600, 150)},
+      {"function=auto", Go("FOCUS", 553, 265) + Steps(553, 50), ""},
+      {"function=focus&direction=direct&position=2000", Go("FOCUS", 2000, 314), ""},
+      {"function=focus&direction=forward&steps=99", Go("FOCUS", 1245, 12), ""},
+      {"function=focus&direction=backward&steps=20", Go("FOCUS", 1195, 8), ""},
+      {"function=zoom&direction=direct&position=900", Go("FOCUS", 1557, 137), "SLEEP 300, " + Go("ZOOM", 900, 150)},
+      {"function=zoom&direction=backward&steps=30", Go("FOCUS", 1248, 13), "SLEEP 300, " + Go("ZOOM", 570, 15)},
       {"function=stop", "", ""},
   };
   for (const auto& tCase : atCases) {
     const TCamera tCamera("ics");
-    const TLifeResult tResult = Live(tCamera, {Ask(qwReady_ms, tCase.szQuery)}, 100'000);
-    const std::string sBegin = "GET_AD_VALUE, SLEEP 1, CHECK_DETACHED, ";  // of the thread
-    EXPECT_TRUE(Story(tResult, "t1").starts_with(sBegin + (tCase.sFocus.empty() ? "CHECK_DETACHED, " : tCase.sFocus)))
-        << tCase.szQuery << "\n"
-        << Story(tResult, "t1").substr(0, 600);
-    EXPECT_EQ(Story(tResult, "t2"), tCase.sZoom) << tCase.szQuery;
+    const TLifeResult tResult = Live(tCamera, {Ask(qwReady_ms, tCase.szQuery)}, 14'000);
+    const std::string sTale = std::string(tCase.szQuery) + Tale(tResult);
+    std::smatch tMatch;  // the focus thread is the one that looks whether the lens is there
+    ASSERT_TRUE(std::regex_search(tResult.sTranscript, tMatch, std::regex("(t[12]) +icsdriver ICS_CHECK_DETACHED")));
+    const std::string sFocusThread = tMatch[1];
+    // Which of the two is first decides whether the focus waits for the zoom, half a second and again.
+    const std::regex tOften("CHECK_DETACHED 1, |GET_AD_VALUE, |SLEEP 500, ");
+    std::string sFocus = std::regex_replace(Story(tResult, sFocusThread, "request 0"), tOften, "");
+    const bool bSweeps = tCase.sFocus.find("SLEEP 1000") != tCase.sFocus.npos;
+    if (bSweeps) sFocus.resize(std::min(sFocus.size(), tCase.sFocus.size()));
+    EXPECT_EQ(sFocus, tCase.sFocus) << sTale;
+    EXPECT_EQ(Story(tResult, sFocusThread == "t1" ? "t2" : "t1", "request 0"), tCase.sZoom) << sTale;
+    const std::size_t dwZoomed = tResult.sTranscript.rfind("ICS_GET_ZOOM_POSITION");
+    EXPECT_TRUE(!bSweeps || dwZoomed == std::string::npos || dwZoomed < tResult.sTranscript.find(" : Start ")) << sTale;
   }
 }
 
@@ -201,6 +231,9 @@ struct TRequestLife {
   const char* szStatusFile;
   std::vector<TLifeEvent> atEvents;
   u64 qwEnd_ms;
+  // Whether it searches and references: where a SET goes unheeded there the position follows all the same.  Its lens is
+  // a short one, else most requests would be those of one sweep.
+  bool bSearches = false;
 };
 
 std::vector<TRequestLife> RequestLives() {
@@ -208,33 +241,82 @@ std::vector<TRequestLife> RequestLives() {
     return Change(qwAt_ms, [=](TWorld* ptWorld) { ptWorld->dTemperature_C = dTemperature_C; });
   };
   return {{"Start", "normal\n", {Ask(qwReady_ms, szStatus)}, qwReady_ms + 500},
-          {"Restore", "restore\n", {Ask(58'000, szStatus)}, 60'000},
+          {"Restore", "restore\n", {Ask(58'000, szStatus)}, 60'000, true},
           {"Moves",
            "normal\n",
            {Ask(qwReady_ms, "function=zoom&direction=direct&position=1800"), Ask(9'000, "function=stop"),
             Ask(14'000, "function=focus&direction=forward&steps=30"), Change(20'000, [](TWorld* t) { t->bNight = 1; }),
-            Warm(30'000, 45), Ask(200'000, "function=resetfocus"), Ask(210'000, szStatus)},
-           211'000},
+            Warm(30'000, 45), Ask(125'000, "function=zoom&direction=backward&steps=5"), Ask(130'000, szStatus)},
+           131'000},
           {"Searches",
            "normal\n",
-           {Ask(qwReady_ms, "function=auto"), Ask(60'000, "function=scan"), Ask(140'000, "function=positioning"),
-            Ask(200'000, szStatus)},
-           201'000}};
+           {Ask(qwReady_ms, "function=auto"), Ask(50'000, "function=scan"), Ask(100'000, "function=motorreset"),
+            Ask(140'000, szStatus)},
+           141'000,
+           true},
+          {"Ended", "normal\n", {Ask(qwReady_ms, "function=scan")}, 12'000, true}};
+}
+
+// What a life's transcript says of the driver and the clients.
+struct TFacts {
+  std::vector<i32> aiGone[LENS_AXES] = {{600, 600}, {1215, 1215}};  // the saved place, then wherever the lens was sent
+  std::vector<i32> aiAsked[LENS_AXES] = {{600}, {1215}};            // and wherever it should have gone
+  double dSlowestReply_s = 0;
+  std::size_t dwMostAtOnce = 0;  // driver requests in a tenth of a second
+};
+
+TFacts Facts(const TLifeResult& tResult) {
+  TFacts tFacts;
+  std::map<i32, double> mapAsked_s;
+  std::deque<double> adRecent_s;
+  std::istringstream tLines(tResult.sTranscript);
+  for (std::string sLine; std::getline(tLines, sLine);) {
+    double dNow_s = 0;
+    char szKind[12] = "", szAxis[12] = "";
+    i32 iNumber = 0, iResult = -1;
+    if (std::sscanf(sLine.c_str(), "%lf %*s %11s %d", &dNow_s, szKind, &iNumber) < 2) continue;
+    const std::string_view sKind = szKind;
+    if (sKind == "request") mapAsked_s[iNumber] = dNow_s;
+    if (sKind == "reply") tFacts.dSlowestReply_s = std::max(tFacts.dSlowestReply_s, dNow_s - mapAsked_s.at(iNumber));
+    if (sKind != "icsdriver") continue;
+    for (adRecent_s.push_back(dNow_s); adRecent_s.front() < dNow_s - 0.1;) adRecent_s.pop_front();
+    tFacts.dwMostAtOnce = std::max(tFacts.dwMostAtOnce, adRecent_s.size());
+    const char* szSet = "%*f %*s %*s ICS_SET_%11[A-Z]_POSITION %d = %d";
+    if (std::sscanf(sLine.c_str(), szSet, szAxis, &iNumber, &iResult) != 3) continue;
+    const u32 dwAxis = szAxis[0] == 'Z' ? LENS_ZOOM : LENS_FOCUS;
+    if (iNumber >= 0) tFacts.aiAsked[dwAxis].push_back(iNumber);  // below 0: what a GET has failed with
+    if (iResult == 0) tFacts.aiGone[dwAxis].push_back(iNumber);
+  }
+  return tFacts;
+}
+
+std::array<i32, LENS_AXES> ReadSaved(const TCamera& tCamera) {
+  std::array<i32, LENS_AXES> aiSaved = {-1, -1};
+  const std::string sSaved = tCamera.Read(szPositions);
+  EXPECT_EQ(std::sscanf(sSaved.c_str(), "zoom_motor=%d\nfocus_motor=%d\n", &aiSaved[0], &aiSaved[1]), 2) << sSaved;
+  return aiSaved;
+}
+
+// Clients are told the same, and that the zoom is at rest.
+void ExpectTold(const TLifeResult& tResult, const std::array<i32, LENS_AXES>& aiPositions) {
+  EXPECT_EQ(StatusValue(tResult.asReplies.back(), "zoom_motor"), aiPositions[LENS_ZOOM]);
+  EXPECT_EQ(StatusValue(tResult.asReplies.back(), "focus_motor"), aiPositions[LENS_FOCUS]);
+  EXPECT_EQ(StatusValue(tResult.asReplies.back(), "zoom_enable"), 0);
 }
 
 class Detached : public testing::TestWithParam<std::size_t> {};
 
-// Whichever request is the first that the lens does not answer: the daemon answers and ends in order, goes on no faster
-// than before, and saves no position that the lens cannot have.
+// Whichever request is the first that the lens does not answer: clients are answered at once, the daemon goes on no
+// faster than before, ends in order, and saves the position before the detachment or the one that was asked for then.
 TEST_P(Detached, AtEveryRequest) {
   const TRequestLife tLife = RequestLives()[GetParam()];
   const TCamera tCamera("ics");
   u64 qwRequests = 0, qwEvents = 0;
-  std::string sWhole;
-  for (u64 qwAt = 0; qwAt <= qwRequests; qwAt += qwAt == 0 ? 1 : 10 / Lives(10)) {
+  for (u64 qwAt = 0; qwAt <= qwRequests && !HasFailure(); qwAt += qwAt == 0 ? 1 : 10 / Lives(10)) {
     ASSERT_EQ(Life_ResetRoot(tCamera.sRoot), 0);
     tCamera.Write("/mnt/flash/.VernierlensStatus", tLife.szStatusFile);
     TWorld* ptWorld = World_Map(tCamera.sRoot.c_str());
+    if (tLife.bSearches) ptWorld->tLens.atICS[LENS_FOCUS].iMin = 350, ptWorld->tLens.atICS[LENS_FOCUS].iMax = 1350;
     ptWorld->tLens.qwDetachAtRequest = qwAt;
     const TLifeResult tResult = Live(tCamera, tLife.atEvents, tLife.qwEnd_ms, FirstSeed() + qwAt);
     if (qwAt == 0) qwRequests = ptWorld->tLens.qwRequests;
@@ -242,26 +324,49 @@ TEST_P(Detached, AtEveryRequest) {
     World_Unmap(ptWorld);
     SCOPED_TRACE("request " + std::to_string(qwAt) + " of " + std::to_string(qwRequests) + Tale(tResult));
     ASSERT_EQ(tResult.eEnd, LIFE_EXITED);
-    ASSERT_EQ(tResult.iStatus, 0);
-    ASSERT_LT(tResult.qwTime_us, (tLife.qwEnd_ms + 5'000) * 1000);
-    ASSERT_LT(tResult.qwEvents, 2 * qwEvents);
-    for (const std::string& sReply : tResult.asReplies) ASSERT_NE(sReply, "");
-    const std::string sSaved = tCamera.Read(szPositions);
-    std::smatch tMatch;
-    ASSERT_TRUE(std::regex_search(sSaved, tMatch, std::regex("^zoom_motor=([0-9]+)\nfocus_motor=([0-9]+)\n")))
-        << sSaved;
-    ASSERT_LE(std::stoul(tMatch[1]), 2100U);
-    ASSERT_LE(std::stoul(tMatch[2]), 3050U);
-    ASSERT_TRUE(std::stoul(tMatch[1]) >= 100 && std::stoul(tMatch[2]) >= 100) << sSaved;
-    if (qwAt == 0) sWhole = sSaved;
-    const bool bMoved = tLife.atEvents.size() > 1 || tLife.szStatusFile[0] == 'r';
-    ASSERT_TRUE(bMoved || sSaved == sWhole) << sSaved;
+    EXPECT_EQ(tResult.iStatus, 0);
+    EXPECT_LT(tResult.qwTime_us, (tLife.qwEnd_ms + 5'000) * 1000);
+    EXPECT_LT(tResult.qwEvents, 2 * qwEvents);
+    for (const std::string& sReply : tResult.asReplies) EXPECT_NE(sReply, "");
+    const TFacts tFacts = Facts(tResult);
+    EXPECT_LT(tFacts.dSlowestReply_s, 1);
+    EXPECT_LT(tFacts.dwMostAtOnce, 30U);  // the whole set-up of a lens that does not answer
+    const auto aiSaved = ReadSaved(tCamera);
+    if (tLife.atEvents.back().sQuery == szStatus) ExpectTold(tResult, aiSaved);
+    for (const u32 dwAxis : {LENS_ZOOM, LENS_FOCUS}) {
+      const std::vector<i32>& aiGone = tFacts.aiGone[dwAxis];
+      std::vector<i32> aiGood = {aiGone.front(), aiGone.back(), aiGone[aiGone.size() - 2]};
+      if (tLife.bSearches) aiGood = tFacts.aiAsked[dwAxis];
+      EXPECT_NE(std::find(aiGood.begin(), aiGood.end(), aiSaved[dwAxis]), aiGood.end()) << aiSaved[dwAxis];
+    }
   }
   EXPECT_GT(qwRequests, 20U);
 }
 
 INSTANTIATE_TEST_SUITE_P(ICS, Detached, testing::Range<std::size_t>(0, RequestLives().size()),
                          [](const auto& tInfo) { return RequestLives()[tInfo.param].szName; });
+
+// A driver that goes where it is sent and has no value to give: from its set-up on, or later.
+TEST(ICS, NoAnswerIsSaved) {
+  for (const u64 qwFrom_ms : {u64{0}, qwReady_ms}) {
+    for (const char* szQuery :
+         {"function=zoom&direction=direct&position=900", "function=zoom&direction=backward&steps=30",
+          "function=focus&direction=forward&steps=30", "function=auto", "function=scan", "function=positioning",
+          "function=motorreset"}) {
+      const TCamera tCamera("ics");
+      const TLifeResult tResult = Live(tCamera,
+                                       {Change(qwFrom_ms, [](TWorld* ptWorld) { ptWorld->tLens.bICSGetsFail = 1; }),
+                                        Ask(qwReady_ms + 1, szQuery), Ask(100'000, szStatus)},
+                                       101'000);
+      SCOPED_TRACE(std::string(szQuery) + " " + std::to_string(qwFrom_ms) + Tale(tResult));
+      ASSERT_EQ(tResult.eEnd, LIFE_EXITED);
+      const auto aiSaved = ReadSaved(tCamera);
+      ExpectTold(tResult, aiSaved);
+      EXPECT_EQ(aiSaved[LENS_ZOOM], tCamera.Truth(LENS_ZOOM));
+      EXPECT_EQ(aiSaved[LENS_FOCUS], tCamera.Truth(LENS_FOCUS));
+    }
+  }
+}
 
 // Broken files: a line, and the promised way on.
 TEST(ICS, BrokenFiles) {

@@ -124,6 +124,36 @@ TEST(Lens, ChannelsAndDevicesAreApart) {
   EXPECT_EQ(tLens.atAxis[0][LENS_FOCUS].iRotor, 13);
 }
 
+// What the last whole frame has seen stays, whatever is asked of the axis behind it; a cut and a detachment stop it.
+TEST(Lens, ICSAxesMoveByThemselves) {
+  TLens tLens = MakeLens(0, 0);
+  tLens.bICS = 1;
+  tLens.atModel[LENS_ZOOM].iDriverPerVirtual = 1;
+  tLens.tParkModel = tLens.atModel[LENS_FOCUS];
+  tLens.tParkAxis.bForward = 1;
+  tLens.atICS[LENS_ZOOM] = {.iMin = 100,
+                            .iMax = 2100,
+                            .iPI = 300,
+                            .iHome = 100,
+                            .iSpeed = 2000,
+                            .iFrom = 2100,
+                            .iTarget = 2100,
+                            .qwMoveStart_us = 0};
+  const auto ZoomAt = [&](u64 qwNow_us) {
+    Lens_Settle(&tLens, qwNow_us);
+    return Lens_TrueVirtual(&tLens, 0, LENS_ZOOM);
+  };
+  const u64 qwTurn_us = 12 * qwFrameTime_us + 10'000;
+  Lens_Request(&tLens, DEVICE_ICS, ICS_SET_ZOOM_POSITION, 0, 0);
+  Lens_Request(&tLens, DEVICE_ICS, ICS_SET_ZOOM_POSITION, 9999, qwTurn_us);
+  const double dTurn = ZoomAt(qwTurn_us + 5'000) - 10;
+  EXPECT_EQ(Lens_FrameGlassVirtual(&tLens, 0, LENS_ZOOM), dTurn + 20) << "10 ms before it turned";
+  Lens_Request(&tLens, DEVICE_FOCUS_MOTOR, WALK, 90, qwTurn_us + 5'000);
+  Lens_PowerCut(&tLens, qwTurn_us + 10'000);
+  EXPECT_EQ(ZoomAt(qwTurn_us * 9), dTurn + 20);
+  EXPECT_EQ(tLens.tParkAxis.iRotor, 10);
+}
+
 std::string Read(const std::string& sPath) {
   std::ifstream tIn(sPath);
   return (std::stringstream() << tIn.rdbuf()).str();

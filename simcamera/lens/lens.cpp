@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <cstddef>
+#include <cstring>
 
 #include "motor/motor_device.h"
 
@@ -140,6 +141,12 @@ i32 Axis_EndWalk(TAxisTruth& tAxis) {
   return iLeft;
 }
 
+// A driver wakes up forward, standing still.
+void Axis_Wake(TAxisTruth& tAxis) {
+  Axis_EndWalk(tAxis);
+  tAxis.bForward = 1;
+}
+
 // Starts a walk of a settled axis; gives the time at which it will be done.
 u64 Axis_StartWalk(const TAxisModel& tModel, TAxisTruth& tAxis, bool bForward, i32 iCount, u64 qwNow_us) {
   Axis_EndWalk(tAxis);
@@ -251,12 +258,12 @@ void ICS_Settle(TLens* ptLens, u64 qwNow_us) {
   for (u32 dwAxis = 0; dwAxis < LENS_AXES; ++dwAxis) {
     const u64 qwFrame = qwNow_us / qwFrameTime_us;
     const i32 iNow = ICS_Position(ptLens->atICS[dwAxis], qwNow_us);
-    const i32 iAtFrame = ICS_Position(ptLens->atICS[dwAxis], qwFrame * qwFrameTime_us);
     for (auto& atChannel : ptLens->atAxis) {
       TAxisTruth& tAxis = atChannel[dwAxis];
       tAxis.iRotor = tAxis.iGlass = iNow;
+      if (tAxis.qwFrame == qwFrame) continue;  // known since before a new target bent the course
       tAxis.qwFrame = qwFrame;
-      tAxis.iFrameGlass = iAtFrame;
+      tAxis.iFrameGlass = ICS_Position(ptLens->atICS[dwAxis], qwFrame * qwFrameTime_us);
     }
   }
 }
@@ -275,9 +282,16 @@ TDriverAnswer ICS_SetSpeed(TLens* ptLens, ELensAxis eAxis, i32 iSpeed, u64 qwNow
   return Answer(0);
 }
 
+bool ICS_IsGet(u32 dwRequest) {
+  const TRequestRow* ptRow = FindRow(g_atICSRequests, dwRequest);
+  return ptRow != nullptr && std::strncmp(ptRow->pszName, "ICS_GET_", 8) == 0;
+}
+
 TDriverAnswer ICS_Request(TLens* ptLens, u32 dwRequest, i32 iArgument, u64 qwNow_us) {
   if (ptLens->bICS == 0) return Refuse(ENODEV);
   if (ptLens->bICSDetached != 0 && dwRequest != ICS_CHECK_DETACHED) return Refuse(EIO);
+  if (ptLens->bICSGetsFail != 0 && ICS_IsGet(dwRequest)) return Refuse(EIO);
+  ICS_Settle(ptLens, qwNow_us);
   const TICSAxisTruth& tZoom = ptLens->atICS[LENS_ZOOM];
   const TICSAxisTruth& tFocus = ptLens->atICS[LENS_FOCUS];
   switch (dwRequest) {
@@ -323,6 +337,7 @@ TDriverAnswer ICS_Request(TLens* ptLens, u32 dwRequest, i32 iArgument, u64 qwNow
     case ICS_GET_MAX_AD:
       return Answer(ptLens->iMaxAD);
     case ICS_CHECK_DETACHED:
+      if (iArgument != 1) return Refuse(EINVAL);
       return Answer(ptLens->bICSDetached != 0 ? 1 : 0);
     default:
       return Refuse(ENOTTY);
@@ -354,6 +369,7 @@ TDriverAnswer Lens_Request(TLens* ptLens, ELensDevice eDevice, u32 dwRequest, i3
 void Lens_Settle(TLens* ptLens, u64 qwNow_us) {
   if (ptLens->bICS != 0) {
     ICS_Settle(ptLens, qwNow_us);
+    Axis_Settle(ptLens->tParkModel, ptLens->tParkAxis, qwNow_us);
     return;
   }
   for (auto& atChannel : ptLens->atAxis) {
@@ -363,6 +379,7 @@ void Lens_Settle(TLens* ptLens, u64 qwNow_us) {
 }
 
 void Lens_SetDetached(TLens* ptLens, bool bDetached, u64 qwNow_us) {
+  Lens_Settle(ptLens, qwNow_us);
   if (bDetached) ICS_Stop(ptLens, qwNow_us);
   ptLens->bICSDetached = bDetached ? 1 : 0;
 }
@@ -370,11 +387,9 @@ void Lens_SetDetached(TLens* ptLens, bool bDetached, u64 qwNow_us) {
 void Lens_PowerCut(TLens* ptLens, u64 qwNow_us) {
   Lens_Settle(ptLens, qwNow_us);
   for (auto& atChannel : ptLens->atAxis) {
-    for (TAxisTruth& tAxis : atChannel) {
-      Axis_EndWalk(tAxis);
-      tAxis.bForward = 1;  // a driver wakes up forward, with the sensor off
-    }
+    for (TAxisTruth& tAxis : atChannel) Axis_Wake(tAxis);
   }
+  Axis_Wake(ptLens->tParkAxis);
   ptLens->bPIPower = 0;
   for (u32& dwSelected : ptLens->adwSelected) dwSelected = 0;
   ICS_Stop(ptLens, qwNow_us);

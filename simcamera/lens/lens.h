@@ -74,6 +74,7 @@ struct TLens {
   TAxisTruth tParkAxis;
   u32 bICS;          // an ICS lens
   u32 bICSDetached;  // the ICS lens does not answer
+  u32 bICSGetsFail;  // its driver has no value to give: every GET fails, and the lens goes where it is sent
   i32 iAD, iMinAD, iMaxAD;
   u64 qwRequests;         // driver requests so far
   u64 qwDetachAtRequest;  // this one is the first that the ICS lens does not answer; 0 never
