@@ -317,4 +317,45 @@ TEST(Tracking, StartBoundAddsTheMagnitude) {
   g_pdwtabFocusingStartTable = nullptr;
 }
 
+// No zoom move is made alone: where a walk cannot be interrupted, a stop close behind a zoom leaves the focus where the
+// whole zoom would have left it.  And of two zooms none is lost.
+TEST(Tracking, FocusFollowsAZoomThatCannotBeStopped) {
+  constexpr u64 qwAt_ms = 9'000;
+  const char* szStep = "function=zoom&direction=forward&steps=10";
+  const char* szStop = "function=stop";
+  for (const char* szModel : {"thermal", "ics"}) {
+    const TCamera tCamera(szModel);
+    const double dStart = tCamera.Truth(LENS_ZOOM), dTarget = dStart + 200;
+    const std::string sFar = "function=zoom&direction=direct&position=" + std::to_string(static_cast<i32>(dTarget));
+    Live(tCamera, {Ask(qwAt_ms, sFar)}, 20'000);
+    const double dSharp = tCamera.Truth(LENS_FOCUS);
+    ASSERT_EQ(tCamera.Truth(LENS_ZOOM), dTarget);
+    const std::vector<TLifeEvent> aatLives[] = {
+        {Ask(qwAt_ms, sFar), Ask(qwAt_ms, szStop)},
+        {Ask(qwAt_ms, sFar), Ask(qwAt_ms + 150, szStop)},
+        {Ask(qwAt_ms, sFar), Ask(qwAt_ms, szStop), Ask(qwAt_ms + 50, "function=focus&direction=direct&position=950")},
+        {Ask(qwAt_ms, szStep), Ask(qwAt_ms, szStep)}};
+    for (u64 qw = 0; qw < Lives(120); qw++) {
+      SCOPED_TRACE(std::string(szModel) + " seed " + std::to_string(FirstSeed() + qw));
+      ASSERT_EQ(Life_ResetRoot(tCamera.sRoot), 0);
+      const u64 qwLife = qw % std::size(aatLives);
+      std::vector<TLifeEvent> atEvents = aatLives[qwLife];
+      atEvents.push_back(Ask(20'000, szStatus));
+      const TLifeResult tResult = Live(tCamera, atEvents, 21'000, FirstSeed() + qw);
+      ExpectRest(tCamera, tResult);
+      if (qwLife < 2 && tCamera.Truth(LENS_ZOOM) == dTarget) {
+        EXPECT_EQ(tCamera.Truth(LENS_FOCUS), dSharp) << Tale(tResult);
+      } else if (qwLife == 2) {
+        EXPECT_EQ(tCamera.Truth(LENS_FOCUS), 950) << "what a client wishes behind the stop" << Tale(tResult);
+      } else if (qwLife == 3) {
+        // The second may come before the first is taken, and then takes its place.
+        const bool bBoth = tResult.sTranscript.find("create " + std::string(szZoomLog)) !=
+                           tResult.sTranscript.rfind("create " + std::string(szZoomLog));
+        EXPECT_EQ(tCamera.Truth(LENS_ZOOM), dStart + (bBoth ? 20 : 10)) << Tale(tResult);
+      }
+      if (HasFailure()) break;
+    }
+  }
+}
+
 }  // namespace

@@ -29,7 +29,7 @@ TLifeEvent SetClock(u64 qwAt_ms, i64 iBy_s) {
   return Call(qwAt_ms, [=](TWorld* ptWorld) { ptWorld->qwWallAtZero_us += static_cast<u64>(iBy_s * 1'000'000); });
 }
 
-// As sFile of the camera, a folder that is not empty.
+// In the path's place a folder that is not empty.
 std::function<void(const TCamera&)> Blocked(const char* szPath) {
   return [=](const TCamera& tCamera) {
     std::filesystem::remove_all(tCamera.Path(szPath));

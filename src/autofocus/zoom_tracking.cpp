@@ -20,6 +20,18 @@ u32 Interpolate(u32 dwDifference, i32 iInterval, u32 dwRemainder) {
   return static_cast<u32>(static_cast<double>(dwDifference) / iInterval * dwRemainder);
 }
 
+// If fnMay, asked under the focus's lock, still says so.
+template <typename TMay>
+void SendToPanFocus(TVernierLensdInfo* pThis, i32 iChannel, TMay fnMay) {
+  const bool bWritten = Command_WriteIf(pThis, g_tFocusAxis, iChannel, fnMay, [&](TMotorCommand& tBlock) {
+    Word_Store(tBlock.dwDirection, DIRECTION_DIRECT);
+    Word_Store(tBlock.dwPosition, Word_Load(pThis->adwPanFocus[iChannel]));
+    Word_Store(tBlock.dwFunction, FUNCTION_FOCUS);
+    Word_Store(pThis->bThermalRecheck, 0);
+  });
+  if (bWritten && Command_Wake(pThis, g_tFocusAxis) != 0) std::puts(szWakingFocusFailed);
+}
+
 }  // namespace
 
 i32 VernierLensd_LoadPanFocusTable() {
@@ -73,13 +85,21 @@ void VernierLensd_FollowZoom(TVernierLensdInfo* pThis, u32 dwZoomPos) {
   // A newer command for the lens stops the zoom first and then writes the focus's block: a zoom that is to stop must
   // not send the focus away from it.
   const auto ZoomGoesOn = [&] { return Word_Load(pThis->bZoomWake) == 0; };
-  const bool bWritten = Command_WriteIf(pThis, g_tFocusAxis, iChannel, ZoomGoesOn, [&](TMotorCommand& tBlock) {
-    Word_Store(tBlock.dwDirection, DIRECTION_DIRECT);
-    Word_Store(tBlock.dwPosition, Word_Load(pThis->adwPanFocus[iChannel]));
-    Word_Store(tBlock.dwFunction, FUNCTION_FOCUS);
-    Word_Store(pThis->bThermalRecheck, 0);
-  });
-  if (bWritten && Command_Wake(pThis, g_tFocusAxis) != 0) std::puts(szWakingFocusFailed);
+  SendToPanFocus(pThis, iChannel, ZoomGoesOn);
+}
+
+void VernierLensd_FollowStoppedZoom(TVernierLensdInfo* pThis) {
+  const bool bStopWaits =
+      Word_Take(pThis->bZoomWake) != 0 && Word_Load(pThis->tZoomCommand.dwFunction) == FUNCTION_STOP;
+  if (pThis->bSupportFocus == 0 || !bStopWaits) return;
+  const i32 iChannel = pThis->tZoomBox.iRunningChannel;
+  // The stop came last for the focus too: what a client has wished since stays.
+  const auto IsStopped = [&] {
+    const bool bWaits = Word_Load(pThis->bFocusWake) != 0;
+    return (bWaits ? Word_Load(pThis->tFocusCommand.dwFunction) : pThis->tFocusBox.tRunning.dwFunction) ==
+           FUNCTION_STOP;
+  };
+  SendToPanFocus(pThis, iChannel, IsStopped);
 }
 
 void VernierLensd_AutoFocusAfterPositioning(TVernierLensdInfo* pThis) {

@@ -19,5 +19,9 @@ void VernierLensd_UpdateFocusingStart(TVernierLensdInfo* pThis, u32 dwZoomPos);
 // newer zoom command waits, only the words are set: that command will send its own.
 void VernierLensd_FollowZoom(TVernierLensdInfo* pThis, u32 dwZoomPos);
 
+// Behind a zoom that has reached its target although a stop waits, as one that cannot be interrupted does: sends the
+// focus after it, if the stop has kept it from going.  Zoom thread.
+void VernierLensd_FollowStoppedZoom(TVernierLensdInfo* pThis);
+
 // Asks for the auto focus behind a positioning, round the pan focus of the zoom's target.  Focus thread.
 void VernierLensd_AutoFocusAfterPositioning(TVernierLensdInfo* pThis);

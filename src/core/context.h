@@ -91,7 +91,7 @@ enum EReference : u32 {
 struct TCommandBox {
   pthread_mutex_t mutex;   // guards: writing the block with its channel and wake flag, taking it, setting it idle
   i32 iChannel;            // under the lock: the channel that the pending command is for
-  TMotorCommand tRunning;  // owner thread only: the command as it was taken
+  TMotorCommand tRunning;  // owner thread; its dwFunction, written under the lock, may be read under it by others
   i32 iRunningChannel;     // owner thread only: its channel
   u32 bStarted;            // main thread only: the motor thread runs or has run
   u32 bSearchFollows;      // owner thread only: a recovery's search stands in the block, and the log stays for it

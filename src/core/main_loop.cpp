@@ -13,8 +13,8 @@
 namespace {
 
 constexpr time_t tInputTimeOut_s = 3;
-constexpr u32 dwFlood =
-    8;  // frames in a row, behind which the FIFO rests: a thread that never waits gets its turn late
+// So many frames in a row, and the FIFO rests: a thread that never waits gets its turn late when a client wakes it.
+constexpr u32 dwFlood = 8;
 constexpr suseconds_t iFIFORest_us = 1000;
 constexpr u64 qwSelectPause_us = 100'000;  // after a failed select, so that a dead descriptor costs no processor
 

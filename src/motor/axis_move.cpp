@@ -17,6 +17,7 @@ constexpr u64 qwFocusLead_us = 300'000;   // the focus runs ahead of the zoom
 enum EWalkSign : u32 { WALK_BACKWARD = 0, WALK_FORWARD = 1 };
 
 u32 Axis_Clamp(const TVernierLensdInfo* pThis, const TAxis& tAxis, u32 dwTarget);
+i32 Axis_MoveStepper(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, u32 dwTarget);
 i32 Axis_MoveICS(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, u32 dwTarget);
 i32 Axis_Walk(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, u32 dwTarget, EWalkSign eSign);
 i32 Axis_CountSteps(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, u32 dwDelta, EWalkSign eSign);
@@ -34,7 +35,13 @@ i32 Axis_Move(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, u32 dwTarget
     VernierLensd_FollowZoom(pThis, dwTarget);
     Delay_us(qwFocusLead_us);
   }
-  if (pThis->bSupportICS != 0) return Axis_MoveICS(pThis, tAxis, fd, dwTarget);
+  const i32 iResult =
+      pThis->bSupportICS != 0 ? Axis_MoveICS(pThis, tAxis, fd, dwTarget) : Axis_MoveStepper(pThis, tAxis, fd, dwTarget);
+  if (tAxis.bFocusLeads && iResult == 0) VernierLensd_FollowStoppedZoom(pThis);
+  return iResult;
+}
+
+i32 Axis_MoveStepper(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, u32 dwTarget) {
   if (dwTarget >= Word_Load(Axis_Position(pThis, tAxis))) return Axis_Walk(pThis, tAxis, fd, dwTarget, WALK_FORWARD);
   if (Axis_Walk(pThis, tAxis, fd, dwTarget, WALK_BACKWARD) != 0) return -1;
   Axis_TakeUpBacklash(tAxis, fd, dwTarget);

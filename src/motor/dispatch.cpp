@@ -170,8 +170,7 @@ void CloseLog(TVernierLensdInfo* pThis, const TAxis& tAxis, bool bSaved) {
 }
 
 // It may have taken the place of a recovery that had not begun.  That one is sent again, or the counter would stay
-// false until the next move; without an idle moment in between, so that a search that waits for the zoom waits for it
-// too.
+// false until the next move.  No idle moment lies in between: a search that waits for the zoom waits for it too.
 void EndWithoutWalk(TVernierLensdInfo* pThis, const TAxis& tAxis) {
   const i32 iLost = Reference_FirstLost(pThis, tAxis);
   if (iLost < 0 && Axis_Box(pThis, tAxis).bRecoveryDue == 0) {
