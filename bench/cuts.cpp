@@ -9,6 +9,7 @@
 #include "camera/world_image.h"
 #include "clock/clock.h"
 #include "core/paths.h"
+#include "judge.h"
 #include "lens/optics.h"
 #include "lenses/lens_model.h"
 
@@ -81,27 +82,10 @@ TLifeResult RestingLife(const TCamera& tCamera, i32 iChannels, u64 qwFor_ms, u64
   return Life_Run(tPlan);
 }
 
-// What is wrong with a life that should have ended in order; "" nothing.
-std::string WhyNotOrderly(const TLifeResult& tResult) {
-  const std::string sPrinted = Printed(tResult);
-  if (tResult.eEnd != LIFE_EXITED) return "life ended with " + std::to_string(tResult.eEnd) + " " + tResult.sStderr;
-  if (tResult.iStatus != 0) return "exit status " + std::to_string(tResult.iStatus) + " " + tResult.sStderr;
-  if (sPrinted.find("[vernierlensd] : Release resources...") == std::string::npos || !sPrinted.ends_with("OK\n")) {
-    return "no orderly release";
-  }
-  return "";
-}
-
 std::string WhyAxisWrong(const TCamera& tCamera, const std::string& sStatus, ELensAxis eAxis, i32 iChannel) {
-  const std::string sAxis = eAxis == LENS_ZOOM ? "zoom" : "focus";
-  const std::string sWhere = sAxis + " of channel " + std::to_string(iChannel);
-  if (sStatus.empty()) return "no reply about the " + sWhere;
-  const i32 iFunction = StatusValue(sStatus, sAxis + "_enable");
-  if (iFunction != 0) return sWhere + " not at rest, function " + std::to_string(iFunction);
-  const i32 iBelieved = StatusValue(sStatus, sAxis + "_motor");
-  const double dTruth = tCamera.Truth(eAxis, iChannel);
-  if (iBelieved == dTruth) return "";
-  return sWhere + " believed " + std::to_string(iBelieved) + ", true " + std::to_string(dTruth);
+  std::string sWhy = Judge_Idle(sStatus, eAxis);
+  if (sWhy.empty()) sWhy = Judge_Belief(sStatus, eAxis, tCamera.Truth(eAxis, iChannel));
+  return sWhy.empty() ? "" : "channel " + std::to_string(iChannel) + ": " + sWhy;
 }
 
 // By a search, or by the offset of the lens's table, which is far larger than the depth of focus; not by that offset
@@ -136,7 +120,7 @@ std::string WhyLensWrong(const TCamera& tCamera, const TLensModel& tModel, i32 i
 // A move can overtake the recovery: the other channels are then found at their next command, and the log tells of them.
 std::string JudgeRecovery(const TCamera& tCamera, const TCutRow& tRow, const TLifeResult& tResult) {
   const TLensModel& tModel = *Lenses_Find(tRow.szModel);
-  std::string sWhy = WhyNotOrderly(tResult);
+  std::string sWhy = Judge_Order(tResult);
   if (sWhy.empty()) sWhy = WhyLensWrong(tCamera, tModel, LogStands(tCamera) ? 1 : tModel.iChannels, tResult);
   if (sWhy.empty() && tRow.bSharp) sWhy = WhyNotSharp(tCamera);
   return sWhy;
@@ -144,7 +128,7 @@ std::string JudgeRecovery(const TCamera& tCamera, const TCutRow& tRow, const TLi
 
 std::string JudgeNextStart(const TCamera& tCamera, const TCutRow& tRow, const TLifeResult& tResult) {
   const TLensModel& tModel = *Lenses_Find(tRow.szModel);
-  std::string sWhy = WhyNotOrderly(tResult);
+  std::string sWhy = Judge_Order(tResult);
   if (sWhy.empty()) sWhy = WhyLensWrong(tCamera, tModel, tModel.iChannels, tResult);
   if (sWhy.empty() && LogStands(tCamera)) sWhy = "a working log stands for good";
   if (sWhy.empty() && tRow.bSharp) sWhy = WhyNotSharp(tCamera);
@@ -260,7 +244,7 @@ void Cuts_SetScene(const TCamera& tCamera, const TCutRow& tRow) {
 u64 Cuts_CountEvents(const TCamera& tCamera, const TCutRow& tRow, u64 qwSeed) {
   Cuts_SetScene(tCamera, tRow);
   const TLifeResult tResult = CutLife(tCamera, tRow, {}, qwSeed);
-  return WhyNotOrderly(tResult).empty() ? tResult.qwEvents : 0;
+  return Judge_Order(tResult).empty() ? tResult.qwEvents : 0;
 }
 
 TCutOutcome Cuts_Try(const TCamera& tCamera, const TCutRow& tRow, const TCutMoment& tMoment, u64 qwSeed) {

@@ -13,6 +13,7 @@
 #include "clock/clock.h"
 #include "core/entry.h"
 #include "core/paths.h"
+#include "judge.h"
 
 namespace {
 
@@ -119,11 +120,8 @@ struct TLived {
 std::string WhyNotOrderly(const TLived& tLived) {
   const TLifeResult& tResult = tLived.tResult;
   if (tResult.eEnd == LIFE_CUT) return "";
-  if (tResult.eEnd != LIFE_EXITED) return "ended with " + std::to_string(tResult.eEnd) + " " + tResult.sStderr;
-  if (tResult.iStatus == iDescriptorsLeft) return "descriptors are left open";
-  if (tResult.iStatus != 0) return "exit status " + std::to_string(tResult.iStatus) + " " + tResult.sStderr;
-  if (!tResult.bTranscriptWhole) return "the transcript is not whole";
-  return Printed(tResult).ends_with("OK\n") ? "" : "no orderly release";
+  if (tResult.eEnd == LIFE_EXITED && tResult.iStatus == iDescriptorsLeft) return "descriptors are left open";
+  return tResult.bTranscriptWhole ? Judge_Order(tResult) : "the transcript is not whole";
 }
 
 // Clients that came before the main loop wait for that.
@@ -168,15 +166,11 @@ std::string WhyNotAtRest(const TLived& tLived) {
     const std::string& sStatus = tLived.tResult.asReplies[tLived.dwFirstStatus + static_cast<std::size_t>(i)];
     for (const ELensAxis eAxis : {LENS_ZOOM, LENS_FOCUS}) {
       if (!HasAxis(tLived.tModel, eAxis)) continue;
-      const std::string sAxis = eAxis == LENS_ZOOM ? "zoom" : "focus";
-      const i32 iFunction = StatusValue(sStatus, sAxis + "_enable");
       const bool bWord = eAxis == LENS_ZOOM || (dwSpoiled & SPOILS_WORD) == 0;
-      if (bWord && iFunction != 0) return "at rest the " + sAxis + "'s function is " + std::to_string(iFunction);
-      const i32 iBelieved = StatusValue(sStatus, sAxis + "_motor");
-      const double dTruth = tLived.tCamera.Truth(eAxis, i);
-      if ((dwSpoiled & SPOILS_TRUTH) != 0 || iBelieved == dTruth) continue;
-      return sAxis + " of channel " + std::to_string(i) + " believed " + std::to_string(iBelieved) + ", true " +
-             std::to_string(dTruth);
+      std::string sWhy = bWord ? Judge_Idle(sStatus, eAxis) : "";
+      const bool bTruth = sWhy.empty() && (dwSpoiled & SPOILS_TRUTH) == 0;
+      if (bTruth) sWhy = Judge_Belief(sStatus, eAxis, tLived.tCamera.Truth(eAxis, i));
+      if (!sWhy.empty()) return "channel " + std::to_string(i) + ": " + sWhy;
     }
   }
   return "";
@@ -222,7 +216,7 @@ std::string WhySavedWrong(const TLived& tLived) {
     bSaved = bSaved || IsSaved(tLived, i);
     for (const ELensAxis eAxis : {LENS_ZOOM, LENS_FOCUS}) {
       if (!HasAxis(tLived.tModel, eAxis) || Published(tCamera, eAxis, i) == tCamera.Truth(eAxis, i)) continue;
-      return std::string(eAxis == LENS_ZOOM ? "zoom" : "focus") + " of channel " + std::to_string(i) + " left at " +
+      return Judge_Name(eAxis) + " of channel " + std::to_string(i) + " left at " +
              std::to_string(Published(tCamera, eAxis, i)) + ", true " + std::to_string(tCamera.Truth(eAxis, i));
     }
   }

@@ -13,6 +13,7 @@
 #include "campaign.h"
 #include "clock/clock.h"
 #include "day/day.h"
+#include "judge.h"
 #include "life_story.h"
 
 namespace {
@@ -102,6 +103,35 @@ u64 DrawCut_ms(u64 qwAbout_ms, TDraw& tDraw, std::vector<TLifeEvent>& atEvents, 
   return qwCut_ms;
 }
 
+std::string JudgeNoon(const TNoon& tFirst, const TNoon& tNoon, const std::string& sReply) {
+  for (const ELensAxis eAxis : {LENS_ZOOM, LENS_FOCUS}) {
+    std::string sWhy = Judge_Idle(sReply, eAxis);
+    if (sWhy.empty()) sWhy = Judge_Belief(sReply, eAxis, tNoon.adTrue[eAxis]);
+    if (!sWhy.empty()) return sWhy;
+  }
+  const i64 iGrown = static_cast<i64>(tNoon.qwHeap) - static_cast<i64>(tFirst.qwHeap);
+  if (iGrown > iHeapMayDiffer) return "the heap has grown by " + std::to_string(iGrown) + " bytes";
+  return tNoon.qwDescriptors == tFirst.qwDescriptors ? "" : "descriptors are left open";
+}
+
+// What the noons of a week say.  "" all held.
+std::string JudgeWeek(const TWeek& tWeek, const TYear& tYear, const std::vector<TLifeEvent>& atEvents,
+                      const TLifeResult& tResult) {
+  if (tWeek.bCut && tResult.eEnd != LIFE_CUT) return "the life ended ahead of its cut: " + tResult.sStderr;
+  if (!tWeek.bCut && !Judge_Order(tResult).empty()) return Judge_Order(tResult);
+  std::size_t dwReply = 0;
+  u64 qwDay = tWeek.qwFirst;
+  for (const TLifeEvent& tEvent : atEvents) {
+    if (tEvent.eKind != TLifeEvent::REQUEST) continue;
+    const std::string& sReply = tResult.asReplies.at(dwReply++);
+    if (tEvent.sQuery != szNoonQuery) continue;
+    const std::string sWhy = JudgeNoon(tYear.atNoons[tWeek.qwFirst], tYear.atNoons[qwDay], sReply);
+    if (!sWhy.empty()) return "day " + std::to_string(qwDay) + ": " + sWhy;
+    qwDay++;
+  }
+  return qwDay == tWeek.qwEnd ? "" : "a noon has passed without an answer";
+}
+
 // "" all held.
 std::string LiveWeek(const TCamera& tCamera, const TLensModel& tModel, const TWeek& tWeek, TDraw& tDraw, TYear& tYear,
                      std::vector<TLifeEvent> atEvents) {
@@ -123,30 +153,7 @@ std::string LiveWeek(const TCamera& tCamera, const TLensModel& tModel, const TWe
   tPlan.atEvents = atEvents;
   if (!tWeek.bCut) tPlan.qwEnd_us = qwLength_ms * 1000;
   const TLifeResult tResult = Life_Run(tPlan);
-  if (tResult.eEnd != (tWeek.bCut ? LIFE_CUT : LIFE_EXITED)) return "the life ended badly: " + tResult.sStderr;
-  if (tResult.iStatus != 0 && !tWeek.bCut) return "exit status " + std::to_string(tResult.iStatus);
-  std::size_t dwReply = 0;
-  u64 qwDay = tWeek.qwFirst;
-  for (const TLifeEvent& tEvent : atEvents) {
-    if (tEvent.eKind != TLifeEvent::REQUEST) continue;
-    const std::string& sReply = tResult.asReplies.at(dwReply++);
-    if (tEvent.sQuery != szNoonQuery) continue;
-    const TNoon& tNoon = tYear.atNoons[qwDay];
-    const std::string sDay = "day " + std::to_string(qwDay) + ": ";
-    for (const ELensAxis eAxis : {LENS_ZOOM, LENS_FOCUS}) {
-      const std::string sAxis = eAxis == LENS_ZOOM ? "zoom" : "focus";
-      const i32 iBelieved = StatusValue(sReply, sAxis + "_motor");
-      if (StatusValue(sReply, sAxis + "_enable") != 0) return sDay + sAxis + " is not at rest";
-      if (iBelieved == tNoon.adTrue[eAxis]) continue;
-      return sDay + sAxis + " believed " + std::to_string(iBelieved) + ", true " + std::to_string(tNoon.adTrue[eAxis]);
-    }
-    const TNoon& tFirst = tYear.atNoons[tWeek.qwFirst];
-    const i64 iGrown = static_cast<i64>(tNoon.qwHeap) - static_cast<i64>(tFirst.qwHeap);
-    if (iGrown > iHeapMayDiffer) return sDay + "the heap has grown by " + std::to_string(iGrown) + " bytes";
-    if (tNoon.qwDescriptors != tFirst.qwDescriptors) return sDay + "descriptors are left open";
-    qwDay++;
-  }
-  return qwDay == tWeek.qwEnd ? "" : "a noon has passed without an answer";
+  return JudgeWeek(tWeek, tYear, atEvents, tResult);
 }
 
 std::string LiveYear(const TLensModel& tModel, u64 qwDays, TYear& tYear) {
