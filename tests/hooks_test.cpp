@@ -175,7 +175,8 @@ i32 AsksSensors(TWorld* ptWorld) {
   ESensorFault& eFault = ptWorld->tI2C.eFault;
   const int fd = open("/dev/i2c-2", O_RDWR);
   ptWorld->dTemperature_C = -24.7;
-  if (ReadRegister(fd, 0x71, 0, 1) != 0 || ioctl(fd, I2C_SLAVE, 0x71) != 0 || write(fd, "\1\x22", 2) != 2) return 1;
+  if (ReadRegister(fd, 0x71, 0, 1) != 0 || ioctl(fd, I2C_SLAVE_FORCE, 0x71) != 0 || write(fd, "\1\x22", 2) != 2)
+    return 1;
   if (ReadRegister(fd, 0x71, 0, 1) != 0xE7 || ReadRegister(fd, 0x4A, 0, 2) != 0xF3A0) return 3;
   ptWorld->dTemperature_C = write(fd, "\1\0", 2) == 2 ? 30 : 0;  // shut down at -24.7
   if (ReadRegister(fd, 0x71, 0, 1) != 0xE7) return 4;
@@ -186,7 +187,7 @@ i32 AsksSensors(TWorld* ptWorld) {
   eFault = SENSOR_BAD_ONCE;
   if (write(fd, "\3", 1) != 1 || read(fd, ac, 1) != -1 || errno != EIO || ReadRegister(fd, 0x71, 3, 1) != 0x34)
     return 7;
-  if (ioctl(fd, I2C_SLAVE, 0x50) != 0 || read(fd, ac, 1) != -1 || errno != ENXIO) return 8;
+  if (ioctl(fd, I2C_SLAVE_FORCE, 0x50) != 0 || read(fd, ac, 1) != -1 || errno != ENXIO) return 8;
   eFault = SENSOR_SILENT;
   if (ReadRegister(fd, 0x71, 3, 1) != -ENXIO || close(fd) != 0) return 9;
   eFault = SENSOR_ABSENT;

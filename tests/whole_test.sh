@@ -64,6 +64,41 @@ case_two_cameras() {
   expect_true two zoom 50
 }
 
+daemon_beside() { # LOG; its process is $!
+  env LD_PRELOAD="$build/lib/libsimcamera.so" SIMCAMERA_ROOT="$top/camera" "$build/bin/vernierlensd" >"$1" &
+}
+
+# Two would both move the lens: the second waits for the end of the first, and gives up in time.
+case_second_daemon() {
+  start camera zoom
+  daemon_beside "$top/second"
+  local second=$!
+  "$sim" ask "$top/camera" 'function=zoom&direction=direct&position=400' >/dev/null
+  wait "$second" || fail "the second ended with $?"
+  grep --quiet "waiting for its end" "$top/second" || fail "no line"
+  grep --quiet "VernierLensd_Init failed" "$top/second" || fail "the second began"
+  expect_true camera zoom 400
+
+  kill -TERM "${cameras[0]}"
+  wait "${cameras[0]}" || fail "the camera ended badly"
+  cameras=()
+  daemon_beside "$top/first"
+  local first=$!
+  until grep --quiet "Status" "$top/first"; do sleep 0.1; done
+  daemon_beside "$top/second"
+  second=$!
+  until grep --quiet "waiting for its end" "$top/second"; do sleep 0.1; done
+  kill -TERM "$first"
+  wait "$first" || fail "the first ended with $?"
+  for _ in $(seq 100); do
+    "$sim" ask "$top/camera" 'function=getstatus' >/dev/null 2>&1 && break
+    sleep 0.1
+  done
+  "$sim" ask "$top/camera" 'function=getstatus' >/dev/null || fail "no successor"
+  kill -TERM "$second"
+  wait "$second" || fail "the successor ended with $?"
+}
+
 # A log that nobody reads must not cost the daemon its life, nor a processor.
 case_lost_log() {
   start camera zoom

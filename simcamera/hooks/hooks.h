@@ -42,7 +42,7 @@ struct TDescriptor {
   bool bWritten;              // opened for writing
   char szPath[96];            // as the daemon named it
   void (*pfnClosed)(i32 fd);  // DESCRIPTOR_WATCHED: after its close
-  u32 dwSlave = 0;            // DEVICE_I2C: 7-bit address that I2C_SLAVE chose
+  u32 dwSlave = 0;            // DEVICE_I2C: 7-bit address that I2C_SLAVE_FORCE chose
 };
 TDescriptor* Hooks_Descriptor(i32 fd);  // null if out of range
 bool Hooks_IsPipe(i32 fd);              // a pipe, FIFO or socket: what a read may wait on

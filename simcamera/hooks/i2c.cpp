@@ -113,7 +113,10 @@ i32 I2C_Request(i32 fd, u32 dwRequest, void* pvArgument) {
   TInside tInside;
   TDescriptor& tDescriptor = *Hooks_Descriptor(fd);
   switch (dwRequest) {
-    case I2C_SLAVE:
+    case I2C_SLAVE:  // the kernel's own drivers have bound all of them
+      Transcript_Fact("i2c-2 SLAVE = -1 EBUSY");
+      return -EBUSY;
+    case I2C_SLAVE_FORCE:
       return ChooseSlave(tDescriptor, reinterpret_cast<uintptr_t>(pvArgument));
     case I2C_RDWR:
       return Combined(static_cast<const i2c_rdwr_ioctl_data*>(pvArgument));

@@ -1,4 +1,4 @@
-// The I2C bus device, as i2c-dev offers it: the slave is chosen by a descriptor's I2C_SLAVE, and read, write and
+// The I2C bus device, as i2c-dev offers it: the slave is chosen by a descriptor's I2C_SLAVE_FORCE, and read, write and
 // I2C_RDWR are transfers.
 #pragma once
 

@@ -100,7 +100,7 @@ i32 ThermalFocusShift_TemperatureUpdae(TVernierLensdInfo* pThis, u32 bAllChannel
     return Fail("[vernierlensd] : Temperature_ReadValue fail");
   }
   PrintReading(tReading);
-  if (bAllChannels == 0) {
+  if (bAllChannels != 1) {
     pThis->aiRefTemperature[pThis->tFocusBox.iRunningChannel] = tReading.iTemperature;
     return 0;
   }

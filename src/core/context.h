@@ -129,6 +129,7 @@ struct TVernierLensdInfo {
   i32 fdGateLink;         // -1 none
   i32 fdFIFO;             // -1 none
   i32 fdICS;              // -1 none
+  i32 fdInstance;         // the claim on the camera; -1 none
   fd_set fdsRead;         // what the main loop watches
   u32 dwButtonPressTime;  // shared; ms of the wall clock, wraps: only differences count; the main thread writes
   u32 adwFocusValue[iMaxChannels];

@@ -10,6 +10,7 @@
 #include "compensation/thermal_table.h"
 #include "core/fail.h"
 #include "core/inputs.h"
+#include "core/instance.h"
 #include "core/paths.h"
 #include "core/table.h"
 #include "ics/curve_tables.h"
@@ -66,6 +67,7 @@ i32 VernierLensd_Release(TVernierLensdInfo* pThis) {
   pThis->bPidFile = 0;
   if (pThis->bSupportICS != 0) ReleaseICS(pThis);
   ReleaseTemperature(pThis);
+  Instance_Release(pThis);
   std::puts("OK");
   return 0;
 }

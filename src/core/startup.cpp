@@ -15,6 +15,7 @@
 #include "config/saved_state.h"
 #include "core/fail.h"
 #include "core/inputs.h"
+#include "core/instance.h"
 #include "core/paths.h"
 #include "core/status_file.h"
 #include "core/table.h"
@@ -41,6 +42,7 @@ i32 CreateFocusValueTable();
 
 i32 VernierLensd_Init(TVernierLensdInfo* pThis) {
   ClearContext(pThis);
+  if (Instance_Claim(pThis) != 0) return Fail("[vernierlensd] : Another daemon owns the lens.");
   if (VernierLensd_InitSXMLParser(&pThis->hSXMLParser) != 0) {
     return Fail("[vernierlensd] : VernierLensd_InitSXMLParser failed.");
   }
@@ -114,6 +116,7 @@ void ClearContext(TVernierLensdInfo* pThis) {
   pThis->fdGateLink = -1;
   pThis->fdFIFO = -1;
   pThis->fdICS = -1;
+  pThis->fdInstance = -1;
   pthread_mutex_init(&pThis->mutexXMLParser, nullptr);
   for (const TAxis* ptAxis : {&g_tFocusAxis, &g_tZoomAxis}) {
     std::fill_n(pThis->*ptAxis->paiWakePair, 2, -1);

@@ -188,9 +188,10 @@ std::uint16_t Word(const std::array<u8, 2>& abyWord) {
   return static_cast<std::uint16_t>(abyWord[0] << 8 | abyWord[1]);
 }
 
-// Holds for the reads and writes that follow on the descriptor.
+// Holds for the reads and writes that follow on the descriptor.  By force: a sensor driver of the kernel's may have
+// bound the slave, and would have the plain request refused.
 i32 SelectSlave(const TIICCtrl& tIIC, u32 dwAddress, const char* szRefused) {
-  if (ioctl(tIIC.fdDevice, I2C_SLAVE, static_cast<unsigned long>(dwAddress >> 1)) >= 0) return 0;
+  if (ioctl(tIIC.fdDevice, I2C_SLAVE_FORCE, static_cast<unsigned long>(dwAddress >> 1)) >= 0) return 0;
   std::fputs(szRefused, stderr);
   return -1;
 }
