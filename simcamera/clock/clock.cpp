@@ -1,6 +1,5 @@
 #include "clock/clock.h"
 
-#include <errno.h>
 #include <linux/futex.h>
 #include <stdio.h>
 #include <string.h>
@@ -9,7 +8,7 @@
 
 #include <vector>
 
-#include "clock/inside.h"
+#include "clock/tasks.h"
 
 namespace {
 
@@ -17,27 +16,12 @@ constexpr u32 dwYieldOneIn = 4;
 constexpr u32 dwMaxOversleep_us = 200;
 constexpr u32 dwMaxStill = 10'000;  // events with the clock standing still, then the life is taken to spin
 
-enum ETaskState : u32 { TASK_FREE = 0, TASK_READY, TASK_RUNNING, TASK_WAITING, TASK_ENDED };
-
-struct TTask {
-  std::atomic<u32> dwToken;  // 1: the task may run
-  ETaskState eState;
-  EWaitEnd eWaitEnd;
-  TClockWait tWait;
-  u64 qwPending;  // signals, bit by number
-  sigset_t tMask;
-  unsigned long qwThread;
-  const char* szCall;
-  char szName[8];
-};
-
 struct TScripted {
   u64 qwAt_us;
   void (*pfn)(void* pv);
   void* pv;
 };
 
-constinit TTask g_atTasks[iMaxTasks]{};
 constinit TClockPlan g_tPlan{};
 constinit u64 g_qwNow_us = 0;
 constinit u64 g_qwStart_us = 0;
@@ -45,28 +29,20 @@ constinit u64 g_qwDraw = 0;
 constinit u32 g_dwStill = 0;
 constinit bool g_bDescriptorsChanged = false;
 constinit bool g_bRunsScript = false;
-constinit u64 g_qwPendingProcess = 0;
-constinit struct sigaction g_atActions[65]{};
 constinit std::vector<TScripted>* g_patScript = nullptr;  // latest first
 }  // namespace
+
+constinit TTask g_atTasks[iMaxTasks]{};
 
 static void SwitchFrom(TTask& tSelf);
 static TTask& Pick();
 static void RunScript();
 static void PollDescriptors();
 static void JumpToNextDeadline();
-static void MakeReady(TTask& tTask, EWaitEnd eWaitEnd);
 static void HandOver(TTask& tTask);
 static void Park(TTask& tTask);
-static bool RunHandlers(TTask& tSelf);
-static void RunHandler(TTask& tSelf, i32 iSignal);
-static void AssignProcessSignals();
 static void CountStill();
 [[noreturn]] static void Deadlock();
-
-static TTask& Self() {
-  return g_atTasks[g_tSelf.iTask];
-}
 
 void Clock_Start(const TClockPlan& tPlan) {
   g_tPlan = tPlan;
@@ -116,7 +92,7 @@ u64 Clock_Deadline(u64 qwDuration_us) {
 
 void Clock_Point(const char* szCall) {
   TInside tInside;
-  TTask& tSelf = Self();
+  TTask& tSelf = Task_Self();
   tSelf.szCall = szCall;
   TLifeRecord& tRecord = *g_tPlan.ptRecord;
   ++tRecord.qwEvents;
@@ -131,18 +107,18 @@ void Clock_Point(const char* szCall) {
     tSelf.eState = TASK_READY;
     SwitchFrom(tSelf);
   }
-  RunHandlers(tSelf);
+  Task_RunHandlers(tSelf);
 }
 
 EWaitEnd Clock_Wait(const TClockWait& tWait) {
   TInside tInside;
-  TTask& tSelf = Self();
+  TTask& tSelf = Task_Self();
   tSelf.tWait = tWait;
   tSelf.eState = TASK_WAITING;
   SwitchFrom(tSelf);
   tSelf.tWait = {};
   const EWaitEnd eWaitEnd = tSelf.eWaitEnd;
-  const bool bCutShort = RunHandlers(tSelf);
+  const bool bCutShort = Task_RunHandlers(tSelf);
   if (eWaitEnd != WAIT_INTERRUPTED) return eWaitEnd;
   if (tWait.eInterrupt == INTERRUPT_ALWAYS || (tWait.eInterrupt == INTERRUPT_UNLESS_RESTART && bCutShort)) {
     return WAIT_INTERRUPTED;
@@ -152,7 +128,7 @@ EWaitEnd Clock_Wait(const TClockWait& tWait) {
 
 void Clock_Wake(const void* pvKey) {
   for (TTask& tTask : g_atTasks) {
-    if (tTask.eState == TASK_WAITING && tTask.tWait.pvKey == pvKey) MakeReady(tTask, WAIT_WOKEN);
+    if (tTask.eState == TASK_WAITING && tTask.tWait.pvKey == pvKey) Task_MakeReady(tTask, WAIT_WOKEN);
   }
 }
 
@@ -162,7 +138,7 @@ void Clock_WakeOne(const void* pvKey) {
   for (TTask& tTask : g_atTasks) {
     if (tTask.eState == TASK_WAITING && tTask.tWait.pvKey == pvKey) aptWaiting[dwWaiting++] = &tTask;
   }
-  if (dwWaiting > 0) MakeReady(*aptWaiting[dwWaiting > 1 ? Clock_Draw(dwWaiting) : 0], WAIT_WOKEN);
+  if (dwWaiting > 0) Task_MakeReady(*aptWaiting[dwWaiting > 1 ? Clock_Draw(dwWaiting) : 0], WAIT_WOKEN);
 }
 
 void Clock_DescriptorsChanged() {
@@ -191,7 +167,7 @@ i32 Clock_NewTask() {
     tTask.eWaitEnd = WAIT_WOKEN;
     tTask.tWait = {};
     tTask.qwPending = 0;
-    tTask.tMask = Self().tMask;
+    tTask.tMask = Task_Self().tMask;
     tTask.qwThread = 0;
     tTask.szCall = "start";
     snprintf(tTask.szName, sizeof tTask.szName, "t%d", iTask);
@@ -216,7 +192,7 @@ void Clock_EnterTask(i32 iTask) {
 
 void Clock_LeaveTask() {
   TInside tInside;
-  TTask& tSelf = Self();
+  TTask& tSelf = Task_Self();
   tSelf.eState = TASK_ENDED;
   Clock_Wake(Clock_TaskKey(g_tSelf.iTask));
   TTask& tNext = Pick();
@@ -240,11 +216,11 @@ const void* Clock_TaskKey(i32 iTask) {
 
 void Clock_NameTask(const char* szName) {
   TInside tInside;
-  snprintf(Self().szName, sizeof Self().szName, "%s", szName);
+  snprintf(Task_Self().szName, sizeof Task_Self().szName, "%s", szName);
 }
 
 const char* Clock_TaskName() {
-  return Self().szName;
+  return Task_Self().szName;
 }
 
 // Picks who goes on, and gives it the token unless it is the caller.
@@ -288,7 +264,7 @@ static void PollDescriptors() {
   g_bDescriptorsChanged = false;
   for (TTask& tTask : g_atTasks) {
     if (tTask.eState != TASK_WAITING || tTask.tWait.pfnReady == nullptr) continue;
-    if (tTask.tWait.pfnReady(tTask.tWait.pvReady)) MakeReady(tTask, WAIT_WOKEN);
+    if (tTask.tWait.pfnReady(tTask.tWait.pvReady)) Task_MakeReady(tTask, WAIT_WOKEN);
   }
 }
 
@@ -306,13 +282,8 @@ static void JumpToNextDeadline() {
     if (g_tPlan.pfnTimeMoved != nullptr) g_tPlan.pfnTimeMoved(g_tPlan.pvTimeMoved);
   }
   for (TTask& tTask : g_atTasks) {
-    if (tTask.eState == TASK_WAITING && tTask.tWait.qwUntil_us <= g_qwNow_us) MakeReady(tTask, WAIT_TIMED_OUT);
+    if (tTask.eState == TASK_WAITING && tTask.tWait.qwUntil_us <= g_qwNow_us) Task_MakeReady(tTask, WAIT_TIMED_OUT);
   }
-}
-
-static void MakeReady(TTask& tTask, EWaitEnd eWaitEnd) {
-  tTask.eState = TASK_READY;
-  tTask.eWaitEnd = eWaitEnd;
 }
 
 static void HandOver(TTask& tTask) {
@@ -329,112 +300,11 @@ static void Park(TTask& tTask) {
   tTask.dwToken.store(0, std::memory_order_relaxed);
 }
 
-i32 Clock_SetAction(i32 iSignal, const struct sigaction* ptNew, struct sigaction* ptOld) {
-  if (iSignal < 1 || iSignal > 64 || ((iSignal == SIGKILL || iSignal == SIGSTOP) && ptNew != nullptr)) {
-    errno = EINVAL;
-    return -1;
-  }
-  TInside tInside;
-  if (ptOld != nullptr) *ptOld = g_atActions[iSignal];
-  if (ptNew != nullptr) g_atActions[iSignal] = *ptNew;
-  return 0;
-}
-
-i32 Clock_SetMask(i32 iHow, const sigset_t* ptNew, sigset_t* ptOld) {
-  TInside tInside;
-  TTask& tSelf = Self();
-  if (ptOld != nullptr) *ptOld = tSelf.tMask;
-  if (ptNew == nullptr) return 0;
-  if (iHow != SIG_BLOCK && iHow != SIG_UNBLOCK && iHow != SIG_SETMASK) return EINVAL;
-  if (iHow == SIG_SETMASK) tSelf.tMask = *ptNew;
-  for (i32 iSignal = 1; iSignal <= 64 && iHow != SIG_SETMASK; ++iSignal) {
-    if (sigismember(ptNew, iSignal) != 1) continue;
-    if (iHow == SIG_BLOCK)
-      sigaddset(&tSelf.tMask, iSignal);
-    else
-      sigdelset(&tSelf.tMask, iSignal);
-  }
-  AssignProcessSignals();
-  RunHandlers(tSelf);
-  return 0;
-}
-
-void Clock_Signal(i32 iSignal) {
-  TInside tInside;
-  g_qwPendingProcess |= u64{1} << (iSignal - 1);
-  AssignProcessSignals();
-}
-
-void Clock_SignalSelf(i32 iSignal) {
-  TInside tInside;
-  TTask& tSelf = Self();
-  tSelf.qwPending |= u64{1} << (iSignal - 1);
-  RunHandlers(tSelf);
-}
-
-// Gives each signal of the process to a task that has not blocked it.  Which one is drawn: a kernel prefers the first,
-// but promises nothing.
-static void AssignProcessSignals() {
-  for (i32 iSignal = 1; iSignal <= 64 && g_qwPendingProcess != 0; ++iSignal) {
-    const u64 qwBit = u64{1} << (iSignal - 1);
-    if ((g_qwPendingProcess & qwBit) == 0) continue;
-    TTask* aptOpen[iMaxTasks];
-    u32 dwOpen = 0;
-    for (TTask& tTask : g_atTasks) {
-      const bool bGone = tTask.eState == TASK_FREE || tTask.eState == TASK_ENDED;
-      if (!bGone && sigismember(&tTask.tMask, iSignal) == 0) aptOpen[dwOpen++] = &tTask;
-    }
-    if (dwOpen == 0) continue;
-    g_qwPendingProcess &= ~qwBit;
-    if (g_atActions[iSignal].sa_handler == SIG_IGN) continue;
-    TTask& tTask = *aptOpen[dwOpen > 1 ? Clock_Draw(dwOpen) : 0];
-    tTask.qwPending |= qwBit;
-    if (tTask.eState == TASK_WAITING) MakeReady(tTask, WAIT_INTERRUPTED);
-  }
-}
-
-// Runs the handlers of the task's pending signals.  True if one of them was installed without SA_RESTART.
-static bool RunHandlers(TTask& tSelf) {
-  bool bCutShort = false;
-  for (i32 iSignal = 1; iSignal <= 64 && tSelf.qwPending != 0; ++iSignal) {
-    const u64 qwBit = u64{1} << (iSignal - 1);
-    if ((tSelf.qwPending & qwBit) == 0 || sigismember(&tSelf.tMask, iSignal) == 1) continue;
-    tSelf.qwPending &= ~qwBit;
-    if ((g_atActions[iSignal].sa_flags & SA_RESTART) == 0) bCutShort = true;
-    RunHandler(tSelf, iSignal);
-  }
-  return bCutShort;
-}
-
-static void RunHandler(TTask& tSelf, i32 iSignal) {
-  const struct sigaction tAction = g_atActions[iSignal];
-  if (tAction.sa_handler == SIG_IGN) return;
-  if (tAction.sa_handler == SIG_DFL) {
-    if (iSignal == SIGCHLD || iSignal == SIGURG || iSignal == SIGWINCH || iSignal == SIGCONT) return;
-    Clock_End(CLOCK_END_ERROR, "killed by a signal without a handler");
-  }
-  const sigset_t tMask = tSelf.tMask;
-  for (i32 iOther = 1; iOther <= 64; ++iOther) {
-    if (sigismember(&tAction.sa_mask, iOther) == 1) sigaddset(&tSelf.tMask, iOther);
-  }
-  sigaddset(&tSelf.tMask, iSignal);
-  if ((tAction.sa_flags & SA_SIGINFO) != 0) {
-    siginfo_t tInfo{};
-    tInfo.si_signo = iSignal;
-    TOutside tOutside;
-    tAction.sa_sigaction(iSignal, &tInfo, nullptr);
-  } else {
-    TOutside tOutside;
-    tAction.sa_handler(iSignal);
-  }
-  tSelf.tMask = tMask;
-}
-
 static void CountStill() {
   if (++g_dwStill <= dwMaxStill) return;
   char szWhy[96];
   snprintf(szWhy, sizeof szWhy, "the clock stands still: 10000 events at one time, the token is with %s",
-           Self().szName);
+           Task_Self().szName);
   Clock_End(CLOCK_END_STOOD_STILL, szWhy);
 }
 

@@ -1,7 +1,6 @@
 #include "lens/lens.h"
 
 #include <cerrno>
-#include <cstddef>
 #include <cstring>
 
 #include "motor/motor_device.h"
@@ -10,73 +9,6 @@ namespace {
 
 constexpr u64 qwNanosPerMicro = 1000;
 constexpr i64 iMicrosPerSecond = 1'000'000;
-
-struct TRequestRow {
-  u32 dwRequest;
-  bool bHasArgument;
-  const char* pszName;
-};
-
-constexpr TRequestRow g_atStepperRequests[] = {
-    {MOTOR_SET_FORWARD, false, "MOTOR_SET_FORWARD"},
-    {MOTOR_SET_BACKWARD, false, "MOTOR_SET_BACKWARD"},
-    {MOTOR_WALK_STEPS, true, "MOTOR_WALK_STEPS"},
-    {MOTOR_STOP_WALK, false, "MOTOR_STOP_WALK"},
-    {MOTOR_WALK_STEPS_BLOCK, true, "MOTOR_WALK_STEPS_BLOCK"},
-    {MOTOR_SEARCH_PI, true, "MOTOR_SEARCH_PI"},
-    {MOTOR_CHECK_PI_WALK_STEPS, true, "MOTOR_CHECK_PI_WALK_STEPS"},
-    {MOTOR_SELECT_DEVICE, true, "MOTOR_SELECT_DEVICE"},
-    {MOTOR_SET_PI_POWER_ON, false, "MOTOR_SET_PI_POWER_ON"},
-    {MOTOR_SET_PI_POWER_OFF, false, "MOTOR_SET_PI_POWER_OFF"},
-};
-
-// MOTOR_SELECT_DEVICE is here for its name: it is sent to this device too, which does not know it.
-constexpr TRequestRow g_atICSRequests[] = {
-    {ICS_GET_FOCUS_PI_POSITION, false, "ICS_GET_FOCUS_PI_POSITION"},
-    {ICS_GET_ZOOM_PI_POSITION, false, "ICS_GET_ZOOM_PI_POSITION"},
-    {ICS_GET_FOCUS_POSITION, false, "ICS_GET_FOCUS_POSITION"},
-    {ICS_GET_ZOOM_POSITION, false, "ICS_GET_ZOOM_POSITION"},
-    {ICS_GET_ZOOM_MIN, false, "ICS_GET_ZOOM_MIN"},
-    {ICS_GET_ZOOM_MAX, false, "ICS_GET_ZOOM_MAX"},
-    {ICS_GET_FOCUS_SPEED, false, "ICS_GET_FOCUS_SPEED"},
-    {ICS_GET_ZOOM_SPEED, false, "ICS_GET_ZOOM_SPEED"},
-    {ICS_GET_FOCUS_HOME, false, "ICS_GET_FOCUS_HOME"},
-    {ICS_GET_ZOOM_HOME, false, "ICS_GET_ZOOM_HOME"},
-    {ICS_INIT_STEP_A, false, "ICS_INIT_STEP_A"},
-    {ICS_INIT_STEP_B, false, "ICS_INIT_STEP_B"},
-    {ICS_SET_FOCUS_POSITION, true, "ICS_SET_FOCUS_POSITION"},
-    {ICS_SET_ZOOM_POSITION, true, "ICS_SET_ZOOM_POSITION"},
-    {ICS_SET_FOCUS_SPEED, true, "ICS_SET_FOCUS_SPEED"},
-    {ICS_SET_ZOOM_SPEED, true, "ICS_SET_ZOOM_SPEED"},
-    {ICS_GET_AD_VALUE, false, "ICS_GET_AD_VALUE"},
-    {ICS_GET_MIN_AD, false, "ICS_GET_MIN_AD"},
-    {ICS_GET_MAX_AD, false, "ICS_GET_MAX_AD"},
-    {ICS_GET_FOCUS_MIN, false, "ICS_GET_FOCUS_MIN"},
-    {ICS_GET_FOCUS_MAX, false, "ICS_GET_FOCUS_MAX"},
-    {ICS_CHECK_DETACHED, true, "ICS_CHECK_DETACHED"},
-    {MOTOR_SELECT_DEVICE, true, "MOTOR_SELECT_DEVICE"},
-};
-
-template <size_t N>
-const TRequestRow* FindRow(const TRequestRow (&atRows)[N], u32 dwRequest) {
-  for (const TRequestRow& tRow : atRows) {
-    if (tRow.dwRequest == dwRequest) return &tRow;
-  }
-  return nullptr;
-}
-
-const TRequestRow* FindRequest(ELensDevice eDevice, u32 dwRequest) {
-  switch (eDevice) {
-    case DEVICE_FOCUS_MOTOR:
-    case DEVICE_ZOOM_MOTOR:
-      return FindRow(g_atStepperRequests, dwRequest);
-    case DEVICE_ICS:
-      return FindRow(g_atICSRequests, dwRequest);
-    case DEVICE_I2C:
-      break;
-  }
-  return nullptr;
-}
 
 TDriverAnswer Answer(i32 iResult, u64 qwUntil_us = 0) {
   return {iResult, 0, qwUntil_us};
@@ -283,8 +215,8 @@ TDriverAnswer ICS_SetSpeed(TLens* ptLens, ELensAxis eAxis, i32 iSpeed, u64 qwNow
 }
 
 bool ICS_IsGet(u32 dwRequest) {
-  const TRequestRow* ptRow = FindRow(g_atICSRequests, dwRequest);
-  return ptRow != nullptr && std::strncmp(ptRow->pszName, "ICS_GET_", 8) == 0;
+  const char* pszName = Lens_RequestName(DEVICE_ICS, dwRequest);
+  return pszName != nullptr && std::strncmp(pszName, "ICS_GET_", 8) == 0;
 }
 
 TDriverAnswer ICS_Request(TLens* ptLens, u32 dwRequest, i32 iArgument, u64 qwNow_us) {
@@ -393,16 +325,6 @@ void Lens_PowerCut(TLens* ptLens, u64 qwNow_us) {
   ptLens->bPIPower = 0;
   for (u32& dwSelected : ptLens->adwSelected) dwSelected = 0;
   ICS_Stop(ptLens, qwNow_us);
-}
-
-bool Lens_RequestHasArgument(ELensDevice eDevice, u32 dwRequest) {
-  const TRequestRow* ptRow = FindRequest(eDevice, dwRequest);
-  return ptRow != nullptr && ptRow->bHasArgument;
-}
-
-const char* Lens_RequestName(ELensDevice eDevice, u32 dwRequest) {
-  const TRequestRow* ptRow = FindRequest(eDevice, dwRequest);
-  return ptRow == nullptr ? nullptr : ptRow->pszName;
 }
 
 double Lens_TrueVirtual(const TLens* ptLens, i32 iChannel, ELensAxis eAxis) {

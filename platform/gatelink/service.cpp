@@ -1,0 +1,192 @@
+// The service thread: takes connections in, reads and refuses.
+#include <sys/socket.h>
+#include <time.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <iterator>
+
+#include "gate.h"
+
+namespace {
+
+constexpr u64 dwSilence_ms = 5000;    // a client that sends nothing for so long is dropped
+constexpr u64 dwPatience_ms = 15000;  // and one that has not sent its request by then, however busy
+constexpr u64 dwFarewell_ms = 1000;   // to read a refusal in; what the client still sends is swallowed meanwhile
+constexpr u64 dwNoAccept_ms = 100;    // pause of accepting when descriptors or memory have run out
+
+u64 Now_ms() {
+  timespec tNow = {};
+  clock_gettime(CLOCK_MONOTONIC, &tNow);
+  return static_cast<u64>(tNow.tv_sec) * 1000 + static_cast<u64>(tNow.tv_nsec) / 1'000'000;
+}
+
+// Goes out at once or not at all: the socket of a client that has sent no more than a request has room for it.
+bool SendNow(i32 fd, const char* szText) {
+  const std::size_t dwText = std::strlen(szText);
+  return send(fd, szText, dwText, MSG_DONTWAIT | MSG_NOSIGNAL) == static_cast<ssize_t>(dwText);
+}
+
+const char* RefusalText(EProgress eProgress) {
+  switch (eProgress) {
+    case REQUEST_BODY_TOO_LARGE:
+      return "HTTP/1.1 413 Payload Too Large\r\nContent-length: 0\r\nConnection: close\r\n\r\n";
+    case REQUEST_HEAD_TOO_LARGE:
+      return "HTTP/1.1 431 Request Header Fields Too Large\r\nContent-length: 0\r\nConnection: close\r\n\r\n";
+    case REQUEST_PART:
+    case REQUEST_WHOLE:
+    case REQUEST_MALFORMED:
+      break;
+  }
+  return "HTTP/1.1 400 Bad Request\r\nContent-length: 0\r\nConnection: close\r\n\r\n";
+}
+
+// The connection stays a while: closing it over unread bytes would give the client an error in place of the answer.
+// False: the client is gone.
+bool Place_Refuse(TPlace* ptPlace, u64 dwNow) {
+  if (!SendNow(ptPlace->fd, RefusalText(ptPlace->tRequest.eProgress))) return false;
+  shutdown(ptPlace->fd, SHUT_WR);
+  ptPlace->bRefused = true;
+  ptPlace->dwDeadline = dwNow + dwFarewell_ms;
+  return true;
+}
+
+// Feeds what has come in to the request.  False: the connection is to be dropped.
+bool Place_Feed(TPlace* ptPlace, const char* acBytes, std::size_t dwBytes, u64 dwNow) {
+  if (ptPlace->bRefused) return true;
+  ptPlace->dwDeadline = std::min(dwNow + dwSilence_ms, ptPlace->dwArrived + dwPatience_ms);
+  const EProgress eProgress = Request_Take(&ptPlace->tRequest, acBytes, dwBytes);
+  if (eProgress >= REQUEST_MALFORMED) return Place_Refuse(ptPlace, dwNow);
+  if (Request_TakeContinue(&ptPlace->tRequest)) return SendNow(ptPlace->fd, "HTTP/1.1 100 Continue\r\n\r\n");
+  return true;
+}
+
+// Reads once, so that a client that sends without end takes turns with the others.
+void Place_Receive(TGate* ptGate, u32 dwPlace, EWatch eWatch, u64 dwNow) {
+  TPlace* ptPlace = &ptGate->atPlace[dwPlace];
+  const ssize_t iReceived = recv(ptPlace->fd, ptGate->acReceived, dwReceiveRoom, MSG_DONTWAIT);
+  if (iReceived > 0) {
+    if (!Place_Feed(ptPlace, ptGate->acReceived, static_cast<std::size_t>(iReceived), dwNow)) {
+      return Place_Drop(ptGate, dwPlace);
+    }
+    if (ptPlace->tRequest.eProgress == REQUEST_WHOLE) return Place_Queue(ptGate, dwPlace, eWatch);
+  } else if (iReceived == 0 || errno != EAGAIN) {
+    return Place_Drop(ptGate, dwPlace);
+  }
+  if (eWatch == WATCH_KNOWN) return;
+  ptGate->dwWaited |= BitOf(dwPlace);
+  if (Watch(ptGate, EPOLL_CTL_ADD, ptPlace->fd, EPOLLIN, dwPlace) != 0) Place_Drop(ptGate, dwPlace);
+}
+
+void Place_Start(TGate* ptGate, u32 dwPlace, i32 fd, u64 dwNow) {
+  TPlace* ptPlace = &ptGate->atPlace[dwPlace];
+  ptPlace->fd = fd;
+  ptPlace->bRefused = false;
+  ptPlace->dwArrived = dwNow;
+  ptPlace->dwDeadline = dwNow + dwSilence_ms;
+  Request_Start(&ptPlace->tRequest, ptGate->aacQuery[dwPlace]);
+}
+
+void Accept_Rest(TGate* ptGate, bool bRest, u64 dwAgain) {
+  ptGate->dwAcceptAgain = dwAgain;
+  pthread_mutex_lock(&ptGate->tLock);
+  ptGate->bNoAccept = bRest;
+  Listen_Adjust(ptGate);
+  pthread_mutex_unlock(&ptGate->tLock);
+}
+
+// What accept's failure means for the gateway: 0 to go on, -1 for its end.
+i32 Accept_Failed(TGate* ptGate, i32 iError, u64 dwNow) {
+  switch (iError) {
+    case EAGAIN:
+    case EINTR:
+    case ECONNABORTED:
+      return 0;
+    case EMFILE:
+    case ENFILE:
+    case ENOBUFS:
+    case ENOMEM:
+      Accept_Rest(ptGate, true, dwNow + dwNoAccept_ms);
+      return 0;
+    default:
+      return -1;
+  }
+}
+
+// Takes every connection in before it reads from the first: a client that has just connected has then mostly sent its
+// request, and needs no turn through the epoll set.
+i32 Accept_All(TGate* ptGate, u64 dwNow) {
+  u32 adwNew[dwPlaces];
+  u32 dwNew = 0;
+  i32 iResult = 0;
+  while (dwNew < dwPlaces && Place_CanTake(ptGate)) {
+    // Blocking, as the daemon wants it; here each call says MSG_DONTWAIT.
+    const i32 fd = accept4(ptGate->fdListen, nullptr, nullptr, SOCK_CLOEXEC);
+    if (fd < 0) {
+      iResult = Accept_Failed(ptGate, errno, dwNow);
+      break;
+    }
+    const u32 dwPlace = Place_Take(ptGate);
+    Place_Start(ptGate, dwPlace, fd, dwNow);
+    adwNew[dwNew++] = dwPlace;
+  }
+  for (u32 i = 0; i < dwNew; ++i) Place_Receive(ptGate, adwNew[i], WATCH_NEW, dwNow);
+  return iResult;
+}
+
+// -1: until something happens.
+i32 Timeout_ms(const TGate* ptGate) {
+  u64 dwNext = ptGate->dwAcceptAgain;
+  ForEachWaited(ptGate, [&](u32 dwPlace) { dwNext = std::min(dwNext, ptGate->atPlace[dwPlace].dwDeadline); });
+  if (dwNext == dwNever) return -1;
+  const u64 dwNow = Now_ms();
+  return dwNext > dwNow ? static_cast<i32>(dwNext - dwNow) : 0;
+}
+
+void Expire(TGate* ptGate, u64 dwNow) {
+  ForEachWaited(ptGate, [&](u32 dwPlace) {
+    if (ptGate->atPlace[dwPlace].dwDeadline <= dwNow) Place_Drop(ptGate, dwPlace);
+  });
+  if (ptGate->dwAcceptAgain <= dwNow) Accept_Rest(ptGate, false, dwNever);
+}
+
+// One turn of the service thread.  0: go on, 1: asked to stop, -1: the gateway has failed.
+i32 Serve_Once(TGate* ptGate) {
+  epoll_event atEvent[16];
+  const i32 iEvents = epoll_wait(ptGate->fdEpoll, atEvent, std::size(atEvent), Timeout_ms(ptGate));
+  if (iEvents < 0) return errno == EINTR ? 0 : -1;
+  const u64 dwNow = Now_ms();
+  bool bAccept = false;
+  for (i32 i = 0; i < iEvents; ++i) {
+    const u64 dwTag = atEvent[i].data.u64;
+    if (dwTag == dwStopTag) return 1;
+    if (dwTag == dwListenTag) {
+      // These come even while accepting rests, and would come for ever.
+      if ((atEvent[i].events & (EPOLLERR | EPOLLHUP)) != 0) return -1;
+      bAccept = true;
+    } else {
+      Place_Receive(ptGate, static_cast<u32>(dwTag), WATCH_KNOWN, dwNow);
+    }
+  }
+  Expire(ptGate, dwNow);
+  // After the known ones: a place given back above may go to a new connection, and no event of its old one may be left.
+  const i32 iResult = bAccept ? Accept_All(ptGate, dwNow) : 0;
+  Queue_Announce(ptGate);
+  return iResult;
+}
+
+}  // namespace
+
+void* Serve(void* pGate) {
+  auto* ptGate = static_cast<TGate*>(pGate);
+  i32 iResult = 0;
+  while (iResult == 0) iResult = Serve_Once(ptGate);
+  if (iResult < 0) {
+    pthread_mutex_lock(&ptGate->tLock);
+    ptGate->bFailed = true;
+    Ready_Set(ptGate->fdReady);
+    pthread_mutex_unlock(&ptGate->tLock);
+  }
+  return nullptr;
+}
