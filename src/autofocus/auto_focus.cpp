@@ -106,8 +106,8 @@ TRange CentredRange(const TBounds& tBounds, i32 iLength, u32 dwCentre) {
 
 TRange FirstRange(const TVernierLensdInfo* pThis, const TBounds& tBounds) {
   u32 dwPanFocus = Word_Load(pThis->adwPanFocus[pThis->tFocusBox.iRunningChannel]);
-  // A tracking curve can lead below 0, which is no place at the far end.
-  if (pThis->bSupportICS != 0 && static_cast<i32>(dwPanFocus) < 0) dwPanFocus = 0;
+  // A tracking curve, or a broken table, can lead below 0, which is no place at the far end.
+  if (static_cast<i32>(dwPanFocus) < 0) dwPanFocus = 0;
   const u32 dwWhole = tBounds.dwEnd - tBounds.dwStart;
   const i32 iFirst = g_tVernierLensdConfigInfo.iSearchRangeFirstLevel;
   if (dwWhole <= static_cast<u32>(iFirst)) return {.dwStart = tBounds.dwStart, .dwLength = dwWhole};
@@ -148,14 +148,18 @@ void ClearTableRow(i32 iChannel) {
   std::for_each(pdwRow, pdwRow + dwSize, [](u32& dwEntry) { Word_Store(dwEntry, 0); });
 }
 
-// And back to where it is.
+// And back to where it is; but not where a newer command waits already: the iris may have taken seconds, and a stop
+// would be followed by a walk that nothing stops.
 void SendZoomToReference(TVernierLensdInfo* pThis) {
   const i32 iChannel = pThis->tFocusBox.iRunningChannel;
-  const i32 iWoken = Command_Send(pThis, g_tZoomAxis, iChannel, [&](TMotorCommand& tBlock) {
+  const auto IsNewest = [&] { return Word_Load(pThis->bFocusWake) == 0; };
+  const bool bWritten = Command_WriteIf(pThis, g_tZoomAxis, iChannel, IsNewest, [&](TMotorCommand& tBlock) {
     Word_Store(tBlock.dwPosition, Word_Load(pThis->adwZoomMotorPosition[iChannel]));
     Word_Store(tBlock.dwFunction, FUNCTION_POSITIONING);
   });
-  if (iWoken != 0) std::puts("[vernierlensd] : Waking up zoom motor thread failed.");
+  if (bWritten && Command_Wake(pThis, g_tZoomAxis) != 0) {
+    std::puts("[vernierlensd] : Waking up zoom motor thread failed.");
+  }
 }
 
 i32 ScanFindReference(TVernierLensdInfo* pThis, i32 fd) {
