@@ -1,6 +1,4 @@
 // The ICS lens: whole lives against its simulated driver, judged by where its axes really are and by the transcript.
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <array>
 #include <cmath>
@@ -9,18 +7,11 @@
 #include <map>
 #include <regex>
 
-#include "camera/world_image.h"
-#include "support.h"
+#include "rest.h"
 
 namespace {
 
-constexpr const char* szPositions = "/etc/conf.d/vernierlensd/ics.conf";
-constexpr const char* szStatus = "function=getstatus";
 constexpr u64 qwReady_ms = 8'000;
-
-TLifeEvent Change(u64 qwAt_ms, std::function<void(TWorld*)> fnCall) {
-  return Call(qwAt_ms, std::move(fnCall));
-}
 
 // The driver's requests and the sleeps between them, in short: "GET_ZOOM_SPEED, SET_ZOOM_SPEED 2000, SLEEP 1200, ...",
 // those of one thread from a line on.
@@ -45,19 +36,6 @@ std::string Story(const TLifeResult& tResult, const std::string& sThread, std::s
   return sStory;
 }
 
-// In order, idle, and each axis is where the daemon says.
-void ExpectRest(const TCamera& tCamera, const TLifeResult& tResult) {
-  EXPECT_EQ(tResult.eEnd, LIFE_EXITED) << Tale(tResult);
-  EXPECT_EQ(tResult.iStatus, 0) << Tale(tResult);
-  ASSERT_FALSE(tResult.asReplies.empty());
-  for (const TAxis* ptAxis : {&g_tZoomAxis, &g_tFocusAxis}) {
-    const std::string sKey = ptAxis == &g_tZoomAxis ? "zoom" : "focus";
-    EXPECT_EQ(StatusValue(tResult.asReplies.back(), sKey + "_motor"), tCamera.Truth(LensAxisOf(*ptAxis)))
-        << sKey << Tale(tResult);
-    EXPECT_EQ(StatusValue(tResult.asReplies.back(), sKey + "_enable"), 0) << sKey << Tale(tResult);
-  }
-}
-
 TEST(ICS, SetUpAndRestoreInTheirOrder) {
   const TCamera tCamera("ics");
   const TLifeResult tResult = Live(tCamera, {Ask(qwReady_ms, szStatus)}, qwReady_ms + 500);
@@ -77,14 +55,15 @@ TEST(ICS, SetUpAndRestoreInTheirOrder) {
        {"/root/vernierlensd/focus/virtual/start = 100", "/root/vernierlensd/focus/virtual/end = 3000",
         "/root/vernierlensd/search/range/firstlevel = 1450", "/root/vernierlensd/search/range/secondlevel = 362",
         "/root/vernierlensd/search/range/thirdlevel = 22", "/root/vernierlensd/zoom/onesteptime = 500",
-        "/root/vernierlensd/focus/onesteptime = 400", "iZoomPositionInterval = 125", "load Track value",
-        "choose /etc/conf.d/vernierlensd/ir_curve_y1", "[init]iOldAD=475 AD2TempValue=25"}) {
+        "/root/vernierlensd/focus/onesteptime = 400", "iZoomPositionInterval = 125",
+        "[init]iOldAD=475 AD2TempValue=25"}) {
     EXPECT_TRUE(HasPrinted(tResult, szLine)) << szLine << Tale(tResult);
   }
 }
 
 // What each axis's thread asks of the driver for a command, and how long it waits: the focus from 1215 and its sensor's
-// 400 at 2500 steps a second, the zoom from 600 and its sensor's 300 at 2000.
+// 400 at 2500 steps a second, the zoom from 600 and its sensor's 300 at 2000.  Every request but the one that is made
+// without it is made under the mutex.
 TEST(ICS, CommandsInTheirOrder) {
   const auto Go = [](const char* szAxis, i32 iTo, i32 iWait_ms) {
     const std::string sAxis = szAxis;
@@ -110,6 +89,9 @@ TEST(ICS, CommandsInTheirOrder) {
       {"function=scan", sToPI + Go("FOCUS", 100, 120) + Steps(100, 20), sZoomToPI + Go("ZOOM", 600, 150)},
       {"function=auto", Go("FOCUS", 553, 265) + Steps(553, 50), ""},
       {"function=focus&direction=direct&position=2000", Go("FOCUS", 2000, 314), ""},
+      {"function=focus&direction=direct&position=90000", Go("FOCUS", 3000, 714), ""},
+      {"function=focus&direction=direct&position=-1", Go("FOCUS", 100, 446), ""},
+      {"function=zoom&direction=direct&position=5", Go("FOCUS", 748, 187), "SLEEP 300, " + Go("ZOOM", 100, 250)},
       {"function=focus&direction=forward&steps=99", Go("FOCUS", 1245, 12), ""},
       {"function=focus&direction=backward&steps=20", Go("FOCUS", 1195, 8), ""},
       {"function=zoom&direction=direct&position=900", Go("FOCUS", 1557, 137), "SLEEP 300, " + Go("ZOOM", 900, 150)},
@@ -131,83 +113,36 @@ TEST(ICS, CommandsInTheirOrder) {
     EXPECT_EQ(sFocus, tCase.sFocus) << sTale;
     EXPECT_EQ(Story(tResult, sFocusThread == "t1" ? "t2" : "t1", "request 0"), tCase.sZoom) << sTale;
     const std::size_t dwZoomed = tResult.sTranscript.rfind("ICS_GET_ZOOM_POSITION");
+    const auto Seen = [&](const char* szText) { return Count(tResult.sTranscript, szText); };
+    EXPECT_EQ(Seen("icsdriver ICS_"), Seen(" locked\n") + Seen("icsdriver ICS_CHECK_DETACHED")) << sTale;
     EXPECT_TRUE(!bSweeps || dwZoomed == std::string::npos || dwZoomed < tResult.sTranscript.find(" : Start ")) << sTale;
-  }
-}
-
-// Every request but the one that is made without it.
-TEST(ICS, RequestsAreMadeUnderTheMutex) {
-  const TCamera tCamera("ics");
-  const TLifeResult tResult = Live(tCamera,
-                                   {Ask(qwReady_ms, "function=zoom&direction=direct&position=900"),
-                                    Ask(20'000, "function=scan"), Ask(80'000, "function=positioning")},
-                                   140'000);
-  std::istringstream tLines(tResult.sTranscript);
-  u32 dwLocked = 0;
-  for (std::string sLine; std::getline(tLines, sLine);) {
-    if (sLine.find("icsdriver ICS_") == sLine.npos) continue;
-    const bool bCheck = sLine.find("ICS_CHECK_DETACHED") != sLine.npos;
-    EXPECT_EQ(sLine.ends_with(" locked"), !bCheck) << sLine;
-    dwLocked += bCheck ? 0 : 1;
-  }
-  EXPECT_GT(dwLocked, 100U);
-}
-
-TEST(ICS, MovesGoWhereTheyShould) {
-  const struct {
-    const char* szQuery;
-    i32 iZoom, iFocus;  // below 0: wherever it is sharp
-  } atCases[] = {
-      {"function=focus&direction=direct&position=2000", 600, 2000},
-      {"function=focus&direction=direct&position=90000", 600, 3000},
-      {"function=focus&direction=direct&position=-1", 600, 100},
-      {"function=focus&direction=forward&steps=20", 600, 1235},
-      {"function=zoom&direction=direct&position=5", 100, 748},  // along curve 0
-      {"function=zoom&direction=direct&position=2100", 2100, 2388},
-      {"function=motorreset", 100, 400},
-      {"function=resetfocus", 600, 1215},
-      {"function=auto", 600, -1},
-      {"function=scan", 600, -1},
-  };
-  for (const auto& tCase : atCases) {
-    SCOPED_TRACE(tCase.szQuery);
-    const TCamera tCamera("ics");
-    const TLifeResult tResult = Live(tCamera, {Ask(qwReady_ms, tCase.szQuery), Ask(120'000, szStatus)}, 121'000);
-    ExpectRest(tCamera, tResult);
-    EXPECT_EQ(tCamera.Truth(LENS_ZOOM), tCase.iZoom) << Tale(tResult);
-    EXPECT_TRUE(tCase.iFocus < 0 || tCamera.Truth(LENS_FOCUS) == tCase.iFocus)
-        << tCamera.Truth(LENS_FOCUS) << Tale(tResult);
-    TWorld* ptWorld = World_Map(tCamera.sRoot.c_str());
-    const double dOff = tCamera.Truth(LENS_FOCUS) - World_SharpFocus(ptWorld, 0);
-    EXPECT_TRUE(tCase.iFocus >= 0 || std::fabs(dOff) < World_DepthOfFocus(ptWorld, 0)) << dOff << Tale(tResult);
-    World_Unmap(ptWorld);
   }
 }
 
 // A client's focus chooses the curve; the zoom then stays sharp along it, and temperature and night are followed.
 TEST(ICS, FocusIsKept) {
   const TCamera tCamera("ics");
-  std::vector<TLifeEvent> atEvents = {Ask(qwReady_ms, "function=auto")};
+  std::vector<TLifeEvent> atEvents = {Ask(qwReady_ms, "function=auto"), Ask(40'000, "function=scan")};
   const auto Look = [&](u64 qwAt_ms, const char* szWhat) {
-    atEvents.push_back(Change(qwAt_ms, [szWhat](TWorld* ptWorld) {
+    atEvents.push_back(Call(qwAt_ms, [szWhat](TWorld* ptWorld) {
       Lens_Settle(&ptWorld->tLens, World_Now_us(ptWorld));
       const double dOff = Lens_GlassVirtual(&ptWorld->tLens, 0, LENS_FOCUS) - World_SharpFocus(ptWorld, 0);
       std::printf("%s off by %.1f\n", szWhat, dOff);
     }));
   };
-  u64 qwAt_ms = 60'000;
+  u64 qwAt_ms = 120'000;
   for (const u32 dwZoom : {100U, 700U, 1500U, 2100U, 1100U}) {
     atEvents.push_back(Ask(qwAt_ms, "function=zoom&direction=direct&position=" + std::to_string(dwZoom)));
     Look(qwAt_ms + 15'000, "zoom");
     qwAt_ms += 20'000;
   }
   for (const double dTemperature_C : {28.0, 34.0, 45.0, 12.0, -10.0}) {
-    atEvents.push_back(Change(qwAt_ms, [=](TWorld* ptWorld) { ptWorld->dTemperature_C = dTemperature_C; }));
+    atEvents.push_back(SetTemperature(qwAt_ms, dTemperature_C));
     Look(qwAt_ms + 130'000, "temperature");
     qwAt_ms += 140'000;
   }
-  for (const u32 bNight : {1U, 0U}) {
-    atEvents.push_back(Change(qwAt_ms, [=](TWorld* ptWorld) { ptWorld->bNight = bNight; }));
+  for (const bool bNight : {true, false}) {
+    atEvents.push_back(SetNight(qwAt_ms, bNight));
     Look(qwAt_ms + 15'000, "night");
     qwAt_ms += 20'000;
   }
@@ -237,16 +172,13 @@ struct TRequestLife {
 };
 
 std::vector<TRequestLife> RequestLives() {
-  const auto Warm = [](u64 qwAt_ms, double dTemperature_C) {
-    return Change(qwAt_ms, [=](TWorld* ptWorld) { ptWorld->dTemperature_C = dTemperature_C; });
-  };
   return {{"Start", "normal\n", {Ask(qwReady_ms, szStatus)}, qwReady_ms + 500},
           {"Restore", "restore\n", {Ask(58'000, szStatus)}, 60'000, true},
           {"Moves",
            "normal\n",
            {Ask(qwReady_ms, "function=zoom&direction=direct&position=1800"), Ask(9'000, "function=stop"),
-            Ask(14'000, "function=focus&direction=forward&steps=30"), Change(20'000, [](TWorld* t) { t->bNight = 1; }),
-            Warm(30'000, 45), Ask(125'000, "function=zoom&direction=backward&steps=5"), Ask(130'000, szStatus)},
+            Ask(14'000, "function=focus&direction=forward&steps=30"), SetNight(20'000), SetTemperature(30'000, 45),
+            Ask(125'000, "function=zoom&direction=backward&steps=5"), Ask(130'000, szStatus)},
            131'000},
           {"Searches",
            "normal\n",
@@ -292,16 +224,9 @@ TFacts Facts(const TLifeResult& tResult) {
 
 std::array<i32, LENS_AXES> ReadSaved(const TCamera& tCamera) {
   std::array<i32, LENS_AXES> aiSaved = {-1, -1};
-  const std::string sSaved = tCamera.Read(szPositions);
+  const std::string sSaved = tCamera.Read(szICSPositionsPath);
   EXPECT_EQ(std::sscanf(sSaved.c_str(), "zoom_motor=%d\nfocus_motor=%d\n", &aiSaved[0], &aiSaved[1]), 2) << sSaved;
   return aiSaved;
-}
-
-// Clients are told the same, and that the zoom is at rest.
-void ExpectTold(const TLifeResult& tResult, const std::array<i32, LENS_AXES>& aiPositions) {
-  EXPECT_EQ(StatusValue(tResult.asReplies.back(), "zoom_motor"), aiPositions[LENS_ZOOM]);
-  EXPECT_EQ(StatusValue(tResult.asReplies.back(), "focus_motor"), aiPositions[LENS_FOCUS]);
-  EXPECT_EQ(StatusValue(tResult.asReplies.back(), "zoom_enable"), 0);
 }
 
 class Detached : public testing::TestWithParam<std::size_t> {};
@@ -332,12 +257,14 @@ TEST_P(Detached, AtEveryRequest) {
     EXPECT_LT(tFacts.dSlowestReply_s, 1);
     EXPECT_LT(tFacts.dwMostAtOnce, 30U);  // the whole set-up of a lens that does not answer
     const auto aiSaved = ReadSaved(tCamera);
-    if (tLife.atEvents.back().sQuery == szStatus) ExpectTold(tResult, aiSaved);
-    for (const u32 dwAxis : {LENS_ZOOM, LENS_FOCUS}) {
-      const std::vector<i32>& aiGone = tFacts.aiGone[dwAxis];
+    const bool bTold = tLife.atEvents.back().sQuery == szStatus;  // clients are told what is saved
+    EXPECT_EQ(bTold ? Judge_Idle(tResult.asReplies.back(), LENS_ZOOM) : "", "");
+    for (const ELensAxis eAxis : g_aeAxes) {
+      EXPECT_EQ(bTold ? Judge_Belief(tResult.asReplies.back(), eAxis, aiSaved[eAxis]) : "", "");
+      const std::vector<i32>& aiGone = tFacts.aiGone[eAxis];
       std::vector<i32> aiGood = {aiGone.front(), aiGone.back(), aiGone[aiGone.size() - 2]};
-      if (tLife.bSearches) aiGood = tFacts.aiAsked[dwAxis];
-      EXPECT_NE(std::find(aiGood.begin(), aiGood.end(), aiSaved[dwAxis]), aiGood.end()) << aiSaved[dwAxis];
+      if (tLife.bSearches) aiGood = tFacts.aiAsked[eAxis];
+      EXPECT_NE(std::find(aiGood.begin(), aiGood.end(), aiSaved[eAxis]), aiGood.end()) << aiSaved[eAxis];
     }
   }
   EXPECT_GT(qwRequests, 20U);
@@ -355,15 +282,16 @@ TEST(ICS, NoAnswerIsSaved) {
           "function=motorreset"}) {
       const TCamera tCamera("ics");
       const TLifeResult tResult = Live(tCamera,
-                                       {Change(qwFrom_ms, [](TWorld* ptWorld) { ptWorld->tLens.bICSGetsFail = 1; }),
+                                       {Call(qwFrom_ms, [](TWorld* ptWorld) { ptWorld->tLens.bICSGetsFail = 1; }),
                                         Ask(qwReady_ms + 1, szQuery), Ask(100'000, szStatus)},
                                        101'000);
       SCOPED_TRACE(std::string(szQuery) + " " + std::to_string(qwFrom_ms) + Tale(tResult));
       ASSERT_EQ(tResult.eEnd, LIFE_EXITED);
-      const auto aiSaved = ReadSaved(tCamera);
-      ExpectTold(tResult, aiSaved);
-      EXPECT_EQ(aiSaved[LENS_ZOOM], tCamera.Truth(LENS_ZOOM));
-      EXPECT_EQ(aiSaved[LENS_FOCUS], tCamera.Truth(LENS_FOCUS));
+      EXPECT_EQ(Judge_Idle(tResult.asReplies.back(), LENS_ZOOM), "");
+      for (const ELensAxis eAxis : g_aeAxes) {
+        EXPECT_EQ(Judge_Belief(tResult.asReplies.back(), eAxis, tCamera.Truth(eAxis)), "");
+        EXPECT_EQ(ReadSaved(tCamera)[eAxis], tCamera.Truth(eAxis));
+      }
     }
   }
 }
@@ -376,11 +304,11 @@ TEST(ICS, BrokenFiles) {
     const char* szLine;
     bool bRuns;
   } atCases[] = {
-      {"/etc/conf.d/config_ics.xml", "<root><ics>", "[vernierlensd] : Failed to open device", false},
-      {szPositions, nullptr, "[vernierlensd] : fopen failed!", false},
-      {szPositions, "", "[ics init]pThis->dwZoomMotorPosition[iDev] = 100", true},
-      {szPositions, "zoom_motor=-5\nfocus_motor=4294967291\n", "[ics init]pThis->dwFocusMotorPosition[iDev]  = 3050",
-       true},
+      {szICSConfigPath, "<root><ics>", "[vernierlensd] : Failed to open device", false},
+      {szICSPositionsPath, nullptr, "[vernierlensd] : fopen failed!", false},
+      {szICSPositionsPath, "", "[ics init]pThis->dwZoomMotorPosition[iDev] = 100", true},
+      {szICSPositionsPath, "zoom_motor=-5\nfocus_motor=4294967291\n",
+       "[ics init]pThis->dwFocusMotorPosition[iDev]  = 3050", true},
       {"/etc/conf.d/vernierlensd/tracking_curve_y0", "0 1 2 3f80", "Current Tracking Curve [0]", true},
       {"/etc/conf.d/vernierlensd/temp_curve_y1", "nothing", "One Mins fly", true},
       {"/etc/conf.d/vernierlensd/ad_curve_y0", nullptr, "[vernierlensd] : fopen failed!", true},
@@ -389,16 +317,12 @@ TEST(ICS, BrokenFiles) {
   for (const auto& tCase : atCases) {
     SCOPED_TRACE(std::string(tCase.szPath) + ": " + (tCase.szText == nullptr ? "missing" : tCase.szText));
     const TCamera tCamera("ics");
-    if (tCase.szText != nullptr) {
-      tCamera.Write(tCase.szPath, tCase.szText);
-    } else {
-      std::remove(tCamera.Path(tCase.szPath).c_str());
-    }
+    std::remove(tCamera.Path(tCase.szPath).c_str());
+    if (tCase.szText != nullptr) tCamera.Write(tCase.szPath, tCase.szText);
     const TLifeResult tResult =
         Live(tCamera,
-             {Change(10'000, [](TWorld* ptWorld) { ptWorld->dTemperature_C = 60; }),
-              Change(20'000, [](TWorld* ptWorld) { ptWorld->bNight = 1; }),
-              Ask(80'000, "function=zoom&direction=direct&position=700"), Ask(140'000, szStatus)},
+             {SetTemperature(10'000, 60), SetNight(20'000), Ask(80'000, "function=zoom&direction=direct&position=700"),
+              Ask(140'000, szStatus)},
              141'000);
     EXPECT_TRUE(HasPrinted(tResult, tCase.szLine)) << Tale(tResult);
     if (tCase.bRuns) ExpectRest(tCamera, tResult);

@@ -1,14 +1,12 @@
 // The step moves, judged by the driver's requests and the true motor.  Every table runs over both axes.
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <sys/ioctl.h>
-#include <unistd.h>
 
 #include <cstdio>
 
 #include "motor/axis_move.h"
 #include "motor/command_box.h"
-#include "support.h"
+#include "rest.h"
 
 namespace {
 
@@ -40,10 +38,7 @@ void SetUpContext(const TAxis& tAxis, const TSetUp& tSetUp) {
 TLifeResult RunMove(const TCamera& tCamera, const TAxis& tAxis, const TSetUp& tSetUp, std::function<i32(i32 fd)> fnMove,
                     std::vector<TLifeEvent> atEvents = {}) {
   tCamera.Place(LensAxisOf(tAxis), tSetUp.dwFrom);
-  TLifePlan tPlan;
-  tPlan.sRoot = tCamera.sRoot;
-  tPlan.qwSeed = FirstSeed();
-  tPlan.atEvents = std::move(atEvents);
+  TLifePlan tPlan = {.sRoot = tCamera.sRoot, .qwSeed = FirstSeed(), .atEvents = std::move(atEvents)};
   tPlan.fnBody = [&](TWorld*) {
     SetUpContext(tAxis, tSetUp);
     const i32 fd = open(tAxis.szDevice, O_WRONLY);
@@ -63,15 +58,13 @@ i32 MoveTo(const TAxis& tAxis, i32 fd, u32 dwTarget) {
                            : VernierLensd_MoveFocus(&g_tInfo, fd, dwTarget);
 }
 
-struct TMoveCase {
+const struct {
   const char* szName;
   TSetUp tSetUp;
   u32 dwTarget;
   const char* szRequests;  // behind SELECT 0
   u32 dwAfter;
-};
-
-const TMoveCase g_atMoves[] = {
+} g_atMoves[] = {
     {"forward: no take-up", {.dwFrom = 100}, 120, "FORWARD, WALK 160", 120},
     {"backward: slack taken up", {.dwFrom = 120}, 100, "BACKWARD, WALK 160, WALK 64, FORWARD, WALK 64", 100},
     {"in place: a walk of 0", {.dwFrom = 50}, 50, "FORWARD, WALK 0", 50},
@@ -95,7 +88,7 @@ const TMoveCase g_atMoves[] = {
 
 TEST(Move, AsksTheDriverAndArrives) {
   for (const TAxis* ptAxis : {&g_tZoomAxis, &g_tFocusAxis}) {
-    for (const TMoveCase& tCase : g_atMoves) {
+    for (const auto& tCase : g_atMoves) {
       const TCamera tCamera("zoom");
       const TLifeResult tResult =
           RunMove(tCamera, *ptAxis, tCase.tSetUp, [&](i32 fd) { return MoveTo(*ptAxis, fd, tCase.dwTarget); });
@@ -136,7 +129,7 @@ TEST(Move, StopAtEveryDriverStepLeavesTheCounterTrue) {
   }
 }
 
-struct TRecoverCase {
+const struct {
   const char* szName;
   i32 iWalk;      // driver steps asked for and not walked when the repair comes
   u32 dwOneStep;  // of the configuration
@@ -144,9 +137,7 @@ struct TRecoverCase {
   bool bForward;
   u32 dwAfter;  // from 100
   const char* szRest;
-};
-
-const TRecoverCase g_atRecovers[] = {
+} g_atRecovers[] = {
     {"37 of 8: four whole, five finished", 37, 8, 4, true, 100, ", WALK 5"},
     {"the driver is ahead of time", 16, 8, 5, true, 103, ""},
     {"the driver is behind time", 40, 8, 3, true, 98, ""},
@@ -157,13 +148,13 @@ const TRecoverCase g_atRecovers[] = {
 
 TEST(Move, RecoverCorrectsByTheDriver) {
   for (const TAxis* ptAxis : {&g_tZoomAxis, &g_tFocusAxis}) {
-    for (const TRecoverCase& tCase : g_atRecovers) {
+    for (const auto& tCase : g_atRecovers) {
       const TCamera tCamera("zoom");
       const TLifeResult tResult = RunMove(tCamera, *ptAxis, {.dwFrom = 100}, [&](i32 fd) {
         g_tVernierLensdConfigInfo.*ptAxis->pdwVirtualOneStep = tCase.dwOneStep;
-        TWorld* ptWorld = World_Map(tCamera.sRoot.c_str());
-        ptWorld->tLens.atModel[LensAxisOf(*ptAxis)].qwStepTime_ns = 1'000'000'000;  // nothing walks before the stop
-        World_Unmap(ptWorld);
+        ChangeWorld(tCamera, [&](TWorld& tWorld) {
+          tWorld.tLens.atModel[LensAxisOf(*ptAxis)].qwStepTime_ns = 1'000'000'000;  // nothing walks before the stop
+        });
         Axis_Command(&g_tInfo, *ptAxis) = {};
         EXPECT_EQ(0, ioctl(fd, MOTOR_WALK_STEPS, tCase.iWalk));
         (ptAxis->bFocusLeads ? VernierLensd_RecoverZoomMove : VernierLensd_RecoverFocusMove)(&g_tInfo, fd, tCase.dwLeft,
@@ -177,26 +168,18 @@ TEST(Move, RecoverCorrectsByTheDriver) {
   }
 }
 
-struct TCommandCase {
-  const char* szName;
-  u32 dwDirection;
-  u32 dwSteps;
-  u32 dwPosition;
-  u32 dwAfter;       // from 100
-  u32 dwStepsAfter;  // what the block then holds
-};
-
-const TCommandCase g_atCommands[] = {
-    {"forward", DIRECTION_FORWARD, 7, 0, 107, 7},
-    {"forward, capped, the cap written back", DIRECTION_FORWARD, 40, 0, 130, 30},
-    {"a negative count is capped as well", DIRECTION_BACKWARD, 4294967295, 0, 70, 30},
-    {"direct has no cap", DIRECTION_DIRECT, 40, 160, 160, 40},
-    {"another direction moves nothing", 3, 7, 160, 100, 7},
-};
+const struct {
+  u32 dwDirection, dwSteps, dwPosition;
+  u32 dwAfter, dwStepsAfter;  // from 100; what the block then holds
+} g_atCommands[] = {{DIRECTION_FORWARD, 7, 0, 107, 7},
+                    {DIRECTION_FORWARD, 40, 0, 130, 30},  // capped, the cap written back
+                    {DIRECTION_BACKWARD, 4294967295, 0, 70, 30},
+                    {DIRECTION_DIRECT, 40, 160, 160, 40},
+                    {3, 7, 160, 100, 7}};
 
 TEST(Move, CommandTurnsTheBlockIntoATarget) {
   for (const TAxis* ptAxis : {&g_tZoomAxis, &g_tFocusAxis}) {
-    for (const TCommandCase& tCase : g_atCommands) {
+    for (const auto& tCase : g_atCommands) {
       const TCamera tCamera("zoom");
       const TLifeResult tResult = RunMove(tCamera, *ptAxis, {.dwFrom = 100}, [&](i32 fd) {
         TMotorCommand& tBlock = Axis_Command(&g_tInfo, *ptAxis);
@@ -208,9 +191,10 @@ TEST(Move, CommandTurnsTheBlockIntoATarget) {
         (ptAxis->bFocusLeads ? VernierLensd_ZoomCommand : VernierLensd_FocusCommand)(&g_tInfo, fd);
         return 0;
       });
-      SCOPED_TRACE(std::string(tCase.szName) + ", " + DeviceOf(*ptAxis) + "\n" + Tale(tResult));
-      EXPECT_TRUE(HasPrinted(tResult, "result 0 position " + std::to_string(tCase.dwAfter) + " function 0 steps " +
-                                          std::to_string(tCase.dwStepsAfter)));
+      EXPECT_EQ(Count(Printed(tResult), " position " + std::to_string(tCase.dwAfter) + " function 0 steps " +
+                                            std::to_string(tCase.dwStepsAfter) + "\n"),
+                1U)
+          << Tale(tResult);
       EXPECT_EQ(tCamera.Truth(LensAxisOf(*ptAxis)), tCase.dwAfter);
     }
   }

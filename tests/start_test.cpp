@@ -1,18 +1,10 @@
 // Start-up on files that are broken or missing, release after each failed step, the command line.
-#include <gtest/gtest.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <csignal>
 #include <filesystem>
 
-#include "support.h"
+#include "rest.h"
 
 namespace {
-
-constexpr const char* szConfig = "/etc/conf.d/vernierlensd/config_vernierlensd.xml";
-constexpr const char* szCapability = "/etc/conf.d/config_capability.xml";
-constexpr const char* szPositions = "/etc/conf.d/vernierlensd/vernierlensd.conf";
 
 // Puts sNew between the element's tags of the model's configuration.
 void SetKey(const TCamera& tCamera, std::string_view sPath, std::string_view sElement, std::string_view sNew) {
@@ -24,112 +16,91 @@ void SetKey(const TCamera& tCamera, std::string_view sPath, std::string_view sEl
 }
 
 struct TBreak {
-  const char* szName;
-  std::function<void(const TCamera&)> fnBreak;
+  const char* szPath;
+  const char* szText;  // null: the file is missing; szFolder: a folder that is not empty
   const char* szLine;  // what start-up prints
   const char* szThen;  // the line of the layer above
 };
 
-TBreak Removed(const char* szPath, const char* szLine, const char* szThen) {
-  return {szPath, [=](const TCamera& tCamera) { unlink(tCamera.Path(szPath).c_str()); }, szLine, szThen};
-}
-
-TBreak Replaced(const char* szPath, std::string sText, const char* szLine, const char* szThen) {
-  return {szPath, [=](const TCamera& tCamera) { tCamera.Write(szPath, sText); }, szLine, szThen};
-}
-
+constexpr const char* szFolder = "a folder";
 constexpr const char* szTypeFailed = "[vernierlensd] : VernierLensd_CheckLensType failed.";
 constexpr const char* szLoadFailed = "[vernierlensd] : VernierLensd_LoadConfigFile failed.";
 
 TEST(Start, BrokenFilesEndItInOrder) {
   const TBreak atBreaks[] = {
-      Removed("/etc/conf.d/config_videoin_c0.xml", "[vernierlensd] : SXMLParser_Process failed = 0xffffffff\r",
-              szTypeFailed),
-      Replaced("/etc/conf.d/config_videoin_c0.xml", "", "[vernierlensd] : Parse root_videoin_c0_lens_modelname error.",
-               szTypeFailed),
-      Replaced("/etc/conf.d/config_videoin_c0.xml", "<root><videoin>",
-               "[vernierlensd] : SXMLParser_Process failed = 0x80000010\r", szTypeFailed),
-      Replaced("/etc/conf.d/config_videomode_c0.xml", "<root></root>",
-               "[vernierlensd] : Parse root_capability_videoin_c0_lens_type error.", szTypeFailed),
-      Removed(szCapability, "[vernierlensd] : XML parser failed, index = -1.", szLoadFailed),
-      Replaced(szCapability, "<root>\n<capability>", "[vernierlensd] : XML parser failed, index = 2.", szLoadFailed),
-      Removed("/etc/conf.d/config_imagefeature.xml", "[vernierlensd] : XML parser failed, index = -1.", szLoadFailed),
-      Replaced(szConfig, "", "[vernierlensd] : XML parser failed, index = 1.", szLoadFailed),
-      {"the positions are a directory",
-       [](const TCamera& t) {
-         unlink(t.Path(szPositions).c_str());
-         mkdir(t.Path(szPositions).c_str(), 0755);
-       },
-       "[vernierlensd] : fopen /etc/conf.d/vernierlensd/vernierlensd.conf failed!", szLoadFailed},
-      Removed(szPositions, "[vernierlensd] : fopen /etc/conf.d/vernierlensd/vernierlensd.conf failed!", szLoadFailed),
-      {"a table of 4 billion entries", [](const TCamera& t) { SetKey(t, szConfig, "totalstep", "4294967295"); },
-       "iZoomPositionInterval = 134217727", "[vernierlensd] : Create focus pan table failed."},
-      {"the FIFO's place is taken",
-       [](const TCamera& t) { std::filesystem::create_directories(t.Path("/tmp/VernierLensFIFO/x")); },
-       "[vernierlensd] : Failed to remove /tmp/VernierLensFIFO.", "[vernierlensd] : VernierLensd_InitFIFO failed."},
+      {szVideoInPath, nullptr, "[vernierlensd] : SXMLParser_Process failed = 0xffffffff\r", szTypeFailed},
+      {szVideoInPath, "", "[vernierlensd] : Parse root_videoin_c0_lens_modelname error.", szTypeFailed},
+      {szVideoInPath, "<root><videoin>", "[vernierlensd] : SXMLParser_Process failed = 0x80000010\r", szTypeFailed},
+      {szVideoModePath, "<root></root>", "[vernierlensd] : Parse root_capability_videoin_c0_lens_type error.",
+       szTypeFailed},
+      {szCapabilityPath, nullptr, "[vernierlensd] : XML parser failed, index = -1.", szLoadFailed},
+      {szCapabilityPath, "<root>\n<capability>", "[vernierlensd] : XML parser failed, index = 2.", szLoadFailed},
+      {szImageFeaturePath, nullptr, "[vernierlensd] : XML parser failed, index = -1.", szLoadFailed},
+      {szConfigPath, "", "[vernierlensd] : XML parser failed, index = 1.", szLoadFailed},
+      {szPositionsPath, nullptr, "[vernierlensd] : fopen /etc/conf.d/vernierlensd/vernierlensd.conf failed!",
+       szLoadFailed},
+      {szPositionsPath, szFolder, "[vernierlensd] : fopen /etc/conf.d/vernierlensd/vernierlensd.conf failed!",
+       szLoadFailed},
+      {szFIFOPath, szFolder, "[vernierlensd] : Failed to remove /tmp/VernierLensFIFO.",
+       "[vernierlensd] : VernierLensd_InitFIFO failed."},
   };
   for (const TBreak& tBreak : atBreaks) {
     const TCamera tCamera("zoom");
-    const std::string sSaved = tCamera.Read(szPositions);
-    tBreak.fnBreak(tCamera);
-    const bool bThere = std::filesystem::is_regular_file(tCamera.Path(szPositions));
+    const std::string sSaved = tCamera.Read(szPositionsPath), sPath = tCamera.Path(tBreak.szPath);
+    std::filesystem::remove(sPath);
+    if (tBreak.szText == szFolder) std::filesystem::create_directories(sPath + "/x");
+    if (tBreak.szText != nullptr && tBreak.szText != szFolder) tCamera.Write(tBreak.szPath, tBreak.szText);
+    const bool bThere = std::filesystem::is_regular_file(tCamera.Path(szPositionsPath));
     const TLifeResult tResult = Live(tCamera, {}, 1000);
-    SCOPED_TRACE(std::string(tBreak.szName) + "\n" + Tale(tResult));
-    EXPECT_EQ(tResult.eEnd, LIFE_EXITED);
-    EXPECT_EQ(tResult.iStatus, 0);
+    SCOPED_TRACE(tBreak.szPath + Tale(tResult));
+    EXPECT_EQ(Judge_Order(tResult), "");
     EXPECT_TRUE(HasPrinted(tResult, tBreak.szLine));
     EXPECT_NE(Printed(tResult).find(std::string(tBreak.szThen) + "\n[vernierlensd] : VernierLensd_Init failed.\n"
                                                                  "[vernierlensd] : Release resources...OK\n"),
               std::string::npos);
     EXPECT_EQ(Requests(tResult, "zoommotor"), "");
     if (bThere) {
-      EXPECT_EQ(tCamera.Read(szPositions), sSaved) << "a start that fails costs nothing that was saved";
+      EXPECT_EQ(tCamera.Read(szPositionsPath), sSaved) << "a start that fails costs nothing that was saved";
     }
   }
 }
 
 // A daemon that runs on nonsense stays safe: it answers, every move ends, and SIGTERM ends it.
 TEST(Start, NonsenseRunsAndStaysSafe) {
-  const struct {
-    const char* szElement;
-    const char* szValue;
-  } atValues[] = {{"onestep", "0"},
-                  {"onestep", "-8"},
-                  {"onesteptime", "0"},
-                  {"onesteptime", "-1"},
-                  {"end", "-1"},
-                  {"end", "0"},
-                  {"start", "-1"},
-                  {"adjuststep", "-1"},
-                  {"totalstep", "0"},
-                  {"adjuststep", "word"},
-                  {"onestep", "99999999999"},
-                  {"nvideoin", "0"},
-                  {"nvideoin", "6"},
-                  {"nvideoin", "-1"},
-                  {"focusstart", ""}};
-  for (const auto& tValue : atValues) {
+  const std::pair<std::string, const char*> atValues[] = {
+      {"onestep", "0"},     {"onestep", "-8"},      {"onestep", "99999999999"},
+      {"onesteptime", "0"}, {"onesteptime", "-1"},  {"end", "-1"},
+      {"end", "0"},         {"start", "-1"},        {"adjuststep", "-1"},
+      {"totalstep", "0"},   {"adjuststep", "word"}, {"nvideoin", "0"},
+      {"nvideoin", "6"},    {"nvideoin", "-1"},     {"focusstart", ""}};
+  for (const auto& [sElement, szValue] : atValues) {
     const TCamera tCamera("zoom");
-    const bool bChannels = std::string_view(tValue.szElement) == "nvideoin";
-    SetKey(tCamera, bChannels ? szCapability : szConfig, tValue.szElement, tValue.szValue);
+    SetKey(tCamera, sElement == "nvideoin" ? szCapabilityPath : szConfigPath, sElement, szValue);
     const TLifeResult tResult = Live(tCamera,
                                      {Ask(100, "function=zoom&direction=direct&position=400"),
-                                      Ask(5000, "function=zoom&direction=backward&steps=30"),
-                                      Ask(9000, "function=getstatus"), Ask(9100, "function=getparam&position=9")},
+                                      Ask(5000, "function=zoom&direction=backward&steps=30"), Ask(9000, szStatus),
+                                      Ask(9100, "function=getparam&position=9")},
                                      9500);
-    SCOPED_TRACE(std::string(tValue.szElement) + " " + tValue.szValue + "\n" + Tale(tResult));
-    EXPECT_EQ(tResult.eEnd, LIFE_EXITED);
-    EXPECT_EQ(tResult.iStatus, 0);
+    SCOPED_TRACE(sElement + " " + szValue + "\n" + Tale(tResult));
+    EXPECT_EQ(Judge_Order(tResult), "");
     ASSERT_EQ(tResult.asReplies.size(), 4U);
     EXPECT_EQ(StatusValue(tResult.asReplies[2], "zoom_enable"), 0);
     EXPECT_LT(tResult.qwTime_us, 15'000'000U);
   }
 }
 
+TEST(Start, TableOfFourBillionEntriesEndsIt) {
+  const TCamera tCamera("zoom");
+  SetKey(tCamera, szConfigPath, "totalstep", "4294967295");
+  const TLifeResult tResult = Live(tCamera, {}, 1000);
+  EXPECT_EQ(Judge_Order(tResult), "") << Tale(tResult);
+  EXPECT_TRUE(HasPrinted(tResult, "[vernierlensd] : Create focus pan table failed.")) << Tale(tResult);
+}
+
 TEST(Start, SavedPositionsOutsideTheRangeAreLimited) {
   const TCamera tCamera("zoom");
-  tCamera.Write(szPositions, "zoom_motor=-5\nfocus_motor=1481\n");
-  const TLifeResult tResult = Live(tCamera, {Ask(500, "function=getstatus")}, 1000);
+  tCamera.Write(szPositionsPath, "zoom_motor=-5\nfocus_motor=1481\n");
+  const TLifeResult tResult = Live(tCamera, {Ask(500, szStatus)}, 1000);
   EXPECT_EQ(StatusValue(tResult.asReplies[0], "zoom_motor"), 0);
   EXPECT_EQ(StatusValue(tResult.asReplies[0], "focus_motor"), 1480);
   EXPECT_TRUE(HasPrinted(tResult, "[vernierlensd] : Saved position -5 is outside the range, 0 is used."));
@@ -137,23 +108,21 @@ TEST(Start, SavedPositionsOutsideTheRangeAreLimited) {
 
 TEST(Start, LeavesAndReplacesItsFiles) {
   const TCamera tCamera("zoom");
-  tCamera.Write("/tmp/VernierLensFIFO", "stale");
+  tCamera.Write(szFIFOPath, "stale");
   const TLifeResult tResult = Live(tCamera,
                                    {Call(500,
                                          [&](TWorld*) {
-                                           if (tCamera.Read("/var/run/vernierlensd.pid") != "4711") std::abort();
+                                           if (tCamera.Read(szPidPath) != "4711") std::abort();
                                          })},
                                    1000);
-  EXPECT_EQ(tResult.eEnd, LIFE_EXITED) << Tale(tResult);
-  struct stat tStat = {};
-  EXPECT_EQ(stat(tCamera.Path("/tmp/VernierLensFIFO").c_str(), &tStat), 0);
-  EXPECT_TRUE(S_ISFIFO(tStat.st_mode));
-  EXPECT_NE(access(tCamera.Path("/var/run/vernierlensd.pid").c_str(), F_OK), 0);
+  EXPECT_EQ(Judge_Order(tResult), "") << Tale(tResult);
+  EXPECT_TRUE(std::filesystem::is_fifo(tCamera.Path(szFIFOPath)));
+  EXPECT_FALSE(Exists(tCamera, szPidPath));
 }
 
 TEST(Start, MotorThatIsNotThereEndsTheDaemon) {
   const TCamera tCamera("zoomonly");
-  SetKey(tCamera, "/etc/conf.d/config_imagefeature.xml", "vernierlens", "1");
+  SetKey(tCamera, szImageFeaturePath, "vernierlens", "1");
   const TLifeResult tResult = Live(tCamera, {}, 20'000);
   EXPECT_TRUE(HasPrinted(tResult, "[vernierlensd] : Failed to open device")) << Tale(tResult);
   EXPECT_TRUE(HasPrinted(tResult, "[vernierlensd] : Motor thread ends unexpectedly!"));
@@ -180,23 +149,19 @@ TEST(Start, SigtermEndsItAtOnce) {
 }
 
 TEST(Start, OptionsPrintAndTouchNothing) {
-  const struct {
-    std::vector<std::string> asArgs;
-    const char* szFirstLine;
-  } atCases[] = {{{"vernierlensd", "-d", "-v"}, "VernierLensd Version: 1.0.4.0\nLast Modify Date:     2018/06/10 \n"},
-                 {{"vernierlensd", "-vd"}, "VernierLensd Version: 1.0.4.0\nLast Modify Date:     2018/06/10 \n"},
-                 {{"vernierlensd", "-x"}, "Vernier Lens daemon\nUsage:\nvernierlensd [-d][-v][-h]\nOptions:\n"},
-                 {{"vernierlensd", "-d", "-h"}, "Vernier Lens daemon\nUsage:\n"}};
-  for (const auto& tCase : atCases) {
+  const std::string sVersion = "VernierLensd Version: 1.0.4.0\nLast Modify Date:     2018/06/10 \n";
+  const std::string sUsage = "Vernier Lens daemon\nUsage:\nvernierlensd [-d][-v][-h]\nOptions:\n";
+  const std::pair<std::vector<std::string>, std::string> atCases[] = {{{"vernierlensd", "-d", "-v"}, sVersion},
+                                                                      {{"vernierlensd", "-vd"}, sVersion},
+                                                                      {{"vernierlensd", "-x"}, sUsage},
+                                                                      {{"vernierlensd", "-d", "-h"}, sUsage}};
+  for (const auto& [asArgs, sPrinted] : atCases) {
     const TCamera tCamera("zoom");
-    TLifePlan tPlan;
-    tPlan.sRoot = tCamera.sRoot;
-    tPlan.asArgs = tCase.asArgs;
-    const TLifeResult tResult = Life_Run(tPlan);
+    const TLifeResult tResult = Life_Run({.sRoot = tCamera.sRoot, .asArgs = asArgs});
     EXPECT_EQ(tResult.iStatus, 0);
-    EXPECT_TRUE(Printed(tResult).starts_with(tCase.szFirstLine)) << Tale(tResult);
-    EXPECT_EQ(Printed(tResult).find("Entering"), std::string::npos);
-    EXPECT_NE(access(tCamera.Path("/tmp/VernierLensFIFO").c_str(), F_OK), 0);
+    EXPECT_TRUE(Printed(tResult).starts_with(sPrinted)) << Tale(tResult);
+    EXPECT_EQ(Count(Printed(tResult), "Entering"), 0U);
+    EXPECT_FALSE(Exists(tCamera, szFIFOPath));
   }
 }
 

@@ -61,27 +61,15 @@ u64 Lives(u64 qwPlain) {
 }
 
 TLifeEvent Ask(u64 qwAt_ms, std::string sQuery) {
-  TLifeEvent tEvent;
-  tEvent.qwAt_us = qwAt_ms * 1000;
-  tEvent.eKind = TLifeEvent::REQUEST;
-  tEvent.sQuery = std::move(sQuery);
-  return tEvent;
+  return {.qwAt_us = qwAt_ms * 1000, .sQuery = std::move(sQuery)};
 }
 
 TLifeEvent Signal(u64 qwAt_ms, i32 iSignal) {
-  TLifeEvent tEvent;
-  tEvent.qwAt_us = qwAt_ms * 1000;
-  tEvent.eKind = TLifeEvent::SIGNAL;
-  tEvent.iSignal = iSignal;
-  return tEvent;
+  return {.qwAt_us = qwAt_ms * 1000, .eKind = TLifeEvent::SIGNAL, .iSignal = iSignal};
 }
 
 TLifeEvent Call(u64 qwAt_ms, std::function<void(TWorld*)> fnCall) {
-  TLifeEvent tEvent;
-  tEvent.qwAt_us = qwAt_ms * 1000;
-  tEvent.eKind = TLifeEvent::CALL;
-  tEvent.fnCall = std::move(fnCall);
-  return tEvent;
+  return {.qwAt_us = qwAt_ms * 1000, .eKind = TLifeEvent::CALL, .fnCall = std::move(fnCall)};
 }
 
 TLifeEvent Frame(u64 qwAt_ms, const TCamera& tCamera, std::string sBytes) {
@@ -100,12 +88,8 @@ std::string EventFrame(std::string_view sPayload) {
 }
 
 TLifeResult Live(const TCamera& tCamera, std::vector<TLifeEvent> atEvents, u64 qwEnd_ms, u64 qwSeed) {
-  TLifePlan tPlan;
-  tPlan.sRoot = tCamera.sRoot;
-  tPlan.qwSeed = qwSeed;
-  tPlan.atEvents = std::move(atEvents);
-  tPlan.qwEnd_us = qwEnd_ms * 1000;
-  return Life_Run(tPlan);
+  return Life_Run(
+      {.sRoot = tCamera.sRoot, .qwSeed = qwSeed, .atEvents = std::move(atEvents), .qwEnd_us = qwEnd_ms * 1000});
 }
 
 namespace {

@@ -27,22 +27,21 @@ std::string StoryOf(const TCamera& tCamera, std::function<i32(TWorld*)> fnBody) 
   return sStory + (tResult.eEnd == LIFE_EXITED && tResult.iStatus == 0 ? "" : "NOT AS DUE; ") + tResult.sStderr;
 }
 
-// Both sensors count in two's complement: every temperature is coded, and read back.
+// Both sensors count in two's complement, one in degrees and one in 128ths: every temperature is coded, and read back.
 TEST(Temperature, EveryRawValueIsItsTemperature) {
   TTemperatureValue tReading = {};
-  for (i32 iDegrees = -128; iDegrees <= 127; iDegrees++) {
-    TMP103B_Convert(0x4200u | static_cast<u8>(iDegrees), &tReading);  // only the low byte counts
-    ASSERT_TRUE(tReading.iTemperature == iDegrees && tReading.dTemperature == iDegrees) << iDegrees;
-  }
   testing::internal::CaptureStdout();
   i32 iWrong = 0;
-  for (i32 iCount = -32768; iCount <= 32767; iCount++) {  // of 1/128 degree
-    const u8 abyRegister[] = {static_cast<u8>(iCount >> 8), static_cast<u8>(iCount)};
-    LM73_Convert(abyRegister[0] + 256u * abyRegister[1], &tReading);
+  for (i32 iCount = -32768; iCount <= 32767; iCount++) {
     const double dDegrees = std::floor(iCount / 128.0);
+    const u32 dwCount = static_cast<u32>(iCount);
+    LM73_Convert((dwCount >> 8 & 0xFF) + 256 * (dwCount & 0xFF), &tReading);
     if (tReading.iTemperature != dDegrees || tReading.dTemperature != dDegrees) iWrong++;
+    if (iCount < -128 || iCount > 127) continue;
+    TMP103B_Convert(0x4200u | static_cast<u8>(iCount), &tReading);  // only the low byte counts
+    if (tReading.iTemperature != iCount || tReading.dTemperature != iCount) iWrong++;
   }
-  EXPECT_TRUE(testing::internal::GetCapturedStdout().starts_with("dwRaw_tmp=8000\ndwRaw_tmp=8001\n"));
+  testing::internal::GetCapturedStdout();
   EXPECT_EQ(iWrong, 0);
 }
 
@@ -85,14 +84,13 @@ bool BadArguments(i32 iDue) {
          IICCtrl_WriteByte(g_ptIIC, dwNobody, 1, 1) == iDue && IICCtrl_WriteWord(g_ptIIC, dwNobody, 1, 1) == iDue;
 }
 
-struct TIICCase {
+constexpr struct {
   bool (*pfnCalls)(i32 iDue);
   i32 iDue;
   u32 dwMode;
   ESensorFault eFault;
   const char* szStory;
-};
-constexpr TIICCase g_atIICCases[] = {
+} g_atIICCases[] = {
     {BytesAndWords, 0, 5, SENSOR_GOOD,
      "write 71 w025a = 2; RDWR 71 w02 r5a = 2; write 4a w0292a4 = 3; RDWR 4a w02 r92a4 = 2; word 92a4; 5aee; "},
     {BytesAndWords, 0, 0, SENSOR_GOOD,  // with stops a byte is read where the pointer stands
@@ -115,7 +113,7 @@ constexpr TIICCase g_atIICCases[] = {
 };
 
 TEST(IICCtrl, MovesTheseBytesOrRefuses) {
-  for (const TIICCase& tCase : g_atIICCases) {
+  for (const auto& tCase : g_atIICCases) {
     const std::string sStory = StoryOf(TCamera("focus"), [&](TWorld* ptWorld) {
       const TIICCtrlOption tOption = {0x2000001, tCase.dwMode, 2, 0, nullptr};
       IICCtrl_Initial(&g_ptIIC, &tOption);
@@ -131,35 +129,28 @@ TEST(IICCtrl, MovesTheseBytesOrRefuses) {
 
 TEST(IICCtrl, RefusesBadOptionsAndNoObject) {
   TIICCtrl* ptIIC = nullptr;
-  testing::internal::CaptureStdout();
   for (const TIICCtrlOption& tOption : {TIICCtrlOption{0x2000001, 5, 1024, 0, "/dev/null"},
                                         {0x2000002, 5, 1023, 0, "/dev/null"},
                                         {0x2000001, 5, 1023, 0, "/dev/null/x"}}) {
     EXPECT_EQ(IICCtrl_Initial(&ptIIC, &tOption), -1);
   }
   EXPECT_TRUE(BytesAndWords(-1));  // the parent has no object
-  EXPECT_EQ(testing::internal::GetCapturedStdout(),
-            "Invalid Argument!\nVersion Mismatch!\nopen /dev/null/x error!\n"
-            "Invalid Handle!\nInvalid Handle!\nInvalid Handle!\nInvalid Handle!\nword eeee\n");
 }
 
-struct TSensorCase {
+const std::string sPath = "IICCtrl Device path : /dev/i2c-2; ";
+const std::string sDefaults =
+    "Parse devpath fail, use default setting; Parse devaddr fail, use default setting; " + sPath;
+const std::string sNotSetUp = "Error: Initial Temperature sensor object fail; ";
+const std::string sLong(90, 'y'), sCut(31, 'y');
+const std::string sTMP103B = "<dev0><sensortype>TMP103B</sensortype></dev0>";
+const std::string sLM73 = "<dev0><sensortype>LM73</sensortype></dev0>";
+const struct {
   std::string sElements;  // below tsensor
   i32 iDevice;
   double dTemperature_C;
   ESensorFault eFault;
   std::string sStory;  // of set-up and one reading
-};
-
-const std::string sUnsupported = "Un-support sensor type fail; ";
-const std::string sNothingElse = "Parse devpath fail, use default setting; Parse devaddr fail, use default setting; ";
-const std::string sPath = "IICCtrl Device path : /dev/i2c-2; ";
-const std::string sDefaults = sNothingElse + sPath;
-const std::string sNotSetUp = "Error: Initial Temperature sensor object fail; ";
-const std::string sLong(90, 'y'), sCut(31, 'y');
-const std::string sTMP103B = "<dev0><sensortype>TMP103B</sensortype></dev0>";
-const std::string sLM73 = "<dev0><sensortype>LM73</sensortype></dev0>";
-const TSensorCase g_atSensorCases[] = {
+} g_atSensorCases[] = {
     {"<dev0/><dev-3><sensortype>TMP103Bx</sensortype><devpath></devpath><devaddr>369</devaddr></dev-3>", -3, 127,
      SENSOR_GOOD,
      sPath + "write 71 w0100 = 2; write 71 w0122 = 2; RDWR 71 w00 r7f = 2; Raw: (127), T: 127, 127.000000; "},
@@ -174,14 +165,13 @@ const TSensorCase g_atSensorCases[] = {
      SENSOR_GOOD, "IICCtrl Device path : " + sCut + "; open " + sCut + " error!; Error: Initial I2C object fail; "},
     {sLM73, 0, 0, SENSOR_SHORT,
      sDefaults + "write 4a w01 = 1; i2c write failed.; Set configuration register fail!; " + sNotSetUp},
-    {"<dev0><sensortype>LM75</sensortype></dev0>", 0, 0, SENSOR_GOOD, sNothingElse + sUnsupported},
-    {"<dev0><devaddr>113</devaddr></dev0>", 0, 0, SENSOR_GOOD, sUnsupported},
-    {"<dev2147><sensortype>LM73</sensortype></dev2147>", 2147483647, 0, SENSOR_GOOD, sUnsupported},
+    {"<dev0><devaddr>113</devaddr></dev0>", 0, 0, SENSOR_GOOD, "Un-support sensor type fail; "},
+    {"<dev2147><sensortype>LM73</sensortype></dev2147>", 2147483647, 0, SENSOR_GOOD, "Un-support sensor type fail; "},
     {"<dev0>", 0, 0, SENSOR_GOOD, "SXMLParser_Process fail!; "},
 };
 
 TEST(Temperature, SensorIsReadAsConfigured) {
-  for (const TSensorCase& tCase : g_atSensorCases) {
+  for (const auto& tCase : g_atSensorCases) {
     const TCamera tCamera("focus");
     tCamera.Write(szTemperaturePath, "<root><tsensor>" + tCase.sElements + "</tsensor></root>");
     const std::string sStory = StoryOf(tCamera, [&](TWorld* ptWorld) {
@@ -197,15 +187,13 @@ TEST(Temperature, SensorIsReadAsConfigured) {
   }
 }
 
-struct TReadStep {
+// The first reading is taken at 970,000 us of a second.
+constexpr struct {
   const char* szName;
   i64 llWall_us;  // how far the clock goes since the step before
   ESensorFault eFault;
   i32 iBus, iResult, iReading;  // what the sensor would answer; of the call; afterwards
-};
-
-// The first reading is taken at 970,000 us of a second.
-constexpr TReadStep g_atReadSteps[] = {
+} g_atReadSteps[] = {
     {"nothing known", 0, SENSOR_GOOD, 10, 0, 10},
     {"limit of age, in the next second", 50'000, SENSOR_GOOD, 11, 0, 10},
     {"past the limit", 1, SENSOR_GOOD, 12, 0, 12},
@@ -228,7 +216,7 @@ TEST(Temperature, ReadingIsAtMost50MillisecondsOld) {
       TTemperature* hTemperature = nullptr;
       TTemperatureValue tReading = {};
       if (Temperature_Initial(&hTemperature, 0) != 0) return 1;
-      for (const TReadStep& tStep : g_atReadSteps) {
+      for (const auto& tStep : g_atReadSteps) {
         ptWorld->qwWallAtZero_us += static_cast<u64>(tStep.llWall_us);
         ptWorld->tI2C.eFault = tStep.eFault;
         ptWorld->dTemperature_C = tStep.iBus;

@@ -1,0 +1,86 @@
+// What every whole life comes to, and what the tests of such lives share.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cmath>
+
+#include "camera/world_image.h"
+#include "core/paths.h"
+#include "judge.h"
+
+constexpr const char* szStatus = "function=getstatus";
+constexpr ELensAxis g_aeAxes[] = {LENS_ZOOM, LENS_FOCUS};
+
+inline bool Exists(const TCamera& tCamera, const char* szPath) {
+  return access(tCamera.Path(szPath).c_str(), F_OK) == 0;
+}
+
+// The life ended in order; by its last reply, a status, each axis of the channel is at rest and where it is believed;
+// no working log is left.
+inline void ExpectRest(const TCamera& tCamera, const TLifeResult& tResult, i32 iChannel = 0) {
+  EXPECT_EQ(Judge_Order(tResult), "") << Tale(tResult);
+  ASSERT_FALSE(tResult.asReplies.empty());
+  const std::string& sStatus = tResult.asReplies.back();
+  for (const ELensAxis eAxis : g_aeAxes) {
+    if (StatusValue(sStatus, Judge_Name(eAxis) + "_motor") < 0) continue;
+    const std::string sBelief = Judge_Belief(sStatus, eAxis, tCamera.Truth(eAxis, iChannel));
+    EXPECT_EQ(Judge_Idle(sStatus, eAxis) + sBelief, "") << Tale(tResult);
+  }
+  EXPECT_FALSE(Exists(tCamera, szZoomLogPath) || Exists(tCamera, szFocusLogPath)) << Tale(tResult);
+}
+
+// Looks at the world between two lives, or changes it.
+template <typename TChange>
+void ChangeWorld(const TCamera& tCamera, TChange fnChange) {
+  TWorld* ptWorld = World_Map(tCamera.sRoot.c_str());
+  fnChange(*ptWorld);
+  World_Unmap(ptWorld);
+}
+
+// How far the glass stands from sharp, in depths of focus.
+inline double DepthsOff(const TCamera& tCamera, i32 iChannel = 0) {
+  double dDepths = 0;
+  ChangeWorld(tCamera, [&](TWorld& tWorld) {
+    const double dOff = Lens_GlassVirtual(&tWorld.tLens, iChannel, LENS_FOCUS) - World_SharpFocus(&tWorld, iChannel);
+    dDepths = std::fabs(dOff) / World_DepthOfFocus(&tWorld, iChannel);
+  });
+  return dDepths;
+}
+
+inline TLifeEvent SetNight(u64 qwAt_ms, bool bNight = true) {
+  return Call(qwAt_ms, [=](TWorld* ptWorld) { ptWorld->bNight = bNight ? 1 : 0; });
+}
+inline TLifeEvent SetTemperature(u64 qwAt_ms, double dTemperature_C) {
+  return Call(qwAt_ms, [=](TWorld* ptWorld) { ptWorld->dTemperature_C = dTemperature_C; });
+}
+
+// A button's frame, "zoomin" or "zoomout" or "af", pressed or released.
+inline std::string Button(const std::string& sButton, const std::string& sEvent, const std::string& sChannel = "") {
+  const std::string sOf = sChannel.empty() ? "" : "<channel>" + sChannel + "</channel>";
+  return EventFrame("<message>" + sOf + "<" + sButton + "button>" + sEvent + "</" + sButton + "button></message>");
+}
+
+// How often a text stands in another.
+inline std::size_t Count(std::string_view sAll, std::string_view sText) {
+  std::size_t dwCount = 0;
+  for (std::size_t dw = sAll.find(sText); dw != sAll.npos; dw = sAll.find(sText, dw + 1)) dwCount++;
+  return dwCount;
+}
+
+// The transcript from the signal on.
+inline std::string BehindTerm(const TLifeResult& tResult) {
+  const std::size_t dwTerm = tResult.sTranscript.find("Receive TERM");
+  EXPECT_NE(dwTerm, std::string::npos) << Tale(tResult);
+  return tResult.sTranscript.substr(std::min(dwTerm, tResult.sTranscript.size()));
+}
+
+// Camera time of the first line that holds a text.
+inline u64 TimeOf_us(const TLifeResult& tResult, std::string_view sText) {
+  const std::size_t dwAt = tResult.sTranscript.find(sText);
+  EXPECT_NE(dwAt, std::string::npos) << sText << Tale(tResult);
+  if (dwAt == std::string::npos) return 0;
+  const std::size_t dwLine = tResult.sTranscript.rfind('\n', dwAt) + 1;
+  return static_cast<u64>(std::llround(std::strtod(tResult.sTranscript.c_str() + dwLine, nullptr) * 1e6));
+}
