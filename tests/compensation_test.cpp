@@ -146,7 +146,7 @@ TEST(DayNight, SwitchAmongCommandsIsAppliedOnce) {
   }
 }
 
-// A client's command in the very instant of the check: whoever comes first, neither is lost.
+// A client's command in the very instant of the check: whoever comes first, neither is lost, and both are moved for.
 TEST(DayNight, CommandInTheInstantOfTheCheckIsKept) {
   const TCamera tCamera("focus");
   const auto LiveWith = [&](std::vector<TLifeEvent> atEvents, u64 qwSeed) {
@@ -165,7 +165,23 @@ TEST(DayNight, CommandInTheInstantOfTheCheckIsKept) {
     ExpectRest(tCamera, tResult);
     const double dFocus = tCamera.Truth(LENS_FOCUS);
     EXPECT_TRUE(dFocus == 650 || dFocus == 650 + 14) << dFocus << Tale(tResult);
+    EXPECT_EQ(Count(tResult.sTranscript, std::string("create ") + szFocusLogPath), 3U)
+        << "a move of the start, the client's and the switch's" << Tale(tResult);
   }
+}
+
+// A cut in a switch leaves the log and the old mode.  The recovery's search finds focus in the new light: nothing is
+// left to correct.
+TEST(DayNight, ModeFollowsTheRecoverysSearch) {
+  const TCamera tCamera("focus");
+  tCamera.Write(szPositionsPath, "focus_motor=520\nnight_mode=0\n");
+  tCamera.Write(szFocusLogPath, "");
+  ChangeWorld(tCamera, [](TWorld& tWorld) { tWorld.bNight = 1; });
+  const TLifeResult tResult = Live(tCamera, {Ask(120'000, szStatus)}, 121'000);
+  ExpectRest(tCamera, tResult);
+  EXPECT_LT(DepthsOff(tCamera), 1) << Tale(tResult);
+  EXPECT_EQ(Count(Printed(tResult), szSwitch), 0U) << Tale(tResult);
+  EXPECT_TRUE(SavesNight(tCamera));
 }
 
 // The mode that is saved belongs to the focus that is saved: a save of the zoom keeps it.

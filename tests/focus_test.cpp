@@ -2,6 +2,7 @@
 #include <csignal>
 
 #include "autofocus/zoom_tracking.h"
+#include "lenses/lens_model.h"
 #include "rest.h"
 
 namespace {
@@ -248,6 +249,21 @@ TEST(Tracking, StartBoundAddsTheMagnitude) {
     EXPECT_EQ(tInfo.tFocusCommand.dwStart, tCase.dwStart) << tCase.iInterval << " " << tCase.dwZoom;
   }
   g_pdwtabFocusingStartTable = nullptr;
+}
+
+// The entries count from the zoom's position 1; beyond the last the last one holds.
+TEST(Tracking, FocusIsSentToTheZoomsOwnEntry) {
+  const TCamera tCamera("zoom");
+  const u32 dwEntries = Lenses_Find("zoom")->tZoom.dwTotalStep;
+  std::string sTable;
+  for (u32 dwEntry = 0; dwEntry < dwEntries; dwEntry++) sTable += std::to_string(300 + 7 * dwEntry % 401) + " ";
+  tCamera.Write(szPanFocusPath, sTable);
+  for (const u32 dwZoom : {1U, 2U, 201U, dwEntries}) {
+    const std::string sQuery = "function=zoom&direction=direct&position=" + std::to_string(dwZoom);
+    ExpectRest(tCamera, Live(tCamera, {Ask(5'000, sQuery), Ask(20'000, szStatus)}, 21'000));
+    EXPECT_EQ(tCamera.Truth(LENS_ZOOM), dwZoom);
+    EXPECT_EQ(tCamera.Truth(LENS_FOCUS), 300 + 7 * (dwZoom - 1) % 401) << dwZoom;
+  }
 }
 
 // No zoom move is made alone: where a walk cannot be interrupted, a stop close behind a zoom leaves the focus where the
