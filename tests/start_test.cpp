@@ -1,6 +1,7 @@
 // Start-up on files that are broken or missing, release after each failed step, the command line.
 #include <csignal>
 #include <filesystem>
+#include <regex>
 
 #include "rest.h"
 
@@ -86,6 +87,26 @@ TEST(Start, NonsenseRunsAndStaysSafe) {
     ASSERT_EQ(tResult.asReplies.size(), 4U);
     EXPECT_EQ(StatusValue(tResult.asReplies[2], "zoom_enable"), 0);
     EXPECT_LT(tResult.qwTime_us, 15'000'000U);
+  }
+}
+
+// Neither a reference nor a search goes by an end that no lens has: both end, at a place that the range holds.
+TEST(Start, EndThatNoLensHasHoldsNothingUp) {
+  for (const char* szModel : {"zoom", "focus"}) {  // whose reference is 0, and the end
+    for (const char* szQuery : {"function=scan", "function=positioning"}) {
+      const TCamera tCamera(szModel);
+      tCamera.Write(szConfigPath, std::regex_replace(tCamera.Read(szConfigPath), std::regex("<end>[0-9]+"), "<end>-1"));
+      const TLifeResult tResult =
+          Live(tCamera,
+               {Ask(100, szQuery), Ask(90'000, "function=focus&direction=direct&position=9"), Ask(100'000, szStatus)},
+               101'000);
+      SCOPED_TRACE(std::string(szModel) + " " + szQuery + Tale(tResult));
+      EXPECT_EQ(Judge_Order(tResult), "");
+      ASSERT_EQ(tResult.asReplies.size(), 3U);
+      EXPECT_EQ(StatusValue(tResult.asReplies[2], "focus_enable"), 0);
+      EXPECT_EQ(StatusValue(tResult.asReplies[2], "focus_motor"), 0);
+      EXPECT_LT(tResult.qwTime_us, 102'000'000U);
+    }
   }
 }
 

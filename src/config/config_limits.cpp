@@ -1,7 +1,7 @@
 #include "config/config_limits.h"
 
-#include <algorithm>
 #include <cstdio>
+#include <span>
 
 #include "core/context.h"
 
@@ -22,6 +22,13 @@ constexpr u32 dwMaxDriverWalk = 1'000'000;  // driver steps, far beyond any trav
 constexpr u32 dwMaxSearchTime_us = 10'000'000;
 constexpr u32 dwMaxIrisTime_us = 30'000'000;
 
+constexpr TLimit g_atRangeLimits[] = {
+    {"zoom/virtual/start", &TVernierLensdConfigInfo::dwZoomVirtualStart, dwMaxVirtual},
+    {"zoom/virtual/end", &TVernierLensdConfigInfo::dwZoomVirtualEnd, dwMaxVirtual},
+    {"focus/virtual/start", &TVernierLensdConfigInfo::dwFocusVirtualStart, dwMaxVirtual},
+    {"focus/virtual/end", &TVernierLensdConfigInfo::dwFocusVirtualEnd, dwMaxVirtual},
+};
+
 constexpr TLimit g_atLimits[] = {
     {"zoom/virtual/onestep", &TVernierLensdConfigInfo::dwZoomVirtualOneStep, dwMaxOneStep},
     {"zoom/onesteptime", &TVernierLensdConfigInfo::dwZoomOneStepTime, dwMaxOneStepTime_us},
@@ -40,10 +47,8 @@ constexpr TLimit g_atLimits[] = {
     {"openiristime", &TVernierLensdConfigInfo::dwOpenIrisTime, dwMaxIrisTime_us},
 };
 
-}  // namespace
-
-void Config_Limit() {
-  for (const TLimit& tLimit : g_atLimits) {
+void Limit(std::span<const TLimit> atLimits) {
+  for (const TLimit& tLimit : atLimits) {
     u32& dwValue = g_tVernierLensdConfigInfo.*tLimit.pdwField;
     if (dwValue <= tLimit.dwHighest) continue;
     const u32 dwUsed = static_cast<i32>(dwValue) < 0 ? 0 : tLimit.dwHighest;
@@ -53,9 +58,19 @@ void Config_Limit() {
   }
 }
 
+}  // namespace
+
+void Config_LimitRanges() {
+  Limit(g_atRangeLimits);
+}
+
+void Config_Limit() {
+  Limit(g_atLimits);
+}
+
 bool Config_LimitPosition(u32* pdwPosition, u32 dwVirtualEnd) {
   // A configuration without an end does not tell a position from a wrong one.
-  const u32 dwHighest = dwVirtualEnd == 0 ? dwMaxVirtual : std::min(dwVirtualEnd, dwMaxVirtual);
+  const u32 dwHighest = dwVirtualEnd == 0 ? dwMaxVirtual : dwVirtualEnd;
   const u32 dwPosition = Word_Load(*pdwPosition);
   if (dwPosition <= dwHighest) return false;
   const u32 dwUsed = static_cast<i32>(dwPosition) < 0 ? 0 : dwHighest;

@@ -4,10 +4,13 @@
 
 #include "core/types.h"
 
-// Limits g_tVernierLensdConfigInfo: driver steps in a virtual step to 0..32767, step times to 0..1 second, backlash to
-// 0..65535 virtual steps, walks to a reference to 0..1000000 driver steps, the waits of a search and for the iris to 10
-// and 30 seconds.  What lies above becomes the highest, what is negative 0, which moves or waits nothing; each with a
-// line.
+// Limits both ends of the configured ranges to 0..65535 virtual steps.  What lies above becomes the highest, what is
+// negative 0; each with a line.  Not for ranges that an ICS lens's driver gave, which may be signed.
+void Config_LimitRanges();
+
+// Limits the rest of g_tVernierLensdConfigInfo in the same way: driver steps in a virtual step to 0..32767, step times
+// to 0..1 second, backlash to 0..65535 virtual steps, walks to a reference to 0..1000000 driver steps, the waits of a
+// search and for the iris to 10 and 30 seconds.  0 moves or waits nothing.
 void Config_Limit();
 
 // Limits a saved position to 0..dwVirtualEnd (65535 if that is 0), with a line.  The counter of such a lens was

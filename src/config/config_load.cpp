@@ -60,6 +60,7 @@ i32 VernierLensd_LoadConfigFile(TVernierLensdInfo* pThis) {
   g_tVernierLensdConfigInfo.iMaxDevNum = std::min(g_tVernierLensdConfigInfo.iMaxDevNum, iMaxChannels);
   std::puts(szHeader);
   PrintSettings();
+  if (pThis->bSupportICS == 0) Config_LimitRanges();
   Config_Limit();
   SetSupport(pThis);
   if (CreateFocusStartTable(pThis) != 0) return -1;
@@ -76,6 +77,7 @@ i32 Config_ReadForParking() {
   for (const TTreeRow& tRow : std::span(g_atConfigRows).first(std::size(g_atConfigRows) - 1)) {
     if (IsParkingKey(tRow.pszKey)) PrintRows({&tRow, 1});
   }
+  Config_LimitRanges();
   Config_Limit();
   return 0;
 }

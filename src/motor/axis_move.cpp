@@ -48,8 +48,7 @@ i32 Axis_MoveStepper(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, u32 d
   return 0;
 }
 
-// The range is limited once, here: no lens has a target that reads as a wrapped one, and a start above the end is no
-// start.
+// A start above the end is no start.
 u32 Axis_Clamp(const TVernierLensdInfo* pThis, const TAxis& tAxis, u32 dwTarget) {
   if (pThis->bSupportICS != 0) {
     const i32 iHighest = static_cast<i32>(Axis_Config(tAxis.pdwVirtualEnd));
@@ -57,7 +56,7 @@ u32 Axis_Clamp(const TVernierLensdInfo* pThis, const TAxis& tAxis, u32 dwTarget)
     // Signed, so that a backward move past 0 never ends at the far end of the lens.
     return static_cast<u32>(std::clamp(static_cast<i32>(dwTarget), iLowest, iHighest));
   }
-  const u32 dwHighest = std::min(Axis_Config(tAxis.pdwVirtualEnd), dwWrappedTarget - 1);
+  const u32 dwHighest = Axis_Config(tAxis.pdwVirtualEnd);
   if (dwTarget >= dwWrappedTarget) return std::min(Axis_Config(tAxis.pdwVirtualStart), dwHighest);
   return std::min(dwTarget, dwHighest);
 }

@@ -7,6 +7,7 @@
 #include <cstdio>
 
 #include "autofocus/zoom_tracking.h"
+#include "config/config_limits.h"
 #include "config/config_load.h"
 #include "config/saved_state.h"
 #include "core/fail.h"
@@ -140,13 +141,12 @@ i32 VernierLensd_GotoPI() {
   }
   VernierLensd_LoadFocusDefault();
   const bool bReverse = tConfig.dwFocusMotorReverseCalibration != 0;
-  // A default from a broken file is limited to the range, where the configuration has one: the walk must end.
   const u32 dwEnd = tConfig.dwFocusVirtualEnd;
-  u32 dwDefault = static_cast<i32>(g_dwFocusDefault.load()) < 0 ? 0 : g_dwFocusDefault.load();
-  if (dwEnd != 0 || bReverse) dwDefault = std::min(dwDefault, dwEnd);
+  u32 dwDefault = g_dwFocusDefault.load();
+  Config_LimitPosition(&dwDefault, dwEnd);  // the walk must end
+  const u32 dwDistance = bReverse ? dwEnd - std::min(dwDefault, dwEnd) : dwDefault;
   Motor_Request(fd, bReverse ? MOTOR_SET_BACKWARD : MOTOR_SET_FORWARD);
-  Motor_Request(fd, MOTOR_WALK_STEPS_BLOCK,
-                Steps_ToDriver(bReverse ? dwEnd - dwDefault : dwDefault, tConfig.dwFocusVirtualOneStep));
+  Motor_Request(fd, MOTOR_WALK_STEPS_BLOCK, Steps_ToDriver(dwDistance, tConfig.dwFocusVirtualOneStep));
   close(fd);
   return 0;
 }
