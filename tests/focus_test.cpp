@@ -1,5 +1,6 @@
 // Auto focus, scan, zoom tracking, buttons, saved positions and recovery: whole lives, judged by the true lens.
 #include <csignal>
+#include <regex>
 
 #include "autofocus/zoom_tracking.h"
 #include "lenses/lens_model.h"
@@ -56,6 +57,22 @@ TEST(Focus, ScanThatIsToEndLeavesTheZoomAlone) {
       Live(tCamera, {Ask(100, "function=scan&iris=1"), Ask(1000, "function=stop"), Ask(60'000, szStatus)}, 61'000);
   ExpectRest(tCamera, tResult);
   EXPECT_EQ(Count(tResult.sTranscript, "zoommotor MOTOR_WALK"), 0U) << Tale(tResult);
+}
+
+// A zoom that comes close behind a scan is the newer command, wherever the scan's beginning is just then.
+TEST(Focus, ZoomBehindAScanIsKept) {
+  for (u64 qw = 0; qw < Lives(200); qw++) {
+    const u64 qwSeed = FirstSeed() + qw;
+    SCOPED_TRACE("seed " + std::to_string(qwSeed));
+    const TCamera tCamera(qw % 2 == 0 ? "zoom" : "thermal");
+    const TLifeResult tResult = Live(
+        tCamera,
+        {Ask(100, "function=scan"), Ask(100, "function=zoom&direction=direct&position=333"), Ask(60'000, szStatus)},
+        61'000, qwSeed);
+    ExpectRest(tCamera, tResult);
+    EXPECT_EQ(tCamera.Truth(LENS_ZOOM), 333) << Tale(tResult);
+    if (HasFailure()) break;
+  }
 }
 
 TEST(Focus, SigtermEndsEverythingInTime) {
@@ -187,6 +204,22 @@ TEST(State, RecoveryServesEveryChannel) {
       Live(tCamera, {Ask(300'000, "channel=2&function=auto"), Ask(400'000, "channel=2&function=getstatus")}, 401'000);
   ExpectRest(tCamera, tResult, 2);
   EXPECT_LT(DepthsOff(tCamera, 2), 1) << Tale(tResult);
+}
+
+// Four searches of the one axis may take longer than the other would wait for a single one.
+TEST(State, RecoveryOfSlowMotorsWaitsForEachSearch) {
+  const TCamera tCamera("quad");
+  tCamera.Write(szZoomLogPath, "");
+  tCamera.Write(szFocusLogPath, "");
+  const std::string sSlow =
+      std::regex_replace(tCamera.Read(szConfigPath), std::regex("<onesteptime>2000"), "<onesteptime>24000");
+  tCamera.Write(szConfigPath, std::regex_replace(sSlow, std::regex("<onestepsearchtime>[0-9]+"), "$&0"));
+  ChangeWorld(tCamera, [](TWorld& tWorld) {
+    for (TAxisModel& tAxis : tWorld.tLens.atModel) tAxis.qwStepTime_ns *= 12;
+  });
+  const TLifeResult tResult = Live(tCamera, {Ask(1'000'000, szStatus)}, 1'001'000);
+  ExpectRest(tCamera, tResult);
+  EXPECT_EQ(Count(Printed(tResult), "waiting too long"), 0U) << Tale(tResult);
 }
 
 // The flash fails: the daemon goes on, says so, keeps the old file, and leaves the log for the next start to act on.

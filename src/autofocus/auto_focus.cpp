@@ -148,11 +148,13 @@ void ClearTableRow(i32 iChannel) {
   std::for_each(pdwRow, pdwRow + dwSize, [](u32& dwEntry) { Word_Store(dwEntry, 0); });
 }
 
-// And back to where it is; but not where a newer command waits already: the iris may have taken seconds, and a stop
-// would be followed by a walk that nothing stops.
+// And back to where it is; but not where a newer command has come: the iris may have taken seconds, a stop would be
+// followed by a walk that nothing stops, and a zoom be lost.
 void SendZoomToReference(TVernierLensdInfo* pThis) {
   const i32 iChannel = pThis->tFocusBox.iRunningChannel;
-  const auto IsNewest = [&] { return Word_Load(pThis->bFocusWake) == 0; };
+  const auto IsNewest = [&] {
+    return Word_Load(pThis->bFocusWake) == 0 && !Command_IsBehind(pThis, g_tZoomAxis, g_tFocusAxis);
+  };
   const bool bWritten = Command_WriteIf(pThis, g_tZoomAxis, iChannel, IsNewest, [&](TMotorCommand& tBlock) {
     Word_Store(tBlock.dwPosition, Word_Load(pThis->adwZoomMotorPosition[iChannel]));
     Word_Store(tBlock.dwFunction, FUNCTION_POSITIONING);

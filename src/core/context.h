@@ -93,6 +93,8 @@ struct TCommandBox {
   i32 iChannel;            // under the lock: the channel that the pending command is for
   TMotorCommand tRunning;  // owner thread; its dwFunction, written under the lock, may be read under it by others
   i32 iRunningChannel;     // owner thread only: its channel
+  u32 dwNumber;            // under the lock: of the command in the block, higher the later it was written
+  u32 dwRunningNumber;     // owner thread only: of the running one
   u32 bStarted;            // main thread only: the motor thread runs or has run
   u32 bSearchFollows;      // owner thread only: a recovery's search stands in the block, and the log stays for it
   u32 bRecoveryDue;        // under the lock: a recovery was sent, and no command that walks has been taken since

@@ -2,7 +2,11 @@
 
 #include <sys/socket.h>
 
+#include <atomic>
+
 namespace {
+
+std::atomic<u32> g_dwLastNumber = 0;
 
 bool IsIdle(TVernierLensdInfo* pThis, const TAxis& tAxis) {
   return Word_Load(pThis->*tAxis.pbWake) == 0 && Word_Load(Axis_Command(pThis, tAxis).dwFunction) == FUNCTION_IDLE;
@@ -29,10 +33,15 @@ void CopyToRunning(TCommandBox& tBox, const TMotorCommand& tBlock) {
       .bZoomContinuous = Word_Load(tBlock.bZoomContinuous),
   };
   tBox.iRunningChannel = tBox.iChannel;
+  tBox.dwRunningNumber = tBox.dwNumber;
   if (!StaysPut(tBox.tRunning.dwFunction)) tBox.bRecoveryDue = 0;
 }
 
 }  // namespace
+
+u32 Command_NextNumber() {
+  return ++g_dwLastNumber;
+}
 
 void Command_Lock(TCommandBox& tBox) {
   pthread_mutex_lock(&tBox.mutex);
@@ -101,6 +110,11 @@ bool Command_IsBusy(TVernierLensdInfo* pThis, const TAxis& tAxis) {
   const bool bBusy = tBox.bBusy != 0 || Word_Load(pThis->*tAxis.pbWake) != 0;
   Command_Unlock(tBox);
   return bBusy;
+}
+
+bool Command_IsBehind(TVernierLensdInfo* pThis, const TAxis& tOther, const TAxis& tAxis) {
+  // The difference, so that a count that has wrapped tells it too.
+  return static_cast<i32>(Axis_Box(pThis, tOther).dwNumber - Axis_Box(pThis, tAxis).dwRunningNumber) > 0;
 }
 
 void Command_Leave(TVernierLensdInfo* pThis, const TAxis& tAxis) {

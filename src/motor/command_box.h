@@ -11,6 +11,9 @@
 
 #include "motor/axis.h"
 
+// The next command's number.  Both axes count together, so that it tells which of two commands came later.
+u32 Command_NextNumber();
+
 void Command_Lock(TCommandBox& tBox);
 void Command_Unlock(TCommandBox& tBox);
 
@@ -28,6 +31,7 @@ bool Command_WriteIf(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 iChannel,
   if (bMay) {
     fnWrite(Axis_Command(pThis, tAxis));
     tBox.iChannel = iChannel;
+    tBox.dwNumber = Command_NextNumber();
     Word_Publish(pThis->*tAxis.pbWake, 1);
   }
   Command_Unlock(tBox);
@@ -65,6 +69,10 @@ void Command_WakeAgain(TVernierLensdInfo* pThis, const TAxis& tAxis);
 // True while a command of the axis is pending or its thread is inside the dispatcher.  Any thread.  dwFunction tells
 // less: it falls before the command's bracket is closed, and a search that failed leaves it standing.
 bool Command_IsBusy(TVernierLensdInfo* pThis, const TAxis& tAxis);
+
+// True where a command of tOther was written behind the running one of tAxis.  tAxis's owner thread, under tOther's
+// lock.
+bool Command_IsBehind(TVernierLensdInfo* pThis, const TAxis& tOther, const TAxis& tAxis);
 
 // The thread has left its dispatcher.  Owner thread.
 void Command_Leave(TVernierLensdInfo* pThis, const TAxis& tAxis);

@@ -14,6 +14,7 @@ constexpr u64 qwSettle_us = 500'000;
 constexpr u64 qwRendezvousPoll_us = 500'000;
 
 std::atomic<u32> g_bSearchingPI = 0;
+std::atomic<u32> g_dwSearchesEnded = 0;
 
 // Guards "power on, not done" against "both done, power off": else one axis could switch the sensor off under the
 // other.
@@ -27,9 +28,14 @@ void SetDone(const TAxis& tAxis, u32 bDone) {
   Word_Store(g_tVernierLensdConfigInfo.*tAxis.pbPIDone, bDone);
 }
 
-// Waits until no other search is under way and takes the turn.  False: waited too long, or the daemon is to end.
+// Waits until no other search is under way and takes the turn.  Each one that ends begins the wait anew: a recovery
+// makes one for each channel, too close upon another for a turn between them.  False: waited too long for one, or the
+// daemon is to end.
 bool TakeTurn(const char* pszName) {
+  u32 dwEnded = g_dwSearchesEnded;
   for (i32 iWaits = 0; g_bSearchingPI.exchange(1) != 0; iWaits++) {
+    if (dwEnded != g_dwSearchesEnded) iWaits = 0;
+    dwEnded = g_dwSearchesEnded;
     std::printf("[vernierlensd] : %s waiting for search PI.\n", pszName);
     if (iWaits == iMaxSearchWaits) {
       std::printf("[vernierlensd] : %s waiting too long, so exit search PI process.\n", pszName);
@@ -39,6 +45,11 @@ bool TakeTurn(const char* pszName) {
     if (Daemon_IsEnding()) return false;
   }
   return true;
+}
+
+void GiveTurnBack() {
+  g_dwSearchesEnded++;
+  g_bSearchingPI = 0;
 }
 
 // The other axis, if it makes a pass and has not ended.
@@ -72,7 +83,7 @@ i32 VernierLensd_SearchPI(const char* pszName, u32 bGoBack, i32 fd, u32 dwPositi
   Motor_Request(fd, MOTOR_WALK_STEPS_BLOCK, Steps_ToDriver(dwSearchStep, 1));
   if (Motor_Request(fd, MOTOR_SEARCH_PI, Steps_ToDriver(dwSearchStep, 1)) != 0) {
     std::printf("[vernierlensd] : %s search PI fail.\n", pszName);
-    g_bSearchingPI = 0;
+    GiveTurnBack();
     return -1;
   }
   if (bGoBack != 0) {
@@ -84,7 +95,7 @@ i32 VernierLensd_SearchPI(const char* pszName, u32 bGoBack, i32 fd, u32 dwPositi
   Motor_Request(fd, MOTOR_SET_FORWARD);
   Motor_Request(fd, MOTOR_WALK_STEPS_BLOCK, iForward);
   std::printf("[vernierlensd] : %s search PI done. walk %d step\n", pszName, iForward);
-  g_bSearchingPI = 0;
+  GiveTurnBack();
   return 0;
 }
 
