@@ -8,7 +8,8 @@
 
 struct TAttack {
   const char* pszName;
-  bool bBareToo;  // also made on the bare loop, which is else only measured beside it
+  double dRatioHeld;  // of another client's p99 to its quiet one: at most
+  bool bBareToo;      // also made on the bare loop, which is else only measured beside it
   std::function<void(const std::string& szSocket)> fnAttack;
 };
 std::span<const TAttack> Attacks();
