@@ -7,8 +7,6 @@
 
 namespace {
 
-constexpr u32 dwMaxVirtual = 0xFFFF;  // highest target of a plain lens
-
 struct TLimit {
   const char* szKey;
   u32 TVernierLensdConfigInfo::*pdwField;

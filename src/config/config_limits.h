@@ -4,6 +4,9 @@
 
 #include "core/types.h"
 
+// Highest target of a plain lens, virtual steps: what lies above is a number below 0 that wrapped.
+constexpr u32 dwMaxVirtual = 0xFFFF;
+
 // Limits both ends of the configured ranges to 0..65535 virtual steps.  What lies above becomes the highest, what is
 // negative 0; each with a line.  Not for ranges that an ICS lens's driver gave, which may be signed.
 void Config_LimitRanges();
@@ -13,6 +16,6 @@ void Config_LimitRanges();
 // search and for the iris to 10 and 30 seconds.  0 moves or waits nothing.
 void Config_Limit();
 
-// Limits a saved position to 0..dwVirtualEnd (65535 if that is 0), with a line.  The counter of such a lens was
-// false already; now at least its moves end.
+// Limits a saved position or focus default to 0..dwVirtualEnd (65535 if that is 0), with a line.  The counter of such a
+// lens was false already; now at least its moves end.
 bool Config_LimitPosition(u32* pdwPosition, u32 dwVirtualEnd);

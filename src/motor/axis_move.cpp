@@ -4,6 +4,7 @@
 #include <cstdio>
 
 #include "autofocus/zoom_tracking.h"
+#include "config/config_limits.h"
 #include "core/wait.h"
 #include "ics/ics_driver.h"
 #include "motor/command_box.h"
@@ -11,8 +12,7 @@
 namespace {
 
 constexpr u32 dwMaxRelativeSteps = 30;
-constexpr u32 dwWrappedTarget = 0x10000;  // from here up a plain lens's target is a number below 0 that wrapped
-constexpr u64 qwFocusLead_us = 300'000;   // the focus runs ahead of the zoom
+constexpr u64 qwFocusLead_us = 300'000;  // the focus runs ahead of the zoom
 
 enum EWalkSign : u32 { WALK_BACKWARD = 0, WALK_FORWARD = 1 };
 
@@ -57,7 +57,7 @@ u32 Axis_Clamp(const TVernierLensdInfo* pThis, const TAxis& tAxis, u32 dwTarget)
     return static_cast<u32>(std::clamp(static_cast<i32>(dwTarget), iLowest, iHighest));
   }
   const u32 dwHighest = Axis_Config(tAxis.pdwVirtualEnd);
-  if (dwTarget >= dwWrappedTarget) return std::min(Axis_Config(tAxis.pdwVirtualStart), dwHighest);
+  if (dwTarget > dwMaxVirtual) return std::min(Axis_Config(tAxis.pdwVirtualStart), dwHighest);
   return std::min(dwTarget, dwHighest);
 }
 

@@ -6,7 +6,7 @@
 
 namespace {
 
-std::atomic<u32> g_dwLastNumber = 0;
+std::atomic<u32> g_dwLastNumber = 0;  // of both axes' commands together
 
 bool IsIdle(TVernierLensdInfo* pThis, const TAxis& tAxis) {
   return Word_Load(pThis->*tAxis.pbWake) == 0 && Word_Load(Axis_Command(pThis, tAxis).dwFunction) == FUNCTION_IDLE;
@@ -39,16 +39,19 @@ void CopyToRunning(TCommandBox& tBox, const TMotorCommand& tBlock) {
 
 }  // namespace
 
-u32 Command_NextNumber() {
-  return ++g_dwLastNumber;
-}
-
 void Command_Lock(TCommandBox& tBox) {
   pthread_mutex_lock(&tBox.mutex);
 }
 
 void Command_Unlock(TCommandBox& tBox) {
   pthread_mutex_unlock(&tBox.mutex);
+}
+
+void Command_Publish(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 iChannel) {
+  TCommandBox& tBox = Axis_Box(pThis, tAxis);
+  tBox.iChannel = iChannel;
+  tBox.dwNumber = ++g_dwLastNumber;
+  Word_Publish(pThis->*tAxis.pbWake, 1);
 }
 
 i32 Command_Wake(TVernierLensdInfo* pThis, const TAxis& tAxis) {

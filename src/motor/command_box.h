@@ -11,11 +11,11 @@
 
 #include "motor/axis.h"
 
-// The next command's number.  Both axes count together, so that it tells which of two commands came later.
-u32 Command_NextNumber();
-
 void Command_Lock(TCommandBox& tBox);
 void Command_Unlock(TCommandBox& tBox);
+
+// What has been written into the block is a command now.  Under the lock; for Command_WriteIf.
+void Command_Publish(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 iChannel);
 
 // Sends the wake flag's 4 bytes on the axis's pair without waiting.  0, or -1 with nothing printed; the flag stays set,
 // and the next command's bytes carry this one as well.
@@ -30,9 +30,7 @@ bool Command_WriteIf(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 iChannel,
   const bool bMay = fnMay();
   if (bMay) {
     fnWrite(Axis_Command(pThis, tAxis));
-    tBox.iChannel = iChannel;
-    tBox.dwNumber = Command_NextNumber();
-    Word_Publish(pThis->*tAxis.pbWake, 1);
+    Command_Publish(pThis, tAxis, iChannel);
   }
   Command_Unlock(tBox);
   return bMay;

@@ -34,8 +34,9 @@ void SetDone(const TAxis& tAxis, u32 bDone) {
 bool TakeTurn(const char* pszName) {
   u32 dwEnded = g_dwSearchesEnded;
   for (i32 iWaits = 0; g_bSearchingPI.exchange(1) != 0; iWaits++) {
-    if (dwEnded != g_dwSearchesEnded) iWaits = 0;
-    dwEnded = g_dwSearchesEnded;
+    const u32 dwNowEnded = g_dwSearchesEnded;
+    if (dwNowEnded != dwEnded) iWaits = 0;
+    dwEnded = dwNowEnded;
     std::printf("[vernierlensd] : %s waiting for search PI.\n", pszName);
     if (iWaits == iMaxSearchWaits) {
       std::printf("[vernierlensd] : %s waiting too long, so exit search PI process.\n", pszName);
