@@ -40,6 +40,7 @@ const TParseCase g_atParses[] = {
     {"steps=99999999999&position=-99999999999&function=zoom", "0: 1 0 2147483647 2147483648 0 0"},
     {"steps=4294967297&position=-1&function=zoom", "0: 1 0 2147483647 4294967295 0 0"},
     {"steps=x&function=zoom", "0: 1 0 0 0 0 0"},
+    {"channel=x&function=getstatus", "0: 7 0 0 0 0 0"},
     {"channel=3&function=getstatus", "3: 7 0 0 0 0 0", 3},
     {"channel=2&channel=1&function=stop", "1: 9 0 0 0 0 0", 1},
     {"function=resetfocus", "0: 13 0 0 0 0 0", 0, CAPABILITY_FOCUS_ONLY},

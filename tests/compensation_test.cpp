@@ -5,7 +5,7 @@
 #include "config/saved_state.h"
 #include "lens/shift_tables.h"
 #include "lenses/lens_model.h"
-#include "rest.h"
+#include "whole_lives.h"
 
 namespace {
 
@@ -52,6 +52,7 @@ TEST(DayNight, OffsetsOfTheProfile) {
       {"-1", "1", "1", 300, 0},
       {"4294967295", "1", "1", 300, 0},
       {"2", "1", "5,6", 300, 0, "ZOOM_STEP"},
+      {"2", "1,2", "5", 300, 0, "FOCUS_OFFSET"},
       {"2000000000", "1,2", "1,2", 300, 0, "ZOOM_STEP"},
       {"many", "1", "1", 300, 0, "STEP_NUM"},
       {"1", "1", "five", 300, 0, "FOCUS_OFFSET"},
@@ -88,8 +89,11 @@ TEST(DayNight, BrokenProfileSwitchesItOff) {
     tCamera.Write(szLensProfilePath, szText);
     const TLifeResult tResult = Live(tCamera, {SetNight(20'000), Ask(30'000, szStatus)}, 31'000);
     ExpectRest(tCamera, tResult);
-    EXPECT_EQ(Count(Printed(tResult), szSwitch), 0U) << Tale(tResult);
-    EXPECT_FALSE(SavesNight(tCamera));
+    const std::string sPrinted = Printed(tResult);
+    EXPECT_EQ(Count(sPrinted, szSwitch), 0U) << Tale(tResult);
+    EXPECT_EQ(Count(sPrinted, "SXMLParser_Process failed = 0x") + Count(sPrinted, "FOCUS_SHIFT error."), 1U)
+        << Tale(tResult);
+    EXPECT_EQ(Count(tCamera.Read(szPositionsPath), "night_mode"), 0U) << "no mode is saved while it is off";
   }
 }
 
@@ -205,6 +209,22 @@ TEST(DayNight, ZoomsSaveKeepsTheMode) {
   EXPECT_EQ(g_tZoomAxis.eSaveMode, SAVE_WITH_SAVED_MODE);
 }
 
+// In the middle of a search or of a stepped move: the mode is stored with a true position, and nothing is added twice.
+TEST(DayNight, SwitchInASearchKeepsModeAndPositionTogether) {
+  for (u64 qw = 0; qw < Lives(20); qw++) {
+    const u64 qwSeed = FirstSeed() + qw;
+    SCOPED_TRACE("seed " + std::to_string(qwSeed));
+    const TCamera tCamera("zoom");
+    const TLifeResult tResult =
+        Live(tCamera, {Ask(4'000, "function=auto"), SetNight(3'500 + qwSeed * 1'337 % 30'000), Ask(60'000, szStatus)},
+             61'000, qwSeed);
+    ExpectRest(tCamera, tResult);
+    EXPECT_TRUE(SavesNight(tCamera));
+    const TLifeResult tAgain = Live(tCamera, {Ask(8'000, szStatus)}, 9'000, qwSeed);
+    EXPECT_EQ(Count(Printed(tResult) + Printed(tAgain), szSwitch), 1U) << Tale(tResult);
+  }
+}
+
 // Each channel moves by itself.  Behind SIGTERM no further one is moved, and its switch comes at the next start.
 TEST(DayNight, ChannelsMoveByThemselvesUntilTheEnd) {
   const TCamera tCamera("quad");
@@ -245,9 +265,9 @@ TEST(Thermal, RowsAndColumns) {
     double dFrom, dTo;
     i32 iShift;
     u32 dwMoves = 1;
-  } atCases[] = {{100, 20, 21, 0, 0}, {100, 20, 22, 0},   {100, 15, 5, -20},   {299, -5, 15, 30},
-                 {300, -5, 15, 60},   {99, -5, 15, 30},   {640, -5, 15, 60},   {100, -20, -12, 0},
-                 {100, -12, 10, 30},  {300, 10, 9, 0, 0}, {300, 10, 8.5, -40}, {300, 20, -60, -120}};
+  } atCases[] = {{100, 20, 21, 0, 0}, {100, 20, 22, 0},     {100, 15, 5, -20},  {299, -5, 15, 30},  {300, -5, 15, 60},
+                 {99, -5, 15, 30},    {640, -5, 15, 60},    {100, -20, -12, 0}, {100, -12, 10, 30}, {300, 10, 9, 0, 0},
+                 {300, 10, 8.5, -40}, {300, 20, -60, -120}, {300, 25, 60, 0}};
   for (const auto& tCase : atCases) {
     SCOPED_TRACE(std::to_string(tCase.dwZoom) + ": " + std::to_string(tCase.dFrom) + " to " +
                  std::to_string(tCase.dTo));
@@ -289,6 +309,7 @@ TEST(Thermal, BrokenTableMovesNothing) {
     const std::string sKey = tCase.szKey;
     EXPECT_EQ(Count(Printed(tResult), "[vernierlensd] : Parse shift_table_thermal_" + sKey + " error."), 1U)
         << Tale(tResult);
+    EXPECT_TRUE(HasPrinted(tResult, "[vernierlensd] : VernierLensd_LoadThermalFocusShiftTable failed."));
   }
 }
 

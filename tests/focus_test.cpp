@@ -4,7 +4,7 @@
 
 #include "autofocus/zoom_tracking.h"
 #include "lenses/lens_model.h"
-#include "rest.h"
+#include "whole_lives.h"
 
 namespace {
 
@@ -39,6 +39,11 @@ TEST(Focus, SearchGivesWay) {
       {"stop", {Ask(100, "function=auto"), Ask(4000, "function=stop"), Ask(9000, szStatus)}},
       {"zoom",
        {Ask(100, "function=auto"), Ask(4000, "function=zoom&direction=direct&position=300"), Ask(12'000, szStatus)}},
+      {"reference walk, then a move",
+       {Ask(100, "function=motorreset"), Ask(900, "function=focus&direction=direct&position=333"),
+        Ask(40'000, szStatus)}},
+      {"auto stops a zoom",
+       {Ask(100, "function=zoom&direction=direct&position=700"), Ask(1500, "function=auto"), Ask(90'000, szStatus)}},
       {"scan in its reference walk", {Ask(100, "function=scan"), Ask(1500, "function=stop"), Ask(20'000, szStatus)}},
   };
   for (const auto& tCase : atCases) {
@@ -140,6 +145,14 @@ TEST(State, StatusFileChoosesWhatIsDue) {
     EXPECT_GE(Count(Printed(tResult), sReceived + sEvent), sEvent.empty() ? 0U : 1U) << Tale(tResult);
     EXPECT_EQ(tCamera.Truth(LENS_ZOOM) == 321, sEvent == "rising");
   }
+}
+
+TEST(State, RestoreOfFourChannelsReferencesEach) {
+  const TCamera tCamera("quad");
+  tCamera.Write(szStatusPath, "restore\n");
+  const TLifeResult tResult = Live(tCamera, {Ask(400'000, "channel=3&function=getstatus")}, 401'000);
+  ExpectRest(tCamera, tResult, 3);
+  for (i32 iChannel = 0; iChannel < 4; iChannel++) EXPECT_EQ(tCamera.Truth(LENS_ZOOM, iChannel), 0) << iChannel;
 }
 
 // Logs that an earlier life has left: the lens is repaired although a client comes first, whose command takes the
@@ -331,8 +344,7 @@ TEST(Tracking, FocusFollowsAZoomThatCannotBeStopped) {
         EXPECT_EQ(tCamera.Truth(LENS_FOCUS), 950) << "what a client wishes behind the stop" << Tale(tResult);
       } else if (qwLife == 3) {
         // The second may come before the first is taken, and then takes its place.
-        const bool bBoth = tResult.sTranscript.find("create " + std::string(szZoomLogPath)) !=
-                           tResult.sTranscript.rfind("create " + std::string(szZoomLogPath));
+        const bool bBoth = Count(tResult.sTranscript, std::string("create ") + szZoomLogPath) > 1;
         EXPECT_EQ(tCamera.Truth(LENS_ZOOM), dStart + (bBoth ? 20 : 10)) << Tale(tResult);
       }
       if (HasFailure()) break;

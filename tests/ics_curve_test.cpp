@@ -62,6 +62,7 @@ std::string File(const std::string& sFront) {
 }
 const TFiles g_asAD = {{"ad_curve_y0", File("0 0 0 7f800000 0")}, {"ad_curve_y1", File("0 0 0 42c60000 42c80000")}};
 const TFiles g_asKelvin = {{"ad_curve_y0", File("0 0 0 46e8efcd 0")}};  // 298.159 at any reading
+const TFiles g_asHalf = {{"ad_curve_y0", File("0 0 0 0 0")}, {"ad_curve_y1", "0 0 0 42c60000"}};
 const TFiles g_asNight = {{"ir_curve_y0", File("0 2 0 40e00000 0")}, {"ir_curve_y1", "0 2"}};
 const TFiles g_asNightCodes = {{"ir_curve_y0", "0 2"},
                                {"ir_curve_y1", "0 1"},
@@ -90,6 +91,7 @@ const TCurveCase g_atCases[] = {
     {"AD: ends the wrong way round", LoadAD, 1, 900, 100, g_asKelvin, "=====\n0: 0 0 0 0 0 0 0 of -799\n"},
     {"AD: no answer", LoadAD, 1, -1, -1, g_asKelvin, "=====\n0: 0 0 0 0 0 0 0 of 1\n"},
     {"AD: no sensor", LoadAD, 1, 0, 2'000'000'000, g_asKelvin, "=====\n0: 0 0 0 0 0 0 0 of 2000000001\n"},
+    {"AD: half a curve", LoadAD, 2, 100, 900, g_asHalf, "\n99.000000\n=====\n0: 0 0 0 0 0 0 0 of 801\n"},
     {"temperature: huge count", LoadTemp, 2'000'000'000, 0, 0, {}, "Create ICS curve table failed.\n-1:----------\n"},
     {"tracking: a missing file ends it", LoadTrack, 3, 0, 0, g_asTrack,
      "==load Track curve===\n=====\n=====\n[vernierlensd] : fopen failed!\n-1:--+-- 31 0 0\n"},

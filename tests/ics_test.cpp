@@ -7,7 +7,7 @@
 #include <map>
 #include <regex>
 
-#include "rest.h"
+#include "whole_lives.h"
 
 namespace {
 
@@ -55,8 +55,8 @@ TEST(ICS, SetUpAndRestoreInTheirOrder) {
        {"/root/vernierlensd/focus/virtual/start = 100", "/root/vernierlensd/focus/virtual/end = 3000",
         "/root/vernierlensd/search/range/firstlevel = 1450", "/root/vernierlensd/search/range/secondlevel = 362",
         "/root/vernierlensd/search/range/thirdlevel = 22", "/root/vernierlensd/zoom/onesteptime = 500",
-        "/root/vernierlensd/focus/onesteptime = 400", "iZoomPositionInterval = 125",
-        "[init]iOldAD=475 AD2TempValue=25"}) {
+        "/root/vernierlensd/focus/onesteptime = 400", "iZoomPositionInterval = 125", "load Track value",
+        "choose /etc/conf.d/vernierlensd/ir_curve_y1", "[init]iOldAD=475 AD2TempValue=25"}) {
     EXPECT_TRUE(HasPrinted(tResult, szLine)) << szLine << Tale(tResult);
   }
 }
@@ -97,6 +97,7 @@ TEST(ICS, CommandsInTheirOrder) {
       {"function=zoom&direction=direct&position=900", Go("FOCUS", 1557, 137), "SLEEP 300, " + Go("ZOOM", 900, 150)},
       {"function=zoom&direction=backward&steps=30", Go("FOCUS", 1248, 13), "SLEEP 300, " + Go("ZOOM", 570, 15)},
       {"function=stop", "", ""},
+      {"function=resetfocus", "", ""},
   };
   for (const auto& tCase : atCases) {
     const TCamera tCamera("ics");

@@ -1,7 +1,7 @@
 // Whole lives of the daemon on the virtual clock, judged by replies, printed lines and the true lens.
 #include <csignal>
 
-#include "rest.h"
+#include "whole_lives.h"
 
 namespace {
 
@@ -78,6 +78,13 @@ TEST(Life, EndsWhereTheCommandsSay) {
        300,
        600},
       {"stop in a long move", "zoom", {{100, "zoom&direction=direct&position=700"}, {1500, "stop"}}, 2500, -1, -1},
+      {"a refused query in the middle costs nothing",
+       "zoom",
+       {{100, "zoom&direction=forward&steps=25"}, {450, "stop&channel=9"}},
+       3000,
+       225,
+       -1},
+      {"stop while nothing moves", "zoom", {{100, "stop"}}, 500, 200, 485},
       {"two commands within one step: the later runs, once",
        "zoom",
        {{100, "focus&direction=direct&position=900"},

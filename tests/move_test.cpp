@@ -6,7 +6,7 @@
 
 #include "motor/axis_move.h"
 #include "motor/command_box.h"
-#include "rest.h"
+#include "whole_lives.h"
 
 namespace {
 

@@ -1,7 +1,7 @@
 // Places that a daemon should not find itself in: a line, and then the promised end, or going on at an idle pace.
 #include <filesystem>
 
-#include "rest.h"
+#include "whole_lives.h"
 
 namespace {
 

@@ -36,11 +36,13 @@ struct TFileCase {
   std::string szName, szFile, szExpected;  // the result, /r/a/n (77 before) and /r/a/s in 8 bytes ("old" before)
 };
 const TFileCase g_atFiles[] = {
+    {"absent keys are left alone", "<r><n>1</n><a><nn>2</nn></a><a/></r>", "0 77 old"},
     {"a path is matched from the root on", "<r><r><a><n>5</n></a></r><b><a><n>6</n></a></b></r>", "0 77 old"},
     {"the first occurrence counts", "<r><a><n>1</n><n>2</n></a><a><n>3</n><s>x</s></a></r>", "0 1 x"},
     {"above int32", "<r><a><n>4294967301</n></a></r>", "0 2147483647 old"},
     {"below int32, far", "<r><a><n> -" + Repeat(90, "9") + "</n></a></r>", "0 -2147483648 old"},
     {"number with a tail", "<r><a><n>\n +" + Repeat(90, "0") + "4 2</n></a></r>", "0 4 old"},
+    {"no number, no text", "<r><a><n>-+5</n><s/></a></r>", "0 0 "},
     {"string cut, then trimmed", "<r><a><s> abcde  \n fgh </s></a></r>", "0 77 abcde"},
     {"string cut to the byte", "<r><a><s>\n12345678</s></a></r>", "0 77 1234567"},
     {"divided text", "<r><a><n>1<!--x-->2<i>9</i>&#51;<![CDATA[4]]></n><s>a&lt;<s>b</s>c</s></a></r>", "0 1234 a<c"},

@@ -3,7 +3,7 @@
 #include <filesystem>
 #include <regex>
 
-#include "rest.h"
+#include "whole_lives.h"
 
 namespace {
 

@@ -41,7 +41,7 @@ TEST(Temperature, EveryRawValueIsItsTemperature) {
     TMP103B_Convert(0x4200u | static_cast<u8>(iCount), &tReading);  // only the low byte counts
     if (tReading.iTemperature != iCount || tReading.dTemperature != iCount) iWrong++;
   }
-  testing::internal::GetCapturedStdout();
+  EXPECT_TRUE(testing::internal::GetCapturedStdout().starts_with("dwRaw_tmp=8000\ndwRaw_tmp=8001\n"));
   EXPECT_EQ(iWrong, 0);
 }
 
@@ -129,17 +129,21 @@ TEST(IICCtrl, MovesTheseBytesOrRefuses) {
 
 TEST(IICCtrl, RefusesBadOptionsAndNoObject) {
   TIICCtrl* ptIIC = nullptr;
+  testing::internal::CaptureStdout();
   for (const TIICCtrlOption& tOption : {TIICCtrlOption{0x2000001, 5, 1024, 0, "/dev/null"},
                                         {0x2000002, 5, 1023, 0, "/dev/null"},
                                         {0x2000001, 5, 1023, 0, "/dev/null/x"}}) {
     EXPECT_EQ(IICCtrl_Initial(&ptIIC, &tOption), -1);
   }
   EXPECT_TRUE(BytesAndWords(-1));  // the parent has no object
+  EXPECT_EQ(testing::internal::GetCapturedStdout(),
+            "Invalid Argument!\nVersion Mismatch!\nopen /dev/null/x error!\n"
+            "Invalid Handle!\nInvalid Handle!\nInvalid Handle!\nInvalid Handle!\nword eeee\n");
 }
 
 const std::string sPath = "IICCtrl Device path : /dev/i2c-2; ";
-const std::string sDefaults =
-    "Parse devpath fail, use default setting; Parse devaddr fail, use default setting; " + sPath;
+const std::string sNothingElse = "Parse devpath fail, use default setting; Parse devaddr fail, use default setting; ";
+const std::string sDefaults = sNothingElse + sPath;
 const std::string sNotSetUp = "Error: Initial Temperature sensor object fail; ";
 const std::string sLong(90, 'y'), sCut(31, 'y');
 const std::string sTMP103B = "<dev0><sensortype>TMP103B</sensortype></dev0>";
@@ -165,6 +169,7 @@ const struct {
      SENSOR_GOOD, "IICCtrl Device path : " + sCut + "; open " + sCut + " error!; Error: Initial I2C object fail; "},
     {sLM73, 0, 0, SENSOR_SHORT,
      sDefaults + "write 4a w01 = 1; i2c write failed.; Set configuration register fail!; " + sNotSetUp},
+    {"<dev0><sensortype>LM75</sensortype></dev0>", 0, 0, SENSOR_GOOD, sNothingElse + "Un-support sensor type fail; "},
     {"<dev0><devaddr>113</devaddr></dev0>", 0, 0, SENSOR_GOOD, "Un-support sensor type fail; "},
     {"<dev2147><sensortype>LM73</sensortype></dev2147>", 2147483647, 0, SENSOR_GOOD, "Un-support sensor type fail; "},
     {"<dev0>", 0, 0, SENSOR_GOOD, "SXMLParser_Process fail!; "},

@@ -1,4 +1,4 @@
-// What every whole life comes to, and what the tests of such lives share.
+// What the tests of whole lives share: how each ends, events and questions that several of them need.
 #pragma once
 
 #include <gtest/gtest.h>
