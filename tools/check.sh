@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# The static checks: format, clang-tidy, borders between the rooms, symbols that the simulated clock must know.
-#   tools/check.sh [format|tidy|borders|symbols|proportion]...     all of them if none is named
+# The static checks: format, clang-tidy, borders between the rooms, symbols that the simulated clock must know, and figures of the
+# docs that a build can tell.
+#   tools/check.sh [format|tidy|borders|symbols|libraries|footprint|proportion]...     all of them if none is named
 # Needs a build of the release preset.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -31,6 +32,38 @@ check_symbols() {
     build/lib/libtreereader.so.1
 }
 
+# What the daemon and the camera's libraries load is what docs/integration.md tells whoever puts them onto a camera.  The loader is
+# part of the C library, and named after the processor.
+check_libraries() {
+  readelf --dynamic build/bin/vernierlensd build/lib/lib{gatelink,courier,taskshim,treereader}.so |
+    sed --quiet 's/.*(NEEDED).*\[\(.*\)\]/\1/p' | grep --invert-match '^ld-linux' | sort --unique |
+    diff <(sed --quiet '/^## Libraries/,/^## B/s/^| `\(lib[^`]*\)`.*/\1/p' docs/integration.md | sort) - || {
+    echo "docs/integration.md: < stands in the table of libraries, > is loaded: make them one"
+    return 1
+  }
+}
+
+# Size and memory of docs/performance.md are those of this build, within a tenth.
+check_footprint() {
+  bench/footprint.sh build 1 | awk -F ' *[|] *' '
+    NR == FNR { told[$2] = $3; next }
+    $2 == "resident memory" || $2 == "stripped binary" {
+      rows++
+      count = split($3, seen, /[^0-9]+/)
+      split(told[$2], page, /[^0-9]+/)
+      for (i = 1; i < count; i++) {
+        if (seen[i] >= 0.9 * page[i] && seen[i] <= 1.1 * page[i]) continue
+        print "docs/performance.md: the row \"" $2 "\" says \"" told[$2] "\", measured is \"" $3 "\": run bench/footprint.sh, give its row"
+        failed = 1
+        break
+      }
+    }
+    END {
+      if (rows != 2) print "bench/footprint.sh: no figures of memory and size"
+      exit failed || rows != 2
+    }' docs/performance.md -
+}
+
 # Tests are at most a third of the code.
 check_proportion() {
   local tests code
@@ -40,7 +73,7 @@ check_proportion() {
   [ $((3 * tests)) -le "$code" ]
 }
 
-[ $# -gt 0 ] || set -- format borders symbols proportion tidy
+[ $# -gt 0 ] || set -- format borders symbols libraries footprint proportion tidy
 for check in "$@"; do
   echo "-- $check"
   "check_$check"
