@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# What an idle daemon costs: wake-ups and processor time over a minute, resident memory, size of the stripped binary.
+# What an idle daemon costs: wake-ups and processor time over a minute, resident memory, size of the stripped binary, as rows of
+# docs/performance.md.
 #   bench/footprint.sh [BUILD [SECONDS]]
 set -euo pipefail
 build=${1:-build-bench}
@@ -20,8 +21,9 @@ ticks() { awk '{ print $14 + $15 }' "/proc/$daemon/stat"; }
 before=$(wakeups)
 ticks_before=$(ticks)
 sleep "$seconds"
-echo "wake-ups in $seconds s: $(($(wakeups) - before)), of $(ls "/proc/$daemon/task" | wc --lines) threads, three of which wait 3 s at a time"
-echo "processor time: $(($(ticks) - ticks_before)) ticks of 1/$(getconf CLK_TCK) s"
-awk '/^VmRSS|^RssAnon/ { print $1, $2, $3 }' "/proc/$daemon/status"
+echo "| wake-ups in $seconds s | $(($(wakeups) - before)): three threads, each waiting 3 s at a time |"
+echo "| processor time in $seconds s | $(($(ticks) - ticks_before)) ticks of 1/$(getconf CLK_TCK) s |"
+awk '/^VmRSS/ { all = $2 } /^RssAnon/ { own = $2 }
+     END { print "| resident memory | " all " KiB, of it " own " KiB its own |" }' "/proc/$daemon/status"
 strip --output-file="$root/stripped" "$build/bin/vernierlensd"
-echo "stripped binary: $(stat --format=%s "$root/stripped") bytes"
+echo "| stripped binary | $(stat --format=%s "$root/stripped") bytes |"
