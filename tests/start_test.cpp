@@ -1,4 +1,7 @@
 // Start-up on files that are broken or missing, release after each failed step, the command line.
+#include <fcntl.h>
+#include <sys/stat.h>
+
 #include <csignal>
 #include <filesystem>
 #include <regex>
@@ -125,6 +128,109 @@ TEST(Start, SavedPositionsOutsideTheRangeAreLimited) {
   EXPECT_EQ(StatusValue(tResult.asReplies[0], "zoom_motor"), 0);
   EXPECT_EQ(StatusValue(tResult.asReplies[0], "focus_motor"), 1480);
   EXPECT_TRUE(HasPrinted(tResult, "[vernierlensd] : Saved position -5 is outside the range, 0 is used."));
+}
+
+mode_t ModeOf(const TCamera& tCamera, const char* szPath) {
+  return static_cast<mode_t>(std::filesystem::status(tCamera.Path(szPath)).permissions());
+}
+
+// Nobody but its owner writes what the daemon trusts, whatever the umask; a mode that was chosen is kept.
+TEST(Start, FilesAreTheOwnersToWrite) {
+  const struct {
+    mode_t wUmask, wBefore, wAfter;
+    bool bMade;  // the default and the status file are new
+  } atCases[] = {{0, 0644, 0644, true}, {0, 0600, 0600, false}, {0, 0666, 0644, false}, {077, 0640, 0640, false}};
+  for (const auto& tCase : atCases) {
+    const TCamera tCamera("focus");
+    for (const char* szPath : {szPositionsPath, szFocusDefaultPath}) {
+      chmod(tCamera.Path(szPath).c_str(), tCase.wBefore);
+    }
+    for (const char* szPath : {szFocusDefaultPath, szStatusPath}) {
+      if (tCase.bMade) std::filesystem::remove(tCamera.Path(szPath));
+    }
+    const mode_t wFormer = umask(tCase.wUmask);
+    const TLifeResult tResult = Live(tCamera,
+                                     {Call(300,
+                                           [&](TWorld*) {
+                                             const mode_t wOthers = S_IWGRP | S_IWOTH;
+                                             if ((ModeOf(tCamera, szPidPath) & wOthers) != 0) std::puts("PID");
+                                             if ((ModeOf(tCamera, szFocusLogPath) & wOthers) != 0) std::puts("log");
+                                           }),
+                                      Ask(100, "function=focus&direction=direct&position=1000"),
+                                      Ask(60'000, "function=setfocusdefault&defaultposition=7")},
+                                     70'000);
+    umask(wFormer);
+    SCOPED_TRACE(std::to_string(tCase.wUmask) + " " + std::to_string(tCase.wBefore) + Tale(tResult));
+    EXPECT_FALSE(HasPrinted(tResult, "PID") || HasPrinted(tResult, "log"));
+    EXPECT_EQ(tCamera.Read(szFocusDefaultPath), "7\n");
+    for (const char* szPath : {szPositionsPath, szFocusDefaultPath, szStatusPath}) {
+      EXPECT_EQ(ModeOf(tCamera, szPath), szPath == szStatusPath ? 0644 : tCase.wAfter) << szPath;
+    }
+  }
+}
+
+// A saved file that is a symbolic link stays one, over a second link and where its target is still to be made.
+TEST(Start, LinksStayLinks) {
+  const TCamera tCamera("focus");
+  const std::string sSaved = tCamera.Path(szPositionsPath), sTarget = tCamera.Path("/mnt/flash/saved");
+  std::filesystem::rename(sSaved, sTarget);
+  std::filesystem::create_symlink("../../../mnt/flash/saved", tCamera.Path("/etc/conf.d/vernierlensd/second"));
+  std::filesystem::create_symlink("second", sSaved);
+  std::filesystem::remove(tCamera.Path(szFocusDefaultPath));
+  std::filesystem::create_symlink("default", tCamera.Path(szFocusDefaultPath));
+  const TLifeResult tResult = Live(tCamera,
+                                   {Ask(100, "function=focus&direction=direct&position=1000"),
+                                    Ask(60'000, "function=setfocusdefault&defaultposition=7")},
+                                   70'000);
+  EXPECT_TRUE(std::filesystem::is_symlink(sSaved)) << Tale(tResult);
+  EXPECT_EQ(Count(tCamera.Read("/mnt/flash/saved"), "focus_motor=1000\n"), 1U) << Tale(tResult);
+  EXPECT_TRUE(std::filesystem::is_symlink(tCamera.Path(szFocusDefaultPath)));
+  EXPECT_EQ(tCamera.Read("/etc/conf.d/vernierlensd/default"), "7\n");
+  // A circle of links is a failed save, whose log stays.
+  std::filesystem::remove(sSaved);
+  std::filesystem::create_symlink("vernierlensd.conf", sTarget + "2");
+  std::filesystem::rename(sTarget + "2", sSaved);
+  EXPECT_TRUE(HasPrinted(Live(tCamera, {}, 1000), szLoadFailed));
+}
+
+// A FIFO in a file's place costs a line, and the same as a file that is missing: nothing waits for a writer.
+TEST(Start, FifosInTheFilesPlaceAreRefused) {
+  const struct {
+    const char* szModel;
+    const char* szPath;
+    const char* szThen;
+  } atCases[] = {{"zoom", szVideoInPath, szTypeFailed},
+                 {"zoom", szConfigPath, szLoadFailed},
+                 {"zoom", szPositionsPath, szLoadFailed},
+                 {"zoom", szStatusPath, "[vernierlensd] : VernierlensStatusFILE fopen fail!"},
+                 {"zoom", szPanFocusPath, "[vernierlensd] : select timeout"},
+                 {"zoom", szLensProfilePath, "[vernierlensd] : select timeout"},
+                 {"zoom", szIRCutPath, "[vernierlensd] : SXMLParser_Process failed"},
+                 {"zoom", szBackupPath, "[vernierlensd] : fopen failed!"},
+                 {"zoom", szPidPath, "[vernierlensd] : select timeout"},
+                 {"focus", szFocusDefaultPath, "[vernierlensd] : fopen failed!"},
+                 {"ics", szICSPositionsPath, "[vernierlensd] : fopen failed!"},
+                 {"ics", "/etc/conf.d/vernierlensd/temp_curve_y0", "[vernierlensd] : fopen failed!"}};
+  for (const auto& tCase : atCases) {
+    const TCamera tCamera(tCase.szModel);
+    std::filesystem::remove(tCamera.Path(tCase.szPath));
+    ASSERT_EQ(mkfifo(tCamera.Path(tCase.szPath).c_str(), 0600), 0);
+    const std::string sBackup = EventFrame("<message><autofocus>rising</autofocus></message>");
+    const TLifeResult tResult =
+        Live(tCamera,
+             {SetNight(8'000), Ask(9'000, szStatus),
+              Call(9'500,
+                   [&](TWorld*) {
+                     const int fd = open(tCamera.Path(szFIFOPath).c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+                     if (fd >= 0 && write(fd, sBackup.data(), sBackup.size()) > 0) close(fd);
+                   })},
+             20'000);
+    SCOPED_TRACE(tCase.szPath + Tale(tResult));
+    EXPECT_EQ(Judge_Order(tResult), "");
+    EXPECT_TRUE(HasPrinted(tResult, tCase.szThen));
+    const bool bRead = tCase.szPath != szPidPath && tCase.szPath != szConfigPath;  // which has a reader of its own
+    EXPECT_EQ(HasPrinted(tResult, std::string("[vernierlensd] : ") + tCase.szPath + " is no regular file."), bRead);
+  }
 }
 
 TEST(Start, LeavesAndReplacesItsFiles) {

@@ -22,6 +22,7 @@ constinit TReal<int(const char*, mode_t)> g_realMkfifo{"mkfifo"};
 constinit TReal<int(const char*, mode_t)> g_realMkdir{"mkdir"};
 constinit TReal<int(const char*, mode_t)> g_realChmod{"chmod"};
 constinit TReal<int(const char*, const char*)> g_realRename{"rename"};
+constinit TReal<ssize_t(const char*, char*, size_t)> g_realReadlink{"readlink"};
 constinit TReal<int(const char*, struct stat*)> g_realStat{"stat"};
 constinit TReal<int(const char*, struct stat*)> g_realLstat{"lstat"};
 constinit TReal<int(const char*, struct stat64*)> g_realStat64{"stat64"};
@@ -50,6 +51,8 @@ int Hook_mkfifo(const char* pszPath, mode_t dwMode) asm("mkfifo");
 int Hook_mkdir(const char* pszPath, mode_t dwMode) asm("mkdir");
 int Hook_chmod(const char* pszPath, mode_t dwMode) asm("chmod");
 int Hook_rename(const char* pszFrom, const char* pszTo) asm("rename");
+ssize_t Hook_readlink(const char* pszPath, char* pcTarget, size_t dwRoom) asm("readlink");
+ssize_t Hook_readlink_chk(const char* pszPath, char* pcTarget, size_t dwRoom, size_t dwSize) asm("__readlink_chk");
 int Hook_stat(const char* pszPath, struct stat* pt) asm("stat");
 int Hook_lstat(const char* pszPath, struct stat* pt) asm("lstat");
 int Hook_stat64(const char* pszPath, struct stat64* pt) asm("stat64");
@@ -254,6 +257,18 @@ int Hook_rename(const char* pszFrom, const char* pszTo) {
   const i32 iResult = g_realRename(tFrom.bOurs ? tFrom.szReal : pszFrom, tTo.bOurs ? tTo.szReal : pszTo);
   if (iResult == 0) Transcript_Fact("rename %s %s", pszFrom, pszTo);
   return iResult;
+}
+
+ssize_t Hook_readlink(const char* pszPath, char* pcTarget, size_t dwRoom) {
+  const TCameraPath tPath(pszPath);
+  if (!tPath.bOurs) return g_realReadlink(pszPath, pcTarget, dwRoom);
+  Hooks_Point("readlink");
+  return g_realReadlink(tPath.szReal, pcTarget, dwRoom);
+}
+
+ssize_t Hook_readlink_chk(const char* pszPath, char* pcTarget, size_t dwRoom, size_t dwSize) {
+  if (dwSize < dwRoom) __builtin_trap();
+  return Hook_readlink(pszPath, pcTarget, dwRoom);
 }
 
 template <class TStat>

@@ -55,6 +55,8 @@ constexpr const char* g_aszHooked[] = {
     "mkdir",
     "chmod",
     "rename",
+    "readlink",
+    "__readlink_chk",
     "stat",
     "lstat",
     "stat64",

@@ -7,6 +7,7 @@
 #include "config/token_file.h"
 #include "core/number.h"
 #include "core/paths.h"
+#include "core/regular_file.h"
 #include "ics/ics_tracking.h"
 #include "motor/command_box.h"
 
@@ -35,7 +36,7 @@ void SendToPanFocus(TVernierLensdInfo* pThis, i32 iChannel, TMay fnMay) {
 }  // namespace
 
 i32 VernierLensd_LoadPanFocusTable() {
-  FILE* pFile = std::fopen(szPanFocusPath, "r");
+  FILE* pFile = RegularFile_Read(szPanFocusPath);
   if (pFile == nullptr) {
     std::printf("[vernierlensd] : fopen %s failed!\n", szPanFocusPath);
     return 0;

@@ -7,6 +7,7 @@
 #include "core/fail.h"
 #include "core/number.h"
 #include "core/paths.h"
+#include "core/regular_file.h"
 #include "core/wait.h"
 #include "motor/command_box.h"
 #include "motor/positioning.h"
@@ -139,7 +140,7 @@ void SendSavedMove(TVernierLensdInfo* pThis, const TAxis& tAxis, u32 dwFunction,
 }
 
 i32 Backup(TVernierLensdInfo* pThis) {
-  FILE* pFile = std::fopen(szBackupPath, "r");
+  FILE* pFile = RegularFile_Read(szBackupPath);
   if (pFile == nullptr) return Fail("[vernierlensd] : fopen failed!");
   TToken tToken = {};
   while (TokenFile_Next(pFile, &tToken)) {

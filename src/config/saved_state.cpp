@@ -9,6 +9,7 @@
 #include "core/fail.h"
 #include "core/number.h"
 #include "core/paths.h"
+#include "core/regular_file.h"
 
 namespace {
 
@@ -66,7 +67,7 @@ i32 VernierLensd_SaveFocusDefault(TVernierLensdInfo* pThis) {
 }
 
 i32 VernierLensd_LoadFocusDefault() {
-  FILE* pFile = std::fopen(szFocusDefaultPath, "r");
+  FILE* pFile = RegularFile_Read(szFocusDefaultPath);
   if (pFile == nullptr) return Fail("[vernierlensd] : fopen failed!");
   TToken tToken = {};
   const bool bFound = TokenFile_Next(pFile, &tToken);

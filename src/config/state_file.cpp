@@ -3,34 +3,65 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 
+#include "core/regular_file.h"
+
 namespace {
 
-constexpr std::size_t dwMaxPath = 128;
+constexpr std::size_t dwMaxPath = 256;
+constexpr i32 iMaxLinks = 8;
 
-i32 WriteWhole(const char* pszPath, const char* pszText);
+struct TPath {
+  char szText[dwMaxPath];
+};
+
+bool FollowLinks(TPath* ptPath);
+i32 WriteWhole(const char* pszPath, const char* pszLike, const char* pszText);
 i32 SyncFolder(const char* pszPath);
 
 }  // namespace
 
 i32 StateFile_Replace(const char* pszPath, const char* pszText) {
+  TPath tPath;
+  if (std::snprintf(tPath.szText, dwMaxPath, "%s", pszPath) >= static_cast<int>(dwMaxPath)) return -1;
+  if (!FollowLinks(&tPath)) return -1;
   char szNew[dwMaxPath];
-  if (std::snprintf(szNew, sizeof szNew, "%s.tmp", pszPath) >= static_cast<int>(sizeof szNew)) return -1;
-  if (WriteWhole(szNew, pszText) != 0 || std::rename(szNew, pszPath) != 0) {
+  if (std::snprintf(szNew, sizeof szNew, "%s.tmp", tPath.szText) >= static_cast<int>(sizeof szNew)) return -1;
+  if (WriteWhole(szNew, tPath.szText, pszText) != 0 || std::rename(szNew, tPath.szText) != 0) {
     unlink(szNew);
     return -1;
   }
-  // Without this a cut could keep what is done to other names behind it, and lose the rename.
-  return SyncFolder(pszPath);
+  // Without this a power cut could lose the rename and keep what is done to other names after it.
+  return SyncFolder(tPath.szText);
 }
 
 namespace {
 
-i32 WriteWhole(const char* pszPath, const char* pszText) {
-  FILE* pFile = std::fopen(pszPath, "w");
+// A rename over a symbolic link would replace the link and leave its target old.  False: a link too many, or too long.
+bool FollowLinks(TPath* ptPath) {
+  for (i32 i = 0; i < iMaxLinks; i++) {
+    char szTarget[dwMaxPath];
+    const ssize_t nTarget = readlink(ptPath->szText, szTarget, sizeof szTarget - 1);
+    if (nTarget < 0) return errno == EINVAL || errno == ENOENT;  // no link, or no file yet
+    szTarget[nTarget] = '\0';
+    const char* pszSlash = std::strrchr(ptPath->szText, '/');
+    const bool bBeside = szTarget[0] != '/' && pszSlash != nullptr;  // it counts from the link's own folder
+    const int iFolder = bBeside ? static_cast<int>(pszSlash - ptPath->szText) + 1 : 0;
+    TPath tNext;
+    const int iLength = std::snprintf(tNext.szText, dwMaxPath, "%.*s%s", iFolder, ptPath->szText, szTarget);
+    if (iLength >= static_cast<int>(dwMaxPath)) return false;
+    *ptPath = tNext;
+  }
+  return false;
+}
+
+i32 WriteWhole(const char* pszPath, const char* pszLike, const char* pszText) {
+  FILE* pFile = RegularFile_Write(pszPath);
   if (pFile == nullptr) return -1;
+  RegularFile_TakeMode(pszPath, pszLike);
   bool bWhole = std::fputs(pszText, pFile) >= 0;
   bWhole = std::fflush(pFile) == 0 && bWhole;
   bWhole = fsync(fileno(pFile)) == 0 && bWhole;

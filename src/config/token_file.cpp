@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "core/number.h"
+#include "core/regular_file.h"
 
 namespace {
 
@@ -41,12 +42,12 @@ const char* Token_Value(const TToken& tToken, std::string_view sKey) {
 }
 
 i32 TokenFile_Read(const char* pszPath, std::span<const TTokenRow> atRows) {
-  FILE* pFile = std::fopen(pszPath, "r");
+  FILE* pFile = RegularFile_Read(pszPath);
   if (pFile == nullptr) return -1;
   TFound atFound[dwMaxTokenRows] = {};
   TToken tToken = {};
   while (TokenFile_Next(pFile, &tToken)) TakeToken(tToken, atRows, atFound);
-  const bool bWhole = std::ferror(pFile) == 0;  // a directory opens, and then cannot be read
+  const bool bWhole = std::ferror(pFile) == 0;
   std::fclose(pFile);
   if (!bWhole) return -1;
   for (std::size_t i = 0; i < atRows.size(); i++) {

@@ -17,6 +17,7 @@
 #include "core/inputs.h"
 #include "core/instance.h"
 #include "core/paths.h"
+#include "core/regular_file.h"
 #include "core/status_file.h"
 #include "core/table.h"
 #include "ics/curve_tables.h"
@@ -94,8 +95,9 @@ i32 VernierLensd_InitTemperatureSensor(TVernierLensdInfo* pThis) {
 }
 
 i32 VernierLensd_WritePidFile() {
-  FILE* pFile = std::fopen(szPidPath, "w");
+  FILE* pFile = RegularFile_Write(szPidPath);
   if (pFile == nullptr) return -1;
+  RegularFile_TakeMode(szPidPath, szPidPath);  // whoever writes this file chooses what the next signal ends
   char szPid[8] = {};
   // A longer number is cut; a kernel hands out at most 4194304.
   if (std::snprintf(szPid, sizeof szPid, "%d", getpid()) > 0) std::fputs(szPid, pFile);

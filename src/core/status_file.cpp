@@ -9,6 +9,7 @@
 
 #include "core/fail.h"
 #include "core/paths.h"
+#include "core/regular_file.h"
 #include "core/working_log.h"
 #include "courier.h"
 #include "motor/command_box.h"
@@ -35,7 +36,7 @@ void LoseReferences(TVernierLensdInfo* pThis) {
 i32 CreateStatusFile(TVernierLensdInfo* pThis) {
   MarkRestore(pThis);
   LoseReferences(pThis);
-  FILE* pFile = std::fopen(szStatusPath, "wb");
+  FILE* pFile = RegularFile_Write(szStatusPath);
   if (pFile == nullptr) return Fail(szFopenFail);
   std::fputs("normal\n", pFile);
   std::fclose(pFile);
@@ -61,7 +62,7 @@ i32 SendMessage(const char* const (&aszArguments)[5]) {
 i32 WriteNormal() {
   char szText[dwStatusSize] = {};
   std::snprintf(szText, sizeof szText, "%s\n", "normal");
-  FILE* pFile = std::fopen(szStatusPath, "wb");
+  FILE* pFile = RegularFile_Write(szStatusPath);
   if (pFile == nullptr) return Fail(szFopenFail);
   std::fputs(szText, pFile);
   std::printf("Vernierlens Status: %s\n", szText);
@@ -90,7 +91,7 @@ void PowerLoss_LookAtLogs(TVernierLensdInfo* pThis) {
 
 i32 VernierLensd_LoadStatusFile(TVernierLensdInfo* pThis) {
   if (access(szStatusPath, F_OK) != 0) return CreateStatusFile(pThis);
-  FILE* pFile = std::fopen(szStatusPath, "rb");
+  FILE* pFile = RegularFile_Read(szStatusPath);
   if (pFile == nullptr) return Fail(szFopenFail);
   char szText[dwStatusSize] = {};
   if (std::fgets(szText, sizeof szText, pFile) == nullptr) szText[0] = '\0';

@@ -1,25 +1,23 @@
 #include "core/working_log.h"
 
-#include <fcntl.h>
 #include <unistd.h>
 
 #include <cstdio>
 
 #include "core/paths.h"
+#include "core/regular_file.h"
 
 namespace {
 
-constexpr mode_t wLogMode = 0644;
-
 void CreateLog(const char* szPath, const char* szFailed) {
   // Without the marker a cut in this move would go unseen, so a failure is worth a second try.
-  i32 fd = open(szPath, O_WRONLY | O_CREAT | O_TRUNC, wLogMode);
-  if (fd < 0) fd = open(szPath, O_WRONLY | O_CREAT | O_TRUNC, wLogMode);
-  if (fd < 0) {
+  FILE* pFile = RegularFile_Write(szPath);
+  if (pFile == nullptr) pFile = RegularFile_Write(szPath);
+  if (pFile == nullptr) {
     std::puts(szFailed);
     return;
   }
-  close(fd);
+  std::fclose(pFile);
   sync();
 }
 

@@ -9,6 +9,7 @@
 
 #include "core/fail.h"
 #include "core/paths.h"
+#include "core/regular_file.h"
 #include "core/table.h"
 #include "motor/motor_device.h"
 
@@ -46,7 +47,7 @@ bool NextToken(FILE* pFile, u32* pdwToken) {
 i32 ReadFile(const char* szPaths, i32 iFile, TCurveFile* ptFile) {
   char szPath[100];
   std::snprintf(szPath, sizeof(szPath), szPaths, iFile);
-  FILE* pFile = std::fopen(szPath, "r");
+  FILE* pFile = RegularFile_Read(szPath);
   if (pFile == nullptr) return Fail("[vernierlensd] : fopen failed!");
   *ptFile = {};
   while (ptFile->iTokens < iMaxTokens && NextToken(pFile, &ptFile->adwToken[ptFile->iTokens])) ptFile->iTokens++;

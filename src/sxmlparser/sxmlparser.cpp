@@ -5,6 +5,7 @@
 #include <cstring>
 #include <limits>
 
+#include "core/regular_file.h"
 #include "sxmlparser/sxml_scanner.h"
 #include "sxmlparser/sxml_tree.h"
 
@@ -131,7 +132,7 @@ static char* File_Read(FILE* pFile) {
 }
 
 static char* File_Load(const char* pszPath) {
-  FILE* const pFile = pszPath == nullptr ? nullptr : std::fopen(pszPath, "rb");
+  FILE* const pFile = pszPath == nullptr ? nullptr : RegularFile_Read(pszPath);
   if (pFile == nullptr) return nullptr;
   char* const pszText = File_Read(pFile);
   std::fclose(pFile);

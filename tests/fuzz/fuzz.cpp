@@ -32,7 +32,6 @@ std::string* Files_Find(const char* pszPath) {
 // The linker sends these calls here; the harness's own and the fuzzer's go on to the C library.
 extern "C" {
 int LLVMFuzzerInitialize(int* piArguments, char*** papszArguments);
-FILE* __real_fopen(const char* pszPath, const char* pszMode);
 int __real_open(const char* pszPath, int iFlags, ...);
 int __real_access(const char* pszPath, int iMode);
 int __real_poll(pollfd* ptPolls, nfds_t dwPolls, int iTimeOut_ms);
@@ -40,13 +39,6 @@ int __real_poll(pollfd* ptPolls, nfds_t dwPolls, int iTimeOut_ms);
 // What the daemon prints is formatted, so that the sanitizers see it, and then lost.
 int LLVMFuzzerInitialize(int*, char***) {
   return std::freopen("/dev/null", "w", stdout) == nullptr ? 1 : 0;
-}
-
-FILE* __wrap_fopen(const char* pszPath, const char* pszMode) {
-  if (!IsOfCamera(pszPath)) return __real_fopen(pszPath, pszMode);
-  if (*pszMode != 'r') return __real_fopen("/dev/null", pszMode);
-  std::string* pstrText = Files_Find(pszPath);
-  return pstrText == nullptr ? nullptr : fmemopen(pstrText->data(), pstrText->size(), pszMode);
 }
 
 int __wrap_open(const char* pszPath, int iFlags, ...) {
