@@ -121,13 +121,121 @@ TEST(Start, TableOfFourBillionEntriesEndsIt) {
   EXPECT_TRUE(HasPrinted(tResult, "[vernierlensd] : Create focus pan table failed.")) << Tale(tResult);
 }
 
-TEST(Start, SavedPositionsOutsideTheRangeAreLimited) {
-  const TCamera tCamera("zoom");
-  tCamera.Write(szPositionsPath, "zoom_motor=-5\nfocus_motor=1481\n");
-  const TLifeResult tResult = Live(tCamera, {Ask(500, szStatus)}, 1000);
-  EXPECT_EQ(StatusValue(tResult.asReplies[0], "zoom_motor"), 0);
-  EXPECT_EQ(StatusValue(tResult.asReplies[0], "focus_motor"), 1480);
-  EXPECT_TRUE(HasPrinted(tResult, "[vernierlensd] : Saved position -5 is outside the range, 0 is used."));
+// Where the true motors of a channel stand when the daemon starts.
+void Place(const TCamera& tCamera, i32 iChannel, u32 dwZoom, u32 dwFocus) {
+  ChangeWorld(tCamera, [&](TWorld& tWorld) {
+    for (const ELensAxis eAxis : g_aeAxes) {
+      const TAxisModel& tModel = tWorld.tLens.atModel[eAxis];
+      TAxisTruth& tTruth = tWorld.tLens.atAxis[iChannel][eAxis];
+      const u32 dwVirtual = eAxis == LENS_ZOOM ? dwZoom : dwFocus;
+      tTruth.iRotor = tTruth.iGlass = tModel.iOrigin + static_cast<i32>(dwVirtual) * tModel.iDriverPerVirtual;
+    }
+  });
+}
+
+// A saved position that cannot be is a power loss: both logs stand before anything else begins, and the lens is found.
+TEST(Start, FalsePositionsArePowerLosses) {
+  const struct {
+    std::string sSaved;
+    const char* szChannels;
+    const char* szLine;
+  } atCases[] = {
+      {"zoom_motor=-5\nfocus_motor=485\n", "1", "Saved position -5 is outside the range, 0 is used."},
+      {"zoom_motor=200\nfocus_motor=1481\n", "1", "Saved position 1481 is outside the range, 1480 is used."},
+      {"", "1", "Saved zoom_motor is absent or no number, 0 is used."},
+      {"zoom_motor=200\n", "1", "Saved focus_motor is absent or no number, 0 is used."},
+      {"zoom_motor=abc\nfocus_motor=485\n", "1", "Saved zoom_motor is absent or no number, 0 is used."},
+      {"zoom_motor=200\nfocus_motor=\n", "1", "Saved focus_motor is absent or no number, 0 is used."},
+      {std::string(31, '\0'), "1", "Saved zoom_motor is absent or no number, 0 is used."},
+      {"zoom_motor=20" + std::string(18, '\0'), "1", "Saved zoom_motor is absent or no number, 20 is used."},
+      {"zoom_motor=200\nfocus_motor=485\n", "0", "nvideoin = 0 is no number of channels, channel 0 is not known."},
+      {"zoom_motor=200\nfocus_motor=485\n", "-1", "nvideoin = -1 is no number of channels, channel 0 is not known."},
+      {"zoom_motor=200\nfocus_motor=485\n", "", "nvideoin = 0 is no number of channels, channel 0 is not known."}};
+  for (const auto& tCase : atCases) {
+    const TCamera tCamera("zoom");
+    tCamera.Write(szPositionsPath, tCase.sSaved);
+    SetKey(tCamera, szCapabilityPath, "nvideoin", tCase.szChannels);
+    Place(tCamera, 0, 500, 700);
+    const TLifeResult tResult = Live(tCamera, {Ask(90'000, szStatus)}, 91'000);
+    SCOPED_TRACE(tCase.sSaved + tCase.szChannels);
+    EXPECT_TRUE(HasPrinted(tResult, std::string("[vernierlensd] : ") + tCase.szLine)) << Tale(tResult);
+    EXPECT_TRUE(HasPrinted(tResult, "[vernierlensd] : Power loss unexpectedly! Need positioning."));
+    for (const char* szLog : {szZoomLogPath, szFocusLogPath}) {
+      EXPECT_LT(tResult.sTranscript.find(std::string("create ") + szLog), tResult.sTranscript.find("mkfifo"));
+    }
+    ExpectRest(tCamera, tResult);
+  }
+}
+
+// What the status file asks for is marked by both logs before the file says that nothing is due.
+TEST(Start, LogsStandBeforeNormal) {
+  for (const auto& [szModel, szWord] : {std::pair{"zoom", "restore\n"}, {"zoom", nullptr}, {"quad", "backup\n"}}) {
+    const TCamera tCamera(szModel);
+    std::filesystem::remove(tCamera.Path(szStatusPath));
+    if (szWord != nullptr) tCamera.Write(szStatusPath, szWord);
+    const std::string sAll = Live(tCamera, {}, 1000).sTranscript;
+    const std::size_t dwNormal = sAll.find(std::string(szWord == nullptr ? "create " : "write ") + szStatusPath);
+    EXPECT_NE(dwNormal, sAll.npos) << szModel;
+    for (const char* szLog : {szZoomLogPath, szFocusLogPath}) {
+      EXPECT_LT(sAll.find(std::string("create ") + szLog), dwNormal) << szModel << szLog;
+    }
+  }
+}
+
+// Belief and truth of a channel by its status, the reply of that number.
+void ExpectChannel(const TCamera& tCamera, const TLifeResult& tResult, i32 iChannel, std::size_t dwReply) {
+  ASSERT_GT(tResult.asReplies.size(), dwReply) << Tale(tResult);
+  for (const ELensAxis eAxis : g_aeAxes) {
+    const std::string sBelief = Judge_Belief(tResult.asReplies[dwReply], eAxis, tCamera.Truth(eAxis, iChannel));
+    EXPECT_EQ(sBelief, "") << "channel " << iChannel << Tale(tResult);
+  }
+}
+
+// All channels start from one saved set, and the word passes the search for the sensors over.
+TEST(Start, BackupOfSeveralChannelsFindsTheLens) {
+  const TCamera tCamera("quad");
+  tCamera.Write(szStatusPath, "backup\n");
+  tCamera.Write(szBackupPath, "zoom_motor=150\nfocus_motor=300\n");
+  for (i32 i = 0; i < 4; i++) Place(tCamera, i, 50 + 50 * static_cast<u32>(i), 100);
+  TLifeResult tResult = Live(tCamera, {Ask(60'000, szStatus)}, 61'000);
+  ExpectChannel(tCamera, tResult, 0, 0);
+  EXPECT_EQ(StatusValue(tResult.asReplies[0], "zoom_motor"), 150) << Tale(tResult);
+  EXPECT_TRUE(Exists(tCamera, szZoomLogPath)) << "the other channels are still to be found";
+  std::vector<TLifeEvent> atEvents;
+  for (u64 qw = 0; qw < 4; qw++) {
+    atEvents.push_back(Ask(200'000 + qw, "channel=" + std::to_string(qw) + "&function=getstatus"));
+  }
+  tResult = Live(tCamera, atEvents, 201'000);
+  for (i32 i = 0; i < 4; i++) ExpectChannel(tCamera, tResult, i, static_cast<std::size_t>(i));
+  EXPECT_FALSE(Exists(tCamera, szZoomLogPath) || Exists(tCamera, szFocusLogPath));
+}
+
+// Without sensors one saved set cannot be true of several channels: each one's first move finds its reference.  That
+// is no power loss, and a stop does not ask for it.
+TEST(Start, ChannelsWithoutSensorsAreFoundByTheirFirstMove) {
+  const TCamera tCamera("quad");
+  const std::regex tSensor("<support>1");
+  tCamera.Write(szConfigPath, std::regex_replace(tCamera.Read(szConfigPath), tSensor, "<support>0"));
+  ChangeWorld(tCamera, [](TWorld& tWorld) {  // whose low stops are its positions 0
+    for (const ELensAxis eAxis : g_aeAxes) tWorld.tLens.atModel[eAxis].iOrigin = 0;
+  });
+  for (i32 i = 0; i < 4; i++) Place(tCamera, i, 50 + 50 * static_cast<u32>(i), 100);
+  for (i32 iChannel = 0; iChannel < 4; iChannel++) {
+    const std::string sChannel = "channel=" + std::to_string(iChannel);
+    const TLifeResult tResult =
+        Live(tCamera,
+             {Ask(1'000, sChannel + "&function=stop"), Call(5'000, [](TWorld*) { std::puts("stopped"); }),
+              Ask(6'000, sChannel + "&function=zoom&direction=direct&position=222"),
+              Ask(90'000, sChannel + "&function=zoom&direction=direct&position=220"),
+              Ask(99'000, sChannel + "&" + szStatus)},
+             100'000);
+    const std::string sBefore = tResult.sTranscript.substr(0, tResult.sTranscript.find("print stopped"));
+    EXPECT_EQ(Count(sBefore, "WALK"), 0U) << Tale(tResult);
+    EXPECT_EQ(Count(Requests(tResult, "zoommotor"), "BACKWARD"), 2U) << "the reference once, and the move back";
+    EXPECT_EQ(Count(Printed(tResult), "Power loss"), 0U);
+    ExpectChannel(tCamera, tResult, iChannel, tResult.asReplies.size() - 1);
+    EXPECT_FALSE(Exists(tCamera, szZoomLogPath) || Exists(tCamera, szFocusLogPath)) << Tale(tResult);
+  }
 }
 
 mode_t ModeOf(const TCamera& tCamera, const char* szPath) {
@@ -231,6 +339,24 @@ TEST(Start, FifosInTheFilesPlaceAreRefused) {
     const bool bRead = tCase.szPath != szPidPath && tCase.szPath != szConfigPath;  // which has a reader of its own
     EXPECT_EQ(HasPrinted(tResult, std::string("[vernierlensd] : ") + tCase.szPath + " is no regular file."), bRead);
   }
+}
+
+// A log that could not be made is tried once more; then the move goes on.
+TEST(Start, LogIsTriedTwice) {
+  const TCamera tCamera("zoom");
+  ChangeWorld(tCamera, [](TWorld& tWorld) { tWorld.bFlashReadOnly = 1; });
+  const TLifeResult tResult = Live(tCamera, {Ask(100, "function=focus&direction=direct&position=490")}, 1000);
+  const std::string sFailed = tResult.sTranscript.substr(0, tResult.sTranscript.find("FocusCreateLogFile failed!"));
+  EXPECT_EQ(Count(sFailed, std::string("write ") + szFocusLogPath + " = -1 EROFS"), 2U) << Tale(tResult);
+}
+
+// A start that fails removes no other daemon's PID file.
+TEST(Start, PidFileOfAnotherDaemonStays) {
+  const TCamera tCamera("zoom");
+  tCamera.Write(szPidPath, "99");
+  std::filesystem::remove(tCamera.Path(szConfigPath));
+  Live(tCamera, {}, 1000);
+  EXPECT_EQ(tCamera.Read(szPidPath), "99");
 }
 
 TEST(Start, LeavesAndReplacesItsFiles) {

@@ -14,6 +14,7 @@
 #include "core/paths.h"
 #include "ics/ics_setup.h"
 #include "motor/positioning.h"
+#include "motor/reference.h"
 #include "sxmlparser/sxmlparser.h"
 
 namespace {
@@ -30,6 +31,7 @@ void PrintRows(std::span<const TTreeRow> atRows);
 void SetSupport(TVernierLensdInfo* pThis);
 i32 CreateFocusStartTable(const TVernierLensdInfo* pThis);
 i32 LoadPositions(TVernierLensdInfo* pThis);
+i32 LoadPositionsOf(TVernierLensdInfo* pThis, i32 iChannel);
 
 }  // namespace
 
@@ -182,24 +184,48 @@ i32 CreateFocusStartTable(const TVernierLensdInfo* pThis) {
 
 // The file has one set of positions: all channels start from the same values.
 i32 LoadPositions(TVernierLensdInfo* pThis) {
-  for (i32 iChannel = 0; iChannel < g_tVernierLensdConfigInfo.iMaxDevNum; iChannel++) {
+  const i32 iChannels = g_tVernierLensdConfigInfo.iMaxDevNum;
+  if (iChannels < 1) {
+    std::printf("[vernierlensd] : nvideoin = %d is no number of channels, channel 0 is not known.\n", iChannels);
+    pThis->bPowerLost = 1;  // channel 0 is served all the same, from a position that nobody has saved
+  }
+  for (i32 iChannel = 0; iChannel < iChannels; iChannel++) {
     if (pThis->bSupportICS != 0) {
       ICS_RestorePosition(pThis, iChannel);
-      continue;
-    }
-    TTokenRow atRows[2] = {};
-    std::size_t dwRows = 0;
-    u32& dwZoom = pThis->adwZoomMotorPosition[iChannel];
-    u32& dwFocus = pThis->adwFocusMotorPosition[iChannel];
-    if (pThis->bSupportZoom != 0) atRows[dwRows++] = {.sKey = "zoom_motor", .pdwDest = &dwZoom};
-    if (pThis->bSupportFocus != 0) atRows[dwRows++] = {.sKey = "focus_motor", .pdwDest = &dwFocus};
-    if (TokenFile_Read(szPositionsPath, std::span(atRows).first(dwRows)) != 0) {
-      std::printf("[vernierlensd] : fopen %s failed!\n", szPositionsPath);
+    } else if (LoadPositionsOf(pThis, iChannel) != 0) {
       return -1;
     }
-    const bool bZoomWrong = Config_LimitPosition(&dwZoom, g_tVernierLensdConfigInfo.dwZoomVirtualEnd);
-    const bool bFocusWrong = Config_LimitPosition(&dwFocus, g_tVernierLensdConfigInfo.dwFocusVirtualEnd);
-    if (bZoomWrong || bFocusWrong) pThis->bPowerLost = 1;  // as good as a working log: the file is torn
+  }
+  for (const TAxis* ptAxis : {&g_tZoomAxis, &g_tFocusAxis}) {
+    const bool bPass = g_tVernierLensdConfigInfo.*ptAxis->pbPISupport != 0;
+    if (iChannels > 1 && !bPass) Reference_DoubtAll(pThis, *ptAxis);
+  }
+  return 0;
+}
+
+// What cannot be what a save has written is as good as a working log: the file is damaged.
+i32 LoadPositionsOf(TVernierLensdInfo* pThis, i32 iChannel) {
+  bool abNumber[2] = {};
+  const TTokenRow atRows[] = {
+      {.sKey = "zoom_motor", .pdwDest = &pThis->adwZoomMotorPosition[iChannel], .pbNumber = &abNumber[0]},
+      {.sKey = "focus_motor", .pdwDest = &pThis->adwFocusMotorPosition[iChannel], .pbNumber = &abNumber[1]}};
+  const u32 abSupport[] = {pThis->bSupportZoom, pThis->bSupportFocus};
+  const u32 adwEnd[] = {g_tVernierLensdConfigInfo.dwZoomVirtualEnd, g_tVernierLensdConfigInfo.dwFocusVirtualEnd};
+  if (TokenFile_Read(szPositionsPath, atRows) != 0) {
+    std::printf("[vernierlensd] : fopen %s failed!\n", szPositionsPath);
+    return -1;
+  }
+  for (std::size_t i = 0; i < std::size(atRows); i++) {
+    u32& dwPosition = *atRows[i].pdwDest;
+    if (abSupport[i] == 0) {
+      Word_Store(dwPosition, 0);
+      continue;
+    }
+    if (Config_LimitPosition(&dwPosition, adwEnd[i])) pThis->bPowerLost = 1;
+    if (abNumber[i]) continue;
+    std::printf("[vernierlensd] : Saved %s is absent or no number, %u is used.\n", atRows[i].sKey.data(),
+                Word_Load(dwPosition));
+    pThis->bPowerLost = 1;
   }
   return 0;
 }

@@ -10,29 +10,45 @@ namespace {
 
 struct TFound {
   bool bFound;
+  bool bNumber;
   u32 dwValue;
 };
+
+bool IsNumber(const TToken& tToken, const char* pszValue) {
+  return std::strlen(tToken.szText) == tToken.dwLength && Text_IsNumber(pszValue);
+}
 
 void TakeToken(const TToken& tToken, std::span<const TTokenRow> atRows, std::span<TFound, dwMaxTokenRows> atFound) {
   for (std::size_t i = 0; i < atRows.size(); i++) {
     const char* pszValue = Token_Value(tToken, atRows[i].sKey);
     if (pszValue == nullptr) continue;
-    atFound[i] = {.bFound = true, .dwValue = Text_ToU32(pszValue)};
+    atFound[i] = {.bFound = true,
+                  .bNumber = IsNumber(tToken, pszValue),
+                  .dwValue = Text_ToU32(pszValue)};
     return;
   }
 }
 
 }  // namespace
 
+bool TokenFile_NextOfAnyLength(FILE* pFile, TToken* ptToken) {
+  int iFrom = 0;
+  int iTo = 0;
+  if (std::fscanf(pFile, " %n%131s%n", &iFrom, ptToken->szText, &iTo) != 1) return false;
+  ptToken->dwLength = static_cast<u32>(iTo - iFrom);
+  for (int iNext = std::getc(pFile); iNext != EOF && std::isspace(iNext) == 0; iNext = std::getc(pFile)) {
+    ptToken->dwLength++;
+  }
+  return true;
+}
+static_assert(iMaxToken == 131, "the width in the format above");
+
 bool TokenFile_Next(FILE* pFile, TToken* ptToken) {
-  while (std::fscanf(pFile, "%131s", ptToken->szText) == 1) {
-    int iNext = std::getc(pFile);
-    if (iNext == EOF || std::isspace(iNext) != 0) return true;
-    while (iNext != EOF && std::isspace(iNext) == 0) iNext = std::getc(pFile);
+  while (TokenFile_NextOfAnyLength(pFile, ptToken)) {
+    if (ptToken->dwLength <= iMaxToken) return true;
   }
   return false;
 }
-static_assert(iMaxToken == 131, "the width in the format above");
 
 const char* Token_Value(const TToken& tToken, std::string_view sKey) {
   const char* pszEquals = std::strchr(tToken.szText, '=');
@@ -54,6 +70,7 @@ i32 TokenFile_Read(const char* pszPath, std::span<const TTokenRow> atRows) {
     if (!atFound[i].bFound) continue;
     Word_Store(*atRows[i].pdwDest, atFound[i].dwValue);
     if (atRows[i].pbFound != nullptr) *atRows[i].pbFound = true;
+    if (atRows[i].pbNumber != nullptr) *atRows[i].pbNumber = atFound[i].bNumber;
   }
   return 0;
 }

@@ -10,19 +10,23 @@
 
 struct TTokenRow {
   std::string_view sKey;
-  u32* pdwDest;             // shared word; takes the number behind the first '='
-  bool* pbFound = nullptr;  // set where the key was there; null: not asked for
+  u32* pdwDest;              // shared word; takes the number behind the first '='
+  bool* pbFound = nullptr;   // set where the key was there; null: not asked for
+  bool* pbNumber = nullptr;  // set where its value is a number and nothing else; null: not asked for
 };
 
 constexpr i32 iMaxToken = 131;  // characters
 constexpr std::size_t dwMaxTokenRows = 4;
 
 struct TToken {
-  char szText[iMaxToken + 1];
+  char szText[iMaxToken + 1];  // its first characters
+  u32 dwLength;                // characters of the whole token; NUL bytes count, which end szText
 };
 
-// The next token of an open file.  One longer than iMaxToken is passed over whole: its tail is no token.  False at the
-// end.
+// The next token of an open file, however long.  False at the end.
+bool TokenFile_NextOfAnyLength(FILE* pFile, TToken* ptToken);
+
+// The same, but one longer than iMaxToken is passed over whole: its tail is no token.
 bool TokenFile_Next(FILE* pFile, TToken* ptToken);
 
 // The value of a token whose key is sKey, or null: another key, or no '='.

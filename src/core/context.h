@@ -78,12 +78,15 @@ struct TClientRequest {
   TMotorCommand atCommand[iMaxChannels];
 };
 
-// How far the counter of an axis can be trusted.  While it is not REFERENCE_KNOWN on every channel, the axis's working
-// log stays, so that the next start positions the lens.
+// How far the counter of an axis can be trusted.  While it is lost or failed on a channel, the axis's working log
+// stays, so that the next start positions the lens.
 enum EReference : u32 {
   REFERENCE_KNOWN = 0,
   REFERENCE_LOST = 1,    // a move is preceded by a walk to the reference
   REFERENCE_FAILED = 2,  // that walk did not find it; moves go on as they can
+  // The start took the position from the set that all channels share.  A move is preceded by the walk here too, but no
+  // log stays for it: the next start would be in doubt anyway, and an orderly restart is no power loss.
+  REFERENCE_DOUBTED = 3,
 };
 
 // The private side of a motor thread's block.  The lock is held for a few words at a time, never over a wait or a

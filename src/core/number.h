@@ -11,6 +11,9 @@ i32 Text_ToI32(const char* psz);
 // the negative of that, it gives 2^32 - 1; a negative number gives 2^32 less its magnitude.
 u32 Text_ToUnsigned(const char* psz);
 
+// True for a sign or none, digits, and nothing else.  Any thread.
+bool Text_IsNumber(const char* psz);
+
 // A number of Text_ToI32 stored in an unsigned word: a negative one keeps its bit pattern.
 inline u32 Text_ToU32(const char* psz) {
   return static_cast<u32>(Text_ToI32(psz));

@@ -50,6 +50,14 @@ u32 StatusOf(std::string_view sWord) {
   return STATUS_NORMAL;
 }
 
+// A restore does.  So does a backup on several channels: all start from one saved set, and the word passes over the
+// search for the sensors that would find the others.
+bool LosesReferences(const TVernierLensdInfo* pThis) {
+  const TVernierLensdConfigInfo& tConfig = g_tVernierLensdConfigInfo;
+  if (tConfig.dwRestoreStatus == STATUS_RESTORE) return true;
+  return tConfig.dwRestoreStatus == STATUS_BACKUP && tConfig.iMaxDevNum > 1 && pThis->bSupportICS == 0;
+}
+
 i32 SendMessage(const char* const (&aszArguments)[5]) {
   TCourierSendOptions tOptions = {};
   if (Courier_Util_GetOptions(static_cast<i32>(std::size(aszArguments)), aszArguments, &tOptions) != 0) {
@@ -101,7 +109,7 @@ i32 VernierLensd_LoadStatusFile(TVernierLensdInfo* pThis) {
   std::printf("Vernierlens Status: %s\n", szText);
   std::fclose(pFile);
   g_tVernierLensdConfigInfo.dwRestoreStatus = StatusOf(szText);
-  if (g_tVernierLensdConfigInfo.dwRestoreStatus == STATUS_RESTORE) {
+  if (LosesReferences(pThis)) {
     MarkRestore(pThis);
     LoseReferences(pThis);
   }

@@ -10,7 +10,8 @@ enum ERestoreStatus : u32 { STATUS_RESTORE = 0, STATUS_BACKUP = 1, STATUS_NORMAL
 void PowerLoss_LookAtLogs(TVernierLensdInfo* pThis);
 
 // Reads the action due; without a status file it is a restore, and the file is made.  A restore that is due counts both
-// references as lost, and leaves its mark on flash, before the word "normal" gets there.  Start-up, before the threads.
+// references as lost, and leaves its mark on flash, before the word "normal" gets there; so does a backup of several
+// channels.  Start-up, before the threads.
 // 0, or -1 with a line printed.
 i32 VernierLensd_LoadStatusFile(TVernierLensdInfo* pThis);
 

@@ -133,7 +133,7 @@ bool FindOtherReferences(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd) {
   const i32 iChannel = tBox.iRunningChannel;
   bool bFound = false;
   for (i32 i = 0; i < g_tVernierLensdConfigInfo.iMaxDevNum && !Daemon_IsEnding(); i++) {
-    if (i == iChannel) continue;
+    if (i == iChannel || !Reference_IsLost(pThis, tAxis, i)) continue;  // one in doubt waits for its own first move
     tBox.iRunningChannel = i;
     if (!FindLostReference(pThis, tAxis, fd)) continue;
     SavedState_Publish(pThis, i);
@@ -148,7 +148,7 @@ bool FindOtherReferences(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd) {
 // A newer command has overtaken the recovery: what it asks for must not start from a false counter.  True: walked to.
 bool FindLostReference(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd) {
   const i32 iChannel = Axis_Box(pThis, tAxis).iRunningChannel;
-  if (!Reference_IsLost(pThis, tAxis, iChannel)) return false;
+  if (!Reference_IsToBeFound(pThis, tAxis, iChannel)) return false;
   Motor_Request(fd, MOTOR_SELECT_DEVICE, iChannel);
   tAxis.pfnFindReference(pThis, fd);
   return true;

@@ -2,11 +2,27 @@
 
 #include <algorithm>
 
-void Reference_LoseAll(TVernierLensdInfo* pThis, const TAxis& tAxis) {
+namespace {
+
+void SetAll(TVernierLensdInfo* pThis, const TAxis& tAxis, EReference eReference) {
   if (pThis->*tAxis.pbSupport == 0 || pThis->bSupportICS != 0) return;
   for (i32 i = 0; i < std::max(g_tVernierLensdConfigInfo.iMaxDevNum, 1); i++) {
-    Word_Store(Axis_Box(pThis, tAxis).aeReference[i], REFERENCE_LOST);
+    Word_Store(Axis_Box(pThis, tAxis).aeReference[i], eReference);
   }
+}
+
+u32 Get(const TVernierLensdInfo* pThis, const TAxis& tAxis, i32 iChannel) {
+  return Word_Load((pThis->*tAxis.ptBox).aeReference[iChannel]);
+}
+
+}  // namespace
+
+void Reference_LoseAll(TVernierLensdInfo* pThis, const TAxis& tAxis) {
+  SetAll(pThis, tAxis, REFERENCE_LOST);
+}
+
+void Reference_DoubtAll(TVernierLensdInfo* pThis, const TAxis& tAxis) {
+  SetAll(pThis, tAxis, REFERENCE_DOUBTED);
 }
 
 void Reference_Set(TVernierLensdInfo* pThis, const TAxis& tAxis, bool bFound) {
@@ -15,7 +31,11 @@ void Reference_Set(TVernierLensdInfo* pThis, const TAxis& tAxis, bool bFound) {
 }
 
 bool Reference_IsLost(const TVernierLensdInfo* pThis, const TAxis& tAxis, i32 iChannel) {
-  return Word_Load((pThis->*tAxis.ptBox).aeReference[iChannel]) == REFERENCE_LOST;
+  return Get(pThis, tAxis, iChannel) == REFERENCE_LOST;
+}
+
+bool Reference_IsToBeFound(const TVernierLensdInfo* pThis, const TAxis& tAxis, i32 iChannel) {
+  return Reference_IsLost(pThis, tAxis, iChannel) || Get(pThis, tAxis, iChannel) == REFERENCE_DOUBTED;
 }
 
 i32 Reference_FirstLost(const TVernierLensdInfo* pThis, const TAxis& tAxis) {
@@ -26,6 +46,7 @@ i32 Reference_FirstLost(const TVernierLensdInfo* pThis, const TAxis& tAxis) {
 }
 
 bool Reference_IsKnownOnAll(const TVernierLensdInfo* pThis, const TAxis& tAxis) {
-  return std::ranges::all_of((pThis->*tAxis.ptBox).aeReference,
-                             [](const u32& eReference) { return Word_Load(eReference) == REFERENCE_KNOWN; });
+  return std::ranges::none_of((pThis->*tAxis.ptBox).aeReference, [](const u32& eReference) {
+    return Word_Load(eReference) == REFERENCE_LOST || Word_Load(eReference) == REFERENCE_FAILED;
+  });
 }

@@ -8,13 +8,19 @@
 // where it stands.  Start-up, before the axis's thread.
 void Reference_LoseAll(TVernierLensdInfo* pThis, const TAxis& tAxis);
 
+// Every channel of the axis is taken as in doubt.  As above.
+void Reference_DoubtAll(TVernierLensdInfo* pThis, const TAxis& tAxis);
+
 // What the walk to the reference of the running channel came to.  Owner thread.
 void Reference_Set(TVernierLensdInfo* pThis, const TAxis& tAxis, bool bFound);
 
 bool Reference_IsLost(const TVernierLensdInfo* pThis, const TAxis& tAxis, i32 iChannel);
 
+// Lost or in doubt: the channel's next move is preceded by the walk to the reference.
+bool Reference_IsToBeFound(const TVernierLensdInfo* pThis, const TAxis& tAxis, i32 iChannel);
+
 // The first channel whose counter is lost, -1 if none is.
 i32 Reference_FirstLost(const TVernierLensdInfo* pThis, const TAxis& tAxis);
 
-// True if the counters of all channels can be trusted: only then may the working log go.
+// True if no channel's counter is lost and no search has failed: only then may the working log go.
 bool Reference_IsKnownOnAll(const TVernierLensdInfo* pThis, const TAxis& tAxis);
