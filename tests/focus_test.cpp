@@ -302,7 +302,10 @@ TEST(Tracking, FocusIsSentToTheZoomsOwnEntry) {
   const TCamera tCamera("zoom");
   const u32 dwEntries = Lenses_Find("zoom")->tZoom.dwTotalStep;
   std::string sTable;
-  for (u32 dwEntry = 0; dwEntry < dwEntries; dwEntry++) sTable += std::to_string(300 + 7 * dwEntry % 401) + " ";
+  for (u32 dwEntry = 0; dwEntry < dwEntries; dwEntry++) {
+    const std::string sZeros(dwEntry % 50 == 0 ? 9 : 0, '0');  // a long token fills its entry like any other
+    sTable += sZeros + std::to_string(300 + 7 * dwEntry % 401) + " ";
+  }
   tCamera.Write(szPanFocusPath, sTable);
   for (const u32 dwZoom : {1U, 2U, 201U, dwEntries}) {
     const std::string sQuery = "function=zoom&direction=direct&position=" + std::to_string(dwZoom);

@@ -20,7 +20,7 @@ struct TCurveCase {
   i32 iFiles;
   i32 iFrom, iTo;  // lowest and highest reading, or zoom start and total step
   TFiles asFiles;
-  const char* szPrinted;  // by the end
+  std::string sPrinted;  // by the end
 };
 
 void LoadNight(TLens&, const TCurveCase& tCase) {
@@ -70,15 +70,25 @@ const TFiles g_asNightCodes = {{"ir_curve_y0", "0 2"},
                                {"ir_curve_y3", File("0 1 0 c2c90000 3f800000") + " 7f800000 3f800000"}};
 const TFiles g_asTrack = {{"tracking_curve_y0", "0 1f"}, {"tracking_curve_y1", File("0 0 0 0 0")}};
 const TFiles g_asTemp = {{"temp_curve_y0", File("0 1 0 0 0") + " ffffffff more"},
-                         {"temp_curve_y1", File("0 1 0 1003f8000 0")},          // nine digits
-                         {"temp_curve_y2", File("0 1 0 0 3f8000.0")},           // no hexadecimal number
-                         {"temp_curve_y3", "0 1 0 0 0 0 0 0 0 0 0 0 0"},        // without c10
-                         {"temp_curve_y4", File("0 1 0 00000000000000000 1")},  // longer than any number
+                         {"temp_curve_y1", File("0 1 0 1003f8000 0")},                // nine digits
+                         {"temp_curve_y2", File("0 1 0 0 3f8000.0")},                 // no hexadecimal number
+                         {"temp_curve_y3", "0 1 0 0 0 0 0 0 0 0 0 0 0"},              // without c10
+                         {"temp_curve_y4", File("0 1 0 0000000000000003f800000 1")},  // long by its zeros
                          {"temp_curve_y5", File("\n0\t-5 0x10 0x3F800000 0")}};
+
+std::string NoCurve(const std::string& sFile) {
+  return "[vernierlensd] : /etc/conf.d/vernierlensd/" + sFile + " holds no whole curve and is not used.\n";
+}
 
 const TCurveCase g_atCases[] = {
     {"IR: no code 1 is file 0", LoadNight, 2, 100, 1, g_asNight, "\n0.000000\n=====\n0: 7\n"},
-    {"IR: half a curve", LoadNight, 1, 100, 3, {{"ir_curve_y0", "0 1 0 40e00000"}}, "_y0\n7.000000\n-1:\n"},
+    {"IR: half a curve",
+     LoadNight,
+     1,
+     100,
+     3,
+     {{"ir_curve_y0", "0 1 0 40e00000"}},
+     "_y0\n7.000000\n" + NoCurve("ir_curve_y0") + "-1:\n"},
     {"IR: count 0 is file 0", LoadNight, 0, 100, 3, {}, "ir_curve_y0\n[vernierlensd] : fopen failed!\n-1:\n"},
     {"IR: zoom ends below its start", LoadNight, -1, 100, -9, g_asNight, "\n0.000000\n=====\n0:\n"},
     {"IR: huge zoom", LoadNight, 0, 100, 2'000'000'000, g_asNight, "lensd] : Create ICS curve table failed.\n-1:\n"},
@@ -91,14 +101,16 @@ const TCurveCase g_atCases[] = {
     {"AD: ends the wrong way round", LoadAD, 1, 900, 100, g_asKelvin, "=====\n0: 0 0 0 0 0 0 0 of -799\n"},
     {"AD: no answer", LoadAD, 1, -1, -1, g_asKelvin, "=====\n0: 0 0 0 0 0 0 0 of 1\n"},
     {"AD: no sensor", LoadAD, 1, 0, 2'000'000'000, g_asKelvin, "=====\n0: 0 0 0 0 0 0 0 of 2000000001\n"},
-    {"AD: half a curve", LoadAD, 2, 100, 900, g_asHalf, "\n99.000000\n=====\n0: 0 0 0 0 0 0 0 of 801\n"},
+    {"AD: half a curve", LoadAD, 2, 100, 900, g_asHalf,
+     "\n99.000000\n" + NoCurve("ad_curve_y1") + "=====\n0: 0 0 0 0 0 0 0 of 801\n"},
     {"temperature: huge count", LoadTemp, 2'000'000'000, 0, 0, {}, "Create ICS curve table failed.\n-1:----------\n"},
     {"tracking: a missing file ends it", LoadTrack, 3, 0, 0, g_asTrack,
-     "==load Track curve===\n=====\n=====\n[vernierlensd] : fopen failed!\n-1:--+-- 31 0 0\n"},
+     "==load Track curve===\n" + NoCurve("tracking_curve_y0") +
+         "=====\n=====\n[vernierlensd] : fopen failed!\n-1:--+-- 31 0 0\n"},
     {"temperature: rows of whole files only", LoadTemp, 7, 0, 0, g_asTemp,
      "=====\nzoom table[5] -5 \nbase tempature table [5] 16 \n1.000000\n0.000000\n0.000000\n0.000000\n0.000000\n"
      "0.000000\n0.000000\n0.000000\n0.000000\n0.000000\n0.000000\n=====\n[vernierlensd] : fopen failed!\n"
-     "-1:-+----+---\n"},
+     "-1:-+---++---\n"},
 };
 
 // Twice each, as two channels load; a leak fails the life under a sanitizer.
@@ -117,7 +129,7 @@ TEST(Curve, OnlyWholeFilesGiveTables) {
       return ICS_TempCurve(0) != nullptr || ICS_ADToTemperature(500) != 0 || g_pdwtabICSNightFocusShiftTable != nullptr;
     };
     const TLifeResult tResult = Life_Run(tPlan);
-    EXPECT_TRUE(Printed(tResult).ends_with(tCase.szPrinted) && tResult.iStatus == 0) << tCase.szName << Tale(tResult);
+    EXPECT_TRUE(Printed(tResult).ends_with(tCase.sPrinted) && tResult.iStatus == 0) << tCase.szName << Tale(tResult);
   }
 }
 

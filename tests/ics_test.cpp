@@ -289,12 +289,35 @@ TEST(ICS, NoAnswerIsSaved) {
       SCOPED_TRACE(std::string(szQuery) + " " + std::to_string(qwFrom_ms) + Tale(tResult));
       ASSERT_EQ(tResult.eEnd, LIFE_EXITED);
       EXPECT_EQ(Judge_Idle(tResult.asReplies.back(), LENS_ZOOM), "");
+      const char* szLine = "zoom/motor/positioningstep = -1 is no answer of a lens's driver, 0 is used.";
+      EXPECT_EQ(HasPrinted(tResult, std::string("[vernierlensd] : ") + szLine), qwFrom_ms == 0);
       for (const ELensAxis eAxis : g_aeAxes) {
         EXPECT_EQ(Judge_Belief(tResult.asReplies.back(), eAxis, tCamera.Truth(eAxis)), "");
         EXPECT_EQ(ReadSaved(tCamera)[eAxis], tCamera.Truth(eAxis));
       }
     }
   }
+}
+
+// Positions below 0 are saved as "%u" prints them, and are where the lens goes at the next start.
+TEST(ICS, PositionsBelow0ComeBack) {
+  const TCamera tCamera("ics");
+  ChangeWorld(tCamera,
+              [](TWorld& tWorld) { tWorld.tLens.atICS[LENS_ZOOM].iMin = tWorld.tLens.atICS[LENS_FOCUS].iMin = -100; });
+  tCamera.Write(szICSPositionsPath, "zoom_motor=4294967256\nfocus_motor=4294967276\nnight_mode=0\n");
+  const TLifeResult tResult = Live(tCamera, {}, qwReady_ms);
+  EXPECT_EQ(tCamera.Truth(LENS_ZOOM), -40) << Tale(tResult);
+  EXPECT_EQ(tCamera.Truth(LENS_FOCUS), -20) << Tale(tResult);
+}
+
+// At a zoom position the table's entry one below it counts, from its start: here the offset is the zoom position.
+TEST(ICS, NightOffsetReadsTheEntryBelow) {
+  const TCamera tCamera("ics");
+  tCamera.Write("/etc/conf.d/vernierlensd/ir_curve_y1", "0 1 0 0 3f800000 0 0 0 0 0 0 0 0 0");
+  const TLifeResult tResult = Live(tCamera, {SetNight(qwReady_ms), Ask(12'000, szStatus)}, 13'000);
+  ExpectRest(tCamera, tResult);
+  EXPECT_TRUE(HasPrinted(tResult, "[vernierlensd] : Focus Offset: 599")) << Tale(tResult);
+  EXPECT_EQ(tCamera.Truth(LENS_FOCUS), 1215 + 599);
 }
 
 // Broken files: a line, and the promised way on.
@@ -309,7 +332,7 @@ TEST(ICS, BrokenFiles) {
       {szICSPositionsPath, nullptr, "[vernierlensd] : fopen failed!", false},
       {szICSPositionsPath, "", "[ics init]pThis->dwZoomMotorPosition[iDev] = 100", true},
       {szICSPositionsPath, "zoom_motor=-5\nfocus_motor=4294967291\n",
-       "[ics init]pThis->dwFocusMotorPosition[iDev]  = 3050", true},
+       "[ics init]pThis->dwFocusMotorPosition[iDev]  = 50", true},
       {"/etc/conf.d/vernierlensd/tracking_curve_y0", "0 1 2 3f80", "Current Tracking Curve [0]", true},
       {"/etc/conf.d/vernierlensd/temp_curve_y1", "nothing", "One Mins fly", true},
       {"/etc/conf.d/vernierlensd/ad_curve_y0", nullptr, "[vernierlensd] : fopen failed!", true},

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <cstring>
 
 #include "config/token_file.h"
 #include "core/number.h"
@@ -13,7 +12,6 @@
 
 namespace {
 
-constexpr std::size_t dwMaxPanToken = 7;  // characters
 constexpr const char* szWakingFocusFailed = "[vernierlensd] : Waking up focus thread failed.";
 
 // |a - b| / interval * rem: divided before it is multiplied, in double precision, and cut.
@@ -43,8 +41,8 @@ i32 VernierLensd_LoadPanFocusTable() {
   }
   TToken tToken = {};
   u32 dwEntry = 0;
-  while (dwEntry < g_tVernierLensdConfigInfo.dwZoomVirtualTotalStep && TokenFile_Next(pFile, &tToken)) {
-    if (std::strlen(tToken.szText) > dwMaxPanToken) continue;
+  // A token that is too long fills its entry too: one left out would shift all that follow.
+  while (dwEntry < g_tVernierLensdConfigInfo.dwZoomVirtualTotalStep && TokenFile_NextOfAnyLength(pFile, &tToken)) {
     g_pdwtabFocusPanTable[dwEntry++] = Text_ToU32(tToken.szText);
   }
   std::fclose(pFile);

@@ -45,13 +45,14 @@ constexpr TLimit g_atLimits[] = {
     {"openiristime", &TVernierLensdConfigInfo::dwOpenIrisTime, dwMaxIrisTime_us},
 };
 
-void Limit(std::span<const TLimit> atLimits) {
+void Limit(std::span<const TLimit> atLimits, EValueSource eSource) {
   for (const TLimit& tLimit : atLimits) {
     u32& dwValue = g_tVernierLensdConfigInfo.*tLimit.pdwField;
     if (dwValue <= tLimit.dwHighest) continue;
     const u32 dwUsed = static_cast<i32>(dwValue) < 0 ? 0 : tLimit.dwHighest;
-    std::printf("[vernierlensd] : %s = %d is no size of a lens, %u is used.\n", tLimit.szKey, static_cast<i32>(dwValue),
-                dwUsed);
+    std::printf(eSource == VALUES_OF_FILE ? "[vernierlensd] : %s = %d is no size of a lens, %u is used.\n"
+                                          : "[vernierlensd] : %s = %d is no answer of a lens's driver, %u is used.\n",
+                tLimit.szKey, static_cast<i32>(dwValue), dwUsed);
     dwValue = dwUsed;
   }
 }
@@ -59,11 +60,11 @@ void Limit(std::span<const TLimit> atLimits) {
 }  // namespace
 
 void Config_LimitRanges() {
-  Limit(g_atRangeLimits);
+  Limit(g_atRangeLimits, VALUES_OF_FILE);
 }
 
-void Config_Limit() {
-  Limit(g_atLimits);
+void Config_Limit(EValueSource eSource) {
+  Limit(g_atLimits, eSource);
 }
 
 bool Config_LimitPosition(u32* pdwPosition, u32 dwVirtualEnd) {

@@ -13,9 +13,10 @@ void Config_LimitRanges();
 
 // Limits the rest of g_tVernierLensdConfigInfo in the same way: driver steps in a virtual step to 0..32767, step times
 // to 0..1 second, backlash to 0..65535 virtual steps, walks to a reference to 0..1000000 driver steps, the waits of a
-// search and for the iris to 10 and 30 seconds.  0 moves or waits nothing.
-void Config_Limit();
+// search and for the iris to 10 and 30 seconds.  0 moves or waits nothing.  The lines name what the values came from.
+enum EValueSource : u32 { VALUES_OF_FILE, VALUES_OF_DRIVER };
+void Config_Limit(EValueSource eSource);
 
 // Limits a saved position or focus default to 0..dwVirtualEnd (65535 if that is 0), with a line.  The counter of such a
-// lens was false already; now at least its moves end.
+// lens was false already; now at least its moves end.  True: it was outside.
 bool Config_LimitPosition(u32* pdwPosition, u32 dwVirtualEnd);

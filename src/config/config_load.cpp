@@ -63,7 +63,7 @@ i32 VernierLensd_LoadConfigFile(TVernierLensdInfo* pThis) {
   std::puts(szHeader);
   PrintSettings();
   if (pThis->bSupportICS == 0) Config_LimitRanges();
-  Config_Limit();
+  Config_Limit(pThis->bSupportICS == 0 ? VALUES_OF_FILE : VALUES_OF_DRIVER);  // the file's were limited for the parking
   SetSupport(pThis);
   if (CreateFocusStartTable(pThis) != 0) return -1;
   std::printf("IsSupportZoom = %d\n", static_cast<i32>(pThis->bSupportZoom));
@@ -80,7 +80,7 @@ i32 Config_ReadForParking() {
     if (IsParkingKey(tRow.pszKey)) PrintRows({&tRow, 1});
   }
   Config_LimitRanges();
-  Config_Limit();
+  Config_Limit(VALUES_OF_FILE);
   return 0;
 }
 

@@ -24,7 +24,7 @@ void TakeToken(const TToken& tToken, std::span<const TTokenRow> atRows, std::spa
     if (pszValue == nullptr) continue;
     atFound[i] = {.bFound = true,
                   .bNumber = IsNumber(tToken, pszValue),
-                  .dwValue = Text_ToU32(pszValue)};
+                  .dwValue = atRows[i].bUnsigned ? Text_ToUnsigned(pszValue) : Text_ToU32(pszValue)};
     return;
   }
 }

@@ -13,6 +13,7 @@ struct TTokenRow {
   u32* pdwDest;              // shared word; takes the number behind the first '='
   bool* pbFound = nullptr;   // set where the key was there; null: not asked for
   bool* pbNumber = nullptr;  // set where its value is a number and nothing else; null: not asked for
+  bool bUnsigned = false;    // a number below 0 was saved as "%u" prints it, and comes back as what it was
 };
 
 constexpr i32 iMaxToken = 131;  // characters

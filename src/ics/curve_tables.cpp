@@ -4,9 +4,9 @@
 #include <bit>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <limits>
 
+#include "config/token_file.h"
 #include "core/fail.h"
 #include "core/paths.h"
 #include "core/regular_file.h"
@@ -24,6 +24,7 @@ constexpr u32 dwInfrared = 1;  // wave length code
 constexpr i32 iNoAnswer = -1;  // of a driver's request
 
 struct TCurveFile {
+  char szPath[100];
   u32 adwToken[iMaxTokens];
   i32 iTokens;  // read
 };
@@ -31,25 +32,24 @@ struct TCurveFile {
 i32 g_iTrackingRows = 0;  // of the tables that are there
 i32 g_iTempRows = 0;
 
-// A sign, "0x" and 8 digits at most: then the number means the same on every word size.
+// False: the end, or no hexadecimal number of 32 bits.
 bool NextToken(FILE* pFile, u32* pdwToken) {
-  constexpr std::size_t dwMaxToken = 11;  // characters
-  constexpr i64 lwMax = std::numeric_limits<u32>::max();
-  char szToken[dwMaxToken + 2];
-  if (std::fscanf(pFile, "%12s", szToken) != 1 || std::strlen(szToken) > dwMaxToken) return false;
-  char* pszBehind = szToken;
-  const i64 lwToken = std::strtoll(szToken, &pszBehind, 16);
-  if (pszBehind == szToken || *pszBehind != '\0' || lwToken > lwMax || lwToken < -lwMax) return false;
-  *pdwToken = static_cast<u32>(lwToken);
+  constexpr i64 llMax = std::numeric_limits<u32>::max();
+  TToken tToken = {};
+  if (!TokenFile_NextOfAnyLength(pFile, &tToken)) return false;
+  char* pszEnd = tToken.szText;
+  const i64 llToken = std::strtoll(tToken.szText, &pszEnd, 16);  // leading zeros may make it long
+  const bool bWhole = tToken.dwLength > 0 && pszEnd == tToken.szText + tToken.dwLength;
+  if (!bWhole || llToken > llMax || llToken < -llMax) return false;
+  *pdwToken = static_cast<u32>(llToken);
   return true;
 }
 
 i32 ReadFile(const char* szPaths, i32 iFile, TCurveFile* ptFile) {
-  char szPath[100];
-  std::snprintf(szPath, sizeof(szPath), szPaths, iFile);
-  FILE* pFile = RegularFile_Read(szPath);
-  if (pFile == nullptr) return Fail("[vernierlensd] : fopen failed!");
   *ptFile = {};
+  std::snprintf(ptFile->szPath, sizeof ptFile->szPath, szPaths, iFile);
+  FILE* pFile = RegularFile_Read(ptFile->szPath);
+  if (pFile == nullptr) return Fail("[vernierlensd] : fopen failed!");
   while (ptFile->iTokens < iMaxTokens && NextToken(pFile, &ptFile->adwToken[ptFile->iTokens])) ptFile->iTokens++;
   std::fclose(pFile);
   return 0;
@@ -67,9 +67,12 @@ void FreeRows(TCurveRow**& pptTable, i32& iRows) {
   Table_Free(pptTable);
 }
 
-// Null: the file is not whole, or no memory.
+// Null: the file is not whole, with a line printed, or no memory.
 TCurveRow* NewRow(const TCurveFile& tFile) {
-  if (tFile.iTokens < iFirstCoefficient + iCurveTerms) return nullptr;
+  if (tFile.iTokens < iFirstCoefficient + iCurveTerms) {
+    std::printf("[vernierlensd] : %s holds no whole curve and is not used.\n", tFile.szPath);
+    return nullptr;
+  }
   TCurveRow* ptRow = Table_New<TCurveRow>(1);
   if (ptRow == nullptr) return nullptr;
   std::copy(tFile.adwToken + iFirstCoefficient, tFile.adwToken + tFile.iTokens, ptRow->adwWord);

@@ -88,8 +88,10 @@ void FillRest() {
 }
 
 i32 ReadPositions(TVernierLensdInfo* pThis, i32 iDev) {
-  const TTokenRow atRows[] = {{.sKey = "zoom_motor", .pdwDest = &pThis->adwZoomMotorPosition[iDev]},
-                              {.sKey = "focus_motor", .pdwDest = &pThis->adwFocusMotorPosition[iDev]}};
+  // Such a lens may have positions below 0.
+  const TTokenRow atRows[] = {
+      {.sKey = "zoom_motor", .pdwDest = &pThis->adwZoomMotorPosition[iDev], .bUnsigned = true},
+      {.sKey = "focus_motor", .pdwDest = &pThis->adwFocusMotorPosition[iDev], .bUnsigned = true}};
   return TokenFile_Read(szICSPositionsPath, atRows);
 }
 
