@@ -1,16 +1,27 @@
-// Lives of every model with clients, buttons, faults, signals and power cuts, and the judgement of each.
-//   life_campaign [--only MODEL] [--seeds N] [--seed S] [--jobs N] [--verbose]
-// --verbose shows the transcript of each life that was lost.  Exit status: 0 all held; 1 some did not, or no such
-// model; 2 wrong usage.
+// Lives of every model, and of lenses that nobody has: with clients, buttons, faults, signals and power cuts, and one
+// without hurry; and the judgement of each.
+//   life_campaign [--only MODEL] [--seeds N] [--drawn N] [--seed S] [--jobs N] [--verbose]
+// MODEL "drawn" is another lens under each seed, drawn-SEED; of these there are --drawn N, or --seeds N if it is the only
+// one.  A lost life is printed with the command that repeats it, and with the record of a drawn lens.  --verbose shows
+// its transcript.  Exit status: 0 all held; 1 some did not, or no such model; 2 wrong usage.
 #include <atomic>
 #include <cstdio>
+#include <cstring>
+#include <memory>
+#include <vector>
 
 #include "campaign.h"
-#include "lives.h"
+#include "lenses/drawn_lens.h"
+#include "orderly_life.h"
 
 namespace {
 
 constexpr u32 dwMaxLosses = 10;  // that are shown of a model
+constexpr const char* pszDrawn = "drawn";
+
+struct TOptions : TCampaignOptions {
+  u64 qwDrawn = 4000;  // drawn lenses
+};
 
 struct TLoss {
   u64 qwSeed;
@@ -31,14 +42,17 @@ void Raise(std::atomic<u64>& qwHighest, u64 qwValue) {
   }
 }
 
-void TryOne(const TCampaignOptions& tOptions, const TLensModel& tModel, const TCamera& tCamera, u64 qwSeed,
-            TTally& tTally) {
-  const TLivesOutcome tOutcome = Lives_Try(tCamera, tModel, qwSeed);
+void TryOne(const TOptions& tOptions, const TLensModel& tModel, const TCamera& tCamera, u64 qwSeed, TTally& tTally) {
+  TLivesOutcome tOutcome = Lives_Try(tCamera, tModel, qwSeed);
   ++tTally.qwLives;
   ++tTally.aqwEnds[tOutcome.eEnd];
   tTally.qwAnswers += tOutcome.qwAnswers;
   Raise(tTally.qwSlowest_us, tOutcome.qwSlowest_us);
   Raise(tTally.qwLongestEnd_us, tOutcome.qwLongestEnd_us);
+  if (tOutcome.sLoss.empty()) {
+    tOutcome = OrderlyLife_Try(tCamera, tModel, qwSeed);
+    if (!tOutcome.sLoss.empty()) tOutcome.sLoss = "without hurry: " + tOutcome.sLoss;
+  }
   if (tOutcome.sLoss.empty()) return;
   if (tOptions.bVerbose) std::printf("%s\n%s\n", tOutcome.sTale.c_str(), tOutcome.sLoss.c_str());
   const u32 dwLoss = tTally.dwLosses++;
@@ -47,15 +61,33 @@ void TryOne(const TCampaignOptions& tOptions, const TLensModel& tModel, const TC
   std::snprintf(tTally.atLosses[dwLoss].szWhat, sizeof TLoss::szWhat, "%s", tOutcome.sLoss.c_str());
 }
 
-void PrintRow(const TLensModel& tModel, const TTally& tTally) {
-  std::printf("| %s | %zu | %zu | %zu | %zu | %zu | %.3f | %.2f | %u |\n", tModel.pszName, std::size_t{tTally.qwLives},
+// The share of one of the processes: one seed in qwJobs.
+void TryShare(const TOptions& tOptions, const char* pszRow, u64 qwSeeds, u64 qwJob, TTally& tTally) {
+  const TLensModel* ptStock = Lenses_Find(pszRow);
+  const std::unique_ptr<TCamera> ptCamera = ptStock != nullptr ? std::make_unique<TCamera>(pszRow) : nullptr;
+  for (u64 qw = qwJob; qw < qwSeeds; qw += tOptions.qwJobs) {
+    const u64 qwSeed = tOptions.qwSeed + qw;
+    if (ptStock != nullptr) {
+      TryOne(tOptions, *ptStock, *ptCamera, qwSeed, tTally);
+      continue;
+    }
+    const TLensModel& tModel = *Lenses_Find(DrawnLens_Name(qwSeed).c_str());
+    TryOne(tOptions, tModel, TCamera(tModel.pszName), qwSeed, tTally);
+  }
+}
+
+void PrintRow(const char* pszRow, const TTally& tTally) {
+  std::printf("| %s | %zu | %zu | %zu | %zu | %zu | %.3f | %.2f | %u |\n", pszRow, std::size_t{tTally.qwLives},
               std::size_t{tTally.aqwEnds[ENDED_AT_REST]}, std::size_t{tTally.aqwEnds[ENDED_BY_SIGNAL]},
               std::size_t{tTally.aqwEnds[ENDED_BY_CUT]}, std::size_t{tTally.qwAnswers},
               static_cast<double>(tTally.qwSlowest_us) / 1e6, static_cast<double>(tTally.qwLongestEnd_us) / 1e6,
               u32{tTally.dwLosses});
   for (u32 dw = 0; dw < tTally.dwLosses && dw < dwMaxLosses; dw++) {
-    std::printf("lost: life_campaign --only %s --seed %zu --seeds 1 --verbose   # %s\n", tModel.pszName,
-                std::size_t{tTally.atLosses[dw].qwSeed}, tTally.atLosses[dw].szWhat);
+    const u64 qwSeed = tTally.atLosses[dw].qwSeed;
+    std::printf("lost: life_campaign --only %s --seed %zu --seeds 1 --verbose   # %s\n", pszRow, std::size_t{qwSeed},
+                tTally.atLosses[dw].szWhat);
+    const TLensModel* ptDrawn = std::strcmp(pszRow, pszDrawn) == 0 ? Lenses_Find(DrawnLens_Name(qwSeed).c_str()) : nullptr;
+    if (ptDrawn != nullptr) std::fputs(DrawnLens_Describe(*ptDrawn).c_str(), stdout);
   }
   std::fflush(stdout);
 }
@@ -63,30 +95,31 @@ void PrintRow(const TLensModel& tModel, const TTally& tTally) {
 }  // namespace
 
 int main(int iCount, char** apszArgs) {
-  TCampaignOptions tOptions;
+  TOptions tOptions;
   tOptions.qwSeeds = 1500;  // of each model
-  if (!Campaign_ReadOptions(iCount, apszArgs, {}, &tOptions)) {
-    std::fputs("life_campaign [--only MODEL] [--seeds N] [--seed S] [--jobs N] [--verbose]\n", stderr);
+  const TNumberOption atOwn[] = {{"--drawn", &tOptions.qwDrawn}};
+  if (!Campaign_ReadOptions(iCount, apszArgs, atOwn, &tOptions)) {
+    std::fputs("life_campaign [--only MODEL] [--seeds N] [--drawn N] [--seed S] [--jobs N] [--verbose]\n", stderr);
     return 2;
   }
   TTally& tTally = *static_cast<TTally*>(Campaign_Shared(sizeof(TTally)));
+  std::vector<const char*> apszRows;
+  for (i32 i = 0; Lenses_At(i) != nullptr; i++) apszRows.push_back(Lenses_At(i)->pszName);
+  apszRows.push_back(pszDrawn);
   bool bAll = true;
   u32 dwModels = 0;
   std::puts(
       "| model | seeds | to rest | SIGTERM | cut | answers | slowest, s | longest end, s | lost |\n"
       "|---|---|---|---|---|---|---|---|---|");
-  for (i32 i = 0; Lenses_At(i) != nullptr; i++) {
-    const TLensModel& tModel = *Lenses_At(i);
-    if (!Campaign_IsWanted(tOptions, tModel.pszName)) continue;
+  for (const char* pszRow : apszRows) {
+    if (!Campaign_IsWanted(tOptions, pszRow)) continue;
+    const bool bDrawnToo = pszRow == pszDrawn && tOptions.sOnly.empty();
+    const u64 qwSeeds = bDrawnToo ? tOptions.qwDrawn : tOptions.qwSeeds;
     new (&tTally) TTally{};
-    const bool bTried = Campaign_Share(tOptions, [&](u64 qwJob) {
-      const TCamera tCamera(tModel.pszName);
-      for (u64 qw = qwJob; qw < tOptions.qwSeeds; qw += tOptions.qwJobs) {
-        TryOne(tOptions, tModel, tCamera, tOptions.qwSeed + qw, tTally);
-      }
-    });
-    PrintRow(tModel, tTally);
-    bAll = bAll && bTried && tTally.dwLosses == 0 && tTally.qwLives == tOptions.qwSeeds;
+    const bool bTried =
+        Campaign_Share(tOptions, [&](u64 qwJob) { TryShare(tOptions, pszRow, qwSeeds, qwJob, tTally); });
+    PrintRow(pszRow, tTally);
+    bAll = bAll && bTried && tTally.dwLosses == 0 && tTally.qwLives == qwSeeds;
     dwModels++;
   }
   return bAll && dwModels > 0 ? 0 : 1;

@@ -210,6 +210,43 @@ void AddFault(const TCamera& tCamera, const TFault& tFault, TDraw& tDraw, TStory
 
 }  // namespace
 
+u64 Story_Walk_us(const TLensModel& tModel, ELensAxis eAxis) {
+  constexpr u64 qwBegin_us = 300'000;
+  if (!Model_HasAxis(tModel, eAxis)) return 0;
+  if (Model_IsICS(tModel)) {
+    const TICSSheet& tSheet = tModel.ptICS[eAxis];
+    return static_cast<u64>(tSheet.iMax - tSheet.iMin) * 1'000'000 / static_cast<u64>(tSheet.iSpeed) + qwBegin_us;
+  }
+  const TAxisSheet& tSheet = Model_Sheet(tModel, eAxis);
+  const u64 qwSteps = std::max(tSheet.dwPositioningStep, tSheet.dwPISearchStep) + 2 * tSheet.dwAdjustStep * tSheet.dwOneStep + 100;
+  const u64 qwStep_ns = std::max<u64>(tSheet.qwStepTime_ns, u64{tSheet.dwOneStepTime_us} * 1000 / tSheet.dwOneStep);
+  return qwSteps * qwStep_ns / 1000 + qwBegin_us;
+}
+
+u64 Story_Search_us(const TLensModel& tModel, bool bScan) {
+  if (!Model_HasFocus(tModel)) return 0;
+  u64 qwStep_us = 570'000;  // of an ICS lens
+  u64 qwRange = tModel.tFocus.dwTotalStep;
+  u64 qwSteps = (bScan ? qwRange / 20 : qwRange / 100) + qwRange / 160 + qwRange / 512;
+  if (!Model_IsICS(tModel)) {
+    const TSearchSheet& tSearch = tModel.tSearch;
+    qwStep_us = 2 * u64{tSearch.dwOneStepSearchTime_us};
+    qwRange = tModel.tFocus.dwEnd;
+    const u64 qwFirst = std::min<u64>(qwRange, static_cast<u64>(tSearch.iRangeFirst)) / tSearch.dwStepLarge;
+    qwSteps = (bScan ? qwRange / tSearch.dwStepSmall : qwFirst) +
+              static_cast<u64>(tSearch.iRangeSecond) / tSearch.dwStepSmall +
+              static_cast<u64>(tSearch.iRangeThird) / tSearch.dwStepFine;
+  }
+  const u64 qwZoom_us = bScan ? 3 * Story_Walk_us(tModel, LENS_ZOOM) : 0;
+  return qwSteps * qwStep_us + 3'000'000 + 7 * Story_Walk_us(tModel, LENS_FOCUS) + qwZoom_us;
+}
+
+u64 Story_Quiet_ms(const TLensModel& tModel) {
+  const u64 qwWalks_us = Story_Walk_us(tModel, LENS_ZOOM) + Story_Walk_us(tModel, LENS_FOCUS);
+  const u64 qwAll_us = static_cast<u64>(tModel.iChannels) * (8 * qwWalks_us + 2 * Story_Search_us(tModel, true));
+  return std::max<u64>(300'000, 60'000 + qwAll_us / 1000);
+}
+
 std::string Story_DrawQuery(const TLensModel& tModel, TDraw& tDraw) {
   const std::string sAxis = tDraw.OneIn(2) ? "zoom" : "focus";
   const u64 qwEnd = std::max(tModel.tZoom.dwEnd, tModel.tFocus.dwEnd);

@@ -35,10 +35,13 @@ struct TStory {
   u32 dwSpoiled = SPOILS_NOTHING;
 };
 
+// At most, camera time: a walk of an axis over its whole range or to its reference; a search from command to rest.
+// 0 for a lens without the axis.
+u64 Story_Walk_us(const TLensModel& tModel, ELensAxis eAxis);
+u64 Story_Search_us(const TLensModel& tModel, bool bScan);
+
 // From the last thing that happens until all is at rest: a restore, what has waited for it, and two thermal checks.
-inline u64 Story_Quiet_ms(const TLensModel& tModel) {
-  return tModel.iChannels > 1 ? 600'000 : 300'000;
-}
+u64 Story_Quiet_ms(const TLensModel& tModel);
 
 // A client's query that makes sense on the lens, of any function, now and then beyond the lens's range.
 std::string Story_DrawQuery(const TLensModel& tModel, TDraw& tDraw);

@@ -151,11 +151,11 @@ std::string WhyEndedLate(const TLived& tLived, TLivesOutcome& tOutcome) {
   const u64 qwFrom_us = std::max({tTold.qwSignal_us, tTold.aqwBusy_us[LENS_ZOOM], tTold.aqwBusy_us[LENS_FOCUS]});
   const u64 qwTook_us = tLived.qwEnded_us - std::min(qwFrom_us, tLived.qwEnded_us);
   tOutcome.qwLongestEnd_us = std::max(tOutcome.qwLongestEnd_us, qwTook_us);
-  return qwTook_us <= qwToExit_us ? "" : "ended " + std::to_string(qwTook_us) + " us behind the last walk";
-}
-
-bool HasAxis(const TLensModel& tModel, ELensAxis eAxis) {
-  return eAxis == LENS_ZOOM ? Model_HasZoom(tModel) : Model_HasFocus(tModel);
+  // A move of an ICS lens goes on in its driver: nothing of its length is seen in the requests.
+  const bool bICS = Model_IsICS(tLived.tModel);
+  const u64 qwMoves_us = Story_Walk_us(tLived.tModel, LENS_ZOOM) + Story_Walk_us(tLived.tModel, LENS_FOCUS);
+  const u64 qwMay_us = qwToExit_us + (bICS ? 2 * qwMoves_us : 0);
+  return qwTook_us <= qwMay_us ? "" : "ended " + std::to_string(qwTook_us) + " us after the last walk";
 }
 
 std::string WhyNotAtRest(const TLived& tLived) {
@@ -165,7 +165,7 @@ std::string WhyNotAtRest(const TLived& tLived) {
   for (i32 i = 0; i < tLived.tModel.iChannels; i++) {
     const std::string& sStatus = tLived.tResult.asReplies[tLived.dwFirstStatus + static_cast<std::size_t>(i)];
     for (const ELensAxis eAxis : {LENS_ZOOM, LENS_FOCUS}) {
-      if (!HasAxis(tLived.tModel, eAxis)) continue;
+      if (!Model_HasAxis(tLived.tModel, eAxis)) continue;
       const bool bWord = eAxis == LENS_ZOOM || (dwSpoiled & SPOILS_WORD) == 0;
       std::string sWhy = bWord ? Judge_Idle(sStatus, eAxis) : "";
       const bool bTruth = sWhy.empty() && (dwSpoiled & SPOILS_TRUTH) == 0;
@@ -191,7 +191,7 @@ bool IsSaved(const TLived& tLived, i32 iChannel) {
   for (const ELensAxis eAxis : {LENS_ZOOM, LENS_FOCUS}) {
     const std::string sName = eAxis == LENS_ZOOM ? "zoom_motor=" : "focus_motor=";
     const std::size_t dwAt = sSaved.find(sName);
-    if (!HasAxis(tModel, eAxis)) continue;
+    if (!Model_HasAxis(tModel, eAxis)) continue;
     if (dwAt == std::string::npos) return false;
     if (std::atoi(sSaved.c_str() + dwAt + sName.size()) != tLived.tCamera.Truth(eAxis, iChannel)) return false;
   }
@@ -215,7 +215,7 @@ std::string WhySavedWrong(const TLived& tLived) {
   for (i32 i = 0; i < tLived.tModel.iChannels; i++) {
     bSaved = bSaved || IsSaved(tLived, i);
     for (const ELensAxis eAxis : {LENS_ZOOM, LENS_FOCUS}) {
-      if (!HasAxis(tLived.tModel, eAxis) || Published(tCamera, eAxis, i) == tCamera.Truth(eAxis, i)) continue;
+      if (!Model_HasAxis(tLived.tModel, eAxis) || Published(tCamera, eAxis, i) == tCamera.Truth(eAxis, i)) continue;
       return Judge_Name(eAxis) + " of channel " + std::to_string(i) + " left at " +
              std::to_string(Published(tCamera, eAxis, i)) + ", true " + std::to_string(tCamera.Truth(eAxis, i));
     }
@@ -263,9 +263,10 @@ void Live(TLived& tLived, u64 qwSeed, u64 qwSignal_ms, u64 qwCutAtEvent) {
   tLived.tTold = Read(tLived.tModel, tLived.tResult.sTranscript);
 }
 
-// Behind a life that lost steps a lens without sensors goes on from a false position.
+// After a life that lost steps a lens without sensors goes on from a false position.
 bool FindsItself(const TLensModel& tModel) {
-  return Model_IsICS(tModel) || tModel.tZoom.bPISupport != 0 || tModel.tFocus.bPISupport != 0;
+  return Model_IsICS(tModel) || ((!Model_HasZoom(tModel) || tModel.tZoom.bPISupport != 0) &&
+                                 (!Model_HasFocus(tModel) || tModel.tFocus.bPISupport != 0));
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 #include <string.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <bit>
 #include <string_view>
 
@@ -115,13 +116,22 @@ void List_Add(TList& tList, i64 iValue) {
 
 constexpr i32 iFocusStartEntries = 16;
 
-// The lowest search position at each sixteenth of the zoom range, as the daemon divides it.
+// The lowest search position at each sixteenth of the zoom range, as the daemon divides it.  Between two of them the
+// daemon goes up, so starts that fall with the zoom cannot be told: then all are the lowest of any zoom.
 TList FocusStarts(const TLensModel& tModel) {
-  const u32 dwInterval = tModel.tZoom.dwTotalStep / iFocusStartEntries;
-  TList tStarts;
-  for (u32 i = 0; i < iFocusStartEntries; ++i) {
-    List_Add(tStarts, Model_HasFocus(tModel) && Model_HasZoom(tModel) ? Optics_SearchStart(tModel, i * dwInterval) : 0);
+  const u32 dwInterval = std::max(tModel.tZoom.dwTotalStep / iFocusStartEntries, 1U);
+  u32 adwStarts[iFocusStartEntries] = {};
+  const bool bBoth = Model_HasFocus(tModel) && Model_HasZoom(tModel);
+  for (u32 i = 0; i < iFocusStartEntries && bBoth; ++i) adwStarts[i] = Optics_SearchStart(tModel, i * dwInterval);
+  if (tModel.bFlatStarts != 0 || !std::is_sorted(std::begin(adwStarts), std::end(adwStarts))) {
+    u32 dwLowest = adwStarts[0];
+    for (u32 dw = 0; dw <= tModel.tZoom.dwTotalStep && bBoth; ++dw) {
+      dwLowest = std::min(dwLowest, Optics_SearchStart(tModel, dw));
+    }
+    std::fill(std::begin(adwStarts), std::end(adwStarts), dwLowest);
   }
+  TList tStarts;
+  for (const u32 dwStart : adwStarts) List_Add(tStarts, dwStart);
   return tStarts;
 }
 
@@ -134,15 +144,15 @@ struct TThermalTexts {
 
 TThermalTexts ThermalTexts(const TLensModel& tModel) {
   TThermalTexts tTexts{};
-  for (i32 iColumn = 0; iColumn < iThermalColumns; ++iColumn) {
+  for (i32 iColumn = 0; iColumn < tModel.iThermalColumnsUsed; ++iColumn) {
     List_Add(tTexts.tTemperatures, ThermalTable_Temperature(iColumn));
   }
-  for (u32 dwRow = 0; dwRow < dwThermalRows; ++dwRow) {
+  for (u32 dwRow = 0; dwRow < tModel.dwThermalRowsUsed; ++dwRow) {
     const u32 dwZoom = ThermalTable_Zoom(tModel, dwRow);
     List_Add(tTexts.tZooms, dwZoom);
     snprintf(tTexts.aszNames[dwRow], sizeof tTexts.aszNames[dwRow], "root/shift_table/thermal/zoomposition/zoom%u",
              dwZoom);
-    for (i32 iColumn = 0; iColumn < iThermalColumns; ++iColumn) {
+    for (i32 iColumn = 0; iColumn < tModel.iThermalColumnsUsed; ++iColumn) {
       List_Add(tTexts.atRows[dwRow], ThermalTable_Focus(tModel, dwRow, iColumn));
     }
   }
@@ -150,8 +160,8 @@ TThermalTexts ThermalTexts(const TLensModel& tModel) {
 }
 
 bool WriteDaemonConfig(const char* pszRoot, const TLensModel& tModel) {
-  const TAxisSheet& tZoom = tModel.tZoom;
-  const TAxisSheet& tFocus = tModel.tFocus;
+  const TAxisSheet& tZoom = tModel.tZoomKeys.dwEnd != 0 ? tModel.tZoomKeys : tModel.tZoom;
+  const TAxisSheet& tFocus = tModel.tFocusKeys.dwEnd != 0 ? tModel.tFocusKeys : tModel.tFocus;
   const TSearchSheet& tSearch = tModel.tSearch;
   const TList tStarts = FocusStarts(tModel);
   const TThermalTexts tThermal = ThermalTexts(tModel);
@@ -185,7 +195,7 @@ bool WriteDaemonConfig(const char* pszRoot, const TLensModel& tModel) {
       {"root/vernierlensd/focus/pi/searchstep", Number(tFocus.dwPISearchStep)},
       {"root/vernierlensd/focus/pi/forwardshitf", Number(Sheet_PIForwardShift(tFocus))},
       {"root/vernierlensd/focus/pi/backwardshitf", Number(Sheet_PIBackwardShift(tFocus))},
-      {"root/vernierlensd/focus/FlangeBackCompensation", Number(0)},
+      {"root/vernierlensd/focus/FlangeBackCompensation", Number(tModel.bFlangeBack)},
       {"root/vernierlensd/search/range/firstlevel", Number(tSearch.iRangeFirst)},
       {"root/vernierlensd/search/range/secondlevel", Number(tSearch.iRangeSecond)},
       {"root/vernierlensd/search/range/thirdlevel", Number(tSearch.iRangeThird)},
@@ -202,13 +212,14 @@ bool WriteDaemonConfig(const char* pszRoot, const TLensModel& tModel) {
   TXmlRow atRows[iPlain + 4 + dwThermalRows];
   for (size_t i = 0; i < iNumbers; ++i) atRows[i] = {atNumbers[i].pszPath, atNumbers[i].tNumber.szText};
   atRows[iNumbers] = {"root/vernierlensd/table/focusstart", tStarts.szText};
-  const TNumber tColumns = Number(iThermalColumns), tZooms = Number(dwThermalRows);
+  const TNumber tColumns = Number(tModel.iThermalColumnsUsed), tZooms = Number(tModel.dwThermalRowsUsed);
   atRows[iPlain] = {"root/shift_table/thermal/temperature/total_step", tColumns.szText};
   atRows[iPlain + 1] = {"root/shift_table/thermal/temperature/offset", tThermal.tTemperatures.szText};
   atRows[iPlain + 2] = {"root/shift_table/thermal/zoomposition/total_step", tZooms.szText};
   atRows[iPlain + 3] = {"root/shift_table/thermal/zoomposition/offset", tThermal.tZooms.szText};
-  for (u32 i = 0; i < dwThermalRows; ++i) atRows[iPlain + 4 + i] = {tThermal.aszNames[i], tThermal.atRows[i].szText};
-  const size_t iRows = tModel.bThermalTable != 0 ? sizeof atRows / sizeof atRows[0] : iPlain;
+  const u32 dwRows = tModel.dwThermalRowsUsed;
+  for (u32 i = 0; i < dwRows; ++i) atRows[iPlain + 4 + i] = {tThermal.aszNames[i], tThermal.atRows[i].szText};
+  const size_t iRows = iPlain + (tModel.bThermalTable != 0 ? 4 + dwRows : 0);
   return WriteXml(pszRoot, "etc/conf.d/vernierlensd/config_vernierlensd.xml", atRows, iRows);
 }
 

@@ -306,10 +306,19 @@ DIR* Hook_opendir(const char* pszPath) {
   return g_realOpendir(tPath.szReal);
 }
 
+// On a slow flash a sync takes a drawn time, and only at its end is anything safe.
+static void WaitForFlash() {
+  const u32 dwMost_us = g_eClockMode == CLOCK_VIRTUAL ? Clock_World()->dwSlowestSync_us : 0;
+  if (dwMost_us == 0) return;
+  const u64 qwUntil_us = Clock_Now_us() + Clock_Draw(dwMost_us);
+  while (Clock_Now_us() < qwUntil_us) Clock_Wait({.qwUntil_us = qwUntil_us});
+}
+
 // The machine's own disks are left alone: only the camera's flash is synced.
 void Hook_sync() {
   if (!Hooks_Active()) return g_realSync();
   Hooks_Point("sync");
+  WaitForFlash();
   Flash_Sync();
   Transcript_Fact("sync");
 }
@@ -318,6 +327,7 @@ static i32 SyncOne(const char* szCall, TReal<int(int)>& tReal, i32 fd) {
   const TDescriptor* ptDescriptor = Hooks_Active() ? Hooks_Descriptor(fd) : nullptr;
   if (ptDescriptor == nullptr || ptDescriptor->eKind != DESCRIPTOR_FILE) return tReal(fd);
   Hooks_Point(szCall);
+  WaitForFlash();
   Flash_SyncOne(fd, ptDescriptor->szPath);
   Transcript_Fact("fsync %s", ptDescriptor->szPath);
   return 0;

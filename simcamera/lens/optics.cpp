@@ -1,5 +1,6 @@
 #include "lens/optics.h"
 
+#include <algorithm>
 #include <cmath>
 
 #include "lens/ics_optics.h"
@@ -79,7 +80,13 @@ u32 Optics_PanFocus(const TLensModel& tModel, u32 dwZoom) {
 
 u32 Optics_SearchStart(const TLensModel& tModel, u32 dwZoom) {
   const double dMargin = dSearchMargin * tModel.tFocus.dwTotalStep;
-  // The hottest day with the object at infinity is the lowest sharp position.
-  constexpr double dInfinity_m = 1e6, dHottest_C = 60;
-  return Clamp(tModel.tFocus, Optics_SharpFocus(tModel, dwZoom, dInfinity_m, dHottest_C, false) - dMargin);
+  // The lowest sharp position is that of the object at infinity, on the hottest or the coldest day, or at night.
+  constexpr double dInfinity_m = 1e6, dHottest_C = 60, dColdest_C = -10;
+  double dLowest = Optics_SharpFocus(tModel, dwZoom, dInfinity_m, dHottest_C, false);
+  for (const double d_C : {dColdest_C, dHottest_C}) {
+    for (const bool bNight : {false, true}) {
+      dLowest = std::min(dLowest, Optics_SharpFocus(tModel, dwZoom, dInfinity_m, d_C, bNight));
+    }
+  }
+  return Clamp(tModel.tFocus, dLowest - dMargin);
 }

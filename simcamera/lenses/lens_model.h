@@ -58,9 +58,14 @@ struct TLensModel {
   TOptics tOptics;
   u32 bThermalTable = 0;             // its camera has a table of focus by temperature, and a TMP103B to go by
   const TICSSheet* ptICS = nullptr;  // of both axes, zoom first; null: a plain lens
+  TAxisSheet tZoomKeys = {}, tFocusKeys = {};  // of an axis that the lens lacks: what its configuration says all the same
+  u32 dwThermalRowsUsed = 8;                   // of the thermal table
+  i32 iThermalColumnsUsed = 13;
+  u32 bFlangeBack = 0;  // the night offset applies without an LED too
+  u32 bFlatStarts = 0;  // searches start at one place for all zooms
 };
 
-// The model of that name; null if there is none.
+// The model of that name, or the drawn one (lenses/drawn_lens.h); null if there is none.
 const TLensModel* Lenses_Find(const char* pszName);
 
 // The model in place iIndex from 0; null behind the last.
@@ -75,6 +80,9 @@ inline bool Model_HasZoom(const TLensModel& tModel) {
 }
 inline bool Model_HasFocus(const TLensModel& tModel) {
   return tModel.dwCapability == CAPABILITY_ZOOM_AND_FOCUS || tModel.dwCapability == CAPABILITY_FOCUS_ONLY;
+}
+inline bool Model_HasAxis(const TLensModel& tModel, ELensAxis eAxis) {
+  return eAxis == LENS_ZOOM ? Model_HasZoom(tModel) : Model_HasFocus(tModel);
 }
 inline const TAxisSheet& Model_Sheet(const TLensModel& tModel, ELensAxis eAxis) {
   return eAxis == LENS_ZOOM ? tModel.tZoom : tModel.tFocus;

@@ -1,6 +1,7 @@
 #include <cstring>
 #include <string_view>
 
+#include "lenses/drawn_lens.h"
 #include "lenses/lens_model.h"
 
 namespace {
@@ -383,7 +384,7 @@ const TLensModel* Lenses_Find(const char* pszName) {
   for (const TLensModel* ptModel : g_aptModels) {
     if (std::strcmp(ptModel->pszName, pszName) == 0) return ptModel;
   }
-  return nullptr;
+  return DrawnLens_Find(pszName);
 }
 
 const TLensModel* Lenses_At(i32 iIndex) {
