@@ -54,6 +54,9 @@ void AddQueries(const TLensModel& tModel, TDraw& tDraw, u32 dwQueries, TStory& t
     if (tDraw.OneIn(2)) tAsk.qwAt_us += tDraw.Below(1000);
     if (tDraw.OneIn(5)) tAsk.sMethod = "POST";
     tStory.atEvents.push_back(tAsk);
+    if (!tDraw.OneIn(5)) continue;
+    const u64 qwStop_ms = qwAt_ms + tDraw.Below(u64{1} << tDraw.Below(9));
+    tStory.atEvents.push_back(Ask(std::min(qwStop_ms, tStory.qwBusy_ms), sChannel + "function=stop"));
   }
 }
 
@@ -69,6 +72,11 @@ TLifeEvent Bytes(u64 qwAt_ms, const TCamera& tCamera, std::string sBytes) {
 
 std::string Button(const std::string& sChannel, const std::string& sButton, const std::string& sText) {
   return EventFrame("<message>" + sChannel + "<" + sButton + ">" + sText + "</" + sButton + "></message>");
+}
+
+// A focus reset selects no channel: on several channels of a focus lens it walks any one's motor.
+bool ResetsAnyChannel(const TLensModel& tModel) {
+  return tModel.iChannels > 1 && tModel.dwCapability == CAPABILITY_FOCUS_ONLY;
 }
 
 std::string OddBytes(TDraw& tDraw) {
@@ -89,7 +97,8 @@ std::string OddBytes(TDraw& tDraw) {
 // One use of a button: pressed, now and then once more or by another hand, and released.
 void AddPress(const TCamera& tCamera, const TLensModel& tModel, TDraw& tDraw, TStory& tStory) {
   constexpr u64 aqwHeld_ms[] = {1, 150, 900, 2500, 6000};
-  const char* const aszButtons[] = {"zoominbutton", "zoomoutbutton", "afbutton"};
+  const char* const aszButtons[] = {"zoominbutton", "zoomoutbutton",
+                                    ResetsAnyChannel(tModel) ? "zoominbutton" : "afbutton"};
   const u64 qwAt_ms = tStory.DrawTime_ms(tDraw);
   const u64 qwHeld_ms = aqwHeld_ms[tDraw.Below(std::size(aqwHeld_ms))];
   const std::string sButton = aszButtons[tDraw.Below(std::size(aszButtons))];
@@ -113,7 +122,7 @@ void AddFrames(const TCamera& tCamera, const TLensModel& tModel, TDraw& tDraw, T
   if (tDraw.OneIn(6)) {
     tStory.atEvents.push_back(Bytes(tStory.DrawTime_ms(tDraw), tCamera, Button("", "autofocus", "rising")));
   }
-  if (tDraw.OneIn(10)) {
+  if (tDraw.OneIn(10) && !ResetsAnyChannel(tModel)) {
     tStory.atEvents.push_back(Bytes(tStory.DrawTime_ms(tDraw), tCamera, Button("", "autofocus", "falling")));
     tStory.dwSpoiled |= SPOILS_ANSWERS;
   }
@@ -265,7 +274,7 @@ std::string Story_DrawQuery(const TLensModel& tModel, TDraw& tDraw) {
                                    "function=getparam&position=" + sPosition,
                                    "function=irisopen",
                                    "function=irisenable",
-                                   "function=resetfocus",
+                                   ResetsAnyChannel(tModel) ? "function=stop" : "function=resetfocus",
                                    "function=getfocusdefault",
                                    "function=setfocusdefault&defaultposition=" + sPosition};
   return asQueries[tDraw.Below(std::size(asQueries))];
@@ -288,11 +297,125 @@ TStory Story_Draw(const TCamera& tCamera, const TLensModel& tModel, TDraw& tDraw
   AddFrames(tCamera, tModel, tDraw, tStory);
   AddScene(tDraw, tStory);
   for (u64 qw = bFaults ? tDraw.Below(4) : 0; qw > 0; qw--) {
+    tStory.bFaults = true;
     const TFault& tFault = g_atFaults[tDraw.Below(std::size(g_atFaults))];
     const ELenses eLens = Model_IsICS(tModel) ? ICS_LENS : PLAIN_LENS;
     if ((tFault.eLenses & eLens) != 0) AddFault(tCamera, tFault, tDraw, tStory);
   }
   return tStory;
+}
+
+namespace {
+
+std::string Direct(const char* szAxis, u64 qwPosition) {
+  return std::string("function=") + szAxis + "&direction=direct&position=" + Number(qwPosition);
+}
+
+u64 DrawPlace(TDraw& tDraw, const TAxisSheet& tSheet) {
+  return tSheet.dwStart + tDraw.Below(tSheet.dwEnd - tSheet.dwStart + 1);
+}
+
+i64 InRange(const TLensModel& tModel, ELensAxis eAxis, u32 dwPosition) {
+  const TAxisSheet& tSheet = Model_Sheet(tModel, eAxis);
+  if (!Model_HasAxis(tModel, eAxis)) return -1;
+  return std::clamp(dwPosition, Model_IsICS(tModel) ? tSheet.dwStart : 0, tSheet.dwEnd);
+}
+
+// A follow-up of the zoom's must not undo the focus command that came after the zoom's.
+void AddZoomThenFocus(const TLensModel& tModel, TDraw& tDraw, u64 qwAt_ms, TStory& tStory) {
+  const u64 qwZoom = DrawPlace(tDraw, tModel.tZoom);
+  const u64 qwFocus = DrawPlace(tDraw, tModel.tFocus);
+  const u64 qwGap_ms = tDraw.Below(u64{1} << tDraw.Below(10));
+  tStory.atEvents.push_back(Ask(qwAt_ms, Direct("zoom", qwZoom)));
+  tStory.atEvents.push_back(Ask(qwAt_ms + qwGap_ms, Direct("focus", qwFocus)));
+  tStory.tPromise = {
+      .szWhat = "a focus command after a zoom's", .llZoom = static_cast<i64>(qwZoom), .llFocus = static_cast<i64>(qwFocus)};
+}
+
+// On a lens whose walks can be stopped.
+void AddZoomThenStop(const TLensModel& tModel, TDraw& tDraw, u64 qwAt_ms, TStory& tStory) {
+  constexpr u64 qwToStop_ms = 1500;  // a sync of each axis, and two steps of any lens
+  const u64 qwGap_ms = tDraw.Below(u64{1} << tDraw.Below(12));
+  tStory.atEvents.push_back(Ask(qwAt_ms, Direct("zoom", DrawPlace(tDraw, tModel.tZoom))));
+  tStory.atEvents.push_back(Ask(qwAt_ms + qwGap_ms, "function=stop"));
+  tStory.tPromise = {.szWhat = "a stop after a zoom", .qwNoWalkAfter_us = (qwAt_ms + qwGap_ms + qwToStop_ms) * 1000};
+}
+
+// What walks nothing, sent while the focus is at work, with another move after it.
+void AddIdleCommand(const TLensModel& tModel, TDraw& tDraw, u64 qwAt_ms, TStory& tStory) {
+  const char* const aszFunctions[] = {"irisopen", "irisenable", "setfocusdefault"};
+  const std::string sFunction = aszFunctions[tDraw.Below(std::size(aszFunctions))];
+  const u64 qwDefault = DrawPlace(tDraw, tModel.tFocus);
+  const u64 qwFocus = DrawPlace(tDraw, tModel.tFocus);
+  const u64 qwFirst_ms = qwAt_ms + 1 + tDraw.Below(100);
+  const bool bDefault = sFunction == "setfocusdefault";
+  const std::string sNumber = bDefault ? "&defaultposition=" + Number(qwDefault) : "";
+  tStory.atEvents.push_back(Ask(qwAt_ms, Direct("focus", DrawPlace(tDraw, tModel.tFocus))));
+  tStory.atEvents.push_back(Ask(qwFirst_ms, "function=" + sFunction + sNumber));
+  tStory.atEvents.push_back(Ask(qwFirst_ms + tDraw.Below(30), Direct("focus", qwFocus)));
+  const bool bStores = tModel.dwCapability == CAPABILITY_FOCUS_ONLY || Model_IsICS(tModel);
+  tStory.tPromise = {.szWhat = "a command that does not walk, while the focus does",
+                     .llFocus = static_cast<i64>(qwFocus),
+                     .llDefault = bDefault && bStores ? static_cast<i64>(qwDefault) : -1};
+}
+
+// The reference of the temperature is taken without a reading; the first one after it must not move a sharp lens.
+void AddBlindSearch(TDraw& tDraw, u64 qwAt_ms, u64 qwHealed_ms, TStory& tStory) {
+  const double dTemperature_C = static_cast<double>(tDraw.Below(50)) - 5;
+  tStory.atEvents.push_back(Call(qwAt_ms, [=](TWorld* ptWorld) {
+    ptWorld->dTemperature_C = dTemperature_C;
+    ptWorld->tI2C.eFault = SENSOR_SILENT;
+  }));
+  tStory.atEvents.push_back(Ask(qwAt_ms + 1, "function=auto"));
+  tStory.atEvents.push_back(Call(qwHealed_ms, [](TWorld* ptWorld) { ptWorld->tI2C.eFault = SENSOR_GOOD; }));
+  tStory.tPromise = {.szWhat = "a search while the temperature sensor is silent", .bSharp = true};
+}
+
+}  // namespace
+
+void Story_AddLastAct(const TCamera& tCamera, const TLensModel& tModel, TDraw& tDraw, TStory& tStory) {
+  const u64 qwQuiet_ms = Story_Quiet_ms(tModel);
+  const u64 qwAt_ms = tStory.qwBusy_ms + qwQuiet_ms;
+  const bool bZoom = Model_HasZoom(tModel);
+  const bool bBoth = bZoom && Model_HasFocus(tModel);
+  enum EAct : u64 { ZOOM_THEN_FOCUS, ZOOM_THEN_STOP, IDLE_COMMAND, BACKUP_EVENT, BLIND_SEARCH, ACTS };
+  const u64 qwAct = tDraw.Below(ACTS);
+  if (tStory.bFaults || tStory.dwSpoiled != SPOILS_NOTHING || tModel.dwCapability == CAPABILITY_NONE) return;
+  tStory.qwBusy_ms = qwAt_ms;
+  if (qwAct == ZOOM_THEN_FOCUS && bBoth) AddZoomThenFocus(tModel, tDraw, qwAt_ms, tStory);
+  if (qwAct == ZOOM_THEN_STOP && bZoom && tModel.bBlockingMode == 0 && !Model_IsICS(tModel)) {
+    AddZoomThenStop(tModel, tDraw, qwAt_ms, tStory);
+  }
+  if (qwAct == IDLE_COMMAND && Model_HasFocus(tModel)) AddIdleCommand(tModel, tDraw, qwAt_ms, tStory);
+  if (qwAct == BLIND_SEARCH && tModel.bThermalTable != 0) {
+    AddBlindSearch(tDraw, qwAt_ms, qwAt_ms + Story_Search_us(tModel, false) / 1000, tStory);
+  }
+  if (qwAct == BACKUP_EVENT) {
+    tStory.atEvents.push_back(Bytes(qwAt_ms, tCamera, Button("", "autofocus", "rising")));
+    tStory.tPromise = {.szWhat = "a backup event",
+                       .llZoom = InRange(tModel, LENS_ZOOM, dwBackupZoom),
+                       .llFocus = InRange(tModel, LENS_FOCUS, dwBackupFocus)};
+  }
+}
+
+void Story_DamageSaved(const TCamera& tCamera, const TLensModel& tModel, TDraw& tDraw) {
+  using std::string_literals::operator""s;
+  const char* szPath = Model_IsICS(tModel) ? szICSPositionsPath : szPositionsPath;
+  const char* szKey = !Model_HasZoom(tModel)                         ? "focus_motor="
+                      : !Model_HasFocus(tModel) || tDraw.OneIn(2) ? "zoom_motor="
+                                                                  : "focus_motor=";
+  std::string sSaved = tCamera.Read(szPath);
+  const std::size_t dwAt = sSaved.find(szKey);
+  if (dwAt == std::string::npos) return;
+  const std::size_t dwEnd = std::min(sSaved.find('\n', dwAt), sSaved.size());
+  const std::string asLines[] = {""s, szKey + ""s, szKey + "abc"s};
+  const u64 qwHow = tDraw.Below(std::size(asLines) + 2);
+  if (qwHow < std::size(asLines)) {
+    sSaved.replace(dwAt, dwEnd - dwAt, asLines[qwHow]);
+  } else {
+    sSaved = qwHow == std::size(asLines) ? ""s : std::string(sSaved.size(), '\0');
+  }
+  tCamera.Write(szPath, sSaved);
 }
 
 void Story_HealFaults(const std::string& sRoot) {

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cmath>
 #include <csignal>
 #include <cstring>
 #include <map>
@@ -18,6 +19,7 @@
 namespace {
 
 constexpr u64 qwAnswer_us = 1'000'000 + 10'000;  // half a frame is waited for as long as a client may wait
+constexpr u32 dwSlowestSync_us = 200'000;
 constexpr u64 qwToExit_us = 5'000'000;
 constexpr u64 qwHang_ms = 700'000;  // behind SIGTERM: longer than the daemon itself waits for its threads
 constexpr i32 iDescriptorsLeft = 97;
@@ -47,6 +49,7 @@ struct TTold {
   bool abWaits[LENS_AXES] = {};                    // for its turn at the sensors
   bool bNotSaved = false;                          // or no sensor found
   bool bRecovers = false;                          // from a power loss
+  u64 qwLastWalk_us = 0;                           // the last request to a motor to walk
 };
 
 // A walk takes the time that the daemon allows for it.
@@ -54,6 +57,7 @@ void ReadRequest(const TLensModel& tModel, ELensAxis eAxis, u64 qwAt_us, std::st
   constexpr std::string_view sWalk = "MOTOR_WALK_STEPS ";
   const TAxisSheet& tSheet = Model_Sheet(tModel, eAxis);
   u64 qwUntil_us = qwAt_us;
+  if (sRequest.starts_with("MOTOR_WALK_STEPS")) tTold.qwLastWalk_us = qwAt_us;
   if (sRequest.starts_with(sWalk) && tSheet.dwOneStep != 0) {
     const u64 qwSteps = std::strtoull(sRequest.data() + sWalk.size(), nullptr, 10);
     qwUntil_us += qwSteps * tSheet.dwOneStepTime_us / tSheet.dwOneStep;
@@ -113,7 +117,7 @@ struct TLived {
   bool bRests = false;            // its end comes when all is at rest
   std::size_t dwFirstStatus = 0;  // request of channel 0's status at rest
   TLifeResult tResult = {};
-  u64 qwEnded_us = 0;  // camera's clock
+  u64 qwStarted_us = 0, qwEnded_us = 0;  // camera's clock
   TTold tTold = {};
 };
 
@@ -176,12 +180,56 @@ std::string WhyNotAtRest(const TLived& tLived) {
   return "";
 }
 
-// What the daemon has told the image side last of where an axis stands.
-u32 Published(const TCamera& tCamera, ELensAxis eAxis, i32 iChannel) {
+// What the daemon has told the image side last.
+u32 Published(const TCamera& tCamera, EBlockWord eWord, i32 iChannel) {
   u32 adwBlock[BLOCK_WORDS] = {};
   const std::string sBlock = tCamera.Read("/shm/" + std::to_string(iChannel));
   std::memcpy(adwBlock, sBlock.data(), std::min(sBlock.size(), sizeof adwBlock));
-  return adwBlock[eAxis == LENS_ZOOM ? BLOCK_ZOOM_POSITION : BLOCK_FOCUS_POSITION];
+  return adwBlock[eWord];
+}
+
+// The status is one for all channels, the request of the iris one for each.  A life that was killed leaves its request.
+std::string WhyIrisWrong(const TLived& tLived) {
+  const TLensModel& tModel = tLived.tModel;
+  if (!tLived.bRests || tLived.tResult.eEnd != LIFE_EXITED || tModel.iChannels > 1) return "";
+  if (!Model_HasFocus(tModel)) return "";
+  const i32 iSaid = StatusValue(tLived.tResult.asReplies[tLived.dwFirstStatus], "iris_open");
+  const u32 dwAsked = Published(tLived.tCamera, BLOCK_IRIS_REQUEST, 0);
+  if (iSaid == static_cast<i32>(dwAsked)) return "";
+  return "the status says iris " + std::to_string(iSaid) + ", the image side was asked for " + std::to_string(dwAsked);
+}
+
+std::string WhyNotSharp(const TLived& tLived) {
+  TWorld* ptWorld = World_Map(tLived.tCamera.sRoot.c_str());
+  const double dOff = Lens_GlassVirtual(&ptWorld->tLens, 0, LENS_FOCUS) - World_SharpFocus(ptWorld, 0);
+  const TSearchSheet& tSearch = tLived.tModel.tSearch;
+  const u32 dwStep = tSearch.bFineTuning != 0 ? tSearch.dwStepFine : tSearch.dwStepSmall;
+  const double dMay = World_DepthOfFocus(ptWorld, 0) + dwStep * 0.75 + 1.5 +
+                      static_cast<double>(tLived.tModel.tFocus.iSlack) / tLived.tModel.tFocus.dwOneStep;
+  World_Unmap(ptWorld);
+  return std::fabs(dOff) <= dMay ? "" : "the focus is " + std::to_string(dOff) + " steps from sharp";
+}
+
+// What the last act has promised.
+std::string WhyNotKept(const TLived& tLived) {
+  const TPromise& tPromise = tLived.tStory.tPromise;
+  if (!tLived.bRests || tLived.tResult.eEnd != LIFE_EXITED || tPromise.szWhat[0] == '\0') return "";
+  const std::string sAfter = std::string(" after ") + tPromise.szWhat;
+  const std::string& sStatus = tLived.tResult.asReplies[tLived.dwFirstStatus];
+  for (const ELensAxis eAxis : {LENS_ZOOM, LENS_FOCUS}) {
+    const i64 llWanted = eAxis == LENS_ZOOM ? tPromise.llZoom : tPromise.llFocus;
+    const i32 iPosition = StatusValue(sStatus, Judge_Name(eAxis) + "_motor");
+    if (llWanted == -1 || llWanted == iPosition) continue;
+    return Judge_Name(eAxis) + " at " + std::to_string(iPosition) + sAfter + ", wanted " + std::to_string(llWanted);
+  }
+  const i32 iDefault = std::atoi(tLived.tCamera.Read(szFocusDefaultPath).c_str());
+  if (tPromise.llDefault != -1 && tPromise.llDefault != iDefault) {
+    return "focus default " + std::to_string(iDefault) + sAfter + ", wanted " + std::to_string(tPromise.llDefault);
+  }
+  const u64 qwNoWalk_us = tPromise.qwNoWalkAfter_us;
+  if (qwNoWalk_us != 0 && tLived.tTold.qwLastWalk_us > tLived.qwStarted_us + qwNoWalk_us) return "a walk" + sAfter;
+  const std::string sWhy = tPromise.bSharp ? WhyNotSharp(tLived) : "";
+  return sWhy.empty() ? "" : sWhy + sAfter;
 }
 
 // The one set of positions on flash is that of the channel that was saved last.
@@ -215,9 +263,10 @@ std::string WhySavedWrong(const TLived& tLived) {
   for (i32 i = 0; i < tLived.tModel.iChannels; i++) {
     bSaved = bSaved || IsSaved(tLived, i);
     for (const ELensAxis eAxis : {LENS_ZOOM, LENS_FOCUS}) {
-      if (!Model_HasAxis(tLived.tModel, eAxis) || Published(tCamera, eAxis, i) == tCamera.Truth(eAxis, i)) continue;
-      return Judge_Name(eAxis) + " of channel " + std::to_string(i) + " left at " +
-             std::to_string(Published(tCamera, eAxis, i)) + ", true " + std::to_string(tCamera.Truth(eAxis, i));
+      const u32 dwLeft = Published(tCamera, eAxis == LENS_ZOOM ? BLOCK_ZOOM_POSITION : BLOCK_FOCUS_POSITION, i);
+      if (!Model_HasAxis(tLived.tModel, eAxis) || dwLeft == tCamera.Truth(eAxis, i)) continue;
+      return Judge_Name(eAxis) + " of channel " + std::to_string(i) + " left at " + std::to_string(dwLeft) +
+             ", true " + std::to_string(tCamera.Truth(eAxis, i));
     }
   }
   return bSaved ? "" : "the saved positions are not true";
@@ -230,6 +279,7 @@ void Judge(TLived& tLived, TLivesOutcome& tOutcome) {
   if (sLoss.empty()) sLoss = WhyEndedLate(tLived, tOutcome);
   if (sLoss.empty()) sLoss = WhyNotAtRest(tLived);
   if (sLoss.empty()) sLoss = WhySavedWrong(tLived);
+  if (sLoss.empty()) sLoss = WhyNotKept(tLived);
   if (!sLoss.empty()) tOutcome.sTale = tLived.tResult.sTranscript;
 }
 
@@ -256,10 +306,10 @@ void Live(TLived& tLived, u64 qwSeed, u64 qwSignal_ms, u64 qwCutAtEvent) {
   tPlan.qwEnd_us = qwEnd_ms * 1000;
   tPlan.atEvents.push_back(Call(qwEnd_ms + qwHang_ms, Hang));
   TWorld* ptWorld = World_Map(tPlan.sRoot.c_str());
-  const u64 qwStart_us = ptWorld->qwBase_us;
+  tLived.qwStarted_us = ptWorld->qwBase_us;
   World_Unmap(ptWorld);
   tLived.tResult = Life_Run(tPlan);
-  tLived.qwEnded_us = qwStart_us + tLived.tResult.qwTime_us;
+  tLived.qwEnded_us = tLived.qwStarted_us + tLived.tResult.qwTime_us;
   tLived.tTold = Read(tLived.tModel, tLived.tResult.sTranscript);
 }
 
@@ -269,19 +319,30 @@ bool FindsItself(const TLensModel& tModel) {
                                  (!Model_HasFocus(tModel) || tModel.tFocus.bPISupport != 0));
 }
 
+void SetSlowestSync(const TCamera& tCamera, u32 dwSlowest_us) {
+  TWorld* ptWorld = World_Map(tCamera.sRoot.c_str());
+  ptWorld->dwSlowestSync_us = dwSlowest_us;
+  World_Unmap(ptWorld);
+}
+
 }  // namespace
 
 TLivesOutcome Lives_Try(const TCamera& tCamera, const TLensModel& tModel, u64 qwSeed) {
   constexpr u64 qwShortest_ms = 60'000, qwLongest_ms = 240'000, qwNext_ms = 30'000;
   constexpr u64 qwCutRanges = 10;  // of 32 events, 64, up to 16384
   if (Life_ResetRoot(tCamera.sRoot) != 0) std::abort();
-  tCamera.Write(szBackupPath, "zoom_motor=150\nfocus_motor=300\n");
+  tCamera.Write(szBackupPath, pszBackupText);
   TDraw tDraw(qwSeed);
   TLivesOutcome tOutcome;
   TLived tFirst{.tCamera = tCamera, .tModel = tModel};
   const u64 qwBusy_ms = qwShortest_ms + tDraw.Below(qwLongest_ms - qwShortest_ms);
   tFirst.tStory = Story_Draw(tCamera, tModel, tDraw, qwBusy_ms, 5 + static_cast<u32>(tDraw.Below(21)), true);
   tOutcome.eEnd = static_cast<ELivesEnd>(tDraw.Below(LIVES_ENDS));
+  if (tOutcome.eEnd == ENDED_AT_REST) Story_AddLastAct(tCamera, tModel, tDraw, tFirst.tStory);
+  // The simulated driver of an ICS lens has one lens: its channels move one another's.
+  const bool bShared = Model_IsICS(tModel) && tModel.iChannels > 1;
+  if (bShared) tFirst.tStory.dwSpoiled |= SPOILS_TRUTH;
+  SetSlowestSync(tCamera, tDraw.OneIn(2) ? 0 : dwSlowestSync_us);
   const u64 qwSignal_ms = 1 + tFirst.tStory.DrawTime_ms(tDraw);
   const u64 qwCut = 1 + tDraw.Below(u64{32} << tDraw.Below(qwCutRanges));
   if (tOutcome.eEnd == ENDED_BY_SIGNAL && tDraw.OneIn(4)) {
@@ -289,11 +350,16 @@ TLivesOutcome Lives_Try(const TCamera& tCamera, const TLensModel& tModel, u64 qw
   }
   Live(tFirst, qwSeed, tOutcome.eEnd == ENDED_BY_SIGNAL ? qwSignal_ms : 0, tOutcome.eEnd == ENDED_BY_CUT ? qwCut : 0);
   Judge(tFirst, tOutcome);
+  if (tOutcome.sLoss.empty()) tOutcome.sLoss = WhyIrisWrong(tFirst);
   if (!tOutcome.sLoss.empty() || tOutcome.eEnd == ENDED_AT_REST) return tOutcome;
 
   Story_HealFaults(tCamera.sRoot);
   TLived tNext{.tCamera = tCamera, .tModel = tModel};
   tNext.tStory = Story_Draw(tCamera, tModel, tDraw, qwNext_ms, static_cast<u32>(tDraw.Below(8)), false);
+  // Such a file tells nothing; a cut has its own tears, and a full flash its own files.
+  if (tOutcome.eEnd == ENDED_BY_SIGNAL && tDraw.OneIn(4)) Story_DamageSaved(tCamera, tModel, tDraw);
+  // One set of positions is saved for all channels: without sensors the next life finds each at its first move.
+  if (bShared || (tModel.iChannels > 1 && !FindsItself(tModel))) tNext.tStory.dwSpoiled |= SPOILS_TRUTH;
   const bool bFalse = (tFirst.tStory.dwSpoiled & (SPOILS_TRUTH | SPOILS_FLASH)) != 0;
   if (bFalse && !FindsItself(tModel)) tNext.tStory.dwSpoiled |= SPOILS_TRUTH;
   Live(tNext, qwSeed + 1, 0, 0);

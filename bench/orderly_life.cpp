@@ -236,7 +236,7 @@ void AddReferences(TOrderly& t) {
   TStep& tReset = AddAsk(t, "function=motorreset", 3 * t.qwMove_ms + 3000);
   tReset.llZoom = llZoom;
   if (!bICS) tReset.llFocus = tModel.tFocus.bReverseCalibration != 0 ? i64{tModel.tFocus.dwEnd} : 0;
-  if (Model_HasFocus(tModel)) AddSearch(t, "function=auto", t.qwAuto_ms).llZoom = llZoom;
+ if (Model_HasFocus(tModel)) AddSearch(t, "function=auto", t.qwAuto_ms).llZoom = llZoom;
   AddSearch(t, "function=positioning", t.qwAuto_ms + 3 * t.qwMove_ms).llZoom = llZoom;
 }
 
@@ -387,7 +387,7 @@ void Live(const TCamera& tCamera, const TOrderly& t, u64 qwSeed, TLivesOutcome& 
 
 TLivesOutcome OrderlyLife_Try(const TCamera& tCamera, const TLensModel& tModel, u64 qwSeed) {
   if (Life_ResetRoot(tCamera.sRoot) != 0) std::abort();
-  tCamera.Write(szBackupPath, "zoom_motor=150\nfocus_motor=300\n");
+  tCamera.Write(szBackupPath, pszBackupText);
   TDraw tDraw(qwSeed);
   TLivesOutcome tOutcome;
   TOrderly tFirst = Begin(tModel, tDraw);
