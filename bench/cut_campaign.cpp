@@ -32,6 +32,7 @@ struct TLoss {
 struct TTally {
   std::atomic<u64> qwEvents, qwCuts, qwSurvived;
   std::atomic<u32> dwLosses, dwUntried;
+  char szUncut[200];  // what was wrong with a life without a cut
   TLoss atLosses[dwMaxLosses];
 };
 
@@ -83,19 +84,26 @@ void TryShare(const TOptions& tOptions, const TCutRow& tRow, u64 qwJob, TTally& 
   const TCamera tCamera(tRow.szModel);
   u64 qwTurn = 0;
   for (u64 qwSeed = tOptions.qwSeed; qwSeed < tOptions.qwSeed + tOptions.qwSeeds; qwSeed++) {
-    const u64 qwEvents = Cuts_CountEvents(tCamera, tRow, qwSeed);
-    if (qwEvents == 0) ++tTally.dwUntried;
-    tTally.qwEvents = qwEvents;
-    for (const TCutMoment& tMoment : Moments(tOptions, tRow, qwSeed, qwEvents)) {
+    const TUncut tUncut = Cuts_LiveUncut(tCamera, tRow, qwSeed);
+    tTally.qwEvents = tUncut.qwEvents;
+    if (!tUncut.sLoss.empty()) {
+      ++tTally.dwUntried;
+      std::snprintf(tTally.szUncut, sizeof tTally.szUncut, "%s", tUncut.sLoss.c_str());
+    }
+    std::vector<TCutMoment> atMoments = Moments(tOptions, tRow, qwSeed, tUncut.qwEvents);
+    if (atMoments.size() > 1) {
+      for (const TCutMoment& tMoment : Cuts_DrawMoments(tCamera, tRow, tUncut, qwSeed)) atMoments.push_back(tMoment);
+    }
+    for (const TCutMoment& tMoment : atMoments) {
       if (qwTurn++ % tOptions.qwJobs == qwJob) TryOne(tOptions, tRow, tCamera, tMoment, qwSeed, tTally);
     }
   }
 }
 
 void PrintRow(const TOptions& tOptions, const TCutRow& tRow, const TTally& tTally) {
-  std::printf("| %s | %zu | %zu | %zu | %zu |%s\n", NameOf(tRow).c_str(), std::size_t{tTally.qwEvents},
+  std::printf("| %s | %zu | %zu | %zu | %zu |%s%s\n", NameOf(tRow).c_str(), std::size_t{tTally.qwEvents},
               std::size_t{EveryOf(tOptions, tRow)}, std::size_t{tTally.qwCuts}, std::size_t{tTally.qwSurvived},
-              tTally.dwUntried != 0 ? " NOT TRIED: the life without a cut failed" : "");
+              tTally.dwUntried != 0 ? " the life without a cut failed: " : "", tTally.szUncut);
   for (u32 dw = 0; dw < tTally.dwLosses && dw < dwMaxLosses; dw++) {
     const TLoss& tLoss = tTally.atLosses[dw];
     const bool bEvent = tLoss.tMoment.qwEvent != 0;

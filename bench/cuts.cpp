@@ -1,8 +1,11 @@
 #include "cuts.h"
 
+#include <sys/mman.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cmath>
+#include <random>
 #include <sstream>
 #include <string_view>
 
@@ -50,12 +53,48 @@ void StandSharp(const TCamera& tCamera, const TLensModel& tModel) {
                 sZoom + "focus_motor=" + std::to_string(dwFocus) + "\n");
 }
 
+// Every channel stands elsewhere: the one set of positions that is saved is true of the first at most.
+void StandApart(const TCamera& tCamera, const TLensModel& tModel) {
+  TWorld* ptWorld = World_Map(tCamera.sRoot.c_str());
+  for (i32 i = 1; i < tModel.iChannels; i++) {
+    for (const ELensAxis eAxis : {LENS_ZOOM, LENS_FOCUS}) {
+      TAxisTruth& tAxis = ptWorld->tLens.atAxis[i][eAxis];
+      tAxis.iRotor = tAxis.iGlass = tAxis.iRotor + i * 25 * static_cast<i32>(Model_Sheet(tModel, eAxis).dwOneStep);
+    }
+  }
+  World_Unmap(ptWorld);
+}
+
 void CutPower(TWorld* ptWorld) {
   Lens_PowerCut(&ptWorld->tLens, World_Now_us(ptWorld));
   Clock_End(CLOCK_END_CUT, nullptr);
 }
 
-TLifeResult CutLife(const TCamera& tCamera, const TCutRow& tRow, const TCutMoment& tMoment, u64 qwSeed) {
+// Where it is asked: how many events a life has had by certain times.  The life writes, its parent reads.
+struct TMarks {
+  std::vector<u64> aqwAt_us;
+  u64* aqwEvents = nullptr;  // by time
+};
+
+u64* MarkMemory() {
+  constexpr std::size_t dwMarks = 8;
+  static void* pv = mmap(nullptr, dwMarks * sizeof(u64), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+  if (pv == MAP_FAILED) std::abort();
+  return static_cast<u64*>(pv);
+}
+
+void AddMarks(TLifePlan& tPlan, TMarks& tMarks) {
+  tMarks.aqwEvents = MarkMemory();
+  for (std::size_t dw = 0; dw < tMarks.aqwAt_us.size(); dw++) {
+    u64* pqwEvents = tMarks.aqwEvents + dw;
+    *pqwEvents = 0;
+    tPlan.atEvents.push_back(Call(0, [=](TWorld*) { *pqwEvents = Clock_Record()->qwEvents; }));
+    tPlan.atEvents.back().qwAt_us = tMarks.aqwAt_us[dw];
+  }
+}
+
+TLifeResult CutLife(const TCamera& tCamera, const TCutRow& tRow, const TCutMoment& tMoment, u64 qwSeed,
+                    TMarks* ptMarks = nullptr) {
   TLifePlan tPlan;
   tPlan.sRoot = tCamera.sRoot;
   tPlan.qwSeed = qwSeed;
@@ -66,11 +105,13 @@ TLifeResult CutLife(const TCamera& tCamera, const TCutRow& tRow, const TCutMomen
     tPlan.atEvents.push_back(Call(0, CutPower));
     tPlan.atEvents.back().qwAt_us = tMoment.qwTime_us;
   }
+  if (ptMarks != nullptr) AddMarks(tPlan, *ptMarks);
   return Life_Run(tPlan);
 }
 
 // A life of nothing but a look at every channel shortly before its end.
-TLifeResult RestingLife(const TCamera& tCamera, i32 iChannels, u64 qwFor_ms, u64 qwSeed, u64 qwCutAtEvent = 0) {
+TLifeResult RestingLife(const TCamera& tCamera, i32 iChannels, u64 qwFor_ms, u64 qwSeed, u64 qwCutAtEvent = 0,
+                        TMarks* ptMarks = nullptr) {
   TLifePlan tPlan;
   tPlan.sRoot = tCamera.sRoot;
   tPlan.qwSeed = qwSeed;
@@ -79,6 +120,7 @@ TLifeResult RestingLife(const TCamera& tCamera, i32 iChannels, u64 qwFor_ms, u64
   }
   tPlan.qwEnd_us = (qwFor_ms + 200) * 1000;
   tPlan.qwCutAtEvent = qwCutAtEvent;
+  if (ptMarks != nullptr) AddMarks(tPlan, *ptMarks);
   return Life_Run(tPlan);
 }
 
@@ -88,14 +130,36 @@ std::string WhyAxisWrong(const TCamera& tCamera, const std::string& sStatus, ELe
   return sWhy.empty() ? "" : "channel " + std::to_string(iChannel) + ": " + sWhy;
 }
 
+constexpr std::string_view sRecovers = "Power loss unexpectedly!";
+
+bool HasRecovered(const TLifeResult& tResult) {
+  return tResult.sTranscript.find(sRecovers) != std::string::npos;
+}
+
+// Neither a saved position, which a backup goes to, nor the default one of a restore without a zoom is a sharp one.
+bool EndsInSearch(const TCutRow& tRow) {
+  const TLensModel& tModel = *Lenses_Find(tRow.szModel);
+  const auto IsNormal = [](const char* pszStatus) { return pszStatus != nullptr && pszStatus[0] == 'n'; };
+  const auto IsBackup = [](const char* pszStatus) { return pszStatus != nullptr && pszStatus[0] == 'b'; };
+  if (!Model_HasFocus(tModel) || IsBackup(tRow.pszStatus) || IsBackup(tRow.pszNextStatus)) return false;
+  return Model_HasZoom(tModel) || IsNormal(tRow.pszStatus);
+}
+
 // By a search, or by the offset of the lens's table, which is far larger than the depth of focus; not by that offset
 // twice, or not at all.
-std::string WhyNotSharp(const TCamera& tCamera) {
+std::string WhyNotSharp(const TCamera& tCamera, double dMore = 0) {
   TWorld* ptWorld = World_Map(tCamera.sRoot.c_str());
   const double dOff = Lens_GlassVirtual(&ptWorld->tLens, 0, LENS_FOCUS) - World_SharpFocus(ptWorld, 0);
-  const double dAllowed = World_DepthOfFocus(ptWorld, 0);
+  const double dAllowed = World_DepthOfFocus(ptWorld, 0) + dMore;
   World_Unmap(ptWorld);
   return std::fabs(dOff) <= dAllowed ? "" : "the focus is " + std::to_string(dOff) + " steps from sharp";
+}
+
+// A search ends on a whole step of its last level.
+double SearchAccuracy(const TLensModel& tModel) {
+  const TSearchSheet& tSearch = tModel.tSearch;
+  if (Model_IsICS(tModel)) return 4;
+  return 1 + 0.75 * (tSearch.bFineTuning != 0 ? tSearch.dwStepFine : tSearch.dwStepSmall);
 }
 
 bool LogStands(const TCamera& tCamera) {
@@ -238,13 +302,105 @@ void Cuts_SetScene(const TCamera& tCamera, const TCutRow& tRow) {
   if (tRow.bDisplaced && Model_HasZoom(tModel)) tCamera.Place(LENS_ZOOM, tModel.tZoom.dwFirstPosition + 33);
   if (tRow.bDisplaced && Model_HasFocus(tModel)) tCamera.Place(LENS_FOCUS, tModel.tFocus.dwFirstPosition - 44);
   if (tRow.bSharp) StandSharp(tCamera, tModel);
+  if (tModel.iChannels > 1) StandApart(tCamera, tModel);
   tCamera.Write(szBackupPath, "zoom_motor=150\nfocus_motor=300\n");
 }
 
-u64 Cuts_CountEvents(const TCamera& tCamera, const TCutRow& tRow, u64 qwSeed) {
+TUncut Cuts_LiveUncut(const TCamera& tCamera, const TCutRow& tRow, u64 qwSeed) {
+  constexpr u64 qwFirstMoments_us = 100'000;
+  const TLensModel& tModel = *Lenses_Find(tRow.szModel);
   Cuts_SetScene(tCamera, tRow);
-  const TLifeResult tResult = CutLife(tCamera, tRow, {}, qwSeed);
-  return Judge_Order(tResult).empty() ? tResult.qwEvents : 0;
+  const bool bEvents = !tRow.atEvents.empty();
+  const auto Earlier = [](const TLifeEvent& t1, const TLifeEvent& t2) { return t1.qwAt_us < t2.qwAt_us; };
+  TMarks tMarks;
+  tMarks.aqwAt_us = {bEvents ? std::ranges::min_element(tRow.atEvents, Earlier)->qwAt_us : qwFirstMoments_us};
+  const TLifeResult tResult = CutLife(tCamera, tRow, {}, qwSeed, &tMarks);
+  TUncut tUncut{.qwEvents = tResult.qwEvents, .qwStartUpEvents = tMarks.aqwEvents[0], .sLoss = Judge_Order(tResult)};
+  for (i32 i = 0; i < tModel.iChannels; i++) {
+    for (const ELensAxis eAxis : {LENS_ZOOM, LENS_FOCUS}) {
+      const u32 dwSaid = Judge_PublishedPlace(tCamera, eAxis, i);
+      const double dTrue = tCamera.Truth(eAxis, i);
+      if (!tUncut.sLoss.empty() || !Model_HasAxis(tModel, eAxis) || dwSaid == dTrue) continue;
+      tUncut.sLoss = "channel " + std::to_string(i) + ": " + Judge_Name(eAxis) + " left at " + std::to_string(dwSaid) +
+                     ", true " + std::to_string(dTrue);
+    }
+  }
+  if (tUncut.sLoss.empty() && LogStands(tCamera)) tUncut.sLoss = "a working log stands";
+  return tUncut;
+}
+
+namespace {
+
+// Camera time since the life's start of the first line that has a text; qwNever_us: there is none.
+u64 TimeOf_us(const TLifeResult& tResult, std::string_view sText, u64 qwStarted_us) {
+  const std::size_t dwAt = tResult.sTranscript.find(sText);
+  if (dwAt == std::string::npos) return qwNever_us;
+  const std::size_t dwLine = tResult.sTranscript.rfind('\n', dwAt) + 1;
+  const double dAt_s = std::strtod(tResult.sTranscript.c_str() + dwLine, nullptr);
+  return static_cast<u64>(std::llround(dAt_s * 1e6)) - qwStarted_us;
+}
+
+u64 Now_us(const TCamera& tCamera) {
+  TWorld* ptWorld = World_Map(tCamera.sRoot.c_str());
+  const u64 qwNow_us = ptWorld->qwBase_us;
+  World_Unmap(ptWorld);
+  return qwNow_us;
+}
+
+// The row's life, cut, and the whole start after it.  tMarks: times of that start.
+TLifeResult CutAndStart(const TCamera& tCamera, const TCutRow& tRow, u64 qwEvent, u64 qwSeed, TMarks* ptMarks) {
+  const TLensModel& tModel = *Lenses_Find(tRow.szModel);
+  Cuts_SetScene(tCamera, tRow);
+  CutLife(tCamera, tRow, {.qwEvent = qwEvent}, qwSeed);
+  if (tRow.pszNextStatus != nullptr) tCamera.Write(szStatusPath, tRow.pszNextStatus);
+  return RestingLife(tCamera, tModel.iChannels, PatienceOf(tRow.szModel).qwRecovery_ms, qwSeed, 0, ptMarks);
+}
+
+// Adds a second cut in each phase of the recovery from a cut at qwEvent.  False: that start does not recover.
+bool AddCutRecovery(const TCamera& tCamera, const TCutRow& tRow, u64 qwEvent, u64 qwSeed,
+                    std::vector<TCutMoment>& atMoments) {
+  constexpr u64 qwSearchEvents = 300;
+  std::mt19937_64 tDraw(qwSeed);
+  const TLifeResult tWhole = CutAndStart(tCamera, tRow, qwEvent, qwSeed, nullptr);
+  const u64 qwStarted_us = Now_us(tCamera) - tWhole.qwTime_us;
+  const u64 qwRecovers_us = TimeOf_us(tWhole, sRecovers, qwStarted_us);
+  if (qwRecovers_us == qwNever_us) return false;
+  const u64 qwSearch_us = TimeOf_us(tWhole, "-level searching", qwStarted_us);
+  const bool bSearch = qwSearch_us != qwNever_us;
+  TMarks tMarks;
+  tMarks.aqwAt_us = {qwRecovers_us};
+  if (bSearch) tMarks.aqwAt_us = {qwRecovers_us, qwSearch_us - 1, qwSearch_us + 1};
+  const u64 qwAll = CutAndStart(tCamera, tRow, qwEvent, qwSeed, &tMarks).qwEvents;
+  std::vector<u64> aqwBounds = {0, tMarks.aqwEvents[0]};
+  if (bSearch) {
+    aqwBounds.push_back(tMarks.aqwEvents[1]);
+    aqwBounds.push_back(tMarks.aqwEvents[2]);
+  }
+  aqwBounds.push_back(std::min(qwAll, aqwBounds.back() + qwSearchEvents));
+  for (std::size_t dw = 1; dw < aqwBounds.size(); dw++) {
+    if (aqwBounds[dw] <= aqwBounds[dw - 1]) continue;
+    const u64 qwAgain = aqwBounds[dw - 1] + 1 + tDraw() % (aqwBounds[dw] - aqwBounds[dw - 1]);
+    atMoments.push_back({.qwEvent = qwEvent, .qwTime_us = 0, .qwAgain = qwAgain});
+  }
+  return true;
+}
+
+}  // namespace
+
+std::vector<TCutMoment> Cuts_DrawMoments(const TCamera& tCamera, const TCutRow& tRow, const TUncut& tUncut,
+                                         u64 qwSeed) {
+  constexpr u32 dwCommandCuts = 2;
+  constexpr u32 dwMostTries = 8;  // until a cut leaves something to recover from
+  std::mt19937_64 tDraw(qwSeed);
+  const u64 qwStart = std::clamp<u64>(tUncut.qwStartUpEvents, 1, tUncut.qwEvents - 1);
+  const auto DrawLater = [&] { return qwStart + 1 + tDraw() % (tUncut.qwEvents - qwStart); };
+  std::vector<TCutMoment> atMoments = {{.qwEvent = 1 + tDraw() % qwStart}};
+  for (u32 dw = 0; dw < dwCommandCuts; dw++) atMoments.push_back({.qwEvent = DrawLater()});
+  atMoments.push_back({.qwEvent = 0, .qwTime_us = 1 + tDraw() % (tRow.qwEnd_ms * 1000 - 1)});
+  for (u32 dw = 0; dw < dwMostTries; dw++) {
+    if (AddCutRecovery(tCamera, tRow, DrawLater(), qwSeed, atMoments)) break;
+  }
+  return atMoments;
 }
 
 TCutOutcome Cuts_Try(const TCamera& tCamera, const TCutRow& tRow, const TCutMoment& tMoment, u64 qwSeed) {
@@ -256,11 +412,14 @@ TCutOutcome Cuts_Try(const TCamera& tCamera, const TCutRow& tRow, const TCutMome
     return {.bSurvived = false, .sLoss = "the first life was not cut: " + tCut.sStderr, .sTale = Tail("cut", tCut)};
   }
   if (tRow.pszNextStatus != nullptr) tCamera.Write(szStatusPath, tRow.pszNextStatus);
+  bool bRecovered = false;
   if (tMoment.qwAgain != 0) {
-    RestingLife(tCamera, tModel.iChannels, tPatience.qwRecovery_ms, qwSeed, tMoment.qwAgain);
+    bRecovered = HasRecovered(RestingLife(tCamera, tModel.iChannels, tPatience.qwRecovery_ms, qwSeed, tMoment.qwAgain));
   }
   const TLifeResult tRecovery = RestingLife(tCamera, tModel.iChannels, tPatience.qwRecovery_ms, qwSeed);
   std::string sLoss = JudgeRecovery(tCamera, tRow, tRecovery);
+  bRecovered = bRecovered || HasRecovered(tRecovery);
+  if (sLoss.empty() && bRecovered && EndsInSearch(tRow)) sLoss = WhyNotSharp(tCamera, SearchAccuracy(tModel));
   if (!sLoss.empty()) {
     return {.bSurvived = false, .sLoss = sLoss, .sTale = Tail("cut", tCut) + Tail("next start", tRecovery)};
   }

@@ -1,5 +1,8 @@
 #include "judge.h"
 
+#include <algorithm>
+#include <cstring>
+
 std::string Judge_Order(const TLifeResult& tResult) {
   if (tResult.eEnd != LIFE_EXITED) return "life ended with " + std::to_string(tResult.eEnd) + " " + tResult.sStderr;
   if (tResult.iStatus != 0) return "exit status " + std::to_string(tResult.iStatus) + " " + tResult.sStderr;
@@ -18,4 +21,11 @@ std::string Judge_Belief(const std::string& sStatus, ELensAxis eAxis, double dTr
   const i32 iBelieved = StatusValue(sStatus, Judge_Name(eAxis) + "_motor");
   if (iBelieved == dTruth) return "";
   return Judge_Name(eAxis) + " believed " + std::to_string(iBelieved) + ", true " + std::to_string(dTruth);
+}
+
+u32 Judge_Published(const TCamera& tCamera, EBlockWord eWord, i32 iChannel) {
+  u32 adwBlock[BLOCK_WORDS] = {};
+  const std::string sBlock = tCamera.Read("/shm/" + std::to_string(iChannel));
+  std::memcpy(adwBlock, sBlock.data(), std::min(sBlock.size(), sizeof adwBlock));
+  return adwBlock[eWord];
 }

@@ -180,21 +180,13 @@ std::string WhyNotAtRest(const TLived& tLived) {
   return "";
 }
 
-// What the daemon has told the image side last.
-u32 Published(const TCamera& tCamera, EBlockWord eWord, i32 iChannel) {
-  u32 adwBlock[BLOCK_WORDS] = {};
-  const std::string sBlock = tCamera.Read("/shm/" + std::to_string(iChannel));
-  std::memcpy(adwBlock, sBlock.data(), std::min(sBlock.size(), sizeof adwBlock));
-  return adwBlock[eWord];
-}
-
 // The status is one for all channels, the request of the iris one for each.  A life that was killed leaves its request.
 std::string WhyIrisWrong(const TLived& tLived) {
   const TLensModel& tModel = tLived.tModel;
   if (!tLived.bRests || tLived.tResult.eEnd != LIFE_EXITED || tModel.iChannels > 1) return "";
   if (!Model_HasFocus(tModel)) return "";
   const i32 iSaid = StatusValue(tLived.tResult.asReplies[tLived.dwFirstStatus], "iris_open");
-  const u32 dwAsked = Published(tLived.tCamera, BLOCK_IRIS_REQUEST, 0);
+  const u32 dwAsked = Judge_Published(tLived.tCamera, BLOCK_IRIS_REQUEST, 0);
   if (iSaid == static_cast<i32>(dwAsked)) return "";
   return "the status says iris " + std::to_string(iSaid) + ", the image side was asked for " + std::to_string(dwAsked);
 }
@@ -263,7 +255,7 @@ std::string WhySavedWrong(const TLived& tLived) {
   for (i32 i = 0; i < tLived.tModel.iChannels; i++) {
     bSaved = bSaved || IsSaved(tLived, i);
     for (const ELensAxis eAxis : {LENS_ZOOM, LENS_FOCUS}) {
-      const u32 dwLeft = Published(tCamera, eAxis == LENS_ZOOM ? BLOCK_ZOOM_POSITION : BLOCK_FOCUS_POSITION, i);
+      const u32 dwLeft = Judge_PublishedPlace(tCamera, eAxis, i);
       if (!Model_HasAxis(tLived.tModel, eAxis) || dwLeft == tCamera.Truth(eAxis, i)) continue;
       return Judge_Name(eAxis) + " of channel " + std::to_string(i) + " left at " + std::to_string(dwLeft) +
              ", true " + std::to_string(tCamera.Truth(eAxis, i));

@@ -1,6 +1,7 @@
 // The power is cut anywhere in anything that the daemon does: a sample of bench/cut_campaign, which tries every event.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <random>
 
 #include "cuts.h"
@@ -21,20 +22,17 @@ std::string NameOf(const testing::TestParamInfo<std::size_t>& tInfo) {
 TEST_P(Cut, IsSurvived) {
   const TCutRow& tRow = Cuts_Rows()[GetParam()];
   const TCamera tCamera(tRow.szModel);
-  const u64 qwEvents = Cuts_CountEvents(tCamera, tRow, FirstSeed());
-  ASSERT_GT(qwEvents, 50U) << "the life without a cut is not in order";
-  std::mt19937_64 tDraw(FirstSeed());
-  for (u64 qw = 0; qw < Lives(6); qw++) {
-    TCutMoment tMoment;
-    if (qw % 3 != 2) {
-      tMoment.qwEvent = 1 + tDraw() % qwEvents;
-    } else {
-      tMoment.qwTime_us = 1 + tDraw() % (tRow.qwEnd_ms * 1000 - 1);
-    }
+  const TUncut tUncut = Cuts_LiveUncut(tCamera, tRow, FirstSeed());
+  ASSERT_EQ(tUncut.sLoss, "") << "in the life without a cut";
+  std::vector<TCutMoment> atMoments = Cuts_DrawMoments(tCamera, tRow, tUncut, FirstSeed());
+  std::shuffle(atMoments.begin(), atMoments.end(), std::mt19937_64(FirstSeed()));  // a sanitizer's run has a sample
+  atMoments.resize(std::min<std::size_t>(atMoments.size(), Lives(20)));
+  for (const TCutMoment& tMoment : atMoments) {
     const TCutOutcome tOutcome = Cuts_Try(tCamera, tRow, tMoment, FirstSeed());
     ASSERT_TRUE(tOutcome.bSurvived) << tOutcome.sTale << tOutcome.sLoss << "\ncut_campaign --only " << tRow.szModel
                                     << "/" << tRow.szName << " --event " << tMoment.qwEvent << " --time "
-                                    << tMoment.qwTime_us << " --seed " << FirstSeed();
+                                    << tMoment.qwTime_us << " --again " << tMoment.qwAgain << " --seed "
+                                    << FirstSeed();
   }
 }
 
