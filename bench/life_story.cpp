@@ -353,7 +353,7 @@ void AddIdleCommand(const TLensModel& tModel, TDraw& tDraw, u64 qwAt_ms, TStory&
   tStory.atEvents.push_back(Ask(qwAt_ms, Direct("focus", DrawPlace(tDraw, tModel.tFocus))));
   tStory.atEvents.push_back(Ask(qwFirst_ms, "function=" + sFunction + sNumber));
   tStory.atEvents.push_back(Ask(qwFirst_ms + tDraw.Below(30), Direct("focus", qwFocus)));
-  const bool bStores = tModel.dwCapability == CAPABILITY_FOCUS_ONLY || Model_IsICS(tModel);
+  const bool bStores = tModel.dwCapability == CAPABILITY_FOCUS_ONLY;
   tStory.tPromise = {.szWhat = "a command that does not walk, while the focus does",
                      .llFocus = static_cast<i64>(qwFocus),
                      .llDefault = bDefault && bStores ? static_cast<i64>(qwDefault) : -1};

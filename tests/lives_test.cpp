@@ -1,7 +1,11 @@
-// Clients, buttons and faults in lives that end at any moment: a sample of bench/life_campaign, which tries thousands.
+// Clients, buttons and faults in lives that end at any moment, and lives without hurry, on the stock models and on drawn
+// ones: a sample of bench/life_campaign, which tries thousands.
 #include "lives.h"
 
 #include <gtest/gtest.h>
+
+#include "lenses/drawn_lens.h"
+#include "orderly_life.h"
 
 namespace {
 
@@ -17,15 +21,41 @@ i32 CountModels() {
   return iModels;
 }
 
+void ExpectNoLoss(const TLivesOutcome& tOutcome, const char* pszRow, u64 qwSeed, const std::string& sRecord) {
+  ASSERT_EQ(tOutcome.sLoss, "") << "life_campaign --only " << pszRow << " --seed " << qwSeed << " --seeds 1\n" << sRecord;
+}
+
 TEST_P(LivesOf, EndInOrder) {
   const TLensModel& tModel = *Lenses_At(GetParam());
   const TCamera tCamera(tModel.pszName);
-  for (u64 qw = 0; qw < Lives(60); qw++) {
-    const TLivesOutcome tOutcome = Lives_Try(tCamera, tModel, FirstSeed() + qw);
-    ASSERT_EQ(tOutcome.sLoss, "") << "life_campaign --only " << tModel.pszName << " --seed " << FirstSeed() + qw
-                                  << " --seeds 1";
+  for (u64 qw = FirstSeed(); qw < FirstSeed() + Lives(60); qw++) {
+    ASSERT_NO_FATAL_FAILURE(ExpectNoLoss(Lives_Try(tCamera, tModel, qw), tModel.pszName, qw, ""));
   }
 }
+
+TEST_P(LivesOf, KeepEachPromise) {
+  const TLensModel& tModel = *Lenses_At(GetParam());
+  const TCamera tCamera(tModel.pszName);
+  for (u64 qw = FirstSeed(); qw < FirstSeed() + Lives(10); qw++) {
+    ASSERT_NO_FATAL_FAILURE(ExpectNoLoss(OrderlyLife_Try(tCamera, tModel, qw), tModel.pszName, qw, ""));
+  }
+}
+
+// In four, so that they run side by side.
+class DrawnLives : public testing::TestWithParam<u64> {};
+
+TEST_P(DrawnLives, AreNotLost) {
+  const u64 qwFirst = (FirstSeed() - 1) * 100 + GetParam() + 1;
+  for (u64 qw = qwFirst; qw < qwFirst + Lives(40); qw++) {
+    const TLensModel& tModel = *Lenses_Find(DrawnLens_Name(qw).c_str());
+    const TCamera tCamera(tModel.pszName);
+    const std::string sRecord = DrawnLens_Describe(tModel);
+    ASSERT_NO_FATAL_FAILURE(ExpectNoLoss(Lives_Try(tCamera, tModel, qw), "drawn", qw, sRecord));
+    ASSERT_NO_FATAL_FAILURE(ExpectNoLoss(OrderlyLife_Try(tCamera, tModel, qw), "drawn", qw, sRecord));
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Campaign, DrawnLives, testing::Values(0, 1000, 2000, 3000));
 
 TEST_P(LivesOf, TheSameSeedAreTheSame) {
   const TLensModel& tModel = *Lenses_At(GetParam());
