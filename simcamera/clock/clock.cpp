@@ -6,6 +6,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <bit>
 #include <vector>
 
 #include "clock/tasks.h"
@@ -30,12 +31,31 @@ constinit u32 g_dwStill = 0;
 constinit bool g_bDescriptorsChanged = false;
 constinit bool g_bRunsScript = false;
 constinit std::vector<TScripted>* g_patScript = nullptr;  // latest first
+
+bool DrawGivesWay() {
+  return Clock_Draw(dwYieldOneIn) == 0;
+}
+
+i32 DrawNext(u32 dwReady) {
+  const u32 dwTasks = static_cast<u32>(std::popcount(dwReady));
+  if (dwTasks == 0) return iNobody;
+  for (u32 dwBehind = dwTasks > 1 ? Clock_Draw(dwTasks) : 0; dwBehind > 0; --dwBehind) dwReady &= dwReady - 1;
+  return std::countr_zero(dwReady);
+}
+
+u64 DrawOverrun_us(u64) {
+  return Clock_Draw(dwMaxOversleep_us + 1);
+}
+
+constinit TClockChoices g_tChoices{
+    .pfnGivesWay = &DrawGivesWay, .pfnNext = &DrawNext, .pfnOverrun_us = &DrawOverrun_us};
 }  // namespace
 
 constinit TTask g_atTasks[iMaxTasks]{};
 
 static void SwitchFrom(TTask& tSelf);
 static TTask& Pick();
+static u32 ReadyTasks();
 static void RunScript();
 static void PollDescriptors();
 static void JumpToNextDeadline();
@@ -57,6 +77,10 @@ void Clock_Start(const TClockPlan& tPlan) {
   g_tSelf.iTask = 0;
   g_tSelf.eKind = THREAD_TASK;
   g_eClockMode = CLOCK_VIRTUAL;
+}
+
+void Clock_SetChoices(const TClockChoices& tChoices) {
+  g_tChoices = tChoices;
 }
 
 void Clock_StartAtASpeed(TWorld* ptWorld) {
@@ -87,7 +111,7 @@ u32 Clock_Draw(u32 dwBelow) {
 }
 
 u64 Clock_Deadline(u64 qwDuration_us) {
-  return g_qwNow_us + qwDuration_us + Clock_Draw(dwMaxOversleep_us + 1);
+  return g_qwNow_us + qwDuration_us + g_tChoices.pfnOverrun_us(qwDuration_us);
 }
 
 void Clock_Point(const char* szCall) {
@@ -103,7 +127,7 @@ void Clock_Point(const char* szCall) {
     Clock_End(CLOCK_END_CUT, nullptr);
   }
   CountStill();
-  if (Clock_Draw(dwYieldOneIn) == 0) {
+  if (g_tChoices.pfnGivesWay()) {
     tSelf.eState = TASK_READY;
     SwitchFrom(tSelf);
   }
@@ -238,25 +262,47 @@ static TTask& Pick() {
   for (;;) {
     RunScript();
     PollDescriptors();
-    TTask* aptReady[iMaxTasks];
-    u32 dwReady = 0;
-    for (TTask& tTask : g_atTasks) {
-      if (tTask.eState == TASK_READY) aptReady[dwReady++] = &tTask;
-    }
-    if (dwReady > 0) return *aptReady[dwReady > 1 ? Clock_Draw(dwReady) : 0];
-    JumpToNextDeadline();
+    const u32 dwReady = ReadyTasks();
+    const i32 iNext = g_tChoices.pfnNext(dwReady);
+    if (dwReady > 0) return g_atTasks[iNext];
+    if (iNext == iNobody) JumpToNextDeadline();
   }
+}
+
+static u32 ReadyTasks() {
+  u32 dwReady = 0;
+  for (i32 iTask = 0; iTask < iMaxTasks; ++iTask) {
+    if (g_atTasks[iTask].eState == TASK_READY) dwReady |= u32{1} << iTask;
+  }
+  return dwReady;
+}
+
+u32 Clock_ReadyTasks() {
+  PollDescriptors();
+  return ReadyTasks();
+}
+
+void Clock_GiveWayTo(i32 iTask) {
+  TTask& tSelf = Task_Self();
+  tSelf.eState = TASK_READY;
+  HandOver(g_atTasks[iTask]);
+  Park(tSelf);
+  Task_RunHandlers(tSelf);
 }
 
 static void RunScript() {
   while (!g_patScript->empty() && g_patScript->back().qwAt_us <= g_qwNow_us) {
     const TScripted tScripted = g_patScript->back();
     g_patScript->pop_back();
-    g_bDescriptorsChanged = true;
-    g_bRunsScript = true;
-    tScripted.pfn(tScripted.pv);
-    g_bRunsScript = false;
+    Clock_RunNow(tScripted.pfn, tScripted.pv);
   }
+}
+
+void Clock_RunNow(void (*pfn)(void* pv), void* pv) {
+  g_bDescriptorsChanged = true;
+  g_bRunsScript = true;
+  pfn(pv);
+  g_bRunsScript = false;
 }
 
 static void PollDescriptors() {

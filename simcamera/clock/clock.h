@@ -1,7 +1,7 @@
 // The virtual clock: a scheduler that lets one thread of a life run at a time.  Each thread is a task; who holds the
 // token runs.  A task gives way where it waits, and by draw at every hooked call.  When all tasks wait, the clock jumps
 // to the next deadline or scripted event.  Nothing here is drawn but from the one seed, so the same seed gives the same
-// life.
+// life.  A program that explores schedules puts its own choices in the place of these draws.
 //
 // All functions: any task that holds the token, unless told otherwise.  Times are microseconds of the camera's clock.
 #pragma once
@@ -58,6 +58,23 @@ u64 Clock_Now_us();
 u64 Clock_Wall_us();  // since 1970
 TWorld* Clock_World();
 TLifeRecord* Clock_Record();
+
+// What a life leaves open.  All three run on the task that holds the token.
+constexpr i32 iNobody = -1;
+struct TClockChoices {
+  bool (*pfnGivesWay)();        // at a hooked call: true lets the other tasks go on
+  i32 (*pfnNext)(u32 dwReady);  // which of the tasks goes on whose bits are set.  0: all of them wait; iNobody then
+                                // lets the time move on, any other value looks at the tasks again
+  u64 (*pfnOverrun_us)(u64 qwDuration_us);  // how much longer a sleep or time-out of that length takes
+};
+// Before the life.  Without it, all three are drawn.
+void Clock_SetChoices(const TClockChoices& tChoices);
+
+// For such choices.  The tasks that could go on now, by bits; hands the token to one of them, and comes back with it.
+u32 Clock_ReadyTasks();
+void Clock_GiveWayTo(i32 iTask);
+// Runs pfn as Clock_At does, at this moment.
+void Clock_RunNow(void (*pfn)(void* pv), void* pv);
 
 // A value below dwBelow, from the seed.
 u32 Clock_Draw(u32 dwBelow);
