@@ -1,0 +1,141 @@
+#include "explore/oracle.h"
+
+#include <cstdio>
+
+#include "clock/inside.h"
+#include "explore/schedule.h"
+#include "hooks/hooks.h"
+#include "motor/axis.h"
+
+namespace {
+
+// What has been seen of one axis's box.
+struct TSeen {
+  const TAxis* ptAxis;
+  const char* szName;
+  TMotorCommand tWritten = {};  // last
+  u32 dwNumber = 0;             // of the command that it belongs to; higher is newer, for both axes together
+  bool bTaken = false;
+  u32 dwRunning = 0;          // number of the command that the thread runs
+  bool bHasFollowed = false;  // zoom: the thread has sent the focus along since it took its command
+};
+TSeen g_tZoom = {.ptAxis = &g_tZoomAxis, .szName = "zoom"};
+TSeen g_tFocus = {.ptAxis = &g_tFocusAxis, .szName = "focus"};
+
+TVernierLensdInfo* g_ptContext = nullptr;
+u32 g_dwCommands = 0;                    // of clients, buttons and the daemon's start, so far
+const TSeen* g_ptWrittenLast = nullptr;  // by the main thread
+
+template <typename... TArguments>
+void Blame(const char* szFormat, TArguments... arguments) {
+  char szFault[160];
+  std::snprintf(szFault, sizeof szFault, szFormat, arguments...);
+  Schedule_Blame(szFault);
+}
+
+// Commands that walk nothing and do not say where the lens is to be: others may be written over them, and what they
+// wish is judged at rest.
+bool IsWish(u32 dwFunction) {
+  return dwFunction == FUNCTION_IRISOPEN || dwFunction == FUNCTION_IRISENABLE || dwFunction == FUNCTION_SETFOCUSDEFAULT;
+}
+
+// The focus's half of a command whose zoom's half was written before it.
+bool IsSecondHalf(const TSeen& tSeen, u32 dwFunction) {
+  if (&tSeen != &g_tFocus || g_ptWrittenLast != &g_tZoom) return false;
+  const u32 dwOther = g_tZoom.tWritten.dwFunction;
+  const bool bSearch = dwFunction == FUNCTION_AUTO || dwFunction == FUNCTION_SCAN;
+  const bool bBoth =
+      dwFunction == FUNCTION_STOP || dwFunction == FUNCTION_POSITIONING || dwFunction == FUNCTION_MOTORRESET;
+  return bSearch ? dwOther == FUNCTION_STOP : bBoth && dwOther == dwFunction;
+}
+
+// The axis whose thread the running task is.
+TSeen& SeenOfTask() {
+  const bool bFocus = g_ptContext->bSupportZoom == 0 || (g_ptContext->bSupportFocus != 0 && g_tSelf.iTask == 1);
+  return bFocus ? g_tFocus : g_tZoom;
+}
+
+// A zoom that cannot be interrupted reaches its target in spite of a stop.  If that stop came before the focus was sent
+// along, the focus goes after the zoom once the zoom is there, as the end of that stop.
+bool EndsStop(const TSeen& tCause, const TSeen& tSeen) {
+  const bool bInterruptible = g_tVernierLensdConfigInfo.bBlockingMode == 0 && g_ptContext->bSupportICS == 0;
+  return !bInterruptible && &tCause == &g_tZoom && &tSeen == &g_tFocus && !tCause.bHasFollowed && !tCause.bTaken &&
+         tCause.tWritten.dwFunction == FUNCTION_STOP;
+}
+
+// The number of a follow-up is that of the command it follows from.
+u32 JudgeFollowUp(const TSeen& tSeen, u32 dwFunction) {
+  TSeen& tCause = SeenOfTask();
+  // A button that is still held asks for each of its steps; nothing but its release ends it.
+  if (&tSeen == &g_tZoom && g_ptContext->tZoomCommand.bZoomContinuous != 0) return ++g_dwCommands;
+  const u32 dwCause = EndsStop(tCause, tSeen) ? tCause.dwNumber : tCause.dwRunning;
+  if (tSeen.dwNumber > dwCause) {
+    Blame("%s thread writes %s function %u for an older command over a newer function %u, %s", tCause.szName,
+          tSeen.szName, dwFunction, tSeen.tWritten.dwFunction, tSeen.bTaken ? "taken" : "waiting");
+  }
+  if (&tSeen == &g_tFocus) tCause.bHasFollowed = true;
+  return dwCause;
+}
+
+u32 CountOfMain(const TSeen& tSeen, u32 dwFunction) {
+  if (IsWish(dwFunction)) return tSeen.dwNumber;
+  const u32 dwNumber = IsSecondHalf(tSeen, dwFunction) ? g_dwCommands : ++g_dwCommands;
+  g_ptWrittenLast = &tSeen;
+  return dwNumber;
+}
+
+void Written(TSeen& tSeen) {
+  const TMotorCommand& tBlock = Axis_Command(g_ptContext, *tSeen.ptAxis);
+  const bool bMain = g_tSelf.iTask == 0;
+  tSeen.dwNumber = bMain ? CountOfMain(tSeen, tBlock.dwFunction) : JudgeFollowUp(tSeen, tBlock.dwFunction);
+  tSeen.tWritten = tBlock;
+  tSeen.bTaken = false;
+  Transcript_Note("writes %s function %u, command %u", tSeen.szName, tBlock.dwFunction, tSeen.dwNumber);
+}
+
+void Taken(TSeen& tSeen) {
+  const TMotorCommand& tBlock = Axis_Command(g_ptContext, *tSeen.ptAxis);
+  const TMotorCommand& tWritten = tSeen.tWritten;
+  Transcript_Note("takes %s function %u, command %u", tSeen.szName, tBlock.dwFunction, tSeen.dwNumber);
+  if (tBlock.dwFunction != tWritten.dwFunction || tBlock.dwDirection != tWritten.dwDirection ||
+      tBlock.dwSteps != tWritten.dwSteps || tBlock.dwPosition != tWritten.dwPosition) {
+    Blame("%s thread takes function %u to %u where function %u to %u was written", tSeen.szName, tBlock.dwFunction,
+          tBlock.dwPosition, tWritten.dwFunction, tWritten.dwPosition);
+  }
+  tSeen.bTaken = true;
+  tSeen.dwRunning = tSeen.dwNumber;
+  tSeen.bHasFollowed = false;
+}
+
+}  // namespace
+
+extern "C" {
+// The daemon's start of its motor threads comes here first (linker option --wrap): it hands out the context.
+i32 __real_TaskShim_Initial(void** phTask, const TTaskShimOptions* ptOptions);
+i32 __wrap_TaskShim_Initial(void** phTask, const TTaskShimOptions* ptOptions) {
+  g_ptContext = static_cast<TVernierLensdInfo*>(ptOptions->pvArgument);
+  return __real_TaskShim_Initial(phTask, ptOptions);
+}
+}
+
+void Oracle_Stored(const volatile void* pvWord) {
+  if (g_ptContext == nullptr || g_tSelf.iInside > 0) return;
+  for (TSeen* ptSeen : {&g_tZoom, &g_tFocus}) {
+    const u32& bWake = g_ptContext->*ptSeen->ptAxis->pbWake;
+    if (pvWord != &bWake) continue;
+    TInside tInside;
+    if (bWake != 0)
+      Written(*ptSeen);
+    else
+      Taken(*ptSeen);
+  }
+}
+
+void Oracle_AtRest() {
+  if (g_ptContext == nullptr) return Blame("the context was not seen");
+  for (const TSeen* ptSeen : {&g_tZoom, &g_tFocus}) {
+    const bool bSeen = ptSeen->dwNumber != 0 || ptSeen->bTaken;
+    if (!bSeen || g_ptContext->*ptSeen->ptAxis->pbSupport == 0 || ptSeen->bTaken) continue;
+    Blame("%s function %u was never taken", ptSeen->szName, ptSeen->tWritten.dwFunction);
+  }
+}

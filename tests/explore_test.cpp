@@ -1,0 +1,78 @@
+// Pairs of commands in every schedule with one deviation: see bench/explore.
+#include <gtest/gtest.h>
+
+#include <sstream>
+
+#include "explore/explorer.h"
+
+namespace {
+
+// A first command, and those that come at every moment after it.
+struct TRow {
+  const char* szLens;
+  const char* szFirst;
+  const char* szSeconds;
+};
+
+constexpr const char* szEachZoomLens = "zoom thermal";
+constexpr TRow g_atRows[] = {
+    {szEachZoomLens, "zoom", "stop focus focusback zoomback auto irisopen positioning motorreset hold backup term"},
+    {szEachZoomLens, "focus", "stop zoom irisopen auto backup term"},
+    {szEachZoomLens, "auto", "zoom focus stop irisopen term"},
+    {szEachZoomLens, "auto&iris", "irisenable"},
+    {szEachZoomLens, "irisopen", "focus motorreset auto&iris stop"},
+    {szEachZoomLens, "irisenable", "zoom"},
+    {szEachZoomLens, "positioning", "stop zoom irisopen"},
+    {szEachZoomLens, "motorreset", "auto focus"},
+    {szEachZoomLens, "hold", "stop zoomback"},
+    {szEachZoomLens, "backup", "stop focus"},
+    {szEachZoomLens, "recovery", "stop irisopen auto"},
+    {"focus", "setdefault", "focus resetfocus"},
+    {"focus", "focus", "setdefault"},
+};
+
+std::string Told(const TPair& tPair, const TFoundLoss& tLoss) {
+  return "explore_campaign --only '" + Pair_Name(tPair) + "' --replay " + tLoss.sDeviations +
+         " in this build, else --bound " + std::to_string(tLoss.dwBound) + ": " + tLoss.sWhat;
+}
+
+void PrintTo(const TRow& tRow, std::ostream* ptOut) {
+  *ptOut << tRow.szFirst << " and then one of: " << tRow.szSeconds;
+}
+
+class Explore : public testing::TestWithParam<TRow> {};
+
+TEST_P(Explore, EverySchedule) {
+  std::istringstream tLenses(GetParam().szLens);
+  for (std::string sLens; tLenses >> sLens;) {
+    std::istringstream tSeconds(GetParam().szSeconds);
+    for (std::string sSecond; tSeconds >> sSecond;) {
+      const TPair tPair = Pair_Find(sLens, GetParam().szFirst, sSecond);
+      ASSERT_TRUE(tPair.ptLens != nullptr && tPair.ptSecond != nullptr) << sLens << " " << sSecond;
+      const TExplored tExplored = Explore_Pair(tPair, {.dwBound = 1});
+      EXPECT_GT(tExplored.qwAccesses, 100u) << Pair_Name(tPair) << ": shared words are not seen";
+      for (const auto& [sKind, tLoss] : tExplored.mapLosses) ADD_FAILURE() << Told(tPair, tLoss);
+    }
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Pairs, Explore, testing::ValuesIn(g_atRows), [](const auto& tInfo) {
+  std::string sName = std::to_string(tInfo.index) + "_" + tInfo.param.szFirst;
+  std::erase(sName, '&');
+  return sName;
+});
+
+TEST(ExploredLife, RepeatsItsDeviations) {
+  const TPair tPair = Pair_Find("zoom", "zoom", "focus");
+  const TCamera tCamera("zoom");
+  const auto Lived = [&](const std::vector<TDeviation>& atDeviations) {
+    return Explore_Live(tPair, tCamera, atDeviations).tResult.sTranscript;
+  };
+  const std::string sPlain = Lived({});
+  const std::vector<TDeviation> atEarly = {{40, DEVIATION_ARRIVAL, 0}};
+  EXPECT_EQ(Lived(atEarly), Lived(Explore_Deviations(Explore_Text(atEarly).c_str())));
+  EXPECT_NE(Lived(atEarly), sPlain);
+  EXPECT_EQ(Lived({}), sPlain);
+}
+
+}  // namespace
