@@ -66,9 +66,9 @@ constexpr TPairCommand g_atCommands[] = {
     Query("auto&iris", "auto&iris", PROMISES_SHARP),
     Query("scan", "scan", PROMISES_SHARP),
     Query("positioning", "positioning", PROMISES_REFERENCE | PROMISES_SHARP),
-    Query("motorreset", "motorreset", PROMISES_REFERENCE),
+    Query("motorreset", "motorreset", PROMISES_REFERENCE | LEAVES_SEARCH),
     Query("resetfocus", "resetfocus", PROMISES_NOTHING),
-    Query("stop", "stop", STOPS),
+    Query("stop", "stop", STOPS | LEAVES_SEARCH),
     Query("irisopen", "irisopen", WALKS_NOTHING),
     Query("irisenable", "irisenable", WALKS_NOTHING),
     Query("setdefault", "setfocusdefault&defaultposition=300", PROMISES_DEFAULT | WALKS_NOTHING),
@@ -167,7 +167,7 @@ std::string JudgeStatus(const TLensModel& tModel, const TCamera& tCamera, const 
 bool MayLeaveLog(const TPair& tPair) {
   if (EndsLife(tPair)) return true;
   const bool bSeveral = Lenses_Find(tPair.ptLens->szModel)->iChannels > 1;
-  return tPair.ptFirst == nullptr && (bSeveral || (tPair.ptSecond->dwPromises & STOPS) != 0);
+  return tPair.ptFirst == nullptr && (bSeveral || (tPair.ptSecond->dwPromises & LEAVES_SEARCH) != 0);
 }
 
 bool HasLog(const TCamera& tCamera) {

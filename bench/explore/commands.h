@@ -31,8 +31,9 @@ enum EPromise : u32 {
   PROMISES_DEFAULT = 256,   // the new focus default is stored, also where another command follows; a focus lens only
   WALKS_NOTHING = 512,      // a recovery under way goes on, to where the lens is sharp
   STOPS = 1024,             // a recovery under way ends: sharp, or with the log that has it done later
-  ENDS_LIFE = 2048,         // nobody can be asked afterwards, and what was under way may leave its log
-  CHANGES_LIGHT = 4096,     // the daemon itself moves the focus after it
+  LEAVES_SEARCH = 2048,     // a recovery under way loses its search, and so its log may stay
+  ENDS_LIFE = 4096,         // nobody can be asked afterwards, and what was under way may leave its log
+  CHANGES_LIGHT = 8192,     // the daemon itself moves the focus after it
 };
 constexpr u32 PROMISES_OF_FOCUS = PROMISES_FOCUS | PROMISES_FOCUS_BACK | PROMISES_SAVED_FOCUS | PROMISES_SHARP;
 

@@ -16,8 +16,9 @@ struct TSeen {
   TMotorCommand tWritten = {};  // last
   u32 dwNumber = 0;             // of the command that it belongs to; higher is newer, for both axes together
   bool bTaken = false;
+  bool bByZoom = false;       // focus: the zoom thread wrote it
   u32 dwRunning = 0;          // number of the command that the thread runs
-  bool bHasFollowed = false;  // zoom: the thread has sent the focus along since it took its command
+  bool bHasFollowed = false;  // zoom: the focus has begun to go along with the running command
 };
 TSeen g_tZoom = {.ptAxis = &g_tZoomAxis, .szName = "zoom"};
 TSeen g_tFocus = {.ptAxis = &g_tFocusAxis, .szName = "focus"};
@@ -55,8 +56,8 @@ TSeen& SeenOfTask() {
   return bFocus ? g_tFocus : g_tZoom;
 }
 
-// A zoom that cannot be interrupted reaches its target in spite of a stop.  If that stop came before the focus was sent
-// along, the focus goes after the zoom once the zoom is there, as the end of that stop.
+// A zoom that cannot be interrupted reaches its target in spite of a stop.  If that stop came before the focus began to
+// go along, the focus goes after the zoom once the zoom is there, as the end of that stop.
 bool EndsStop(const TSeen& tCause, const TSeen& tSeen) {
   const bool bInterruptible = g_tVernierLensdConfigInfo.bBlockingMode == 0 && g_ptContext->bSupportICS == 0;
   return !bInterruptible && &tCause == &g_tZoom && &tSeen == &g_tFocus && !tCause.bHasFollowed && !tCause.bTaken &&
@@ -65,7 +66,7 @@ bool EndsStop(const TSeen& tCause, const TSeen& tSeen) {
 
 // The number of a follow-up is that of the command it follows from.
 u32 JudgeFollowUp(const TSeen& tSeen, u32 dwFunction) {
-  TSeen& tCause = SeenOfTask();
+  const TSeen& tCause = SeenOfTask();
   // A button that is still held asks for each of its steps; nothing but its release ends it.
   if (&tSeen == &g_tZoom && g_ptContext->tZoomCommand.bZoomContinuous != 0) return ++g_dwCommands;
   const u32 dwCause = EndsStop(tCause, tSeen) ? tCause.dwNumber : tCause.dwRunning;
@@ -73,7 +74,6 @@ u32 JudgeFollowUp(const TSeen& tSeen, u32 dwFunction) {
     Blame("%s thread writes %s function %u for an older command over a newer function %u, %s", tCause.szName,
           tSeen.szName, dwFunction, tSeen.tWritten.dwFunction, tSeen.bTaken ? "taken" : "waiting");
   }
-  if (&tSeen == &g_tFocus) tCause.bHasFollowed = true;
   return dwCause;
 }
 
@@ -90,6 +90,7 @@ void Written(TSeen& tSeen) {
   tSeen.dwNumber = bMain ? CountOfMain(tSeen, tBlock.dwFunction) : JudgeFollowUp(tSeen, tBlock.dwFunction);
   tSeen.tWritten = tBlock;
   tSeen.bTaken = false;
+  tSeen.bByZoom = !bMain && &SeenOfTask() == &g_tZoom;
   Transcript_Note("writes %s function %u, command %u", tSeen.szName, tBlock.dwFunction, tSeen.dwNumber);
 }
 
@@ -105,6 +106,7 @@ void Taken(TSeen& tSeen) {
   tSeen.bTaken = true;
   tSeen.dwRunning = tSeen.dwNumber;
   tSeen.bHasFollowed = false;
+  if (&tSeen == &g_tFocus && tSeen.bByZoom) g_tZoom.bHasFollowed = true;
 }
 
 }  // namespace
