@@ -16,7 +16,8 @@ struct TRow {
 
 constexpr const char* szEachZoomLens = "zoom thermal";
 constexpr TRow g_atRows[] = {
-    {szEachZoomLens, "zoom", "stop focus focusback zoomback auto irisopen positioning motorreset hold backup term"},
+    {szEachZoomLens, "zoom", "stop focus focusback zoomback auto irisopen positioning motorreset backup term"},
+    {szEachZoomLens, "zoomhere", "stop focus"},
     {szEachZoomLens, "focus", "stop zoom irisopen auto backup term"},
     {szEachZoomLens, "auto", "zoom focus stop irisopen term"},
     {szEachZoomLens, "auto&iris", "irisenable"},

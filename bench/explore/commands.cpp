@@ -60,6 +60,7 @@ constexpr TPairCommand World(const char* szName, ESeenBy eSeenBy, u32 dwPromises
 constexpr TPairCommand g_atCommands[] = {
     Query("zoom", "zoom&direction=direct&position=", PROMISES_ZOOM),
     Query("zoomback", "zoom&direction=direct&position=", PROMISES_ZOOM_BACK),
+    Query("zoomhere", "zoom&direction=forward&steps=0", PROMISES_NOTHING),
     Query("focus", "focus&direction=direct&position=", PROMISES_FOCUS),
     Query("focusback", "focus&direction=direct&position=", PROMISES_FOCUS_BACK),
     Query("auto", "auto", PROMISES_SHARP),
