@@ -49,8 +49,8 @@ struct TPairCommand {
   ESeenBy eSeenBy;
 };
 
-// Each of them as the second of a pair; the first may be any of them but "term", or "recovery": the daemon was started after
-// a power loss, and the second comes at any time from its start.
+// Each of them as the second of a pair; the first may be any of them but "term", or "recovery": the daemon was started
+// after a power loss, and the second comes at any time from its start.
 std::span<const TPairCommand> PairCommands();
 constexpr const char* szRecovery = "recovery";
 

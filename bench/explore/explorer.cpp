@@ -169,6 +169,20 @@ void NoteLoss(const std::vector<TDeviation>& atDeviations, const std::string& sL
   tLoss.sWhat = sLoss;
 }
 
+u64 CountAccesses(std::span<const TPoint> atPoints) {
+  return static_cast<u64>(std::ranges::count(atPoints, POINT_ACCESS, &TPoint::ePoint));
+}
+
+// The life's schedule with each further deviation after its last.
+void AddChildren(const std::vector<TDeviation>& atDeviations, std::span<const TPoint> atPoints, bool bPrunes,
+                 std::vector<std::vector<TDeviation>>& atNext) {
+  const u32 dwFrom = atDeviations.empty() ? 0 : atDeviations.back().dwPoint + 1;
+  for (const TDeviation& tDeviation : TCandidates(atPoints, dwFrom, bPrunes).All()) {
+    atNext.push_back(atDeviations);
+    atNext.back().push_back(tDeviation);
+  }
+}
+
 }  // namespace
 
 TExploredLife Explore_Live(const TPair& tPair, const TCamera& tCamera, const std::vector<TDeviation>& atDeviations) {
@@ -194,25 +208,17 @@ TExplored Explore_Pair(const TPair& tPair, const TExploreOptions& tOptions) {
   for (u32 dwLevel = 0; dwLevel <= tOptions.dwBound; dwLevel++) {
     std::vector<std::vector<TDeviation>> atNext;
     for (const std::vector<TDeviation>& atDeviations : atLevel) {
-      if (IsOver()) {
-        tExplored.bCut = true;
-        break;
-      }
+      tExplored.bCut = tExplored.bCut || IsOver();
+      if (tExplored.bCut) break;
       const TExploredLife tLife = Explore_Live(tPair, tCamera, atDeviations);
       const std::span<const TPoint> atPoints = Schedule_Points();
       tExplored.qwLives++;
-      if (dwLevel == 0) {
-        tExplored.qwAccesses = static_cast<u64>(std::ranges::count(atPoints, POINT_ACCESS, &TPoint::ePoint));
-      }
+      if (dwLevel == 0) tExplored.qwAccesses = CountAccesses(atPoints);
       if (!tLife.sLoss.empty()) NoteLoss(atDeviations, tLife.sLoss, tExplored);
       setOutcomes.insert(OutcomeOf(tLife));
       const bool bNew = setOrders.insert(OrderOfAccesses(atPoints)).second;
       if (dwLevel == tOptions.dwBound || (tOptions.bPrunes && !bNew)) continue;
-      const u32 dwFrom = atDeviations.empty() ? 0 : atDeviations.back().dwPoint + 1;
-      for (const TDeviation& tDeviation : TCandidates(atPoints, dwFrom, tOptions.bPrunes).All()) {
-        atNext.push_back(atDeviations);
-        atNext.back().push_back(tDeviation);
-      }
+      AddChildren(atDeviations, atPoints, tOptions.bPrunes, atNext);
     }
     atLevel = std::move(atNext);
   }
