@@ -13,10 +13,10 @@ sim=build/bin/simcamera
 root=$(mktemp --directory "${TMPDIR:-/tmp}/vernier-demo.XXXXXX")
 camera=
 lens=
-# Times as fast as real.  A search needs the frames of the image side, 30 a second, so the host has to keep up with 240.
-fast=8
-# For what has to happen in the middle of a move: at these speeds a busy host has a second for it.
-slow=2
+# Times as fast as real.  A search needs the frames of the image side, 30 a second, so the host has to keep up with 150.
+fast=5
+# For what has to happen in the middle of a move: at these speeds a busy host has most of a second for it.
+slow=3
 slowest=0.8
 finish() {
   [ -z "$camera" ] || kill -TERM "$camera" 2>/dev/null || true
@@ -117,7 +117,7 @@ ask 'function=zoom&direction=direct&position=600'
 rest
 go_on_at $slow
 ask 'function=zoom&direction=direct&position=20'
-until_zoom '< 450'
+until_zoom '< 500'
 ask 'function=stop'
 rest
 is "$(value zoom true) > 20" || fail "the stop has come after the zoom's end"
