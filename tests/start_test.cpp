@@ -210,16 +210,21 @@ TEST(Start, BackupOfSeveralChannelsFindsTheLens) {
   EXPECT_FALSE(Exists(tCamera, szZoomLogPath) || Exists(tCamera, szFocusLogPath));
 }
 
+// Four channels without sensors, whose low stops are their positions 0.
+void TakeSensorsAway(const TCamera& tCamera) {
+  const std::regex tSensor("<support>1");
+  tCamera.Write(szConfigPath, std::regex_replace(tCamera.Read(szConfigPath), tSensor, "<support>0"));
+  ChangeWorld(tCamera, [](TWorld& tWorld) {
+    for (const ELensAxis eAxis : g_aeAxes) tWorld.tLens.atModel[eAxis].iOrigin = 0;
+  });
+  for (i32 i = 0; i < 4; i++) Place(tCamera, i, 50 + 50 * static_cast<u32>(i), 100);
+}
+
 // Without sensors one saved set cannot be true of several channels: each one's first move finds its reference.  That
 // is no power loss, and a stop does not ask for it.
 TEST(Start, ChannelsWithoutSensorsAreFoundByTheirFirstMove) {
   const TCamera tCamera("quad");
-  const std::regex tSensor("<support>1");
-  tCamera.Write(szConfigPath, std::regex_replace(tCamera.Read(szConfigPath), tSensor, "<support>0"));
-  ChangeWorld(tCamera, [](TWorld& tWorld) {  // whose low stops are its positions 0
-    for (const ELensAxis eAxis : g_aeAxes) tWorld.tLens.atModel[eAxis].iOrigin = 0;
-  });
-  for (i32 i = 0; i < 4; i++) Place(tCamera, i, 50 + 50 * static_cast<u32>(i), 100);
+  TakeSensorsAway(tCamera);
   for (i32 iChannel = 0; iChannel < 4; iChannel++) {
     const std::string sChannel = "channel=" + std::to_string(iChannel);
     const TLifeResult tResult =
@@ -236,6 +241,16 @@ TEST(Start, ChannelsWithoutSensorsAreFoundByTheirFirstMove) {
     ExpectChannel(tCamera, tResult, iChannel, tResult.asReplies.size() - 1);
     EXPECT_FALSE(Exists(tCamera, szZoomLogPath) || Exists(tCamera, szFocusLogPath)) << Tale(tResult);
   }
+}
+
+// Also where a positioning of one channel finds those that are lost, as on a lens without focus.
+TEST(Start, PositioningLeavesOtherChannelsInDoubt) {
+  const TCamera tCamera("quad");
+  TakeSensorsAway(tCamera);
+  SetKey(tCamera, szImageFeaturePath, "vernierlens", "2");
+  const TLifeResult tResult = Live(tCamera, {Ask(1'000, "channel=1&function=positioning")}, 60'000);
+  EXPECT_EQ(tCamera.Truth(LENS_ZOOM, 1), 0);
+  EXPECT_EQ(tCamera.Truth(LENS_ZOOM, 2), 150) << Tale(tResult);
 }
 
 mode_t ModeOf(const TCamera& tCamera, const char* szPath) {

@@ -11,10 +11,12 @@ constexpr u32 dwMaxVirtual = 0xFFFF;
 // negative 0; each with a line.  Not for ranges that an ICS lens's driver gave, which may be signed.
 void Config_LimitRanges();
 
+// Where values come from: a configuration file, or the driver of an ICS lens.
+enum EValueSource : u32 { VALUES_OF_FILE, VALUES_OF_DRIVER };
+
 // Limits the rest of g_tVernierLensdConfigInfo in the same way: driver steps in a virtual step to 0..32767, step times
 // to 0..1 second, backlash to 0..65535 virtual steps, walks to a reference to 0..1000000 driver steps, the waits of a
 // search and for the iris to 10 and 30 seconds.  0 moves or waits nothing.  The lines name what the values came from.
-enum EValueSource : u32 { VALUES_OF_FILE, VALUES_OF_DRIVER };
 void Config_Limit(EValueSource eSource);
 
 // Limits a saved position or focus default to 0..dwVirtualEnd (65535 if that is 0), with a line.  The counter of such a
