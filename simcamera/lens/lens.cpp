@@ -161,6 +161,25 @@ TDriverAnswer Stepper_Request(TLens* ptLens, ELensAxis eAxis, u32 dwRequest, i32
   }
 }
 
+bool Fault_Takes(TDriverFault& tFault, u32 dwRequest) {
+  if (tFault.iTimes == 0 || (tFault.dwRequest != 0 && tFault.dwRequest != dwRequest)) return false;
+  if (tFault.iPassed > 0) {
+    --tFault.iPassed;
+    return false;
+  }
+  --tFault.iTimes;
+  return true;
+}
+
+TDriverAnswer Driver_Request(TLens* ptLens, ELensAxis eAxis, u32 dwRequest, i32 iArgument, u64 qwNow_us) {
+  TDriverFault& tFault = ptLens->atFault[eAxis];
+  const bool bWrong = Fault_Takes(tFault, dwRequest);
+  if (bWrong && tFault.iAdded == 0) return Refuse(EIO);
+  TDriverAnswer tAnswer = Stepper_Request(ptLens, eAxis, dwRequest, iArgument, qwNow_us);
+  if (bWrong) tAnswer.iResult += tFault.iAdded;
+  return tAnswer;
+}
+
 i32 ICS_Position(const TICSAxisTruth& tAxis, u64 qwNow_us) {
   const i64 iPassed_us = qwNow_us > tAxis.qwMoveStart_us ? static_cast<i64>(qwNow_us - tAxis.qwMoveStart_us) : 0;
   const i64 iDistance = static_cast<i64>(tAxis.iTarget) - tAxis.iFrom;
@@ -287,9 +306,9 @@ TDriverAnswer Lens_Request(TLens* ptLens, ELensDevice eDevice, u32 dwRequest, i3
   if (++ptLens->qwRequests == ptLens->qwDetachAtRequest) Lens_SetDetached(ptLens, true, qwNow_us);
   switch (eDevice) {
     case DEVICE_FOCUS_MOTOR:
-      return Stepper_Request(ptLens, LENS_FOCUS, dwRequest, iArgument, qwNow_us);
+      return Driver_Request(ptLens, LENS_FOCUS, dwRequest, iArgument, qwNow_us);
     case DEVICE_ZOOM_MOTOR:
-      return Stepper_Request(ptLens, LENS_ZOOM, dwRequest, iArgument, qwNow_us);
+      return Driver_Request(ptLens, LENS_ZOOM, dwRequest, iArgument, qwNow_us);
     case DEVICE_ICS:
       return ICS_Request(ptLens, dwRequest, iArgument, qwNow_us);
     case DEVICE_I2C:

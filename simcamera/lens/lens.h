@@ -64,6 +64,14 @@ struct TICSAxisTruth {
   u64 qwMoveStart_us;
 };
 
+// Requests that a stepper driver gets wrong: after iPassed good ones the next iTimes.
+struct TDriverFault {
+  u32 dwRequest;  // of that kind; 0 of every kind
+  i32 iPassed;
+  i32 iTimes;  // 0 none
+  i32 iAdded;  // 0: they fail with EIO and do nothing; else they are done, and their answer is that much too high
+};
+
 struct TLens {
   TAxisModel atModel[LENS_AXES];
   TAxisTruth atAxis[iLensChannels][LENS_AXES];
@@ -72,6 +80,7 @@ struct TLens {
   TICSAxisTruth atICS[LENS_AXES];  // the driver's axes; settled, every channel's atAxis shows their places
   TAxisModel tParkModel;           // of an ICS lens: a stepper behind /dev/focusmotor that is no part of the image
   TAxisTruth tParkAxis;
+  TDriverFault atFault[LENS_AXES];
   u32 bICS;          // an ICS lens
   u32 bICSDetached;  // the ICS lens does not answer
   u32 bICSGetsFail;  // its driver has no value to give: every GET fails, and the lens goes where it is sent
