@@ -1,9 +1,9 @@
 // Lives of every model, and of lenses that nobody has: with clients, buttons, faults, signals and power cuts, and one
 // without hurry; and the judgement of each.
 //   life_campaign [--only MODEL] [--seeds N] [--drawn N] [--seed S] [--jobs N] [--verbose]
-// MODEL "drawn" is another lens under each seed, drawn-SEED; of these there are --drawn N, or --seeds N if it is the only
-// one.  A lost life is printed with the command that repeats it, and with the record of a drawn lens.  --verbose shows
-// its transcript.  Exit status: 0 all held; 1 some did not, or no such model; 2 wrong usage.
+// MODEL "drawn" is another lens under each seed, drawn-SEED; of these there are --drawn N, or --seeds N if it is the
+// only one.  A lost life is printed with the command that repeats it, and with the record of a drawn lens.  --verbose
+// shows its transcript.  Exit status: 0 all held; 1 some did not, or no such model; 2 wrong usage.
 #include <atomic>
 #include <cstdio>
 #include <cstring>
@@ -86,7 +86,8 @@ void PrintRow(const char* pszRow, const TTally& tTally) {
     const u64 qwSeed = tTally.atLosses[dw].qwSeed;
     std::printf("lost: life_campaign --only %s --seed %zu --seeds 1 --verbose   # %s\n", pszRow, std::size_t{qwSeed},
                 tTally.atLosses[dw].szWhat);
-    const TLensModel* ptDrawn = std::strcmp(pszRow, pszDrawn) == 0 ? Lenses_Find(DrawnLens_Name(qwSeed).c_str()) : nullptr;
+    const TLensModel* ptDrawn =
+        std::strcmp(pszRow, pszDrawn) == 0 ? Lenses_Find(DrawnLens_Name(qwSeed).c_str()) : nullptr;
     if (ptDrawn != nullptr) std::fputs(DrawnLens_Describe(*ptDrawn).c_str(), stdout);
   }
   std::fflush(stdout);

@@ -10,6 +10,7 @@
 
 #include "core/paths.h"
 #include "hooks/hooks.h"
+#include "motor/motor_device.h"
 
 namespace {
 
@@ -168,6 +169,18 @@ void SwitchSensor(TWorld* ptWorld, const std::string&, bool bOn, u64 qwDraw) {
   ptWorld->tI2C.eFault = bOn ? static_cast<ESensorFault>(SENSOR_ABSENT + qwDraw % SENSOR_BAD_ONCE) : SENSOR_GOOD;
 }
 
+// A driver that is wrong once, at one of its next requests: it does nothing, or gives an answer that cannot be.
+void SpoilDriver(TWorld* ptWorld, const std::string&, bool bOn, u64 qwDraw) {
+  constexpr u32 adwRequests[] = {MOTOR_WALK_STEPS, MOTOR_WALK_STEPS_BLOCK, MOTOR_STOP_WALK, MOTOR_SEARCH_PI};
+  constexpr i32 iTooHigh = 100'000;
+  const u32 dwRequest = adwRequests[qwDraw / LENS_AXES % std::size(adwRequests)];
+  const bool bAnswers = dwRequest == MOTOR_STOP_WALK && qwDraw % 3 != 0;
+  ptWorld->tLens.atFault[qwDraw % LENS_AXES] = {.dwRequest = dwRequest,
+                                                .iPassed = static_cast<i32>(qwDraw / 32 % 4),
+                                                .iTimes = bOn ? 1 : 0,
+                                                .iAdded = bAnswers ? iTooHigh : 0};
+}
+
 void SwitchDetached(TWorld* ptWorld, const std::string&, bool bOn, u64) {
   Lens_SetDetached(&ptWorld->tLens, bOn, World_Now_us(ptWorld));
 }
@@ -197,6 +210,7 @@ constexpr TFault g_atFaults[] = {
     {"flash read-only", SwitchWord<&TWorld::bFlashReadOnly>, ANY_LENS, SPOILS_FLASH},
     {"stall", SwitchStall, PLAIN_LENS, SPOILS_TRUTH},
     {"slip", SwitchSlip, PLAIN_LENS, SPOILS_TRUTH},
+    {"driver", SpoilDriver, PLAIN_LENS, SPOILS_DRIVER},
     {"sensor", SwitchSensor, PLAIN_LENS, SPOILS_NOTHING},
     {"IR-cut file", SpoilIRCutFile, ANY_LENS, SPOILS_NOTHING},
     {"detached", SwitchDetached, ICS_LENS, SPOILS_TRUTH | SPOILS_WORD},
@@ -227,7 +241,8 @@ u64 Story_Walk_us(const TLensModel& tModel, ELensAxis eAxis) {
     return static_cast<u64>(tSheet.iMax - tSheet.iMin) * 1'000'000 / static_cast<u64>(tSheet.iSpeed) + qwBegin_us;
   }
   const TAxisSheet& tSheet = Model_Sheet(tModel, eAxis);
-  const u64 qwSteps = std::max(tSheet.dwPositioningStep, tSheet.dwPISearchStep) + 2 * tSheet.dwAdjustStep * tSheet.dwOneStep + 100;
+  const u64 qwSteps =
+      std::max(tSheet.dwPositioningStep, tSheet.dwPISearchStep) + 2 * tSheet.dwAdjustStep * tSheet.dwOneStep + 100;
   const u64 qwStep_ns = std::max<u64>(tSheet.qwStepTime_ns, u64{tSheet.dwOneStepTime_us} * 1000 / tSheet.dwOneStep);
   return qwSteps * qwStep_ns / 1000 + qwBegin_us;
 }
@@ -328,8 +343,9 @@ void AddZoomThenFocus(const TLensModel& tModel, TDraw& tDraw, u64 qwAt_ms, TStor
   const u64 qwGap_ms = tDraw.Below(u64{1} << tDraw.Below(10));
   tStory.atEvents.push_back(Ask(qwAt_ms, Direct("zoom", qwZoom)));
   tStory.atEvents.push_back(Ask(qwAt_ms + qwGap_ms, Direct("focus", qwFocus)));
-  tStory.tPromise = {
-      .szWhat = "a focus command after a zoom's", .llZoom = static_cast<i64>(qwZoom), .llFocus = static_cast<i64>(qwFocus)};
+  tStory.tPromise = {.szWhat = "a focus command after a zoom's",
+                     .llZoom = static_cast<i64>(qwZoom),
+                     .llFocus = static_cast<i64>(qwFocus)};
 }
 
 // On a lens whose walks can be stopped.
@@ -401,7 +417,7 @@ void Story_AddLastAct(const TCamera& tCamera, const TLensModel& tModel, TDraw& t
 void Story_DamageSaved(const TCamera& tCamera, const TLensModel& tModel, TDraw& tDraw) {
   using std::string_literals::operator""s;
   const char* szPath = Model_IsICS(tModel) ? szICSPositionsPath : szPositionsPath;
-  const char* szKey = !Model_HasZoom(tModel)                         ? "focus_motor="
+  const char* szKey = !Model_HasZoom(tModel)                      ? "focus_motor="
                       : !Model_HasFocus(tModel) || tDraw.OneIn(2) ? "zoom_motor="
                                                                   : "focus_motor=";
   std::string sSaved = tCamera.Read(szPath);

@@ -24,14 +24,15 @@ enum ESpoiled : u32 {
   SPOILS_FLASH = 2,    // nothing can be written, not even the mark of a false position
   SPOILS_WORD = 4,     // a search on a detached ICS lens keeps its code
   SPOILS_ANSWERS = 8,  // the main thread waits for a restore
+  SPOILS_DRIVER = 16,  // a driver has been wrong: what is believed may be false until the next start
 };
 
 // What the last command of a life promises; -1 nothing.  Virtual steps, of channel 0.
 struct TPromise {
   const char* szWhat = "";
   i64 llZoom = -1, llFocus = -1;
-  i64 llDefault = -1;           // the stored focus default
-  u64 qwNoWalkAfter_us = 0;     // since the start of the life: from here on no axis begins a walk
+  i64 llDefault = -1;        // the stored focus default
+  u64 qwNoWalkAfter_us = 0;  // since the start of the life: from here on no axis begins a walk
   bool bSharp = false;
 };
 

@@ -50,6 +50,7 @@ struct TTold {
   bool bNotSaved = false;                          // or no sensor found
   bool bRecovers = false;                          // from a power loss
   u64 qwLastWalk_us = 0;                           // the last request to a motor to walk
+  u64 aqwLongest[LENS_AXES] = {};                  // driver steps of the longest walk asked for
 };
 
 // A walk takes the time that the daemon allows for it.
@@ -57,7 +58,11 @@ void ReadRequest(const TLensModel& tModel, ELensAxis eAxis, u64 qwAt_us, std::st
   constexpr std::string_view sWalk = "MOTOR_WALK_STEPS ";
   const TAxisSheet& tSheet = Model_Sheet(tModel, eAxis);
   u64 qwUntil_us = qwAt_us;
-  if (sRequest.starts_with("MOTOR_WALK_STEPS")) tTold.qwLastWalk_us = qwAt_us;
+  if (sRequest.starts_with("MOTOR_WALK_STEPS")) {
+    tTold.qwLastWalk_us = qwAt_us;
+    const u64 qwAsked = std::strtoull(sRequest.data() + sRequest.find(' '), nullptr, 10);
+    tTold.aqwLongest[eAxis] = std::max(tTold.aqwLongest[eAxis], qwAsked);
+  }
   if (sRequest.starts_with(sWalk) && tSheet.dwOneStep != 0) {
     const u64 qwSteps = std::strtoull(sRequest.data() + sWalk.size(), nullptr, 10);
     qwUntil_us += qwSteps * tSheet.dwOneStepTime_us / tSheet.dwOneStep;
@@ -162,6 +167,19 @@ std::string WhyEndedLate(const TLived& tLived, TLivesOutcome& tOutcome) {
   return qwTook_us <= qwMay_us ? "" : "ended " + std::to_string(qwTook_us) + " us after the last walk";
 }
 
+// No walk is much longer than any that the lens has a use for.
+std::string WhyRunaway(const TLived& tLived) {
+  for (const ELensAxis eAxis : {LENS_ZOOM, LENS_FOCUS}) {
+    const TAxisSheet& tSheet = Model_Sheet(tLived.tModel, eAxis);
+    const u64 qwRange = u64{tSheet.dwEnd + 2 * tSheet.dwAdjustStep} * tSheet.dwOneStep;
+    const u64 qwMost = 2 * std::max<u64>({qwRange, tSheet.dwPositioningStep, tSheet.dwPISearchStep});
+    const u64 qwAsked = tLived.tTold.aqwLongest[eAxis];
+    if (Model_IsICS(tLived.tModel) || qwAsked <= qwMost) continue;
+    return Judge_Name(eAxis) + " was asked for " + std::to_string(qwAsked) + " driver steps";
+  }
+  return "";
+}
+
 std::string WhyNotAtRest(const TLived& tLived) {
   if (!tLived.bRests || tLived.tResult.eEnd != LIFE_EXITED) return "";
   const u32 dwSpoiled = tLived.tStory.dwSpoiled;
@@ -172,7 +190,7 @@ std::string WhyNotAtRest(const TLived& tLived) {
       if (!Model_HasAxis(tLived.tModel, eAxis)) continue;
       const bool bWord = eAxis == LENS_ZOOM || (dwSpoiled & SPOILS_WORD) == 0;
       std::string sWhy = bWord ? Judge_Idle(sStatus, eAxis) : "";
-      const bool bTruth = sWhy.empty() && (dwSpoiled & SPOILS_TRUTH) == 0;
+      const bool bTruth = sWhy.empty() && (dwSpoiled & (SPOILS_TRUTH | SPOILS_DRIVER)) == 0;
       if (bTruth) sWhy = Judge_Belief(sStatus, eAxis, tLived.tCamera.Truth(eAxis, i));
       if (!sWhy.empty()) return "channel " + std::to_string(i) + ": " + sWhy;
     }
@@ -241,7 +259,8 @@ bool IsSaved(const TLived& tLived, i32 iChannel) {
 // Where a log stands the next start finds the lens; a search for the sensors that was left early is made again too.
 std::string WhySavedWrong(const TLived& tLived) {
   const TCamera& tCamera = tLived.tCamera;
-  if (tLived.tResult.eEnd != LIFE_EXITED || (tLived.tStory.dwSpoiled & (SPOILS_TRUTH | SPOILS_FLASH)) != 0) return "";
+  constexpr u32 dwMayBeFalse = SPOILS_TRUTH | SPOILS_FLASH | SPOILS_DRIVER;
+  if (tLived.tResult.eEnd != LIFE_EXITED || (tLived.tStory.dwSpoiled & dwMayBeFalse) != 0) return "";
   for (const char* szLog : {szZoomLogPath, szFocusLogPath}) {
     if (access(tCamera.Path(szLog).c_str(), F_OK) != 0) continue;
     const TTold& tTold = tLived.tTold;
@@ -257,8 +276,8 @@ std::string WhySavedWrong(const TLived& tLived) {
     for (const ELensAxis eAxis : {LENS_ZOOM, LENS_FOCUS}) {
       const u32 dwLeft = Judge_PublishedPlace(tCamera, eAxis, i);
       if (!Model_HasAxis(tLived.tModel, eAxis) || dwLeft == tCamera.Truth(eAxis, i)) continue;
-      return Judge_Name(eAxis) + " of channel " + std::to_string(i) + " left at " + std::to_string(dwLeft) +
-             ", true " + std::to_string(tCamera.Truth(eAxis, i));
+      return Judge_Name(eAxis) + " of channel " + std::to_string(i) + " left at " + std::to_string(dwLeft) + ", true " +
+             std::to_string(tCamera.Truth(eAxis, i));
     }
   }
   return bSaved ? "" : "the saved positions are not true";
@@ -269,6 +288,7 @@ void Judge(TLived& tLived, TLivesOutcome& tOutcome) {
   sLoss = WhyNotOrderly(tLived);
   if (sLoss.empty()) sLoss = WhyUnanswered(tLived, tOutcome);
   if (sLoss.empty()) sLoss = WhyEndedLate(tLived, tOutcome);
+  if (sLoss.empty()) sLoss = WhyRunaway(tLived);
   if (sLoss.empty()) sLoss = WhyNotAtRest(tLived);
   if (sLoss.empty()) sLoss = WhySavedWrong(tLived);
   if (sLoss.empty()) sLoss = WhyNotKept(tLived);
@@ -343,7 +363,8 @@ TLivesOutcome Lives_Try(const TCamera& tCamera, const TLensModel& tModel, u64 qw
   Live(tFirst, qwSeed, tOutcome.eEnd == ENDED_BY_SIGNAL ? qwSignal_ms : 0, tOutcome.eEnd == ENDED_BY_CUT ? qwCut : 0);
   Judge(tFirst, tOutcome);
   if (tOutcome.sLoss.empty()) tOutcome.sLoss = WhyIrisWrong(tFirst);
-  if (!tOutcome.sLoss.empty() || tOutcome.eEnd == ENDED_AT_REST) return tOutcome;
+  const bool bRestEnds = tOutcome.eEnd == ENDED_AT_REST && (tFirst.tStory.dwSpoiled & SPOILS_DRIVER) == 0;
+  if (!tOutcome.sLoss.empty() || bRestEnds) return tOutcome;
 
   Story_HealFaults(tCamera.sRoot);
   TLived tNext{.tCamera = tCamera, .tModel = tModel};

@@ -30,8 +30,8 @@ struct TStep {
   u64 qwTakes_ms = 0;
   i64 llZoom = llAnything, llFocus = llAnything;  // virtual steps, of the life's channel
   bool bSharp = false;
-  bool bTrue = true;                // believed equals true on all channels
-  bool bFromHere = false;           // llFocus counts from where the step before has ended
+  bool bTrue = true;       // believed equals true on all channels
+  bool bFromHere = false;  // llFocus counts from where the step before has ended
 };
 
 struct TOrderly {
@@ -232,11 +232,13 @@ void AddReferences(TOrderly& t) {
   const TLensModel& tModel = t.tModel;
   if (tModel.dwCapability == CAPABILITY_NONE) return;
   const bool bICS = Model_IsICS(tModel);
-  const i64 llZoom = !Model_HasZoom(tModel) ? llAnything : bICS ? i64{tModel.ptICS[LENS_ZOOM].iMin} : tModel.tZoom.dwStart;
+  const i64 llZoom = !Model_HasZoom(tModel) ? llAnything
+                     : bICS                 ? i64{tModel.ptICS[LENS_ZOOM].iMin}
+                                            : tModel.tZoom.dwStart;
   TStep& tReset = AddAsk(t, "function=motorreset", 3 * t.qwMove_ms + 3000);
   tReset.llZoom = llZoom;
   if (!bICS) tReset.llFocus = tModel.tFocus.bReverseCalibration != 0 ? i64{tModel.tFocus.dwEnd} : 0;
- if (Model_HasFocus(tModel)) AddSearch(t, "function=auto", t.qwAuto_ms).llZoom = llZoom;
+  if (Model_HasFocus(tModel)) AddSearch(t, "function=auto", t.qwAuto_ms).llZoom = llZoom;
   AddSearch(t, "function=positioning", t.qwAuto_ms + 3 * t.qwMove_ms).llZoom = llZoom;
 }
 
@@ -276,7 +278,8 @@ TOrderly Begin(const TLensModel& tModel, TDraw& tDraw) {
 }
 
 TLook* Looks() {
-  static void* pvLooks = mmap(nullptr, dwMaxSteps * sizeof(TLook), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+  static void* pvLooks =
+      mmap(nullptr, dwMaxSteps * sizeof(TLook), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
   if (pvLooks == MAP_FAILED) std::abort();
   return static_cast<TLook*>(pvLooks);
 }
@@ -287,7 +290,8 @@ TLifeEvent LookAt(u64 qwAt_ms, std::size_t dwStep, i32 iChannel) {
     const TLens* ptLens = &ptWorld->tLens;
     Lens_Settle(&ptWorld->tLens, World_Now_us(ptWorld));
     for (i32 i = 0; i < iLensChannels; i++) {
-      for (const ELensAxis eAxis : {LENS_ZOOM, LENS_FOCUS}) ptLook->adTrue[i][eAxis] = Lens_TrueVirtual(ptLens, i, eAxis);
+      for (const ELensAxis eAxis : {LENS_ZOOM, LENS_FOCUS})
+        ptLook->adTrue[i][eAxis] = Lens_TrueVirtual(ptLens, i, eAxis);
     }
     ptLook->dGlass = Lens_GlassVirtual(ptLens, iChannel, LENS_FOCUS);
     ptLook->dSharp = World_SharpFocus(ptWorld, iChannel);
@@ -326,7 +330,8 @@ std::string JudgeStep(const TOrderly& t, const TStep& tStep, const TLook& tLook,
     for (const ELensAxis eAxis : {LENS_ZOOM, LENS_FOCUS}) {
       if (!Model_HasAxis(tModel, eAxis)) continue;
       std::string sWhy = Judge_Idle(asStatus[i], eAxis);
-      if (sWhy.empty() && tStep.bTrue && !IsShared(tModel)) sWhy = Judge_Belief(asStatus[i], eAxis, tLook.adTrue[i][eAxis]);
+      if (sWhy.empty() && tStep.bTrue && !IsShared(tModel))
+        sWhy = Judge_Belief(asStatus[i], eAxis, tLook.adTrue[i][eAxis]);
       if (!sWhy.empty()) return "channel " + std::to_string(i) + ": " + sWhy;
     }
   }
@@ -377,8 +382,8 @@ void Live(const TCamera& tCamera, const TOrderly& t, u64 qwSeed, TLivesOutcome& 
     std::string sWhy = bAnswered ? JudgeStep(t, t.atSteps[dw], Looks()[dw], asStatus, asFormer) : "no reply";
     if (!sWhy.empty()) tOutcome.sLoss = t.atSteps[dw].sWhat + ": " + sWhy;
   }
-  const bool bLog = access(tCamera.Path(szZoomLogPath).c_str(), F_OK) == 0 ||
-                    access(tCamera.Path(szFocusLogPath).c_str(), F_OK) == 0;
+  const bool bLog =
+      access(tCamera.Path(szZoomLogPath).c_str(), F_OK) == 0 || access(tCamera.Path(szFocusLogPath).c_str(), F_OK) == 0;
   if (tOutcome.sLoss.empty() && bLog) tOutcome.sLoss = "a working log stands";
   if (!tOutcome.sLoss.empty()) tOutcome.sTale = tResult.sTranscript + tResult.sStderr;
 }

@@ -31,8 +31,7 @@ TEST_P(Cut, IsSurvived) {
     const TCutOutcome tOutcome = Cuts_Try(tCamera, tRow, tMoment, FirstSeed());
     ASSERT_TRUE(tOutcome.bSurvived) << tOutcome.sTale << tOutcome.sLoss << "\ncut_campaign --only " << tRow.szModel
                                     << "/" << tRow.szName << " --event " << tMoment.qwEvent << " --time "
-                                    << tMoment.qwTime_us << " --again " << tMoment.qwAgain << " --seed "
-                                    << FirstSeed();
+                                    << tMoment.qwTime_us << " --again " << tMoment.qwAgain << " --seed " << FirstSeed();
   }
 }
 

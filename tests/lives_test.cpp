@@ -1,5 +1,5 @@
-// Clients, buttons and faults in lives that end at any moment, and lives without hurry, on the stock models and on drawn
-// ones: a sample of bench/life_campaign, which tries thousands.
+// Clients, buttons and faults in lives that end at any moment, and lives without hurry, on the stock models and on
+// drawn ones: a sample of bench/life_campaign, which tries thousands.
 #include "lives.h"
 
 #include <gtest/gtest.h>
@@ -22,7 +22,8 @@ i32 CountModels() {
 }
 
 void ExpectNoLoss(const TLivesOutcome& tOutcome, const char* pszRow, u64 qwSeed, const std::string& sRecord) {
-  ASSERT_EQ(tOutcome.sLoss, "") << "life_campaign --only " << pszRow << " --seed " << qwSeed << " --seeds 1\n" << sRecord;
+  ASSERT_EQ(tOutcome.sLoss, "") << "life_campaign --only " << pszRow << " --seed " << qwSeed << " --seeds 1\n"
+                                << sRecord;
 }
 
 TEST_P(LivesOf, EndInOrder) {

@@ -40,8 +40,8 @@ struct TWorld {
   u32 bImageSideBackwards;  // its focus values count down, one each frame, whatever it sees
 
   // Of the flash, for the daemon: what lies below ROOT/etc and ROOT/mnt.  A CALL event of a life may switch them.
-  u32 bFlashFull;      // writes fail with ENOSPC; what is opened for writing is made or emptied all the same
-  u32 bFlashReadOnly;  // every change fails with EROFS
+  u32 bFlashFull;        // writes fail with ENOSPC; what is opened for writing is made or emptied all the same
+  u32 bFlashReadOnly;    // every change fails with EROFS
   u32 dwSlowestSync_us;  // each sync and fsync takes a drawn time below this, on the virtual clock; 0: none
 
   u32 bSelectFails;  // every select of the daemon's ends with ENOMEM; on the virtual clock

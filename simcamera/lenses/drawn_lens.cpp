@@ -181,15 +181,9 @@ void DrawSearch(TDice& tDice, TLensModel& t) {
 }
 
 void DrawPlain(TDice& tDice, TLensModel& t) {
-  constexpr u32 adwCapabilities[] = {CAPABILITY_NONE,
-                                     CAPABILITY_ZOOM_AND_FOCUS,
-                                     CAPABILITY_ZOOM_AND_FOCUS,
-                                     CAPABILITY_ZOOM_AND_FOCUS,
-                                     CAPABILITY_ZOOM_AND_FOCUS,
-                                     CAPABILITY_ZOOM_AND_FOCUS,
-                                     CAPABILITY_ZOOM_ONLY,
-                                     CAPABILITY_FOCUS_ONLY,
-                                     CAPABILITY_FOCUS_ONLY,
+  constexpr u32 adwCapabilities[] = {CAPABILITY_NONE,           CAPABILITY_ZOOM_AND_FOCUS, CAPABILITY_ZOOM_AND_FOCUS,
+                                     CAPABILITY_ZOOM_AND_FOCUS, CAPABILITY_ZOOM_AND_FOCUS, CAPABILITY_ZOOM_AND_FOCUS,
+                                     CAPABILITY_ZOOM_ONLY,      CAPABILITY_FOCUS_ONLY,     CAPABILITY_FOCUS_ONLY,
                                      CAPABILITY_FOCUS_ONLY};
   t.pszLensType = "motorized";
   t.dwCapability = adwCapabilities[tDice.Below(std::size(adwCapabilities))];
@@ -300,9 +294,10 @@ void AddAxis(std::string& sText, const char* pszAxis, const TAxisSheet& s) {
   Add(sText, "  %s: %u..%u of %u, %u driver steps each, %u us (the driver needs %.3f), backlash %u, first %u\n",
       pszAxis, s.dwStart, s.dwEnd, s.dwTotalStep, s.dwOneStep, s.dwOneStepTime_us,
       static_cast<double>(s.qwStepTime_ns * s.dwOneStep) / 1000, s.dwAdjustStep, s.dwFirstPosition);
-  Add(sText, "    positioning %u, reverse %u, sensor %u (search %u); true: travel %d, slack %d, origin %d, sensor %d%s\n",
-      s.dwPositioningStep, s.bReverseCalibration, s.bPISupport, s.dwPISearchStep, s.iTravel, s.iSlack, s.iOrigin,
-      s.iPI, s.bCheckPIWalk != 0 ? ", walks that watch it" : "");
+  Add(sText,
+      "    positioning %u, reverse %u, sensor %u (search %u); true: travel %d, slack %d, origin %d, sensor %d%s\n",
+      s.dwPositioningStep, s.bReverseCalibration, s.bPISupport, s.dwPISearchStep, s.iTravel, s.iSlack, s.iOrigin, s.iPI,
+      s.bCheckPIWalk != 0 ? ", walks that watch it" : "");
 }
 
 }  // namespace
@@ -344,8 +339,8 @@ std::string DrawnLens_Describe(const TLensModel& t) {
       s.bFineTuning != 0 ? "" : " (not used)", s.dwOneStepSearchTime_us, s.dwOpenIrisTime_us,
       t.bFlatStarts != 0 ? "flat" : "by zoom");
   const TOptics& o = t.tOptics;
-  Add(sText, "  optics: wide %.1f tele %.1f near %.2f magnification %.2f night %.2f peaks %.1f %.1f\n", o.dWide, o.dTele,
-      o.dNearWide, o.dMagnification, o.dNight, o.dPeakWide, o.dPeakTele);
+  Add(sText, "  optics: wide %.1f tele %.1f near %.2f magnification %.2f night %.2f peaks %.1f %.1f\n", o.dWide,
+      o.dTele, o.dNearWide, o.dMagnification, o.dNight, o.dPeakWide, o.dPeakTele);
   if (t.bThermalTable != 0) {
     Add(sText, "  thermal table: %u rows, %d columns; %.3f and %.3f steps a degree\n", t.dwThermalRowsUsed,
         t.iThermalColumnsUsed, o.dPerDegree, o.dPerDegreeTele);

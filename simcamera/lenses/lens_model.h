@@ -58,8 +58,9 @@ struct TLensModel {
   TOptics tOptics;
   u32 bThermalTable = 0;             // its camera has a table of focus by temperature, and a TMP103B to go by
   const TICSSheet* ptICS = nullptr;  // of both axes, zoom first; null: a plain lens
-  TAxisSheet tZoomKeys = {}, tFocusKeys = {};  // of an axis that the lens lacks: what its configuration says all the same
-  u32 dwThermalRowsUsed = 8;                   // of the thermal table
+  TAxisSheet tZoomKeys = {},
+             tFocusKeys = {};  // of an axis that the lens lacks: what its configuration says all the same
+  u32 dwThermalRowsUsed = 8;   // of the thermal table
   i32 iThermalColumnsUsed = 13;
   u32 bFlangeBack = 0;  // the night offset applies without an LED too
   u32 bFlatStarts = 0;  // searches start at one place for all zooms
