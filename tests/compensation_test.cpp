@@ -410,4 +410,40 @@ TEST(Thermal, SensorFaults) {
   }
 }
 
+// A reading that fails while a reference is taken: the next good one is the reference, and the sharp lens stays.
+TEST(Thermal, FailedReferenceIsTakenAgain) {
+  const auto Fault = [](u64 qwAt_ms, ESensorFault eFault) {
+    return Call(qwAt_ms, [eFault](TWorld* ptWorld) { ptWorld->tI2C.eFault = eFault; });
+  };
+  const struct {
+    const char* szName;
+    ESensorFault eAtStart;
+    std::vector<TLifeEvent> atEvents;
+  } atCases[] = {
+      {"at the start", SENSOR_BAD_ONCE, {}},
+      {"behind a client's move",
+       SENSOR_GOOD,
+       {Fault(20'000, SENSOR_SILENT), Ask(30'000, "function=focus&direction=direct&position=640"),
+        Fault(40'000, SENSOR_GOOD)}},
+  };
+  for (const auto& tCase : atCases) {
+    SCOPED_TRACE(tCase.szName);
+    const TCamera tCamera("thermal");
+    StandAt(tCamera, 300, 640);
+    WriteThermalTable(tCamera);
+    ChangeWorld(tCamera, [&](TWorld& tWorld) {
+      tWorld.dTemperature_C = 5;
+      tWorld.tI2C.eFault = tCase.eAtStart;
+    });
+    std::vector<TLifeEvent> atEvents = {SetTemperature(10'000, 25)};
+    atEvents.insert(atEvents.end(), tCase.atEvents.begin(), tCase.atEvents.end());
+    const std::vector<TLifeEvent> atLater = {Ask(200'000, szStatus), SetTemperature(210'000, 15),
+                                             Ask(400'000, szStatus)};
+    atEvents.insert(atEvents.end(), atLater.begin(), atLater.end());
+    const TLifeResult tResult = Live(tCamera, atEvents, 401'000);
+    EXPECT_EQ(StatusValue(tResult.asReplies[tResult.asReplies.size() - 2], "focus_motor"), 640) << Tale(tResult);
+    ExpectFocus(tCamera, tResult, 640 - 60);  // from the column of 20 to that of 10
+  }
+}
+
 }  // namespace

@@ -69,6 +69,13 @@ u32 ShiftTime_us(i32 iShift) {
   return Distance(iProduct, 0);
 }
 
+void SetReferences(TVernierLensdInfo* pThis, i32 iFirst, i32 iEnd, const TTemperatureValue* ptReading) {
+  for (i32 i = iFirst; i < iEnd; i++) {
+    pThis->abRefTemperature[i] = ptReading != nullptr ? 1 : 0;
+    if (ptReading != nullptr) pThis->aiRefTemperature[i] = ptReading->iTemperature;
+  }
+}
+
 // False: a client's command came first.
 bool MoveChannel(TVernierLensdInfo* pThis, TMotorCommand* ptCommand, i32 fdMotor, i32 iChannel, i32 iShift) {
   const u32 dwPosition = Word_Load(pThis->adwFocusMotorPosition[iChannel]) + static_cast<u32>(iShift);
@@ -79,10 +86,17 @@ bool MoveChannel(TVernierLensdInfo* pThis, TMotorCommand* ptCommand, i32 fdMotor
   return true;
 }
 
-bool CheckChannels(TVernierLensdInfo* pThis, TMotorCommand* ptCommand, i32 fdMotor, i32 iTemperature) {
+bool CheckChannels(TVernierLensdInfo* pThis, TMotorCommand* ptCommand, i32 fdMotor, const TTemperatureValue& tReading) {
+  const i32 iTemperature = tReading.iTemperature;
   TTableIndices tAt = {};
   for (i32 i = 0; i < g_tVernierLensdConfigInfo.iMaxDevNum; i++) {
     i32& iReference = pThis->aiRefTemperature[i];
+    if (pThis->abRefTemperature[i] == 0) {
+      // Which temperature the present focus is right for, nobody has read.
+      std::printf("[vernierlensd] : Channel %d had no reference temperature, takes %d.\n", i, iTemperature);
+      SetReferences(pThis, i, i + 1, &tReading);
+      continue;
+    }
     std::printf("[vernierlensd] : iRefTemperature = %d, sdwTemperature = %d\n", iReference, iTemperature);
     if (Distance(iReference, iTemperature) <= dwTolerance_C) continue;
     const i32 iShift = LookUpShift(pThis, i, iTemperature, &tAt);
@@ -96,15 +110,14 @@ bool CheckChannels(TVernierLensdInfo* pThis, TMotorCommand* ptCommand, i32 fdMot
 
 i32 ThermalFocusShift_TemperatureUpdae(TVernierLensdInfo* pThis, u32 bAllChannels) {
   TTemperatureValue tReading = {};
+  const i32 iFirst = bAllChannels == 1 ? 0 : pThis->tFocusBox.iRunningChannel;
+  const i32 iEnd = bAllChannels == 1 ? g_tVernierLensdConfigInfo.iMaxDevNum : iFirst + 1;
   if (Temperature_ReadValue(pThis->hTemperature, &tReading) != 0) {
+    SetReferences(pThis, iFirst, iEnd, nullptr);
     return Fail("[vernierlensd] : Temperature_ReadValue fail");
   }
   PrintReading(tReading);
-  if (bAllChannels != 1) {
-    pThis->aiRefTemperature[pThis->tFocusBox.iRunningChannel] = tReading.iTemperature;
-    return 0;
-  }
-  for (i32 i = 0; i < g_tVernierLensdConfigInfo.iMaxDevNum; i++) pThis->aiRefTemperature[i] = tReading.iTemperature;
+  SetReferences(pThis, iFirst, iEnd, &tReading);
   return 0;
 }
 
@@ -118,6 +131,6 @@ void ThermalFocusShift_Check(TVernierLensdInfo* pThis, TMotorCommand* ptCommand,
   const bool bRead = Temperature_ReadValue(pThis->hTemperature, &tReading) == 0;
   if (bRead) PrintReading(tReading);
   std::printf("[vernierlensd] : tm_min = %d, iInitTime = %d\n", iMinute, pThis->iInitTime);
-  if (bRead && !CheckChannels(pThis, ptCommand, fdMotor, tReading.iTemperature)) return;
+  if (bRead && !CheckChannels(pThis, ptCommand, fdMotor, tReading)) return;
   pThis->iInitTime = iMinute;
 }

@@ -187,6 +187,7 @@ struct TVernierLensdInfo {
   i32 aiSavedNightMode[iMaxChannels];  // shared: the mode that belongs to the focus position saved last
   u32 abNightModeUnknown[iMaxChannels];  // start-up, then focus thread: the saved mode and the focus may not belong
                                          // together, until a search has found focus
+  u32 abRefTemperature[iMaxChannels];    // start-up, then focus thread: aiRefTemperature has come from a good reading
   pthread_mutex_t mutexXMLParser;        // held from a file's parse with hSXMLParser to the last lookup in it
 };
 
