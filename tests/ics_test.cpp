@@ -354,4 +354,49 @@ TEST(ICS, BrokenFiles) {
   }
 }
 
+// A range and a speed that would hold the lens for a quarter of an hour.
+TEST(ICS, NoMoveIsWaitedForWithoutEnd) {
+  const TCamera tCamera("ics");
+  ChangeWorld(tCamera, [](TWorld& tWorld) {
+    tWorld.tLens.atICS[LENS_FOCUS].iMax = 900'000;
+    tWorld.tLens.atICS[LENS_FOCUS].iSpeed = 1000;
+  });
+  const TLifeResult tResult = Live(tCamera,
+                                   {Ask(20'000, "function=focus&direction=direct&position=890000"),
+                                    Ask(30'000, "function=zoom&direction=direct&position=900"), Ask(400'000, szStatus)},
+                                   401'000);
+  EXPECT_EQ(Judge_Order(tResult), "");
+  EXPECT_EQ(tCamera.Truth(LENS_ZOOM), 900) << Tale(tResult);
+  EXPECT_LT(TimeOf_us(tResult, "[FOCUS]current"), 20'000'000 + 121'000'000U) << Tale(tResult);
+}
+
+// 2 degrees are tolerated, 3 are not; of a client who comes first in the very instant the change is found again.
+TEST(ICS, TemperatureBand) {
+  const char* szDiff = "Focus Temp Diff: ";
+  const TCamera tCamera("ics");
+  for (const double dStep_C : {2.0, 3.0, -2.0, -3.0}) {
+    ASSERT_EQ(Life_ResetRoot(tCamera.sRoot), 0);
+    const TLifeResult tResult = Live(tCamera, {SetTemperature(20'000, 25 + dStep_C)}, 170'000);
+    EXPECT_EQ(Count(Printed(tResult), szDiff), std::fabs(dStep_C) > 2 ? 1U : 0U) << dStep_C << Tale(tResult);
+  }
+  const auto LiveWith = [&](std::vector<TLifeEvent> atEvents, u64 qwSeed) {
+    EXPECT_EQ(Life_ResetRoot(tCamera.sRoot), 0);
+    atEvents.push_back(SetTemperature(20'000, 45));
+    return Live(tCamera, std::move(atEvents), 170'000, qwSeed);
+  };
+  u32 dwFirst = 0;
+  for (u64 qw = 0; qw < 40 || dwFirst == 0; qw++) {
+    ASSERT_LT(qw, 400U) << "no client came first";
+    const u64 qwSeed = FirstSeed() + qw;
+    TLifeEvent tMove = Ask(0, "function=focus&direction=direct&position=1500");
+    const TLifeResult tAlone = LiveWith({}, qwSeed);
+    const i32 iShift = static_cast<i32>(tCamera.Truth(LENS_FOCUS)) - 1215;
+    tMove.qwAt_us = TimeOf_us(tAlone, szDiff) - 1 + qw % 3;
+    const TLifeResult tResult = LiveWith({tMove}, qwSeed);
+    const bool bFirst = Count(Printed(tResult), szDiff) > 1;
+    dwFirst += bFirst ? 1 : 0;
+    ASSERT_TRUE(!bFirst || tCamera.Truth(LENS_FOCUS) == 1500 + iShift) << qwSeed << Tale(tResult);
+  }
+}
+
 }  // namespace

@@ -4,11 +4,13 @@
 #include <cstdio>
 #include <cstdlib>
 
+constexpr u64 qwMaxTravel_us = 120'000'000;
+
 u64 ICS_TravelTime_us(const TAxis& tAxis, i32 iFrom, i32 iTo) {
   const i64 llRange = i64{static_cast<i32>(Axis_Config(tAxis.pdwVirtualEnd))} -
                       i64{static_cast<i32>(Axis_Config(tAxis.pdwVirtualStart))};
   const i64 llDistance = std::min(std::abs(i64{iTo} - i64{iFrom}), 2 * std::max<i64>(llRange, 0));
-  return static_cast<u64>(llDistance) * Axis_Config(tAxis.pdwOneStepTime);
+  return std::min(static_cast<u64>(llDistance) * Axis_Config(tAxis.pdwOneStepTime), qwMaxTravel_us);
 }
 
 void ICS_SetDetached(TVernierLensdInfo* pThis) {
