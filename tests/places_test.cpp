@@ -85,4 +85,36 @@ TEST(Place, CostsALineAndNoMore) {
   }
 }
 
+// Walks to the stop: a line where the daemon would not sleep them out, and none of a lens with a long way is cut.
+TEST(Place, WalkToTheStopIsLongEnough) {
+  const struct {
+    const char *szEnd, *szOneStep, *szOneStepTime, *szPositioningStep;
+    const char* szLine;  // of the focus, "" none
+    bool bBlocking = false;
+  } atCases[] = {
+      {"1000", "6", "1000", "6020", "is slept out for 999 ms, the range takes up to 1000 ms."},
+      {"1000", "6", "1000", "6025", ""},
+      {"1000", "6", "1000", "6020", "", true},
+      {"1000", "8", "1000", "7999", "is slept out for 999 ms, the range takes up to 1000 ms."},
+      {"1000", "8", "1000", "8000", ""},
+      {"60000", "64", "1000", "3900000", "is slept out for 58500 ms, the range takes up to 60000 ms."},
+      {"60000", "64", "960", "7680001", "= 7680001 is no size of a lens, 7680000 is used."},
+      {"1000", "8", "1000", "1000001", "= 1000001 is no size of a lens, 1000000 is used."},
+  };
+  for (const auto& tCase : atCases) {
+    SCOPED_TRACE(std::string(tCase.szOneStepTime) + " " + tCase.szPositioningStep);
+    const TCamera tCamera("zoom");
+    SetConfig(tCamera, "focus/virtual/end", tCase.szEnd);
+    SetConfig(tCamera, "focus/virtual/onestep", tCase.szOneStep);
+    SetConfig(tCamera, "focus/onesteptime", tCase.szOneStepTime);
+    SetConfig(tCamera, "focus/motor/positioningstep", tCase.szPositioningStep);
+    SetConfig(tCamera, "blockingmode", tCase.bBlocking ? "1" : "0");
+    const TLifeResult tResult = Live(tCamera, {}, 1'000);
+    const std::string sLine = "[vernierlensd] : focus/motor/positioningstep";
+    EXPECT_EQ(Count(Printed(tResult), sLine), tCase.szLine[0] != '\0' ? 1U : 0U) << Tale(tResult);
+    EXPECT_NE(Printed(tResult).find(tCase.szLine), std::string::npos) << Tale(tResult);
+    EXPECT_EQ(Count(Printed(tResult), "[vernierlensd] : zoom/motor/positioningstep"), 0U) << Tale(tResult);
+  }
+}
+
 }  // namespace

@@ -39,6 +39,20 @@ void ChangeWorld(const TCamera& tCamera, TChange fnChange) {
   World_Unmap(ptWorld);
 }
 
+// Puts a value into the model's configuration, at a path below vernierlensd.
+inline void SetConfig(const TCamera& tCamera, const std::string& sPath, const std::string& sValue) {
+  std::string sText = tCamera.Read(szConfigPath);
+  std::size_t dwAt = sText.find("<vernierlensd>");
+  for (std::size_t dw = 0; dw <= sPath.size(); dw = sPath.find('/', dw) + 1) {
+    const std::string sTag = "<" + sPath.substr(dw, sPath.find('/', dw) - dw) + ">";
+    dwAt = sText.find(sTag, dwAt) + sTag.size();
+    if (sPath.find('/', dw) == sPath.npos) break;
+  }
+  ASSERT_LT(dwAt, sText.size()) << sPath;
+  sText.replace(dwAt, sText.find('<', dwAt) - dwAt, sValue);
+  tCamera.Write(szConfigPath, sText);
+}
+
 // How far the glass stands from sharp, in depths of focus.
 inline double DepthsOff(const TCamera& tCamera, i32 iChannel = 0) {
   double dDepths = 0;

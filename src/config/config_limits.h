@@ -15,9 +15,14 @@ void Config_LimitRanges();
 enum EValueSource : u32 { VALUES_OF_FILE, VALUES_OF_DRIVER };
 
 // Limits the rest of g_tVernierLensdConfigInfo in the same way: driver steps in a virtual step to 0..32767, step times
-// to 0..1 second, backlash to 0..65535 virtual steps, walks to a reference to 0..1000000 driver steps, the waits of a
-// search and for the iris to 10 and 30 seconds.  0 moves or waits nothing.  The lines name what the values came from.
+// to 0..1 second, backlash to 0..65535 virtual steps, walks to a reference to 0..1000000 driver steps or twice the
+// range, the waits of a search and for the iris to 10 and 30 seconds.  0 moves or waits nothing.  The lines name what
+// the values came from.
 void Config_Limit(EValueSource eSource);
+
+// A line for each axis whose walk to the stop would not be slept out for as long as a driver may take for the range:
+// the next walk would then be asked of a running motor, and the counter be false.  Plain lens, after the limits.
+void Config_CheckReferenceWalks();
 
 // Limits a saved position or focus default to 0..dwVirtualEnd (65535 if that is 0), with a line.  The counter of such a
 // lens was false already; now at least its moves end.  True: it was outside.

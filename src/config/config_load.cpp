@@ -64,6 +64,7 @@ i32 VernierLensd_LoadConfigFile(TVernierLensdInfo* pThis) {
   PrintSettings();
   if (pThis->bSupportICS == 0) Config_LimitRanges();
   Config_Limit(pThis->bSupportICS == 0 ? VALUES_OF_FILE : VALUES_OF_DRIVER);  // the file's were limited for the parking
+  if (pThis->bSupportICS == 0) Config_CheckReferenceWalks();
   SetSupport(pThis);
   if (CreateFocusStartTable(pThis) != 0) return -1;
   std::printf("IsSupportZoom = %d\n", static_cast<i32>(pThis->bSupportZoom));
