@@ -1,9 +1,12 @@
 // Auto focus, scan, zoom tracking, buttons, saved positions and recovery: whole lives, judged by the true lens.
+#include <fcntl.h>
+
 #include <csignal>
 #include <regex>
 
 #include "autofocus/zoom_tracking.h"
 #include "lenses/lens_model.h"
+#include "motor/pi_search.h"
 #include "whole_lives.h"
 
 namespace {
@@ -89,6 +92,57 @@ TEST(Focus, SigtermEndsEverythingInTime) {
       EXPECT_EQ(tResult.eEnd, LIFE_EXITED) << szQuery << Tale(tResult);
       EXPECT_LT(tResult.qwTime_us, 2'000'000 + 12'200 * 500 + 5'000'000U) << szQuery << bSilent << Tale(tResult);
     }
+  }
+}
+
+// An odd range round a centre that is exactly half of it below the end, on a lens whose stop is there.
+TEST(Focus, OddRangeEndsAtTheEnd) {
+  const TCamera tCamera("zoom");
+  const TAxisSheet& tSheet = Lenses_Find("zoom")->tFocus;
+  SetConfig(tCamera, "search/range/firstlevel", "25");
+  ChangeWorld(tCamera, [&](TWorld& tWorld) {
+    tWorld.tLens.atModel[LENS_FOCUS].iTravel = static_cast<i32>(tSheet.dwEnd * tSheet.dwOneStep);
+  });
+  std::string sTable;
+  for (u32 dw = 0; dw < Lenses_Find("zoom")->tZoom.dwTotalStep; dw++) sTable += std::to_string(tSheet.dwEnd - 12) + " ";
+  tCamera.Write(szPanFocusPath, sTable);
+  const TLifeResult tResult = Live(
+      tCamera,
+      {Ask(5'000, "function=zoom&direction=direct&position=300"), Ask(20'000, "function=auto"), Ask(100'000, szStatus)},
+      101'000);
+  ExpectRest(tCamera, tResult);
+}
+
+// Readings that are all alike: each level is walked to its very end, and the first of them is the best.
+TEST(Focus, FirstOfEqualReadingsAndTheWholeRange) {
+  const TCamera tCamera("zoom");
+  ChangeWorld(tCamera, [](TWorld& tWorld) { tWorld.bImageSideZero = 1; });
+  const TLifeResult tResult = Live(tCamera, {Ask(20'000, "function=auto"), Ask(200'000, szStatus)}, 201'000);
+  ExpectRest(tCamera, tResult);
+  EXPECT_EQ(Count(Printed(tResult), "Best focus: 0, Motor position: 0.\n"), 3U) << Tale(tResult);
+  for (const char* szLast : {"Step: 600, Focus", "Step: 120, Focus", "Step: 24, Focus"}) {
+    EXPECT_EQ(Count(Printed(tResult), szLast), 1U) << szLast << Tale(tResult);
+  }
+}
+
+// The sensors' one switch: where one axis is done in the very instant in which the other begins, it stays on.
+TEST(Focus, SensorsStayOnForTheOtherAxis) {
+  const TCamera tCamera("quad");
+  for (u64 qw = 0; qw < Lives(100); qw++) {
+    const TLifeResult tResult = Life_Run({.sRoot = tCamera.sRoot, .qwSeed = FirstSeed() + qw, .fnBody = [](TWorld* pt) {
+                                            static const auto fnEnd = [](void*) -> void* {
+                                              const i32 fd = open(g_tZoomAxis.szDevice, O_WRONLY);
+                                              PISearch_End(g_tZoomAxis, fd);
+                                              return nullptr;
+                                            };
+                                            g_tVernierLensdConfigInfo.bFocusPIDone = 1;
+                                            pthread_t tEnd;
+                                            pthread_create(&tEnd, nullptr, fnEnd, nullptr);
+                                            PISearch_Begin(g_tFocusAxis, open(g_tFocusAxis.szDevice, O_WRONLY));
+                                            pthread_join(tEnd, nullptr);
+                                            return pt->tLens.bPIPower != 0 ? 0 : 1;
+                                          }});
+    ASSERT_TRUE(tResult.eEnd == LIFE_EXITED && tResult.iStatus == 0) << "seed " << FirstSeed() + qw << Tale(tResult);
   }
 }
 

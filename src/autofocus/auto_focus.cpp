@@ -98,7 +98,8 @@ TRange CentredRange(const TBounds& tBounds, i32 iLength, u32 dwCentre) {
   const u32 dwLength = std::min(static_cast<u32>(iLength), tBounds.dwEnd - tBounds.dwStart);
   const u32 dwHalf = dwLength >> 1;
   if (dwCentre < dwHalf + tBounds.dwStart) return {.dwStart = tBounds.dwStart, .dwLength = dwLength};
-  if (dwCentre > tBounds.dwEnd || dwHalf > tBounds.dwEnd - dwCentre) {
+  // The upper part of an odd length is the longer one.
+  if (dwCentre > tBounds.dwEnd || dwLength - dwHalf > tBounds.dwEnd - dwCentre) {
     return {.dwStart = tBounds.dwEnd - dwLength, .dwLength = dwLength};
   }
   return {.dwStart = dwCentre - dwHalf, .dwLength = dwLength};
