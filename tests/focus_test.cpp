@@ -95,6 +95,23 @@ TEST(Focus, SigtermEndsEverythingInTime) {
   }
 }
 
+// Behind a search for the sensor no walk is under way: who stops the scan then does not wait for one.
+TEST(Focus, ScanStoppedBehindItsSensorIsOver) {
+  const TCamera tCamera("quad");
+  const auto LiveWith = [&](const std::vector<TLifeEvent>& atEvents, u64 qwEnd_ms) {
+    EXPECT_EQ(Life_ResetRoot(tCamera.sRoot), 0);
+    SetConfig(tCamera, "focus/onesteptime", "40000");  // 26 s for a walk to the stop, were it made
+    std::vector<TLifeEvent> atAll = {Ask(100'000, "function=scan")};
+    atAll.insert(atAll.end(), atEvents.begin(), atEvents.end());
+    return Live(tCamera, atAll, qwEnd_ms);
+  };
+  const u64 qwBehind_ms = TimeOf_us(LiveWith({}, 130'000), "PerformFocusScan search PI done") / 1000 + 500;
+  const TLifeResult tStopped = LiveWith({Ask(qwBehind_ms, "function=stop"), Ask(qwBehind_ms + 500, szStatus)}, 200'000);
+  EXPECT_EQ(Judge_Idle(tStopped.asReplies.back(), LENS_FOCUS), "") << Tale(tStopped);
+  const TLifeResult tEnded = LiveWith({Signal(qwBehind_ms, SIGTERM)}, 0);
+  EXPECT_LT(tEnded.qwTime_us, (qwBehind_ms + 6'000) * 1000) << "the zoom's own search ends" << Tale(tEnded);
+}
+
 // An odd range round a centre that is exactly half of it below the end, on a lens whose stop is there.
 TEST(Focus, OddRangeEndsAtTheEnd) {
   const TCamera tCamera("zoom");

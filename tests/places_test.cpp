@@ -85,6 +85,37 @@ TEST(Place, CostsALineAndNoMore) {
   }
 }
 
+// A zoom whose search for its sensor takes 100 s.  The focus waits for it where the configuration tells the driver's
+// time; where not, it gives up, and stands where it is believed until a later move finds the sensor.
+TEST(Place, SearchThatDoesNotBeginChangesNothing) {
+  for (const bool bTold : {true, false}) {
+    for (const char* szQuery : {"function=scan", "function=motorreset"}) {
+      SCOPED_TRACE(std::string(szQuery) + (bTold ? ", told" : ", not told"));
+      const TCamera tCamera("quad");
+      tCamera.Write(szCapabilityPath, "<root><capability><nvideoin>1</nvideoin></capability></root>");
+      tCamera.Write(szPositionsPath, "zoom_motor=390\nfocus_motor=380\n");
+      if (bTold) SetConfig(tCamera, "zoom/onesteptime", "120000");
+      ChangeWorld(tCamera, [](TWorld& tWorld) { tWorld.tLens.atModel[LENS_ZOOM].qwStepTime_ns *= 60; });
+      std::vector<TLifeEvent> atEvents = {Ask(200'000, "function=motorreset"),
+                                          Ask(220'000, "function=focus&direction=direct&position=150"),
+                                          Ask(230'000, szQuery), Ask(900'000, szStatus)};
+      const TLifeResult tResult = Live(tCamera, atEvents, 901'000);
+      EXPECT_EQ(Count(Printed(tResult), "waiting too long") > 0, !bTold) << Tale(tResult);
+      EXPECT_EQ(Judge_Belief(tResult.asReplies.back(), LENS_FOCUS, tCamera.Truth(LENS_FOCUS)), "") << Tale(tResult);
+      EXPECT_EQ(Exists(tCamera, szFocusLogPath), !bTold) << Tale(tResult);
+      if (bTold) continue;
+      ASSERT_EQ(Life_ResetRoot(tCamera.sRoot), 0);
+      tCamera.Write(szCapabilityPath, "<root><capability><nvideoin>1</nvideoin></capability></root>");
+      ChangeWorld(tCamera, [](TWorld& tWorld) { tWorld.tLens.atModel[LENS_ZOOM].qwStepTime_ns *= 60; });
+      atEvents.back() = Ask(800'000, "function=focus&direction=direct&position=222");
+      atEvents.push_back(Ask(900'000, szStatus));
+      const TLifeResult tMoved = Live(tCamera, atEvents, 901'000);
+      EXPECT_EQ(tCamera.Truth(LENS_FOCUS), 222) << Tale(tMoved);
+      EXPECT_FALSE(Exists(tCamera, szFocusLogPath)) << Tale(tMoved);
+    }
+  }
+}
+
 // Walks to the stop: a line where the daemon would not sleep them out, and none of a lens with a long way is cut.
 TEST(Place, WalkToTheStopIsLongEnough) {
   const struct {

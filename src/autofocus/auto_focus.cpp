@@ -8,8 +8,8 @@
 #include "core/wait.h"
 #include "ics/ics_positioning.h"
 #include "motor/command_box.h"
+#include "motor/pi_search.h"
 #include "motor/positioning.h"
-#include "motor/reference.h"
 
 namespace {
 
@@ -36,7 +36,8 @@ i32 SweepLevels(TVernierLensdInfo* pThis, i32 fd, const TRange& tFirst, u32 dwFi
 void ClearTableRow(i32 iChannel);
 void SendZoomToReference(TVernierLensdInfo* pThis);
 i32 ScanFindReference(TVernierLensdInfo* pThis, i32 fd);
-i32 CountDownToReference(TVernierLensdInfo* pThis);
+i32 ScanWalkToReference(i32 fd, bool* pbWalking);
+i32 CountDownToReference(TVernierLensdInfo* pThis, bool bWalking);
 
 }  // namespace
 
@@ -170,28 +171,36 @@ i32 ScanFindReference(TVernierLensdInfo* pThis, i32 fd) {
     if (Word_Load(pThis->bICSDetached) == 0) ICS_FocusScanReference(pThis, fd);
     return 0;
   }
-  const TVernierLensdConfigInfo& tConfig = g_tVernierLensdConfigInfo;
-  const u32 dwReference = FocusReference_SetDirection(fd);
-  bool bFound = true;
+  bool bWalking = false;
+  const i32 iFound = ScanWalkToReference(fd, &bWalking);
+  const bool bMoved = iFound != iSearchNotBegun && iFound != iWalkRefused;
   i32 iResult = 0;
-  if (tConfig.bFocusPISupport != 0) {
-    bFound = FocusReference_SearchPI("PerformFocusScan", fd) == 0;
-  } else if (FocusReference_RequestWalk(fd) < 0) {
-    std::puts(
-        "[vernierlensd] : not support MOTOR_CHECK_PI_WALK_STEPS or MOTOR_WALK_STEPS. Using default "
-        "MOTOR_WALK_STEPS_BLOCK");
-    Motor_Request(fd, MOTOR_WALK_STEPS_BLOCK, Steps_ToDriver(tConfig.dwFocusMotorPositioningStep, 1));
-  }
-  if (tConfig.bBlockingMode == 0) iResult = CountDownToReference(pThis);
+  if (bMoved && g_tVernierLensdConfigInfo.bBlockingMode == 0) iResult = CountDownToReference(pThis, bWalking);
   // The lens stands there, whatever the count has run down to, and the counter must not say anything else.
-  Word_Store(Axis_Position(pThis, g_tFocusAxis), dwReference);
-  Reference_Set(pThis, g_tFocusAxis, bFound);
+  Reference_Arrive(pThis, g_tFocusAxis, iFound, FocusReference_Place());
   return iResult;
 }
 
-// A new command ends the scan, but not the walk, which runs on to the stop in the driver: its time is slept out, else
-// the next walk would be asked of a running motor from a place that nobody knows.
-i32 CountDownToReference(TVernierLensdInfo* pThis) {
+// Result: as Reference_Arrive takes it.  *pbWalking becomes true if the walk runs on in the driver.
+i32 ScanWalkToReference(i32 fd, bool* pbWalking) {
+  const TVernierLensdConfigInfo& tConfig = g_tVernierLensdConfigInfo;
+  if (FocusReference_SetDirection(fd) < 0) return iWalkRefused;
+  if (tConfig.bFocusPISupport != 0) return FocusReference_SearchPI("PerformFocusScan", fd);
+  if (FocusReference_RequestWalk(fd) >= 0) {
+    *pbWalking = tConfig.bBlockingMode == 0;
+    return 0;
+  }
+  std::puts(
+      "[vernierlensd] : not support MOTOR_CHECK_PI_WALK_STEPS or MOTOR_WALK_STEPS. Using default "
+      "MOTOR_WALK_STEPS_BLOCK");
+  const i32 iSteps = Steps_ToDriver(tConfig.dwFocusMotorPositioningStep, 1);
+  return Motor_Request(fd, MOTOR_WALK_STEPS_BLOCK, iSteps) < 0 ? iWalkRefused : 0;
+}
+
+// A new command ends the scan, but not a walk that runs on to the stop in the driver: its time is slept out, else the
+// next walk would be asked of a running motor from a place that nobody knows.  Where none runs, a new command and the
+// daemon's end are given way to at once.
+i32 CountDownToReference(TVernierLensdInfo* pThis, bool bWalking) {
   const TVernierLensdConfigInfo& tConfig = g_tVernierLensdConfigInfo;
   const i32 iOneStep = static_cast<i32>(tConfig.dwFocusVirtualOneStep);
   const i32 iPasses = iOneStep == 0 ? 0 : static_cast<i32>(tConfig.dwFocusMotorPositioningStep) / iOneStep;
@@ -200,9 +209,11 @@ i32 CountDownToReference(TVernierLensdInfo* pThis) {
   for (i32 i = 0; i < iPasses; i++) {
     Delay_us(tConfig.dwFocusOneStepTime);
     Word_Store(dwPosition, Word_Load(dwPosition) - (Word_Load(dwPosition) != 0 ? 1 : 0));
-    if (iResult != 0 || Word_Take(pThis->bFocusWake) == 0) continue;
-    std::puts("[vernierlensd] : Operation interrupted!");
-    iResult = -1;
+    if (iResult == 0 && Word_Take(pThis->bFocusWake) != 0) {
+      std::puts("[vernierlensd] : Operation interrupted!");
+      iResult = -1;
+    }
+    if (!bWalking && (iResult != 0 || Daemon_IsEnding())) return -1;
   }
   return iResult;
 }

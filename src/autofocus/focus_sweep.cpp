@@ -57,8 +57,8 @@ i32 ReadStart(TVernierLensdInfo* pThis, i32 fd, TSweep* ptSweep) {
   StoreInTable(pThis->tFocusBox.iRunningChannel, 0, ptSweep->dwBest);
   std::printf("[vernierlensd] : [CH %d] Initial position: %d, Focus Value: %d.\n", pThis->tFocusBox.iRunningChannel,
               static_cast<i32>(ptSweep->dwStart), static_cast<i32>(ptSweep->dwBest));
-  if (pThis->bSupportICS == 0) Motor_Request(fd, MOTOR_SET_FORWARD);  // once: the steps rely on it
-  return 0;
+  if (pThis->bSupportICS != 0) return 0;
+  return Axis_SetDirection(pThis, g_tFocusAxis, fd, true) ? 0 : -1;  // once: the steps rely on it
 }
 
 i32 StepThrough(TVernierLensdInfo* pThis, i32 fd, TSweep* ptSweep) {
@@ -76,15 +76,14 @@ i32 StepThrough(TVernierLensdInfo* pThis, i32 fd, TSweep* ptSweep) {
 }
 
 // In stepped mode the one sleep covers the walk and a fresh reading; the configuration gives it.  -1: an ICS lens that
-// does not answer any more.
+// does not answer any more, or a driver that has refused the walk.
 i32 StepOnce(TVernierLensdInfo* pThis, i32 fd, const TSweep& tSweep) {
   const TVernierLensdConfigInfo& tConfig = g_tVernierLensdConfigInfo;
   if (pThis->bSupportICS != 0) {
     if (Word_Load(pThis->bICSDetached) != 0) return -1;
     StepICS(fd, tSweep.dwStart + tConfig.dwFocusVirtualOneStep * (tSweep.dwOffset + tSweep.dwStep));
-  } else {
-    Motor_Request(fd, tConfig.bBlockingMode != 0 ? MOTOR_WALK_STEPS_BLOCK : MOTOR_WALK_STEPS,
-                  Steps_ToDriver(tSweep.dwStep, tConfig.dwFocusVirtualOneStep));
+  } else if (!Axis_RequestWalk(pThis, g_tFocusAxis, fd, Steps_ToDriver(tSweep.dwStep, tConfig.dwFocusVirtualOneStep))) {
+    return -1;
   }
   Delay_us(tConfig.dwOneStepSearchTime);
   u32& dwPosition = Axis_Position(pThis, g_tFocusAxis);

@@ -2,28 +2,37 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <limits>
 
 #include "autofocus/zoom_tracking.h"
 #include "config/config_limits.h"
 #include "core/wait.h"
 #include "ics/ics_driver.h"
 #include "motor/command_box.h"
+#include "motor/reference.h"
 
 namespace {
 
 constexpr u32 dwMaxRelativeSteps = 30;
 constexpr u64 qwFocusLead_us = 300'000;  // the focus runs ahead of the zoom
+constexpr i32 iUnknownWalk = std::numeric_limits<i32>::max();
 
 enum EWalkSign : u32 { WALK_BACKWARD = 0, WALK_FORWARD = 1 };
+
+// A walk that is broken off.
+struct TBrokenWalk {
+  u32 dwLeft;  // virtual steps of it that are not counted
+  bool bForward;
+  i32 iAsked;  // driver steps of the whole walk
+};
 
 u32 Axis_Clamp(const TVernierLensdInfo* pThis, const TAxis& tAxis, u32 dwTarget);
 i32 Axis_MoveStepper(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, u32 dwTarget);
 i32 Axis_MoveICS(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, u32 dwTarget);
 i32 Axis_Walk(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, u32 dwTarget, EWalkSign eSign);
 i32 Axis_CountSteps(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, u32 dwDelta, EWalkSign eSign);
-void Axis_Recover(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, u32 dwLeft, u32 bForward);
-void Axis_TakeUpBacklash(const TAxis& tAxis, i32 fd, u32 dwTarget);
-void Axis_RequestWalk(i32 fd, i32 iDriverSteps);
+void Axis_Recover(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, const TBrokenWalk& tWalk);
+i32 Axis_TakeUpBacklash(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, u32 dwTarget);
 i32 Axis_DriverSteps(const TAxis& tAxis, u32 dwVirtualSteps);
 void Axis_AddToPosition(TVernierLensdInfo* pThis, const TAxis& tAxis, u32 dwChange);
 
@@ -44,8 +53,7 @@ i32 Axis_Move(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, u32 dwTarget
 i32 Axis_MoveStepper(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, u32 dwTarget) {
   if (dwTarget >= Word_Load(Axis_Position(pThis, tAxis))) return Axis_Walk(pThis, tAxis, fd, dwTarget, WALK_FORWARD);
   if (Axis_Walk(pThis, tAxis, fd, dwTarget, WALK_BACKWARD) != 0) return -1;
-  Axis_TakeUpBacklash(tAxis, fd, dwTarget);
-  return 0;
+  return Axis_TakeUpBacklash(pThis, tAxis, fd, dwTarget);
 }
 
 // A start above the end is no start.
@@ -85,14 +93,14 @@ i32 Axis_MoveICS(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, u32 dwTar
 i32 Axis_Walk(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, u32 dwTarget, EWalkSign eSign) {
   const u32 dwPosition = Word_Load(Axis_Position(pThis, tAxis));
   const u32 dwDelta = eSign == WALK_FORWARD ? dwTarget - dwPosition : dwPosition - dwTarget;
-  Motor_Request(fd, eSign == WALK_FORWARD ? MOTOR_SET_FORWARD : MOTOR_SET_BACKWARD);
-  if (g_tVernierLensdConfigInfo.bBlockingMode != 0) {
-    Word_Store(Axis_Position(pThis, tAxis), dwTarget);
-    Axis_RequestWalk(fd, Axis_DriverSteps(tAxis, dwDelta));
-    return 0;
+  const bool bBlocking = g_tVernierLensdConfigInfo.bBlockingMode != 0;
+  if (!Axis_SetDirection(pThis, tAxis, fd, eSign == WALK_FORWARD)) return -1;
+  if (bBlocking) Word_Store(Axis_Position(pThis, tAxis), dwTarget);
+  if (!Axis_RequestWalk(pThis, tAxis, fd, Axis_DriverSteps(tAxis, dwDelta))) {
+    Word_Store(Axis_Position(pThis, tAxis), dwPosition);  // of all places the likeliest
+    return -1;
   }
-  Axis_RequestWalk(fd, Axis_DriverSteps(tAxis, dwDelta));
-  return Axis_CountSteps(pThis, tAxis, fd, dwDelta, eSign);
+  return bBlocking ? 0 : Axis_CountSteps(pThis, tAxis, fd, dwDelta, eSign);
 }
 
 i32 Axis_CountSteps(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, u32 dwDelta, EWalkSign eSign) {
@@ -102,28 +110,25 @@ i32 Axis_CountSteps(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, u32 dw
     // Counted first, then the flag: an interrupted last step is still a step.
     if (Word_Take(pThis->*tAxis.pbWake) == 0) continue;
     std::puts("[vernierlensd] : Operation interrupted!");
-    Axis_Recover(pThis, tAxis, fd, dwLeft, eSign);
+    Axis_Recover(pThis, tAxis, fd,
+                 {.dwLeft = dwLeft, .bForward = eSign == WALK_FORWARD, .iAsked = Axis_DriverSteps(tAxis, dwDelta)});
     return -1;
   }
   return 0;
 }
 
 // Backward beyond the target and forward again, so that the gears stand as after a forward move.  The counter stays.
-void Axis_TakeUpBacklash(const TAxis& tAxis, i32 fd, u32 dwTarget) {
+i32 Axis_TakeUpBacklash(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, u32 dwTarget) {
   const u32 dwBacklash = Axis_Config(tAxis.pdwAdjustStep);
-  if (dwTarget < dwBacklash) return;  // too near 0 to overshoot
+  if (dwTarget < dwBacklash) return 0;  // too near 0 to overshoot
   const bool bStepped = g_tVernierLensdConfigInfo.bBlockingMode == 0;
   const u64 qwTime_us = u64{dwBacklash} * Axis_Config(tAxis.pdwOneStepTime);
-  Axis_RequestWalk(fd, Axis_DriverSteps(tAxis, dwBacklash));
+  if (!Axis_RequestWalk(pThis, tAxis, fd, Axis_DriverSteps(tAxis, dwBacklash))) return -1;
   if (bStepped) Delay_us(qwTime_us);
-  Motor_Request(fd, MOTOR_SET_FORWARD);
-  Axis_RequestWalk(fd, Axis_DriverSteps(tAxis, dwBacklash));
+  if (!Axis_SetDirection(pThis, tAxis, fd, true)) return -1;
+  if (!Axis_RequestWalk(pThis, tAxis, fd, Axis_DriverSteps(tAxis, dwBacklash))) return -1;
   if (bStepped) Delay_us(qwTime_us);
-}
-
-void Axis_RequestWalk(i32 fd, i32 iDriverSteps) {
-  Motor_Request(fd, g_tVernierLensdConfigInfo.bBlockingMode != 0 ? MOTOR_WALK_STEPS_BLOCK : MOTOR_WALK_STEPS,
-                iDriverSteps);
+  return 0;
 }
 
 i32 Axis_DriverSteps(const TAxis& tAxis, u32 dwVirtualSteps) {
@@ -136,28 +141,35 @@ void Axis_AddToPosition(TVernierLensdInfo* pThis, const TAxis& tAxis, u32 dwChan
   Word_Store(dwPosition, Word_Load(dwPosition) + dwChange);
 }
 
-void Axis_Recover(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, u32 dwLeft, u32 bForward) {
+// A driver with nothing left is ahead of the sleeps, which all run over a little: what is uncounted has been walked.
+void Axis_Recover(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, const TBrokenWalk& tWalk) {
   if (pThis->*tAxis.pbSupport == 0) return;
   const i32 iDriverLeft = Motor_Request(fd, MOTOR_STOP_WALK);
   std::printf(tAxis.szRemaining, iDriverLeft);
-  // A driver that does not answer leaves the count as it is.  One with nothing left is ahead of the sleeps, which all
-  // run over a little: what is uncounted has been walked.
-  if (iDriverLeft < 0) return;
 
   const i32 iOneStep = static_cast<i32>(Axis_Config(tAxis.pdwVirtualOneStep));
   const i32 iWholeLeft = iOneStep == 0 ? 0 : iDriverLeft / iOneStep;
   const i32 iPart = iDriverLeft - iWholeLeft * iOneStep;
-  // Time and driver may disagree either way, so the correction may be negative; it wraps in 32 bits.
-  const u32 dwCorrection = dwLeft - static_cast<u32>(iWholeLeft);
-  Axis_AddToPosition(pThis, tAxis, bForward != 0 ? dwCorrection : 0U - dwCorrection);
+  // Time and driver may disagree either way, so the correction may be negative.
+  const i64 llCorrection = i64{tWalk.dwLeft} - iWholeLeft;
+  u32& dwPosition = Axis_Position(pThis, tAxis);
+  const i64 llPosition = i64{Word_Load(dwPosition)} + (tWalk.bForward ? llCorrection : -llCorrection);
+  const bool bCanBe = iDriverLeft >= 0 && iDriverLeft <= tWalk.iAsked && llPosition >= 0 &&
+                      llPosition <= i64{Axis_Config(tAxis.pdwVirtualEnd)};
+  if (!bCanBe) {
+    Reference_LoseByAnswer(pThis, tAxis, "MOTOR_STOP_WALK", iDriverLeft);
+    return;
+  }
+  Word_Store(dwPosition, static_cast<u32>(llPosition));
   if (iPart == 0) return;
 
   // The direction still stands: finish the broken virtual step, so that the counter names a place.
-  Axis_RequestWalk(fd, iPart);
+  if (!Axis_RequestWalk(pThis, tAxis, fd, iPart)) return;
   if (g_tVernierLensdConfigInfo.bBlockingMode == 0) Delay_us(Axis_Config(tAxis.pdwOneStepTime));
 }
 
-// 0: the move is done.  -1: no such axis, or interrupted.
+// 0: the move is done.  -1: no such axis, interrupted, or refused.  After an interruption a newer command stands in the
+// block, which is then left alone.
 i32 Axis_RunCommand(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd) {
   if (pThis->*tAxis.pbSupport == 0) return -1;
   TMotorCommand& tRunning = Axis_Box(pThis, tAxis).tRunning;
@@ -172,9 +184,11 @@ i32 Axis_RunCommand(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd) {
         tRunning.dwDirection == DIRECTION_FORWARD ? dwPosition + tRunning.dwSteps : dwPosition - tRunning.dwSteps;
   }
   const bool bMoves = tRunning.dwDirection <= DIRECTION_DIRECT;
-  if (bMoves && Axis_Move(pThis, tAxis, fd, dwTarget) != 0) return -1;
+  const i32 iResult = bMoves ? Axis_Move(pThis, tAxis, fd, dwTarget) : 0;
+  // A held button would ask a driver that refuses for ever.
+  if (iResult != 0) Command_WriteBack(pThis, tAxis, &TMotorCommand::bZoomContinuous, 0);
   Command_Finish(pThis, tAxis);
-  return 0;
+  return iResult;
 }
 
 // Starts the focus search that was asked for behind this zoom, on the zoom's channel.
@@ -202,11 +216,26 @@ i32 VernierLensd_MoveFocus(TVernierLensdInfo* pThis, i32 fd, u32 dwTarget) {
 }
 
 void VernierLensd_RecoverZoomMove(TVernierLensdInfo* pThis, i32 fd, u32 dwLeft, u32 bForward) {
-  Axis_Recover(pThis, g_tZoomAxis, fd, dwLeft, bForward);
+  Axis_Recover(pThis, g_tZoomAxis, fd, {.dwLeft = dwLeft, .bForward = bForward != 0, .iAsked = iUnknownWalk});
 }
 
 void VernierLensd_RecoverFocusMove(TVernierLensdInfo* pThis, i32 fd, u32 dwLeft, u32 bForward) {
-  Axis_Recover(pThis, g_tFocusAxis, fd, dwLeft, bForward);
+  Axis_Recover(pThis, g_tFocusAxis, fd, {.dwLeft = dwLeft, .bForward = bForward != 0, .iAsked = iUnknownWalk});
+}
+
+bool Axis_SetDirection(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, bool bForward) {
+  const i32 iAnswer = Motor_Request(fd, bForward ? MOTOR_SET_FORWARD : MOTOR_SET_BACKWARD);
+  if (iAnswer < 0) Reference_LoseByAnswer(pThis, tAxis, bForward ? "MOTOR_SET_FORWARD" : "MOTOR_SET_BACKWARD", iAnswer);
+  return iAnswer >= 0;
+}
+
+bool Axis_RequestWalk(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, i32 iDriverSteps) {
+  const bool bBlocking = g_tVernierLensdConfigInfo.bBlockingMode != 0;
+  const i32 iAnswer = Motor_Request(fd, bBlocking ? MOTOR_WALK_STEPS_BLOCK : MOTOR_WALK_STEPS, iDriverSteps);
+  if (iAnswer < 0) {
+    Reference_LoseByAnswer(pThis, tAxis, bBlocking ? "MOTOR_WALK_STEPS_BLOCK" : "MOTOR_WALK_STEPS", iAnswer);
+  }
+  return iAnswer >= 0;
 }
 
 void VernierLensd_ZoomCommand(TVernierLensdInfo* pThis, i32 fd) {

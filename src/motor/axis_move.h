@@ -12,15 +12,23 @@
 // Moves to dwTarget (virtual steps, any value).  A plain lens: from 0x10000 up it is the wrapped result of a backward
 // move and becomes the lowest target, below it is limited to the highest; one below the lowest is not raised.  An ICS
 // lens: taken as signed, raised to the lowest target and limited to the highest. 0: there, or the ICS lens is detached.
-// -1: no such axis, or interrupted: dwFunction then belongs to the new command.
+// -1: no such axis; interrupted: dwFunction then belongs to the new command; or the driver has refused a walk: the
+// reference is then lost.
 i32 VernierLensd_MoveZoom(TVernierLensdInfo* pThis, i32 fd, u32 dwTarget);
 i32 VernierLensd_MoveFocus(TVernierLensdInfo* pThis, i32 fd, u32 dwTarget);
 
 // Repairs the counter after an interruption with dwLeft virtual steps uncounted: stops the driver, counts by what it
-// has really walked, and walks the broken virtual step to its end.
+// has really walked, and walks the broken virtual step to its end.  An answer that cannot be leaves the counter as it
+// stands, and the reference is lost.
 void VernierLensd_RecoverZoomMove(TVernierLensdInfo* pThis, i32 fd, u32 dwLeft, u32 bForward);
 void VernierLensd_RecoverFocusMove(TVernierLensdInfo* pThis, i32 fd, u32 dwLeft, u32 bForward);
 
-// Runs the taken command as a move, relative (at most 30 steps) or direct, and sets the axis idle after a finished one.
+// Sets the direction of later walks of a plain lens; asks for a walk in the request of the mode.  False: the driver has
+// refused, nothing moves as far as anybody knows, and the reference is lost, with a line.
+bool Axis_SetDirection(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, bool bForward);
+bool Axis_RequestWalk(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, i32 iDriverSteps);
+
+// Runs the taken command as a move, relative (at most 30 steps) or direct, and sets the axis idle after it, unless a
+// newer command stands in the block.
 void VernierLensd_ZoomCommand(TVernierLensdInfo* pThis, i32 fd);
 void VernierLensd_FocusCommand(TVernierLensdInfo* pThis, i32 fd);

@@ -1,5 +1,6 @@
 #include "motor/pi_search.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cstdio>
 
@@ -8,8 +9,9 @@
 
 namespace {
 
-constexpr i32 iMaxSearchWaits = 60;
 constexpr u64 qwSearchWait_us = 1'000'000;
+constexpr u64 qwLeastSearchWaits = 60;
+constexpr u64 qwMostSearchWaits = 3600;
 constexpr u64 qwSettle_us = 500'000;
 constexpr u64 qwRendezvousPoll_us = 500'000;
 
@@ -28,17 +30,34 @@ void SetDone(const TAxis& tAxis, u32 bDone) {
   Word_Store(g_tVernierLensdConfigInfo.*tAxis.pbPIDone, bDone);
 }
 
+// One search of the axis, at the pace that its step time allows a driver: to the stop, back over the sensor, and
+// forward to the far end.
+u64 SearchTime_us(const TAxis& tAxis) {
+  const u64 qwOneStep = Axis_Config(tAxis.pdwVirtualOneStep);
+  if (Axis_Config(tAxis.pbPISupport) == 0 || qwOneStep == 0) return 0;
+  const u64 qwForward =
+      std::max(qwOneStep * Axis_Config(tAxis.pdwVirtualEnd), u64{g_tVernierLensdConfigInfo.dwFocusPIForwardShift});
+  const u64 qwSteps = 2 * u64{Axis_Config(tAxis.pdwPISearchStep)} + Axis_Config(tAxis.pdwPIBackwardShift) + qwForward;
+  return qwSteps * Axis_Config(tAxis.pdwOneStepTime) / qwOneStep + qwSettle_us;
+}
+
+u64 MaxSearchWaits() {
+  const u64 qwTime_us = std::max(SearchTime_us(g_tZoomAxis), SearchTime_us(g_tFocusAxis));
+  return std::clamp(qwTime_us / qwSearchWait_us + 1, qwLeastSearchWaits, qwMostSearchWaits);
+}
+
 // Waits until no other search is under way and takes the turn.  Each one that ends begins the wait anew: a recovery
 // makes one for each channel, too close upon another for a turn between them.  False: waited too long for one, or the
 // daemon is to end.
 bool TakeTurn(const char* pszName) {
   u32 dwEnded = g_dwSearchesEnded;
-  for (i32 iWaits = 0; g_bSearchingPI.exchange(1) != 0; iWaits++) {
+  const u64 qwMaxWaits = MaxSearchWaits();
+  for (u64 qwWaits = 0; g_bSearchingPI.exchange(1) != 0; qwWaits++) {
     const u32 dwNowEnded = g_dwSearchesEnded;
-    if (dwNowEnded != dwEnded) iWaits = 0;
+    if (dwNowEnded != dwEnded) qwWaits = 0;
     dwEnded = dwNowEnded;
     std::printf("[vernierlensd] : %s waiting for search PI.\n", pszName);
-    if (iWaits == iMaxSearchWaits) {
+    if (qwWaits == qwMaxWaits) {
       std::printf("[vernierlensd] : %s waiting too long, so exit search PI process.\n", pszName);
       return false;
     }
@@ -51,6 +70,20 @@ bool TakeTurn(const char* pszName) {
 void GiveTurnBack() {
   g_dwSearchesEnded++;
   g_bSearchingPI = 0;
+}
+
+bool WalkBlocking(i32 fd, u32 dwDirection, i32 iSteps) {
+  return Motor_Request(fd, dwDirection) >= 0 && Motor_Request(fd, MOTOR_WALK_STEPS_BLOCK, iSteps) >= 0;
+}
+
+i32 EndSearch(const char* pszName, bool bThere, i32 iForward) {
+  if (bThere) {
+    std::printf("[vernierlensd] : %s search PI done. walk %d step\n", pszName, iForward);
+  } else {
+    std::printf("[vernierlensd] : %s: the driver answered a walk with an error, its end is not known.\n", pszName);
+  }
+  GiveTurnBack();
+  return bThere ? 0 : -1;
 }
 
 // The other axis, if it makes a pass and has not ended.
@@ -81,23 +114,21 @@ i32 VernierLensd_SearchPI(const char* pszName, u32 bGoBack, i32 fd, u32 dwPositi
                           u32 dwBackwardShift, u32 dwOneStep) {
   if (!TakeTurn(pszName)) return iSearchNotBegun;
   std::printf("[vernierlensd] : %s searching PI.\n", pszName);
+  // Whatever this walk comes to: the search that follows finds the sensor or does not.
   Motor_Request(fd, MOTOR_WALK_STEPS_BLOCK, Steps_ToDriver(dwSearchStep, 1));
   if (Motor_Request(fd, MOTOR_SEARCH_PI, Steps_ToDriver(dwSearchStep, 1)) != 0) {
     std::printf("[vernierlensd] : %s search PI fail.\n", pszName);
     GiveTurnBack();
     return -1;
   }
+  const i32 iForward = Steps_ToDriver(dwPosition, dwOneStep);
   if (bGoBack != 0) {
-    Motor_Request(fd, MOTOR_SET_BACKWARD);
-    Motor_Request(fd, MOTOR_WALK_STEPS_BLOCK, Steps_ToDriver(dwBackwardShift, 1));
+    if (!WalkBlocking(fd, MOTOR_SET_BACKWARD, Steps_ToDriver(dwBackwardShift, 1))) {
+      return EndSearch(pszName, false, iForward);
+    }
     Delay_us(qwSettle_us);
   }
-  const i32 iForward = Steps_ToDriver(dwPosition, dwOneStep);
-  Motor_Request(fd, MOTOR_SET_FORWARD);
-  Motor_Request(fd, MOTOR_WALK_STEPS_BLOCK, iForward);
-  std::printf("[vernierlensd] : %s search PI done. walk %d step\n", pszName, iForward);
-  GiveTurnBack();
-  return 0;
+  return EndSearch(pszName, WalkBlocking(fd, MOTOR_SET_FORWARD, iForward), iForward);
 }
 
 void VernierLensd_SetPIPowerOn(i32 fd) {
@@ -153,7 +184,11 @@ void PIPass_Run(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd) {
                                               Axis_Config(tAxis.pdwVirtualOneStep));
     tBox.iRunningChannel = i;
     if (iResult == iSearchNotBegun && Daemon_IsEnding()) break;  // the lens has not moved
-    if (!bWasLost) Reference_Set(pThis, tAxis, iResult == 0);
+    if (iResult == iSearchNotBegun) {
+      Reference_Lose(pThis, tAxis, i);
+    } else if (!bWasLost) {
+      Reference_Set(pThis, tAxis, iResult == 0);
+    }
     SetDone(tAxis, 1);
   }
   WaitForOther(pThis, tAxis, tOther, g_tVernierLensdConfigInfo.iMaxDevNum);

@@ -8,9 +8,10 @@
 
 // Walks dwSearchStep driver steps in the direction that the caller has set, searches the sensor over as many, then
 // walks dwBackwardShift steps backward if bGoBack is set, and dwPosition * dwOneStep steps forward: the last approach
-// runs forward.  One axis searches at a time; the other waits for up to a minute.  pszName is for the log.
-// 0.  -1: not found, the lens stands anywhere.  iSearchNotBegun: waited too long, or the daemon is to end; nothing
-// moved.
+// runs forward.  One axis searches at a time; the other waits for a minute, or for as long as the longest search takes
+// by the configuration, an hour at most.  pszName is for the log.
+// 0.  -1: not found, or the driver has refused a walk after it: the lens stands anywhere.  iSearchNotBegun: waited too
+// long, or the daemon is to end; nothing moved.
 constexpr i32 iSearchNotBegun = 1;
 i32 VernierLensd_SearchPI(const char* pszName, u32 bGoBack, i32 fd, u32 dwPosition, u32 dwSearchStep,
                           u32 dwBackwardShift, u32 dwOneStep);

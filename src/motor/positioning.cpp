@@ -21,10 +21,12 @@
 namespace {
 
 i32 WalkToFocusEnd(i32 fd);
+i32 WalkResult(i32 iAnswer);
 void SleepWalk(u32 dwDriverSteps, u32 dwOneStepTime, u32 dwOneStep);
 i32 FindZoom(TVernierLensdInfo* pThis, i32 fd, u32 dwPosition);
 i32 SearchZoomPI(i32 fd, u32 dwPosition);
-void WalkZoomToEnd(i32 fd, u32 dwPosition);
+i32 WalkZoomToEnd(i32 fd, u32 dwPosition);
+bool WalkZoom(i32 fd, u32 dwDirection, i32 iSteps);
 
 bool IsBlocking() {
   return g_tVernierLensdConfigInfo.bBlockingMode != 0;
@@ -70,12 +72,14 @@ void VernierLensd_ResetFocus(TVernierLensdInfo* pThis, i32 fd) {
     Command_Finish(pThis, g_tFocusAxis);  // else the periodic corrections would rest until the next command
     return;
   }
-  const u32 dwReference = FocusReference_SetDirection(fd);
-  WalkToFocusEnd(fd);
-  Word_Store(Axis_Position(pThis, g_tFocusAxis), dwReference);
-  // Without a selected channel this may have been another one's motor: then a lost reference stays lost, and the move
-  // that follows finds it.
-  if (g_tVernierLensdConfigInfo.iMaxDevNum <= 1) Reference_Set(pThis, g_tFocusAxis, true);
+  const i32 iFound = FocusReference_SetDirection(fd) < 0 ? iWalkRefused : WalkToFocusEnd(fd);
+  if (g_tVernierLensdConfigInfo.iMaxDevNum <= 1 || iFound != 0) {
+    Reference_Arrive(pThis, g_tFocusAxis, iFound, FocusReference_Place());
+  } else {
+    // Without a selected channel this may have been another one's motor: then a lost reference stays lost, and the move
+    // that follows finds it.
+    Word_Store(Axis_Position(pThis, g_tFocusAxis), FocusReference_Place());
+  }
   const i32 iWoken =
       Command_SendFollowUp(pThis, g_tFocusAxis, pThis->tFocusBox.iRunningChannel, [&](TMotorCommand& tBlock) {
         Word_Store(tBlock.dwDirection, DIRECTION_DIRECT);
@@ -92,12 +96,12 @@ void Positioning_Write(const TAxis& tAxis, TMotorCommand* ptBlock, u32 dwFunctio
 }
 
 void FocusReference_Find(TVernierLensdInfo* pThis, i32 fd) {
-  const u32 dwReference = FocusReference_SetDirection(fd);
   const bool bPI = g_tVernierLensdConfigInfo.bFocusPISupport != 0;
-  const i32 iFound = bPI ? FocusReference_SearchPI("FocusMotorPositioning", fd) : WalkToFocusEnd(fd);
-  // Also behind a search that failed: the reference word remembers that.
-  Word_Store(Axis_Position(pThis, g_tFocusAxis), dwReference);
-  Reference_Set(pThis, g_tFocusAxis, iFound == 0);
+  i32 iFound = iWalkRefused;
+  if (FocusReference_SetDirection(fd) >= 0) {
+    iFound = bPI ? FocusReference_SearchPI("FocusMotorPositioning", fd) : WalkToFocusEnd(fd);
+  }
+  Reference_Arrive(pThis, g_tFocusAxis, iFound, FocusReference_Place());
 }
 
 void ZoomReference_Find(TVernierLensdInfo* pThis, i32 fd) {
@@ -106,11 +110,28 @@ void ZoomReference_Find(TVernierLensdInfo* pThis, i32 fd) {
   VernierLensd_UpdatePanFocus(pThis, dwStart, pThis->tZoomBox.iRunningChannel);
 }
 
-u32 FocusReference_SetDirection(i32 fd) {
+void Reference_Arrive(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 iFound, u32 dwReference) {
+  if (iFound == iSearchNotBegun) {
+    if (!Daemon_IsEnding()) Reference_Lose(pThis, tAxis, Axis_Box(pThis, tAxis).iRunningChannel);
+    return;
+  }
+  if (iFound == iWalkRefused) {
+    std::printf("[vernierlensd] : %s answered the walk to the reference with an error.\n", tAxis.szDevice);
+  } else {
+    // Also after a search that failed: the reference word remembers that.
+    Word_Store(Axis_Position(pThis, tAxis), dwReference);
+  }
+  Reference_Set(pThis, tAxis, iFound == 0);
+}
+
+u32 FocusReference_Place() {
   const TVernierLensdConfigInfo& tConfig = g_tVernierLensdConfigInfo;
-  const bool bReverse = tConfig.dwFocusMotorReverseCalibration != 0;
-  Motor_Request(fd, bReverse ? MOTOR_SET_FORWARD : MOTOR_SET_BACKWARD);
-  return bReverse ? tConfig.dwFocusVirtualEnd : 0;
+  return tConfig.dwFocusMotorReverseCalibration != 0 ? tConfig.dwFocusVirtualEnd : 0;
+}
+
+i32 FocusReference_SetDirection(i32 fd) {
+  const bool bReverse = g_tVernierLensdConfigInfo.dwFocusMotorReverseCalibration != 0;
+  return Motor_Request(fd, bReverse ? MOTOR_SET_FORWARD : MOTOR_SET_BACKWARD);
 }
 
 i32 FocusReference_SearchPI(const char* pszName, i32 fd) {
@@ -153,17 +174,20 @@ i32 VernierLensd_GotoPI() {
 
 namespace {
 
-// 0 always: a walk to the end needs no answer.
+// 0 or iWalkRefused.
 i32 WalkToFocusEnd(i32 fd) {
   const TVernierLensdConfigInfo& tConfig = g_tVernierLensdConfigInfo;
-  const i32 iResult = FocusReference_RequestWalk(fd);
-  if (!IsBlocking()) {
+  const i32 iAnswer = FocusReference_RequestWalk(fd);
+  if (!IsBlocking() && iAnswer >= 0) {
     SleepWalk(tConfig.dwFocusMotorPositioningStep, tConfig.dwFocusOneStepTime, tConfig.dwFocusVirtualOneStep);
-  } else if (IsFocusOnly() && iResult < 0) {
-    std::puts("[vernierlensd] : not support MOTOR_CHECK_PI_WALK_STEPS. Using MOTOR_WALK_STEPS_BLOCK");
-    Motor_Request(fd, MOTOR_WALK_STEPS_BLOCK, Steps_ToDriver(tConfig.dwFocusMotorPositioningStep, 1));
   }
-  return 0;
+  if (!IsBlocking() || !IsFocusOnly() || iAnswer >= 0) return WalkResult(iAnswer);
+  std::puts("[vernierlensd] : not support MOTOR_CHECK_PI_WALK_STEPS. Using MOTOR_WALK_STEPS_BLOCK");
+  return WalkResult(Motor_Request(fd, MOTOR_WALK_STEPS_BLOCK, Steps_ToDriver(tConfig.dwFocusMotorPositioningStep, 1)));
+}
+
+i32 WalkResult(i32 iAnswer) {
+  return iAnswer < 0 ? iWalkRefused : 0;
 }
 
 // The quotient first: a step time that its driver steps do not divide loses the rest for each of them.
@@ -179,14 +203,9 @@ u32 LimitToRange(u32 dwZoom) {
 
 i32 FindZoom(TVernierLensdInfo* pThis, i32 fd, u32 dwPosition) {
   dwPosition = LimitToRange(dwPosition);
-  i32 iFound = 0;
-  if (g_tVernierLensdConfigInfo.bZoomPISupport != 0) {
-    iFound = SearchZoomPI(fd, dwPosition);
-  } else {
-    WalkZoomToEnd(fd, dwPosition);
-  }
-  Word_Store(Axis_Position(pThis, g_tZoomAxis), dwPosition);
-  Reference_Set(pThis, g_tZoomAxis, iFound == 0);
+  const bool bPI = g_tVernierLensdConfigInfo.bZoomPISupport != 0;
+  const i32 iFound = bPI ? SearchZoomPI(fd, dwPosition) : WalkZoomToEnd(fd, dwPosition);
+  Reference_Arrive(pThis, g_tZoomAxis, iFound, dwPosition);
   return iFound;
 }
 
@@ -199,17 +218,24 @@ i32 SearchZoomPI(i32 fd, u32 dwPosition) {
   return iFound;
 }
 
-void WalkZoomToEnd(i32 fd, u32 dwPosition) {
+// 0, iWalkRefused, or -1: the lens stands at the stop, and the way from it was refused.
+i32 WalkZoomToEnd(i32 fd, u32 dwPosition) {
   const TVernierLensdConfigInfo& tConfig = g_tVernierLensdConfigInfo;
-  const u32 dwWalk = IsBlocking() ? MOTOR_WALK_STEPS_BLOCK : MOTOR_WALK_STEPS;
-  Motor_Request(fd, MOTOR_SET_BACKWARD);
-  Motor_Request(fd, dwWalk, Steps_ToDriver(tConfig.dwZoomMotorPositioningStep, 1));
+  if (!WalkZoom(fd, MOTOR_SET_BACKWARD, Steps_ToDriver(tConfig.dwZoomMotorPositioningStep, 1))) return iWalkRefused;
   if (!IsBlocking()) {
     SleepWalk(tConfig.dwZoomMotorPositioningStep, tConfig.dwZoomOneStepTime, tConfig.dwZoomVirtualOneStep);
   }
-  Motor_Request(fd, MOTOR_SET_FORWARD);
-  Motor_Request(fd, dwWalk, Steps_ToDriver(dwPosition, tConfig.dwZoomVirtualOneStep));
+  if (!WalkZoom(fd, MOTOR_SET_FORWARD, Steps_ToDriver(dwPosition, tConfig.dwZoomVirtualOneStep))) {
+    std::puts("[vernierlensd] : The zoom's driver answered the walk from the stop with an error.");
+    return -1;
+  }
   if (!IsBlocking()) Delay_us(u64{dwPosition} * tConfig.dwZoomOneStepTime);
+  return 0;
+}
+
+bool WalkZoom(i32 fd, u32 dwDirection, i32 iSteps) {
+  if (Motor_Request(fd, dwDirection) < 0) return false;
+  return Motor_Request(fd, IsBlocking() ? MOTOR_WALK_STEPS_BLOCK : MOTOR_WALK_STEPS, iSteps) >= 0;
 }
 
 }  // namespace

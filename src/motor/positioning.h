@@ -26,9 +26,17 @@ void FocusReference_Find(TVernierLensdInfo* pThis, i32 fd);
 void ZoomReference_Find(TVernierLensdInfo* pThis, i32 fd);
 
 // The pieces of the focus's way that a scan shares.
-u32 FocusReference_SetDirection(i32 fd);  // result: the position at the reference, virtual steps
+u32 FocusReference_Place();               // the position at the reference, virtual steps
+i32 FocusReference_SetDirection(i32 fd);  // result: the driver's, below 0 refused
 i32 FocusReference_SearchPI(const char* pszName, i32 fd);
 i32 FocusReference_RequestWalk(i32 fd);  // result: the driver's, negative where it knows no such walk
+
+// What the walk to the running channel's reference has come to, by the result of VernierLensd_SearchPI or of a walk to
+// the stop.  0: the counter takes dwReference.  -1: so it does, but the reference has failed.  iSearchNotBegun: the
+// lens has not moved; the counter stays, and the reference is lost, but for a daemon that is to end.  iWalkRefused: the
+// driver would not begin; a line, the counter stays, and the reference has failed.
+constexpr i32 iWalkRefused = 2;
+void Reference_Arrive(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 iFound, u32 dwReference);
 
 // Parks the focus motor of an ICS lens: reads the configuration, walks to the end of the travel and on to the default
 // focus position, on a descriptor of its own.  Start-up, main thread.  0, or -1 with a line printed.  No position

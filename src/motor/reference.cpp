@@ -1,6 +1,7 @@
 #include "motor/reference.h"
 
 #include <algorithm>
+#include <cstdio>
 
 namespace {
 
@@ -28,6 +29,17 @@ void Reference_DoubtAll(TVernierLensdInfo* pThis, const TAxis& tAxis) {
 void Reference_Set(TVernierLensdInfo* pThis, const TAxis& tAxis, bool bFound) {
   TCommandBox& tBox = Axis_Box(pThis, tAxis);
   Word_Store(tBox.aeReference[tBox.iRunningChannel], bFound ? REFERENCE_KNOWN : REFERENCE_FAILED);
+}
+
+void Reference_Lose(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 iChannel) {
+  Word_Store(Axis_Box(pThis, tAxis).aeReference[iChannel], REFERENCE_LOST);
+}
+
+void Reference_LoseByAnswer(TVernierLensdInfo* pThis, const TAxis& tAxis, const char* szRequest, i32 iAnswer) {
+  const i32 iChannel = Axis_Box(pThis, tAxis).iRunningChannel;
+  Reference_Lose(pThis, tAxis, iChannel);
+  std::printf("[vernierlensd] : %s answered %d to %s: the position of channel %d is not known any more.\n",
+              tAxis.szDevice, iAnswer, szRequest, iChannel);
 }
 
 bool Reference_IsLost(const TVernierLensdInfo* pThis, const TAxis& tAxis, i32 iChannel) {

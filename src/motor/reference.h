@@ -14,6 +14,12 @@ void Reference_DoubtAll(TVernierLensdInfo* pThis, const TAxis& tAxis);
 // What the walk to the reference of the running channel came to.  Owner thread.
 void Reference_Set(TVernierLensdInfo* pThis, const TAxis& tAxis, bool bFound);
 
+// The counter of a channel is not to be trusted any more.  Owner thread.
+void Reference_Lose(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 iChannel);
+
+// The same for the running channel, with a line: the driver's answer to a request leaves open where the motor stands.
+void Reference_LoseByAnswer(TVernierLensdInfo* pThis, const TAxis& tAxis, const char* szRequest, i32 iAnswer);
+
 bool Reference_IsLost(const TVernierLensdInfo* pThis, const TAxis& tAxis, i32 iChannel);
 
 // Lost or in doubt: the channel's next move is preceded by the walk to the reference.
