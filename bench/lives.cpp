@@ -51,6 +51,7 @@ struct TTold {
   bool bRecovers = false;                          // from a power loss
   u64 qwLastWalk_us = 0;                           // the last request to a motor to walk
   u64 aqwLongest[LENS_AXES] = {};                  // driver steps of the longest walk asked for
+  bool bBrokenOff = false;                         // a client may have broken off what runs
 };
 
 // A walk takes the time that the daemon allows for it.
@@ -86,6 +87,9 @@ void ReadEvent(const TLensModel& tModel, u64 qwAt_us, bool bMain, std::string_vi
     if (Has(szExcuse)) tTold.bNotSaved = true;
   }
   if (Has("Power loss unexpectedly!")) tTold.bRecovers = true;
+  for (const char* szBreaks : {"Operation interrupted!", "function=stop", "function=motorreset"}) {
+    if (Has(szBreaks)) tTold.bBrokenOff = true;
+  }
   // One that waited for its turn until the end has not begun.
   const ELensAxis eSearching = Has("Zoom") ? LENS_ZOOM : LENS_FOCUS;
   if (Has(" waiting for search PI.")) tTold.abWaits[eSearching] = true;
@@ -264,8 +268,10 @@ std::string WhySavedWrong(const TLived& tLived) {
   for (const char* szLog : {szZoomLogPath, szFocusLogPath}) {
     if (access(tCamera.Path(szLog).c_str(), F_OK) != 0) continue;
     const TTold& tTold = tLived.tTold;
-    // A command can overtake the recovery: the other channels are found at their next one.
-    const bool bRecovers = tTold.bRecovers && (!tLived.bRests || tLived.tModel.iChannels > 1);
+    // A command can overtake the recovery: the other channels are found at their next one.  A client that breaks it off
+    // leaves the log.
+    const bool bUnfinished = !tLived.bRests || tLived.tModel.iChannels > 1 || tTold.bBrokenOff;
+    const bool bRecovers = tTold.bRecovers && bUnfinished;
     const bool bMayStay = tTold.bNotSaved || bRecovers || tTold.abWaits[LENS_ZOOM] || tTold.abWaits[LENS_FOCUS];
     return bMayStay ? "" : "a working log stands";
   }

@@ -1,7 +1,7 @@
-// The query language, number reading and token files: no hardware, no clock.
-#include <gtest/gtest.h>
+// The query language, number reading and token files; then which of two commands wins, in whole lives.
 #include <unistd.h>
 
+#include <csignal>
 #include <cstdlib>
 #include <fstream>
 #include <string>
@@ -10,6 +10,8 @@
 #include "config/config_load.h"
 #include "config/token_file.h"
 #include "core/number.h"
+#include "hooks/hooks.h"
+#include "whole_lives.h"
 
 namespace {
 
@@ -160,6 +162,187 @@ TEST(TokenFile, TakesKnownKeysOnly) {
   }
   unlink(szPath);
   EXPECT_EQ(TokenFile_Read(szPath, {}), -1);
+}
+
+struct TAsk {
+  u64 qwAt_ms;
+  const char* szQuery;  // behind "function="
+};
+
+std::vector<TLifeEvent> Asks(const std::vector<TAsk>& atAsks) {
+  std::vector<TLifeEvent> atEvents;
+  for (const auto& [qwAt_ms, szQuery] : atAsks) atEvents.push_back(Ask(qwAt_ms, "function=" + std::string(szQuery)));
+  return atEvents;
+}
+
+constexpr const char* szFocus900 = "focus&direction=direct&position=900";
+
+// Of two commands the later one wins, however late the zoom sends the focus along: here its thread still walks.
+TEST(Commands, NoFollowUpOvertakesANewerCommand) {
+  const struct {
+    const char* szRule;
+    const char* szModel;
+    std::vector<TAsk> atAsks;
+    double dLeast, dMost;  // where the focus ends
+  } atCases[] = {
+      {"a stop while the zoom goes nowhere",
+       "zoom",
+       {{100, "focus&direction=direct&position=1400"}, {6000, "zoom&direction=direct&position=200"}, {6150, "stop"}},
+       1300,
+       1400},
+      {"a stop while the zoom takes up backlash",
+       "zoom",
+       {{100, "focus&direction=direct&position=1400"}, {6000, "zoom&direction=direct&position=190"}, {6380, "stop"}},
+       1250,
+       1400},
+      {"a focus while the zoom walks to its reference",
+       "zoom",
+       {{100, "motorreset"}, {1000, "zoom&direction=direct&position=400"}, {2000, szFocus900}},
+       900,
+       900},
+      {"a focus while a zoom before it takes up backlash",
+       "zoom",
+       {{100, "zoom&direction=direct&position=150"}, {665, "zoom&direction=direct&position=400"}, {675, szFocus900}},
+       900,
+       900},
+  };
+  for (const auto& tCase : atCases) {
+    const TCamera tCamera(tCase.szModel);
+    std::vector<TLifeEvent> atEvents = Asks(tCase.atAsks);
+    atEvents.push_back(Ask(30'000, szStatus));
+    const TLifeResult tResult = Live(tCamera, atEvents, 30'500);
+    SCOPED_TRACE(tCase.szRule);
+    ExpectRest(tCamera, tResult);
+    EXPECT_GE(tCamera.Truth(LENS_FOCUS), tCase.dLeast) << Tale(tResult);
+    EXPECT_LE(tCamera.Truth(LENS_FOCUS), tCase.dMost) << Tale(tResult);
+  }
+}
+
+// Where no walk can be interrupted, the focus that has begun to follow is not sent a second time after a stop.
+TEST(Commands, StopOfABlockingLensStaysInItsBlock) {
+  std::string asRequests[2];
+  for (const bool bStop : {false, true}) {
+    const TCamera tCamera("thermal");
+    std::vector<TLifeEvent> atEvents =
+        Asks({{100, "focus&direction=direct&position=1400"}, {6000, "zoom&direction=direct&position=160"}});
+    if (bStop) atEvents.push_back(Ask(6150, "function=stop"));
+    asRequests[bStop ? 1 : 0] = Requests(Live(tCamera, atEvents, 12'000), "focusmotor");
+  }
+  EXPECT_EQ(asRequests[1], asRequests[0]);
+}
+
+TEST(Commands, BackupEndsOnBothSavedPositions) {
+  const std::string sBackup = EventFrame("<message><autofocus>rising</autofocus></message>");
+  for (const char* szFile : {"zoom_motor=300\nfocus_motor=640\n", "focus_motor=640\nzoom_motor=300\n"}) {
+    for (const char* szModel : {"zoom", "thermal"}) {
+      const TCamera tCamera(szModel);
+      tCamera.Write(szBackupPath, szFile);
+      const TLifeResult tResult = Live(tCamera, {Frame(100, tCamera, sBackup), Ask(20'000, szStatus)}, 20'500);
+      SCOPED_TRACE(szFile);
+      ExpectRest(tCamera, tResult);
+      EXPECT_EQ(tCamera.Truth(LENS_ZOOM), 300);
+      EXPECT_EQ(tCamera.Truth(LENS_FOCUS), 640) << Tale(tResult);
+    }
+  }
+}
+
+// Iris and focus default walk nothing, so no command that is written over them takes them away.
+TEST(Commands, NoneThatWalksNothingIsLost) {
+  const struct {
+    const char* szModel;
+    std::vector<TAsk> atAsks;
+    u64 qwEnd_ms;
+    i32 iIris;
+    const char* szDefault;
+  } atCases[] = {
+      {"zoom", {{2000, "irisopen"}, {4000, szFocus900}, {4500, "irisenable"}, {4500, "focus&steps=3"}}, 9000, 0, ""},
+      {"thermal", {{2000, "irisopen"}, {4000, szFocus900}, {4100, "irisenable"}, {4110, "focus&steps=3"}}, 9000, 0, ""},
+      {"thermal", {{2000, szFocus900}, {2100, "irisenable"}, {2110, "irisopen"}, {2120, "stop"}}, 9000, 1, ""},
+      {"focus",
+       {{20'000, szFocus900}, {20'100, "setfocusdefault&defaultposition=333"}, {20'110, "stop"}},
+       25'000,
+       0,
+       "333\n"},
+      {"focus", {{20'000, szFocus900}, {20'100, "setfocusdefault&defaultposition=333"}}, 20'200, 0, "333\n"},
+  };
+  for (const auto& tCase : atCases) {
+    const TCamera tCamera(tCase.szModel);
+    std::vector<TLifeEvent> atEvents = Asks(tCase.atAsks);
+    atEvents.push_back(Ask(tCase.qwEnd_ms - 5, szStatus));
+    const std::string sIris = tCamera.Path("/iris");
+    const auto KeepIris = [&](TWorld*) {
+      u32* pdwBlock = Memory_Block(0);
+      std::ofstream(sIris) << (pdwBlock == nullptr ? 9 : Word_Load(pdwBlock[BLOCK_IRIS_REQUEST]));
+    };
+    atEvents.push_back(Call(tCase.qwEnd_ms - 1, KeepIris));
+    const TLifeResult tResult = Live(tCamera, atEvents, tCase.qwEnd_ms);
+    SCOPED_TRACE(tCase.atAsks.back().szQuery + Tale(tResult));
+    EXPECT_EQ(Judge_Order(tResult), "");
+    EXPECT_EQ(StatusValue(tResult.asReplies.back(), "iris_open"), tCase.iIris);
+    EXPECT_EQ(tCamera.Read("/iris"), std::to_string(tCase.iIris));
+    if (tCase.szDefault[0] != '\0') {
+      EXPECT_EQ(tCamera.Read(szFocusDefaultPath), tCase.szDefault);
+    }
+  }
+}
+
+// After a power cut nothing but a search, or a place that a client chose, takes the mark away.
+TEST(Commands, RecoveryOutlastsWhateverComesBetween) {
+  for (const char* szModel : {"zoom", "thermal", "ics"}) {
+    const u64 qwFrom_ms = std::string_view(szModel) == "ics" ? 5000 : 0;
+    for (const char* szQuery : {"irisopen", "irisenable", "stop", "motorreset", "scan"}) {
+      for (const u64 qwAt_ms : {300U, 2500U, 9000U, 12'000U}) {  // the walk to the reference, then the search
+        const TCamera tCamera(szModel);
+        tCamera.Write(szZoomLogPath, "");
+        std::vector<TLifeEvent> atEvents = Asks({{qwFrom_ms + qwAt_ms, szQuery}, {99'000, "getstatus"}});
+        if (std::string_view(szQuery) == "scan") atEvents.insert(atEvents.begin() + 1, Ask(19'000, "function=stop"));
+        const TLifeResult tResult = Live(tCamera, atEvents, 99'500);
+        SCOPED_TRACE(szModel + std::string(" ") + szQuery + " at " + std::to_string(qwAt_ms) + Tale(tResult));
+        EXPECT_EQ(Judge_Order(tResult), "");
+        const bool bSearched = szQuery[0] == 'i';
+        EXPECT_EQ(DepthsOff(tCamera) < 1, bSearched) << DepthsOff(tCamera);
+        EXPECT_EQ(Exists(tCamera, szFocusLogPath), !bSearched);
+        EXPECT_FALSE(bSearched && Exists(tCamera, szZoomLogPath));
+        if (bSearched) continue;
+        // The next life does what is missing.
+        Live(tCamera, {}, 99'000);
+        EXPECT_LT(DepthsOff(tCamera), 1);
+        EXPECT_FALSE(Exists(tCamera, szFocusLogPath));
+      }
+    }
+  }
+}
+
+// What belongs to the zoom's target follows every way that the zoom can go, on its own channel.
+TEST(Commands, SearchFindsFocusWhereverTheZoomHasGone) {
+  const struct {
+    const char* szModel;
+    std::vector<TAsk> atAsks;
+  } atCases[] = {
+      {"zoom", {{100, "motorreset"}, {10'000, "auto"}}},
+      {"zoom", {{100, "motorreset"}, {10'000, "scan"}}},
+      {"ics", {{10'000, "motorreset"}, {40'000, "auto"}}},
+      {"quad", {{60'000, "zoom&direction=direct&position=390&channel=1"}, {80'000, "auto"}}},
+      {"quad", {{60'000, "zoom&direction=direct&position=390&channel=1"}, {80'000, "scan"}}},
+      {"quad", {{60'000, "positioning"}, {60'500, "zoom&direction=direct&position=390&channel=1"}, {90'000, "auto"}}},
+      // A stopped zoom leaves them at its target; a zoom by 0 steps takes them to where it stands.
+      {"zoom",
+       {{100, "zoom&direction=direct&position=750"},
+        {1500, "stop"},
+        {2000, "zoom&direction=forward&steps=0"},
+        {9000, "auto"}}},
+  };
+  for (const auto& tCase : atCases) {
+    for (u64 qw = 0; qw < Lives(4); qw++) {
+      const TCamera tCamera(tCase.szModel);
+      std::vector<TLifeEvent> atEvents = Asks(tCase.atAsks);
+      atEvents.push_back(Ask(180'000, szStatus));
+      const TLifeResult tResult = Live(tCamera, atEvents, 180'500, FirstSeed() + qw);
+      SCOPED_TRACE(std::string(tCase.szModel) + " " + tCase.atAsks.back().szQuery);
+      ExpectRest(tCamera, tResult);
+      EXPECT_LT(DepthsOff(tCamera), 1) << Tale(tResult);
+    }
+  }
 }
 
 }  // namespace

@@ -250,6 +250,10 @@ TEST(State, StaleLogIsRepairedWhateverAClientDoesFirst) {
       const TLifeResult tResult =
           Live(tCamera, {Ask(qw / std::size(aszQueries) % 2, szQuery), Ask(120'000, szStatus)}, 121'000, qwSeed);
       EXPECT_TRUE(HasPrinted(tResult, "[vernierlensd] : Power loss unexpectedly! Need positioning."));
+      if (std::string_view(szQuery) == "function=stop" && std::string_view(szModel) != "zoomonly") {
+        EXPECT_TRUE(Exists(tCamera, szFocusLogPath)) << "no search after a stop";
+        for (const char* szLog : {szZoomLogPath, szFocusLogPath}) unlink(tCamera.Path(szLog).c_str());
+      }
       ExpectRest(tCamera, tResult);
       if (HasFailure()) break;
     }

@@ -91,7 +91,11 @@ void GiveIrisBack(TVernierLensdInfo* pThis, u32 bIris) {
 // The start table can lift the lower bound above the upper one: the range is then empty.
 TBounds SearchBounds(const TVernierLensdInfo* pThis) {
   const u32 dwEnd = Word_Load(pThis->tFocusCommand.dwEnd);
-  return {.dwStart = std::min(Word_Load(pThis->tFocusCommand.dwStart), dwEnd), .dwEnd = dwEnd};
+  // The shared word is that of the last zoom of any channel.
+  const bool bOwn = g_tVernierLensdConfigInfo.iMaxDevNum > 1 && g_pdwtabFocusingStartTable != nullptr;
+  const u32 dwStart =
+      Word_Load(bOwn ? pThis->adwSearchStart[pThis->tFocusBox.iRunningChannel] : pThis->tFocusCommand.dwStart);
+  return {.dwStart = std::min(dwStart, dwEnd), .dwEnd = dwEnd};
 }
 
 // A range of iLength round dwCentre, moved so that it lies within the bounds, and never longer than they are.
@@ -150,20 +154,16 @@ void ClearTableRow(i32 iChannel) {
   std::for_each(pdwRow, pdwRow + dwSize, [](u32& dwEntry) { Word_Store(dwEntry, 0); });
 }
 
-// And back to where it is; but not where a newer command has come: the iris may have taken seconds, a stop would be
-// followed by a walk that nothing stops, and a zoom be lost.
+// The zoom walks to its reference and back to where it is.  This is left out where a newer command has come: the iris
+// may have taken seconds, a stop would be followed by a walk that nothing stops, and a zoom be lost.
 void SendZoomToReference(TVernierLensdInfo* pThis) {
-  const i32 iChannel = pThis->tFocusBox.iRunningChannel;
-  const auto IsNewest = [&] {
-    return Word_Load(pThis->bFocusWake) == 0 && !Command_IsBehind(pThis, g_tZoomAxis, g_tFocusAxis);
-  };
-  const bool bWritten = Command_WriteIf(pThis, g_tZoomAxis, iChannel, IsNewest, [&](TMotorCommand& tBlock) {
-    Word_Store(tBlock.dwPosition, Word_Load(pThis->adwZoomMotorPosition[iChannel]));
+  if (Word_Take(pThis->bFocusWake) != 0) return;
+  const TCommandId tScan = Command_Running(pThis, g_tFocusAxis);
+  const i32 iWoken = Command_SendFollowUp(pThis, g_tZoomAxis, tScan, [&](TMotorCommand& tBlock) {
+    Word_Store(tBlock.dwPosition, Word_Load(pThis->adwZoomMotorPosition[tScan.iChannel]));
     Word_Store(tBlock.dwFunction, FUNCTION_POSITIONING);
   });
-  if (bWritten && Command_Wake(pThis, g_tZoomAxis) != 0) {
-    std::puts("[vernierlensd] : Waking up zoom motor thread failed.");
-  }
+  if (iWoken != 0) std::puts("[vernierlensd] : Waking up zoom motor thread failed.");
 }
 
 i32 ScanFindReference(TVernierLensdInfo* pThis, i32 fd) {

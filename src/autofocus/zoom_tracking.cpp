@@ -19,16 +19,32 @@ u32 Interpolate(u32 dwDifference, i32 iInterval, u32 dwRemainder) {
   return static_cast<u32>(static_cast<double>(dwDifference) / iInterval * dwRemainder);
 }
 
-// If fnMay, asked under the focus's lock, still says so.
-template <typename TMay>
-void SendToPanFocus(TVernierLensdInfo* pThis, i32 iChannel, TMay fnMay) {
-  const bool bWritten = Command_WriteIf(pThis, g_tFocusAxis, iChannel, fnMay, [&](TMotorCommand& tBlock) {
+// False: left out, since the focus's command is newer than tOf.
+bool SendToPanFocus(TVernierLensdInfo* pThis, TCommandId tOf) {
+  const bool bWritten = Command_WriteFollowUp(pThis, g_tFocusAxis, tOf, [&](TMotorCommand& tBlock) {
+    pThis->tFocusBox.dwFollowOwed = tOf.dwNumber;
     Word_Store(tBlock.dwDirection, DIRECTION_DIRECT);
-    Word_Store(tBlock.dwPosition, Word_Load(pThis->adwPanFocus[iChannel]));
+    Word_Store(tBlock.dwPosition, Word_Load(pThis->adwPanFocus[tOf.iChannel]));
     Word_Store(tBlock.dwFunction, FUNCTION_FOCUS);
     Word_Store(pThis->bThermalRecheck, 0);
   });
   if (bWritten && Command_Wake(pThis, g_tFocusAxis) != 0) std::puts(szWakingFocusFailed);
+  return bWritten;
+}
+
+bool HasStartTable(const TVernierLensdInfo* pThis) {
+  return pThis->bSupportFocus != 0 && g_pdwtabFocusingStartTable != nullptr;
+}
+
+u32 FocusingStart(u32 dwZoomPos) {
+  const i32 iInterval = std::max(g_tVernierLensdConfigInfo.iZoomPositionInterval, 1);
+  const u32 dwInterval = static_cast<u32>(iInterval);
+  const u32 dwEntry = dwZoomPos / dwInterval;
+  if (dwEntry >= iFocusStartEntries - 1) return g_pdwtabFocusingStartTable[iFocusStartEntries - 1];
+  const u32 dwThis = g_pdwtabFocusingStartTable[dwEntry];
+  const u32 dwSigned = dwThis - g_pdwtabFocusingStartTable[dwEntry + 1];
+  const u32 dwMagnitude = static_cast<i32>(dwSigned) < 0 ? 0U - dwSigned : dwSigned;
+  return dwThis + Interpolate(dwMagnitude, iInterval, dwZoomPos - dwEntry * dwInterval);
 }
 
 }  // namespace
@@ -62,56 +78,63 @@ void VernierLensd_UpdatePanFocus(TVernierLensdInfo* pThis, u32 dwZoomPos, i32 iD
 }
 
 void VernierLensd_UpdateFocusingStart(TVernierLensdInfo* pThis, u32 dwZoomPos) {
-  if (pThis->bSupportFocus == 0 || g_pdwtabFocusingStartTable == nullptr) return;
-  const i32 iInterval = std::max(g_tVernierLensdConfigInfo.iZoomPositionInterval, 1);
-  const u32 dwInterval = static_cast<u32>(iInterval);
-  const u32 dwEntry = dwZoomPos / dwInterval;
-  u32 dwStart = g_pdwtabFocusingStartTable[iFocusStartEntries - 1];
-  if (dwEntry < iFocusStartEntries - 1) {
-    const u32 dwThis = g_pdwtabFocusingStartTable[dwEntry];
-    const u32 dwSigned = dwThis - g_pdwtabFocusingStartTable[dwEntry + 1];
-    const u32 dwMagnitude = static_cast<i32>(dwSigned) < 0 ? 0U - dwSigned : dwSigned;
-    dwStart = dwThis + Interpolate(dwMagnitude, iInterval, dwZoomPos - dwEntry * dwInterval);
+  if (HasStartTable(pThis)) Word_Store(pThis->tFocusCommand.dwStart, FocusingStart(dwZoomPos));
+}
+
+void ZoomTracking_SetWords(TVernierLensdInfo* pThis, u32 dwZoomPos, i32 iChannel) {
+  VernierLensd_UpdatePanFocus(pThis, dwZoomPos, iChannel);
+  if (pThis->bSupportZoom == 0 || pThis->bSupportICS != 0) return;
+  VernierLensd_UpdateFocusingStart(pThis, dwZoomPos);
+  if (HasStartTable(pThis)) Word_Store(pThis->adwSearchStart[iChannel], FocusingStart(dwZoomPos));
+}
+
+void ZoomTracking_SetReferenceWords(TVernierLensdInfo* pThis, u32 dwZoomPos, i32 iChannel) {
+  if (pThis->bSupportFocus == 0) return;
+  if (pThis->bSupportICS != 0) {
+    ICS_SetPanFocus(pThis, dwZoomPos, iChannel);
+  } else {
+    ZoomTracking_SetWords(pThis, dwZoomPos, iChannel);
   }
-  Word_Store(pThis->tFocusCommand.dwStart, dwStart);
 }
 
 void VernierLensd_FollowZoom(TVernierLensdInfo* pThis, u32 dwZoomPos) {
   if (pThis->bSupportFocus == 0) return;
-  const i32 iChannel = pThis->tZoomBox.iRunningChannel;
-  VernierLensd_UpdatePanFocus(pThis, dwZoomPos, iChannel);
-  if (pThis->bSupportZoom != 0 && pThis->bSupportICS == 0) VernierLensd_UpdateFocusingStart(pThis, dwZoomPos);
-  // A newer command for the lens stops the zoom first and then writes the focus's block: a zoom that is to stop must
-  // not send the focus away from it.
-  const auto ZoomGoesOn = [&] { return Word_Load(pThis->bZoomWake) == 0; };
-  SendToPanFocus(pThis, iChannel, ZoomGoesOn);
+  const TCommandId tOf = Command_Running(pThis, g_tZoomAxis);
+  ZoomTracking_SetWords(pThis, dwZoomPos, tOf.iChannel);
+  // A zoom that waits will send the focus itself, and a stop lets it rest.
+  if (Word_Take(pThis->bZoomWake) == 0 && SendToPanFocus(pThis, tOf)) return;
+  // A stop is written to the zoom's block first, so one that has kept the focus from following is seen here.
+  if (Word_Take(pThis->bZoomWake) == 0) return;
+  Command_Lock(pThis->tFocusBox);
+  pThis->tFocusBox.dwFollowOwed = tOf.dwNumber;
+  Command_Unlock(pThis->tFocusBox);
 }
 
 void VernierLensd_FollowStoppedZoom(TVernierLensdInfo* pThis) {
+  const bool bInterruptible = g_tVernierLensdConfigInfo.bBlockingMode == 0 && pThis->bSupportICS == 0;
+  TCommandBox& tBox = pThis->tZoomBox;
+  if (pThis->bSupportFocus == 0 || bInterruptible) return;
+  Command_Lock(pThis->tFocusBox);
+  const bool bOwed = pThis->tFocusBox.dwFollowOwed == tBox.dwRunningNumber;
+  Command_Unlock(pThis->tFocusBox);
+  if (!bOwed) return;
+  Command_Lock(tBox);
   const bool bStopWaits =
-      Word_Take(pThis->bZoomWake) != 0 && Word_Load(pThis->tZoomCommand.dwFunction) == FUNCTION_STOP;
-  if (pThis->bSupportFocus == 0 || !bStopWaits) return;
-  const i32 iChannel = pThis->tZoomBox.iRunningChannel;
-  // The stop came last for the focus too: what a client has wished since stays.
-  const auto IsStopped = [&] {
-    const bool bWaits = Word_Load(pThis->bFocusWake) != 0;
-    return (bWaits ? Word_Load(pThis->tFocusCommand.dwFunction) : pThis->tFocusBox.tRunning.dwFunction) ==
-           FUNCTION_STOP;
-  };
-  SendToPanFocus(pThis, iChannel, IsStopped);
+      Word_Load(pThis->bZoomWake) != 0 && Word_Load(pThis->tZoomCommand.dwFunction) == FUNCTION_STOP;
+  // As new as the stop: the focus's half of that very stop does not keep it from going, whatever is newer does.
+  const TCommandId tStop = {.iChannel = tBox.iRunningChannel, .dwNumber = tBox.dwNumber};
+  Command_Unlock(tBox);
+  if (bStopWaits) SendToPanFocus(pThis, tStop);
 }
 
 void VernierLensd_AutoFocusAfterPositioning(TVernierLensdInfo* pThis) {
   if (pThis->bSupportFocus == 0) return;
-  const i32 iChannel = pThis->tFocusBox.iRunningChannel;
-  if (pThis->bSupportZoom != 0) {
-    const u32 dwZoomPos = Word_Load(pThis->tZoomCommand.dwPosition);
-    if (pThis->bSupportICS == 0) VernierLensd_UpdateFocusingStart(pThis, dwZoomPos);
-    VernierLensd_UpdatePanFocus(pThis, dwZoomPos, iChannel);
+  const TCommandId tOf = Command_Running(pThis, g_tFocusAxis);
+  // A newer zoom, perhaps of another channel, has set its own words, and its position is not this one's.
+  if (pThis->bSupportZoom != 0 && Command_StandsIn(pThis, g_tZoomAxis, tOf.dwNumber)) {
+    ZoomTracking_SetWords(pThis, Word_Load(pThis->tZoomCommand.dwPosition), tOf.iChannel);
   }
-  const i32 iWoken = Command_SendFollowUp(pThis, g_tFocusAxis, iChannel, [&](TMotorCommand& tBlock) {
-    Word_Store(tBlock.dwFunction, FUNCTION_AUTO);
-    pThis->tFocusBox.bSearchFollows = pThis->abNightModeUnknown[iChannel];
-  });
+  const i32 iWoken = Command_SendFollowUp(pThis, g_tFocusAxis, tOf,
+                                          [](TMotorCommand& tBlock) { Word_Store(tBlock.dwFunction, FUNCTION_AUTO); });
   if (iWoken != 0) std::puts(szWakingFocusFailed);
 }

@@ -15,13 +15,21 @@ void VernierLensd_UpdatePanFocus(TVernierLensdInfo* pThis, u32 dwZoomPos, i32 iD
 // the magnitude of their difference is added in proportion, also where they fall.  As above.
 void VernierLensd_UpdateFocusingStart(TVernierLensdInfo* pThis, u32 dwZoomPos);
 
-// Sends the focus to the pan focus of the zoom's target, which cuts off whatever the focus does.  Zoom thread.  Where a
-// newer zoom command waits, only the words are set: that command will send its own.
+// Sets pan focus and search bound of a channel for the target of its zoom: the bound of all channels, and the channel's
+// own, which a search uses where there are several channels.  Moves nothing.  As above.
+void ZoomTracking_SetWords(TVernierLensdInfo* pThis, u32 dwZoomPos, i32 iChannel);
+
+// The same for a zoom that walks to its reference, without the printed lines of an ICS lens.  Zoom thread.
+void ZoomTracking_SetReferenceWords(TVernierLensdInfo* pThis, u32 dwZoomPos, i32 iChannel);
+
+// Sends the focus to the pan focus of the running zoom's target, which cuts off whatever the focus does.  Zoom thread.
+// If a newer command waits for the zoom, or has been given to the focus, only the words are set.
 void VernierLensd_FollowZoom(TVernierLensdInfo* pThis, u32 dwZoomPos);
 
-// Behind a zoom that has reached its target although a stop waits, as one that cannot be interrupted does: sends the
-// focus after it, if the stop has kept it from going.  Zoom thread.
+// Call this when the running zoom has reached its target.  If its walk cannot be interrupted, and a stop that still
+// waits has come before the focus began to follow, sends the focus now, unless a client has asked something of the
+// focus since the stop.  Zoom thread.
 void VernierLensd_FollowStoppedZoom(TVernierLensdInfo* pThis);
 
-// Asks for the auto focus behind a positioning, round the pan focus of the zoom's target.  Focus thread.
+// Asks for the auto focus after a positioning, round the pan focus of the zoom's target.  Focus thread.
 void VernierLensd_AutoFocusAfterPositioning(TVernierLensdInfo* pThis);

@@ -11,14 +11,13 @@ constexpr const char* szWakingZoomFailed = "[vernierlensd] : Waking up zoom moto
 constexpr const char* szWakingFocusMotorFailed = "[vernierlensd] : Waking up focus motor thread failed.";
 constexpr const char* szWakingFocusFailed = "[vernierlensd] : Waking up focus thread failed.";
 
-// Writes a command of the request's channel to an axis's block.
 template <typename TWrite>
-void Send(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 iChannel, const char* szFailed, TWrite fnWrite) {
-  if (Command_Send(pThis, tAxis, iChannel, fnWrite) != 0) std::puts(szFailed);
+void Send(TVernierLensdInfo* pThis, const TAxis& tAxis, TCommandId tId, const char* szFailed, TWrite fnWrite) {
+  if (Command_Send(pThis, tAxis, tId, fnWrite) != 0) std::puts(szFailed);
 }
 
-void SendFunction(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 iChannel, const char* szFailed, u32 dwFunction) {
-  Send(pThis, tAxis, iChannel, szFailed, [&](TMotorCommand& tBlock) { Word_Store(tBlock.dwFunction, dwFunction); });
+void SendFunction(TVernierLensdInfo* pThis, const TAxis& tAxis, TCommandId tId, const char* szFailed, u32 dwFunction) {
+  Send(pThis, tAxis, tId, szFailed, [&](TMotorCommand& tBlock) { Word_Store(tBlock.dwFunction, dwFunction); });
 }
 
 void StoreMove(TMotorCommand& tBlock, const TMotorCommand& tCommand) {
@@ -29,27 +28,29 @@ void StoreMove(TMotorCommand& tBlock, const TMotorCommand& tCommand) {
 }
 
 void DispatchFocus(TVernierLensdInfo* pThis, i32 iChannel, const TMotorCommand& tCommand) {
-  Send(pThis, g_tFocusAxis, iChannel, szWakingFocusFailed, [&](TMotorCommand& tBlock) {
+  Send(pThis, g_tFocusAxis, Command_New(iChannel), szWakingFocusFailed, [&](TMotorCommand& tBlock) {
     StoreMove(tBlock, tCommand);
     Word_Store(pThis->bThermalRecheck, 1);
   });
 }
 
 void DispatchSearch(TVernierLensdInfo* pThis, i32 iChannel, const TMotorCommand& tCommand) {
-  // A search needs a zoom at rest.
-  SendFunction(pThis, g_tZoomAxis, iChannel, szWakingZoomFailed, FUNCTION_STOP);
-  Send(pThis, g_tFocusAxis, iChannel, szWakingFocusMotorFailed, [&](TMotorCommand& tBlock) {
+  // A search needs a zoom at rest.  The search is newer than this stop, so nothing that follows from a stopped zoom is
+  // written over it.
+  SendFunction(pThis, g_tZoomAxis, Command_New(iChannel), szWakingZoomFailed, FUNCTION_STOP);
+  Send(pThis, g_tFocusAxis, Command_New(iChannel), szWakingFocusMotorFailed, [&](TMotorCommand& tBlock) {
     Word_Store(tBlock.bIris, g_bIrisFullyOpenStatus.load() == 1 ? 1 : tCommand.bIris);
     Word_Store(tBlock.dwFunction, tCommand.dwFunction);
     Word_Store(pThis->bThermalRecheck, 1);
   });
 }
 
-// Both axes, each as far as the lens has it.  The focus is woken first.
+// One command for both axes, each as far as the lens has it.  The focus is woken first.
 template <typename TWrite>
 void SendBoth(TVernierLensdInfo* pThis, i32 iChannel, TWrite fnWriteZoom, u32 dwFocusFunction) {
-  if (pThis->bSupportZoom != 0) Command_Write(pThis, g_tZoomAxis, iChannel, fnWriteZoom);
-  if (pThis->bSupportFocus != 0) SendFunction(pThis, g_tFocusAxis, iChannel, szWakingFocusMotorFailed, dwFocusFunction);
+  const TCommandId tId = Command_New(iChannel);
+  if (pThis->bSupportZoom != 0) Command_Write(pThis, g_tZoomAxis, tId, fnWriteZoom);
+  if (pThis->bSupportFocus != 0) SendFunction(pThis, g_tFocusAxis, tId, szWakingFocusMotorFailed, dwFocusFunction);
   if (pThis->bSupportZoom != 0 && Command_Wake(pThis, g_tZoomAxis) != 0) std::puts(szWakingZoomFailed);
 }
 
@@ -63,23 +64,24 @@ void DispatchStop(TVernierLensdInfo* pThis, i32 iChannel) {
   SendBoth(pThis, iChannel, WriteZoom, FUNCTION_STOP);
 }
 
-// The words that later searches and status replies read change behind the wake-up, also when it failed.
+// The words that later searches and status replies read change after the wake-up, also when it failed.
 void DispatchIris(TVernierLensdInfo* pThis, i32 iChannel, u32 dwFunction) {
-  SendFunction(pThis, g_tFocusAxis, iChannel, szWakingFocusMotorFailed, dwFunction);
+  SendFunction(pThis, g_tFocusAxis, Command_New(iChannel), szWakingFocusMotorFailed, dwFunction);
   const u32 bOpen = dwFunction == FUNCTION_IRISOPEN ? 1 : 0;
   Word_Store(pThis->tFocusCommand.bIris, bOpen);
   g_bIrisFullyOpenStatus = bOpen;
 }
 
 void DispatchFocusDefault(TVernierLensdInfo* pThis, i32 iChannel, const TMotorCommand& tCommand) {
-  Send(pThis, g_tFocusAxis, iChannel, szWakingFocusMotorFailed, [&](TMotorCommand& tBlock) {
+  Send(pThis, g_tFocusAxis, Command_New(iChannel), szWakingFocusMotorFailed, [&](TMotorCommand& tBlock) {
     Word_Store(tBlock.dwFunction, tCommand.dwFunction);
     Word_Store(tBlock.dwDefaultPosition, tCommand.dwDefaultPosition);
   });
 }
 
 void DispatchZoom(TVernierLensdInfo* pThis, i32 iChannel, const TMotorCommand& tCommand) {
-  Send(pThis, g_tZoomAxis, iChannel, szWakingZoomFailed, [&](TMotorCommand& tBlock) { StoreMove(tBlock, tCommand); });
+  Send(pThis, g_tZoomAxis, Command_New(iChannel), szWakingZoomFailed,
+       [&](TMotorCommand& tBlock) { StoreMove(tBlock, tCommand); });
 }
 
 void DispatchFocusFunction(TVernierLensdInfo* pThis, i32 iChannel, const TMotorCommand& tCommand) {
@@ -96,7 +98,7 @@ void DispatchFocusFunction(TVernierLensdInfo* pThis, i32 iChannel, const TMotorC
       DispatchIris(pThis, iChannel, tCommand.dwFunction);
       break;
     case FUNCTION_RESETFOCUS:
-      SendFunction(pThis, g_tFocusAxis, iChannel, szWakingFocusMotorFailed, FUNCTION_RESETFOCUS);
+      SendFunction(pThis, g_tFocusAxis, Command_New(iChannel), szWakingFocusMotorFailed, FUNCTION_RESETFOCUS);
       break;
     case FUNCTION_SETFOCUSDEFAULT:
       DispatchFocusDefault(pThis, iChannel, tCommand);

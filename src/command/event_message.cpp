@@ -41,12 +41,13 @@ void PressZoom(TVernierLensdInfo* pThis, const TZoomButton& tButton) {
   std::puts(tButton.szPressed);
   Word_Store(pThis->dwButtonPressTime, Clock_Milliseconds());
   if (Word_Load(pThis->tZoomCommand.bZoomContinuous) != 0) return;
-  const i32 iWoken = Command_Send(pThis, g_tZoomAxis, Word_Load(pThis->iCurChannel), [&](TMotorCommand& tBlock) {
-    Word_Store(tBlock.dwDirection, tButton.eDirection);
-    Word_Store(tBlock.bZoomContinuous, 1);
-    Word_Store(tBlock.dwFunction, FUNCTION_ZOOM);
-    Word_Store(tBlock.dwSteps, 1);
-  });
+  const i32 iWoken =
+      Command_Send(pThis, g_tZoomAxis, Command_New(Word_Load(pThis->iCurChannel)), [&](TMotorCommand& tBlock) {
+        Word_Store(tBlock.dwDirection, tButton.eDirection);
+        Word_Store(tBlock.bZoomContinuous, 1);
+        Word_Store(tBlock.dwFunction, FUNCTION_ZOOM);
+        Word_Store(tBlock.dwSteps, 1);
+      });
   if (iWoken != 0) std::puts(szWakingZoomFailed);
 }
 
@@ -83,18 +84,19 @@ void ReleaseAutoFocus(TVernierLensdInfo* pThis) {
   const u32 dwHeld_ms = Clock_Milliseconds() - Word_Load(pThis->dwButtonPressTime);
   if (pThis->bSupportFocus == 0 || dwHeld_ms == 0) return;
   const u32 dwFunction = FunctionOfPress(pThis, dwHeld_ms);
-  const i32 iWoken = Command_Send(pThis, g_tFocusAxis, Word_Load(pThis->iCurChannel),
+  const i32 iWoken = Command_Send(pThis, g_tFocusAxis, Command_New(Word_Load(pThis->iCurChannel)),
                                   [&](TMotorCommand& tBlock) { Word_Store(tBlock.dwFunction, dwFunction); });
   if (iWoken != 0) std::puts(szWakingFocusFailed);
 }
 
 void SendRestore(TVernierLensdInfo* pThis, i32 iChannel) {
+  const TCommandId tId = Command_New(iChannel);
   if (pThis->bSupportZoom != 0) {
-    Command_Write(pThis, g_tZoomAxis, iChannel,
+    Command_Write(pThis, g_tZoomAxis, tId,
                   [](TMotorCommand& tBlock) { Positioning_Write(g_tZoomAxis, &tBlock, FUNCTION_POSITIONING); });
   }
   if (pThis->bSupportFocus != 0) {
-    const i32 iWoken = Command_Send(pThis, g_tFocusAxis, iChannel, [&](TMotorCommand& tBlock) {
+    const i32 iWoken = Command_Send(pThis, g_tFocusAxis, tId, [&](TMotorCommand& tBlock) {
       Word_Store(tBlock.dwFunction, pThis->bSupportZoom != 0 ? FUNCTION_POSITIONING : FUNCTION_RESETFOCUS);
     });
     if (iWoken != 0) std::puts(szWakingFocusFailed);
@@ -129,27 +131,30 @@ void Restore(TVernierLensdInfo* pThis) {
   Word_Store(pThis->iCurChannel, 0);
 }
 
-void SendSavedMove(TVernierLensdInfo* pThis, const TAxis& tAxis, u32 dwFunction, const char* pszPosition,
-                   const char* szFailed) {
-  const i32 iWoken = Command_Send(pThis, tAxis, Word_Load(pThis->iCurChannel), [&](TMotorCommand& tBlock) {
+i32 SendSavedMove(TVernierLensdInfo* pThis, const TAxis& tAxis, TCommandId tId, u32 dwFunction,
+                  const char* pszPosition) {
+  return Command_Send(pThis, tAxis, tId, [&](TMotorCommand& tBlock) {
     Word_Store(tBlock.dwDirection, DIRECTION_DIRECT);
     Word_Store(tBlock.dwFunction, dwFunction);
     Word_Store(tBlock.dwPosition, Text_ToU32(pszPosition));
   });
-  if (iWoken != 0) std::puts(szFailed);
 }
 
 i32 Backup(TVernierLensdInfo* pThis) {
   FILE* pFile = RegularFile_Read(szBackupPath);
   if (pFile == nullptr) return Fail("[vernierlensd] : fopen failed!");
+  const i32 iChannel = Word_Load(pThis->iCurChannel);
+  // Whatever the order of the lines, the focus's command is the newer one, and the zoom does not send the focus away.
+  const TCommandId tZoom = Command_New(iChannel);
+  const TCommandId tFocus = Command_New(iChannel);
   TToken tToken = {};
   while (TokenFile_Next(pFile, &tToken)) {
     const char* pszZoom = Token_Value(tToken, "zoom_motor");
     const char* pszFocus = Token_Value(tToken, "focus_motor");
     if (pThis->bSupportZoom != 0 && pszZoom != nullptr) {
-      SendSavedMove(pThis, g_tZoomAxis, FUNCTION_ZOOM, pszZoom, szWakingZoomFailed);
+      if (SendSavedMove(pThis, g_tZoomAxis, tZoom, FUNCTION_ZOOM, pszZoom) != 0) std::puts(szWakingZoomFailed);
     } else if (pThis->bSupportFocus != 0 && pszFocus != nullptr) {
-      SendSavedMove(pThis, g_tFocusAxis, FUNCTION_FOCUS, pszFocus, szWakingFocusFailed);
+      if (SendSavedMove(pThis, g_tFocusAxis, tFocus, FUNCTION_FOCUS, pszFocus) != 0) std::puts(szWakingFocusFailed);
     }
   }
   std::fclose(pFile);

@@ -89,6 +89,27 @@ enum EReference : u32 {
   REFERENCE_DOUBTED = 3,
 };
 
+// Which command: its channel, and its place in the one order of both axes' commands.  A later command has a higher
+// number; numbers wrap, so only differences count.  What one client or event asks of both axes at once has one number.
+struct TCommandId {
+  i32 iChannel;
+  u32 dwNumber;
+};
+
+// What has been asked of the focus without a walk, and has not been carried out.  The last wish of a kind stands.
+enum EIrisWish : u32 { IRIS_NO_WISH = 0, IRIS_GIVE_BACK = 1, IRIS_OPEN = 2 };
+struct TFocusWishes {
+  u32 aeIris[iMaxChannels];  // EIrisWish
+  u32 bDefaultPosition;
+  u32 dwDefaultPosition;
+};
+
+// What a power cut, or a restore at the start, leaves to be done for the focus (motor/recovery.h).
+struct TRecovery {
+  TCommandId tGoesOn;           // the command of which it is a part: it goes on while no newer one is taken
+  u32 aeMissing[iMaxChannels];  // ERecovery
+};
+
 // The private side of a motor thread's block.  The lock is held for a few words at a time, never over a wait or a
 // request.
 struct TCommandBox {
@@ -96,12 +117,14 @@ struct TCommandBox {
   i32 iChannel;            // under the lock: the channel that the pending command is for
   TMotorCommand tRunning;  // owner thread; its dwFunction, written under the lock, may be read under it by others
   i32 iRunningChannel;     // owner thread only: its channel
-  u32 dwNumber;            // under the lock: of the command in the block, higher the later it was written
+  u32 dwNumber;            // under the lock: of the command in the block (TCommandId)
   u32 dwRunningNumber;     // owner thread only: of the running one
+  u32 dwFollowOwed;        // focus only, under the lock: number of a zoom that the focus has not begun to follow
+  TFocusWishes tWishes;    // under the lock; focus only
+  TRecovery tRecovery;     // focus only: main thread before the first command, then focus thread
   u32 bStarted;            // main thread only: the motor thread runs or has run
-  u32 bSearchFollows;      // owner thread only: a recovery's search stands in the block, and the log stays for it
-  u32 bRecoveryDue;        // under the lock: a recovery was sent, and no command that walks has been taken since
-  u32 bClaimed;            // owner thread only: tRunning is a command of its own, still to be dispatched
+  u32 bReferenceDue;       // under the lock: a recovery was sent, and no command that walks has been taken since
+  u32 bClaimed;            // owner thread only: tRunning is a command of its own
   u32 bEnded;              // shared: the motor thread has left its loop and touches nothing any more
   u32 bBusy;               // under the lock: the motor thread is inside its dispatcher
   u32 aeReference[iMaxChannels];  // shared: EReference by channel; start-up and the owner thread write
@@ -188,6 +211,8 @@ struct TVernierLensdInfo {
   u32 abNightModeUnknown[iMaxChannels];  // start-up, then focus thread: the saved mode and the focus may not belong
                                          // together, until a search has found focus
   u32 abRefTemperature[iMaxChannels];    // start-up, then focus thread: aiRefTemperature has come from a good reading
+  u32 adwSearchStart[iMaxChannels];      // shared: the lower bound of a search, as tFocusCommand.dwStart, but for each
+                                         // channel's own zoom
   pthread_mutex_t mutexXMLParser;        // held from a file's parse with hSXMLParser to the last lookup in it
 };
 

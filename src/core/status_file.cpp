@@ -14,6 +14,7 @@
 #include "courier.h"
 #include "motor/command_box.h"
 #include "motor/positioning.h"
+#include "motor/recovery.h"
 #include "motor/reference.h"
 
 namespace {
@@ -78,11 +79,11 @@ i32 WriteNormal() {
   return 0;
 }
 
-void SendPositioning(TVernierLensdInfo* pThis, const TAxis& tAxis, const char* szFailed) {
+void SendPositioning(TVernierLensdInfo* pThis, const TAxis& tAxis, TCommandId tId, const char* szFailed) {
   if (pThis->*tAxis.pbSupport == 0) return;
-  const i32 iWoken = Command_Send(pThis, tAxis, 0, [&](TMotorCommand& tBlock) {
+  const i32 iWoken = Command_Send(pThis, tAxis, tId, [&](TMotorCommand& tBlock) {
     Positioning_Write(tAxis, &tBlock, FUNCTION_POSITIONING);
-    Axis_Box(pThis, tAxis).bRecoveryDue = 1;
+    Axis_Box(pThis, tAxis).bReferenceDue = 1;
   });
   if (iWoken != 0) std::puts(szFailed);
 }
@@ -142,8 +143,10 @@ i32 VernierLensd_WriteBackupFIFO() {
 void VernierLensd_CheckPowerLoss(TVernierLensdInfo* pThis) {
   if (pThis->bPowerLost != 0) {
     std::puts("[vernierlensd] : Power loss unexpectedly! Need positioning.");
-    SendPositioning(pThis, g_tFocusAxis, "[vernierlensd] : Waking up focus motor thread failed.");
-    SendPositioning(pThis, g_tZoomAxis, "[vernierlensd] : Waking up zoom motor thread failed.");
+    const TCommandId tId = Command_New(0);
+    if (pThis->bSupportFocus != 0) Recovery_Begin(pThis, tId);
+    SendPositioning(pThis, g_tFocusAxis, tId, "[vernierlensd] : Waking up focus motor thread failed.");
+    SendPositioning(pThis, g_tZoomAxis, tId, "[vernierlensd] : Waking up zoom motor thread failed.");
   }
   Word_Publish(pThis->bPowerLossChecked, 1);
 }

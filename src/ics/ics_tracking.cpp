@@ -6,6 +6,19 @@
 
 #include "ics/curve_tables.h"
 
+namespace {
+
+// False: without that curve, to the present focus.
+bool SetPanFocus(TVernierLensdInfo* pThis, i32 iCurve, u32 dwZoomPos, i32 iDev) {
+  const TCurveRow* ptCurve = ICS_TrackingCurve(iCurve);
+  const u32 dwFocus = ptCurve != nullptr ? static_cast<u32>(ICS_PositionAt(ptCurve, dwZoomPos))
+                                         : Word_Load(pThis->adwFocusMotorPosition[iDev]);
+  Word_Store(pThis->adwPanFocus[iDev], dwFocus);
+  return ptCurve != nullptr;
+}
+
+}  // namespace
+
 void ICS_UpdateTrackingCurve(TVernierLensdInfo* pThis, u32 dwZoomPos) {
   const i32 iCurves = g_tVernierLensdConfigInfo.iTrackCurveCount;
   std::printf("Current ZoomPosition=%d\n", static_cast<i32>(dwZoomPos));
@@ -30,12 +43,10 @@ void ICS_UpdateTrackingCurve(TVernierLensdInfo* pThis, u32 dwZoomPos) {
 void ICS_PanFocusShift(TVernierLensdInfo* pThis, u32 dwZoomPos, i32 iDev) {
   const i32 iCurve = Word_Load(pThis->iTrackingCurveIndex);
   std::printf("Current Tracking Curve [%d]\n", iCurve);
-  const TCurveRow* ptCurve = ICS_TrackingCurve(iCurve);
-  if (ptCurve == nullptr) {
-    Word_Store(pThis->adwPanFocus[iDev], Word_Load(pThis->adwFocusMotorPosition[iDev]));
-    return;
-  }
-  const i32 iFocus = ICS_PositionAt(ptCurve, dwZoomPos);
-  std::printf("PanFocus Shift %d\n", iFocus);
-  Word_Store(pThis->adwPanFocus[iDev], static_cast<u32>(iFocus));
+  if (!SetPanFocus(pThis, iCurve, dwZoomPos, iDev)) return;
+  std::printf("PanFocus Shift %d\n", static_cast<i32>(Word_Load(pThis->adwPanFocus[iDev])));
+}
+
+void ICS_SetPanFocus(TVernierLensdInfo* pThis, u32 dwZoomPos, i32 iDev) {
+  SetPanFocus(pThis, Word_Load(pThis->iTrackingCurveIndex), dwZoomPos, iDev);
 }

@@ -11,3 +11,6 @@ void ICS_UpdateTrackingCurve(TVernierLensdInfo* pThis, u32 dwZoomPos);
 // Sets adwPanFocus[iDev], a focus position, from the curve in use; without that curve to the present focus, which then
 // stays where it is.  Zoom thread; behind a positioning also the focus thread.
 void ICS_PanFocusShift(TVernierLensdInfo* pThis, u32 dwZoomPos, i32 iDev);
+
+// The same without its printed lines.
+void ICS_SetPanFocus(TVernierLensdInfo* pThis, u32 dwZoomPos, i32 iDev);

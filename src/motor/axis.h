@@ -39,6 +39,7 @@ struct TAxis {
   void (*pfnDispatch)(TVernierLensdInfo* pThis, i32 fd);
   void (*pfnFindReference)(TVernierLensdInfo* pThis, i32 fd);  // of the running channel, selected already
   void (*pfnBegin)(TVernierLensdInfo* pThis, i32 fd);          // thread, ahead of its loop; null nothing
+  void (*pfnEnd)(TVernierLensdInfo* pThis);                    // thread, after its loop; null nothing
   void (*pfnPeriodic)(TVernierLensdInfo* pThis, TIRCutState* ptIRCut, i32 fd);  // while the axis is idle; null nothing
   ESaveMode eSaveMode;
   void (*pfnCreateLog)();
@@ -47,6 +48,7 @@ struct TAxis {
   EICSRequest eICSSetPosition;
   EICSRequest eICSGetPosition;
   bool bFocusLeads;         // the focus follows each move of this axis and starts ahead of it
+  bool bRecovers;           // recovery.h: a search is to put this axis right after a power cut
   bool bStartNeedsZoom;     // dwStart is the configuration's only on a lens with zoom, else 0
   const char* szInitDev;    // one %d: channel that the PI pass begins
   const char* szPassName;   // of the PI pass's searches

@@ -191,17 +191,18 @@ i32 Axis_RunCommand(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd) {
   return iResult;
 }
 
-// Starts the focus search that was asked for behind this zoom, on the zoom's channel.
+// Starts the focus search that was asked for after this zoom, on the zoom's channel.
 void StartChainedFocus(TVernierLensdInfo* pThis) {
   const u32 dwFunction = pThis->dwChainedFocusCommand;
   pThis->dwChainedFocusCommand = FUNCTION_IDLE;
   if (dwFunction != FUNCTION_AUTO && dwFunction != FUNCTION_SCAN) return;
   std::puts(dwFunction == FUNCTION_AUTO ? "[vernierlensd] : Start auto focus..."
                                         : "[vernierlensd] : Start focus scan...");
-  const i32 iWoken = Command_Send(pThis, g_tFocusAxis, pThis->tZoomBox.iRunningChannel, [&](TMotorCommand& tBlock) {
-    Word_Store(tBlock.bIris, 1);
-    Word_Store(tBlock.dwFunction, dwFunction);
-  });
+  const i32 iWoken =
+      Command_SendFollowUp(pThis, g_tFocusAxis, Command_Running(pThis, g_tZoomAxis), [&](TMotorCommand& tBlock) {
+        Word_Store(tBlock.bIris, 1);
+        Word_Store(tBlock.dwFunction, dwFunction);
+      });
   if (iWoken != 0) std::puts("[vernierlensd] : Waking up focus motor thread failed.");
 }
 

@@ -3,6 +3,7 @@
 #include <sys/socket.h>
 
 #include <atomic>
+#include <utility>
 
 namespace {
 
@@ -12,15 +13,29 @@ bool IsIdle(TVernierLensdInfo* pThis, const TAxis& tAxis) {
   return Word_Load(pThis->*tAxis.pbWake) == 0 && Word_Load(Axis_Command(pThis, tAxis).dwFunction) == FUNCTION_IDLE;
 }
 
-// Functions that end without a walk.
-bool StaysPut(u32 dwFunction) {
-  return dwFunction == FUNCTION_STOP || dwFunction == FUNCTION_IRISOPEN || dwFunction == FUNCTION_IRISENABLE ||
-         dwFunction == FUNCTION_SETFOCUSDEFAULT;
+// Where the block's function says nothing of where the lens is to be, it is a wish: noted, or with bNote false struck
+// out.  Under the lock.  False: it is no wish.
+bool NoteWish(TCommandBox& tBox, const TMotorCommand& tBlock, bool bNote) {
+  TFocusWishes& tWishes = tBox.tWishes;
+  const u32 dwFunction = Word_Load(tBlock.dwFunction);
+  switch (dwFunction) {
+    case FUNCTION_IRISOPEN:
+    case FUNCTION_IRISENABLE: {
+      const EIrisWish eWish = dwFunction == FUNCTION_IRISOPEN ? IRIS_OPEN : IRIS_GIVE_BACK;
+      tWishes.aeIris[tBox.iChannel] = bNote ? eWish : IRIS_NO_WISH;
+      return true;
+    }
+    case FUNCTION_SETFOCUSDEFAULT:
+      tWishes.bDefaultPosition = bNote ? 1 : 0;
+      tWishes.dwDefaultPosition = Word_Load(tBlock.dwDefaultPosition);
+      return true;
+    default:
+      return false;
+  }
 }
 
 void CopyToRunning(TCommandBox& tBox, const TMotorCommand& tBlock) {
   tBox.bBusy = 1;
-  tBox.bSearchFollows = 0;
   tBox.tRunning = {
       .dwFunction = Word_Load(tBlock.dwFunction),
       .dwDirection = Word_Load(tBlock.dwDirection),
@@ -34,7 +49,6 @@ void CopyToRunning(TCommandBox& tBox, const TMotorCommand& tBlock) {
   };
   tBox.iRunningChannel = tBox.iChannel;
   tBox.dwRunningNumber = tBox.dwNumber;
-  if (!StaysPut(tBox.tRunning.dwFunction)) tBox.bRecoveryDue = 0;
 }
 
 }  // namespace
@@ -47,10 +61,23 @@ void Command_Unlock(TCommandBox& tBox) {
   pthread_mutex_unlock(&tBox.mutex);
 }
 
-void Command_Publish(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 iChannel) {
+TCommandId Command_New(i32 iChannel) {
+  return {.iChannel = iChannel, .dwNumber = ++g_dwLastNumber};
+}
+
+TCommandId Command_Running(TVernierLensdInfo* pThis, const TAxis& tAxis) {
+  const TCommandBox& tBox = Axis_Box(pThis, tAxis);
+  return {.iChannel = tBox.iRunningChannel, .dwNumber = tBox.dwRunningNumber};
+}
+
+bool Command_MayFollow(TVernierLensdInfo* pThis, const TAxis& tAxis, u32 dwNumber) {
+  return static_cast<i32>(Axis_Box(pThis, tAxis).dwNumber - dwNumber) <= 0;
+}
+
+void Command_Publish(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 iChannel, u32 dwNumber) {
   TCommandBox& tBox = Axis_Box(pThis, tAxis);
   tBox.iChannel = iChannel;
-  tBox.dwNumber = ++g_dwLastNumber;
+  if (!NoteWish(tBox, Axis_Command(pThis, tAxis), true)) tBox.dwNumber = dwNumber;
   Word_Publish(pThis->*tAxis.pbWake, 1);
 }
 
@@ -72,13 +99,21 @@ void Command_WakeAgain(TVernierLensdInfo* pThis, const TAxis& tAxis) {
 
 void Command_Take(TVernierLensdInfo* pThis, const TAxis& tAxis) {
   TCommandBox& tBox = Axis_Box(pThis, tAxis);
-  const bool bClaimed = tBox.bClaimed != 0;
-  tBox.bClaimed = 0;
-  if (bClaimed) return;
+  if (tBox.bClaimed != 0) return;
   Command_Lock(tBox);
   Word_Publish(pThis->*tAxis.pbWake, 0);
   CopyToRunning(tBox, Axis_Command(pThis, tAxis));
+  const bool bWish = NoteWish(tBox, Axis_Command(pThis, tAxis), false);
+  if (!bWish && tBox.tRunning.dwFunction != FUNCTION_STOP) tBox.bReferenceDue = 0;
+  if (tBox.dwFollowOwed == tBox.dwNumber) tBox.dwFollowOwed = 0;
   Command_Unlock(tBox);
+}
+
+TFocusWishes Command_TakeWishes(TVernierLensdInfo* pThis) {
+  Command_Lock(pThis->tFocusBox);
+  const TFocusWishes tWishes = std::exchange(pThis->tFocusBox.tWishes, {});
+  Command_Unlock(pThis->tFocusBox);
+  return tWishes;
 }
 
 bool Command_ClaimDirectMove(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 iChannel, TMotorCommand* ptCommand,
@@ -115,15 +150,19 @@ bool Command_IsBusy(TVernierLensdInfo* pThis, const TAxis& tAxis) {
   return bBusy;
 }
 
-bool Command_IsBehind(TVernierLensdInfo* pThis, const TAxis& tOther, const TAxis& tAxis) {
-  // The difference, so that a count that has wrapped tells it too.
-  return static_cast<i32>(Axis_Box(pThis, tOther).dwNumber - Axis_Box(pThis, tAxis).dwRunningNumber) > 0;
+bool Command_StandsIn(TVernierLensdInfo* pThis, const TAxis& tAxis, u32 dwNumber) {
+  TCommandBox& tBox = Axis_Box(pThis, tAxis);
+  Command_Lock(tBox);
+  const bool bStands = tBox.dwNumber == dwNumber;
+  Command_Unlock(tBox);
+  return bStands;
 }
 
 void Command_Leave(TVernierLensdInfo* pThis, const TAxis& tAxis) {
   TCommandBox& tBox = Axis_Box(pThis, tAxis);
   Command_Lock(tBox);
   tBox.bBusy = 0;
+  tBox.bClaimed = 0;
   Command_Unlock(tBox);
 }
 

@@ -14,51 +14,68 @@
 void Command_Lock(TCommandBox& tBox);
 void Command_Unlock(TCommandBox& tBox);
 
-// What has been written into the block is a command now.  Under the lock; for Command_WriteIf.
-void Command_Publish(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 iChannel);
+// A new command of a client, a button, the start or a held zoom.  Any thread.
+TCommandId Command_New(i32 iChannel);
+
+// The running command.  Owner thread.
+TCommandId Command_Running(TVernierLensdInfo* pThis, const TAxis& tAxis);
+
+// What has been written into the block is a command now.  A command that neither walks nor says where the lens is to be
+// (iris, focus default) leaves the number of the one before, and is noted as a wish: it may be written over, and is
+// carried out all the same.  Under the lock; for Command_Write and Command_WriteFollowUp.
+void Command_Publish(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 iChannel, u32 dwNumber);
 
 // Sends the wake flag's 4 bytes on the axis's pair without waiting.  0, or -1 with nothing printed; the flag stays set,
 // and the next command's bytes carry this one as well.
 i32 Command_Wake(TVernierLensdInfo* pThis, const TAxis& tAxis);
 
-// Writes a command into an axis's block, if fnMay still says so under the lock; also where the lens lacks the axis.
-// fnWrite gets the block and stores its words with Word_Store.  Any thread.  False: left out.
-template <typename TMay, typename TWrite>
-bool Command_WriteIf(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 iChannel, TMay fnMay, TWrite fnWrite) {
+// Writes a command into an axis's block without waking the thread; also where the lens lacks the axis.  fnWrite gets
+// the block and stores its words with Word_Store.  Any thread.
+template <typename TWrite>
+void Command_Write(TVernierLensdInfo* pThis, const TAxis& tAxis, TCommandId tId, TWrite fnWrite) {
   TCommandBox& tBox = Axis_Box(pThis, tAxis);
   Command_Lock(tBox);
-  const bool bMay = fnMay();
-  if (bMay) {
-    fnWrite(Axis_Command(pThis, tAxis));
-    Command_Publish(pThis, tAxis, iChannel);
-  }
+  fnWrite(Axis_Command(pThis, tAxis));
+  Command_Publish(pThis, tAxis, tId.iChannel, tId.dwNumber);
   Command_Unlock(tBox);
-  return bMay;
-}
-
-// Writes a command without waking the thread.  A command for both axes writes the zoom's first and wakes the focus
-// first: a zoom that is on its way to send the focus along then sees its flag and leaves that out.
-template <typename TWrite>
-void Command_Write(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 iChannel, TWrite fnWrite) {
-  Command_WriteIf(
-      pThis, tAxis, iChannel, [] { return true; }, fnWrite);
 }
 
 // Writes a command and wakes the axis's thread.  Any thread.  0, or -1 when the wake-up failed: the caller prints its
 // path's line and goes on.
 template <typename TWrite>
-i32 Command_Send(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 iChannel, TWrite fnWrite) {
-  Command_Write(pThis, tAxis, iChannel, fnWrite);
+i32 Command_Send(TVernierLensdInfo* pThis, const TAxis& tAxis, TCommandId tId, TWrite fnWrite) {
+  Command_Write(pThis, tAxis, tId, fnWrite);
   return Command_Wake(pThis, tAxis);
 }
 
-// A command that follows from the axis's own work: written like any other, but left out where a newer command stands in
-// the block already.  As Command_Send; left out counts as 0.
+// The one rule for what the daemon sends by itself: a follow-up of a command is never written over a block whose
+// command is newer than that command.  A follow-up is as new as the command that it follows from, and no newer: the
+// focus after a zoom, the auto focus after a positioning, the move after a focus reset, a scan's walk of the zoom, a
+// recovery that is sent again.  True: a follow-up of command dwNumber may be written.  Under the lock.
+bool Command_MayFollow(TVernierLensdInfo* pThis, const TAxis& tAxis, u32 dwNumber);
+
+// Writes a follow-up of command tOf, by that rule, without waking the thread.  Any thread.  False: left out.
 template <typename TWrite>
-i32 Command_SendFollowUp(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 iChannel, TWrite fnWrite) {
-  const auto IsFree = [&] { return Word_Load(pThis->*tAxis.pbWake) == 0; };
-  return Command_WriteIf(pThis, tAxis, iChannel, IsFree, fnWrite) ? Command_Wake(pThis, tAxis) : 0;
+bool Command_WriteFollowUp(TVernierLensdInfo* pThis, const TAxis& tAxis, TCommandId tOf, TWrite fnWrite) {
+  TCommandBox& tBox = Axis_Box(pThis, tAxis);
+  Command_Lock(tBox);
+  const bool bMay = Command_MayFollow(pThis, tAxis, tOf.dwNumber);
+  if (bMay) {
+    fnWrite(Axis_Command(pThis, tAxis));
+    Command_Publish(pThis, tAxis, tOf.iChannel, tOf.dwNumber);
+  }
+  Command_Unlock(tBox);
+  return bMay;
 }
+
+// The same, and wakes the thread.  As Command_Send; left out counts as 0.
+template <typename TWrite>
+i32 Command_SendFollowUp(TVernierLensdInfo* pThis, const TAxis& tAxis, TCommandId tOf, TWrite fnWrite) {
+  return Command_WriteFollowUp(pThis, tAxis, tOf, fnWrite) ? Command_Wake(pThis, tAxis) : 0;
+}
+
+// True while no other command has been written into the block since command dwNumber.  Any thread.
+bool Command_StandsIn(TVernierLensdInfo* pThis, const TAxis& tAxis, u32 dwNumber);
 
 // Sends the bytes once more while the flag is set: those of a send that failed would be missed for ever.  For long
 // waits.
@@ -68,16 +85,16 @@ void Command_WakeAgain(TVernierLensdInfo* pThis, const TAxis& tAxis);
 // less: it falls before the command's bracket is closed, and a search that failed leaves it standing.
 bool Command_IsBusy(TVernierLensdInfo* pThis, const TAxis& tAxis);
 
-// True where a command of tOther was written behind the running one of tAxis.  tAxis's owner thread, under tOther's
-// lock.
-bool Command_IsBehind(TVernierLensdInfo* pThis, const TAxis& tOther, const TAxis& tAxis);
-
 // The thread has left its dispatcher.  Owner thread.
 void Command_Leave(TVernierLensdInfo* pThis, const TAxis& tAxis);
 
-// Clears the wake flag, counts the thread as busy, and copies block and channel to the box's running command; a claimed
-// one is there already, and the flag is another's.  Owner thread.
+// Clears the wake flag, counts the thread as busy, and copies block and channel to the box's running command, which
+// carries out its own wish.  If a correction was claimed, does nothing: the wake flag belongs to a later command.
+// Owner thread.
 void Command_Take(TVernierLensdInfo* pThis, const TAxis& tAxis);
+
+// Takes the wishes away whose commands have been written over.  Focus thread.
+TFocusWishes Command_TakeWishes(TVernierLensdInfo* pThis);
 
 // Writes a direct move to dwPosition (virtual steps) into an idle axis's block and takes it at once, for the dispatcher
 // that the thread calls next; nobody is woken.  ptCommand is the block.  Owner thread.  False: a command of somebody

@@ -13,6 +13,7 @@
 #include "motor/axis_move.h"
 #include "motor/command_box.h"
 #include "motor/positioning.h"
+#include "motor/recovery.h"
 #include "motor/reference.h"
 
 namespace {
@@ -23,6 +24,7 @@ using FStep = void (*)(TVernierLensdInfo* pThis, i32 fd);
 
 void RunFocusCommand(TVernierLensdInfo* pThis, i32 fd);
 void Bracket(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, FStep pfnStep);
+void MoveFocus(TVernierLensdInfo* pThis, i32 fd);
 void Search(TVernierLensdInfo* pThis, i32 fd, FStep pfnSearch);
 bool FindLostReference(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd);
 void Position(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, FStep pfnStep);
@@ -41,9 +43,23 @@ u32 HeldZoomSteps(const TVernierLensdInfo* pThis);
 void VernierLensd_DispatchFocusCommand(TVernierLensdInfo* pThis, i32 fd) {
   if (pThis->bSupportFocus == 0) return;
   Command_Take(pThis, g_tFocusAxis);
+  VernierLensd_CarryOutFocusWishes(pThis);  // first, since they were asked for first
   RunFocusCommand(pThis, fd);
   EndThermalRecheck(pThis);
   Command_Leave(pThis, g_tFocusAxis);
+}
+
+void VernierLensd_CarryOutFocusWishes(TVernierLensdInfo* pThis) {
+  TCommandBox& tBox = pThis->tFocusBox;
+  const TFocusWishes tWishes = Command_TakeWishes(pThis);
+  const i32 iChannel = tBox.iRunningChannel;
+  for (i32 i = 0; i < iMaxChannels; i++) {
+    if (tWishes.aeIris[i] == IRIS_NO_WISH) continue;
+    tBox.iRunningChannel = i;
+    VernierLensd_RequestIris(pThis, tWishes.aeIris[i] == IRIS_OPEN ? 1 : 0);
+  }
+  tBox.iRunningChannel = iChannel;
+  if (tWishes.bDefaultPosition != 0) StoreFocusDefault(pThis, tWishes.dwDefaultPosition);
 }
 
 void VernierLensd_DispatchZoomCommand(TVernierLensdInfo* pThis, i32 fd) {
@@ -58,7 +74,7 @@ namespace {
 void RunFocusCommand(TVernierLensdInfo* pThis, i32 fd) {
   switch (pThis->tFocusBox.tRunning.dwFunction) {
     case FUNCTION_FOCUS:
-      Bracket(pThis, g_tFocusAxis, fd, VernierLensd_FocusCommand);
+      Bracket(pThis, g_tFocusAxis, fd, MoveFocus);
       break;
     case FUNCTION_AUTO:
       Search(pThis, fd, VernierLensd_PerformAutoFocus);
@@ -97,9 +113,16 @@ void RunFocusCommand(TVernierLensdInfo* pThis, i32 fd) {
 void Bracket(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, FStep pfnStep) {
   tAxis.pfnCreateLog();
   const bool bFound = FindLostReference(pThis, tAxis, fd);
-  const bool bBegun = !bFound || !Daemon_IsEnding();  // no move is begun behind the end
+  const bool bBegun = !bFound || !Daemon_IsEnding();  // no move is begun after the end
   if (bBegun) pfnStep(pThis, fd);
   CloseLog(pThis, tAxis, SaveRunningChannel(pThis, tAxis) && bBegun);
+}
+
+void MoveFocus(TVernierLensdInfo* pThis, i32 fd) {
+  VernierLensd_FocusCommand(pThis, fd);
+  // A client has chosen this place.  A correction shifts the focus from wherever it stands.
+  const bool bClientsPlace = pThis->tFocusBox.bClaimed == 0 && Command_IsIdle(pThis, g_tFocusAxis);
+  if (bClientsPlace) Recovery_End(pThis);
 }
 
 // A search: the image side is told.
@@ -107,9 +130,13 @@ void Search(TVernierLensdInfo* pThis, i32 fd, FStep pfnSearch) {
   g_tFocusAxis.pfnCreateLog();
   VernierLensd_SetAutoFocusBusy(pThis, 1);
   if (pfnSearch != PerformFocusScan) FindLostReference(pThis, g_tFocusAxis, fd);
+  Recovery_TakeSearch(pThis);
   const i32 iMode = NightMode_Present(pThis, pThis->tFocusBox.iRunningChannel);
   pfnSearch(pThis, fd);
-  if (Command_IsIdle(pThis, g_tFocusAxis)) NightMode_FollowSearch(pThis, iMode);
+  if (Command_IsIdle(pThis, g_tFocusAxis)) {
+    NightMode_FollowSearch(pThis, iMode);
+    Recovery_End(pThis);
+  }
   const bool bSaved = SaveRunningChannel(pThis, g_tFocusAxis);
   VernierLensd_SetAutoFocusBusy(pThis, 0);
   CloseLog(pThis, g_tFocusAxis, bSaved);
@@ -122,9 +149,7 @@ void Position(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, FStep pfnSte
   const bool bOthers = pThis->bPowerLost != 0 || pThis->bSupportFocus == 0;
   const bool bFound = bOthers && FindOtherReferences(pThis, tAxis, fd);
   if (!bFound || !Daemon_IsEnding()) pfnStep(pThis, fd);  // else this channel stays lost, and the log stands
-  // Between a recovery's reference and its search the counter is true, but the focus belongs to no mode.
-  const bool bSearchFollows = Axis_Box(pThis, tAxis).bSearchFollows != 0;
-  CloseLog(pThis, tAxis, SaveRunningChannel(pThis, tAxis) && !bSearchFollows);
+  CloseLog(pThis, tAxis, SaveRunningChannel(pThis, tAxis));
 }
 
 // True: at least one was walked to.
@@ -160,25 +185,30 @@ bool SaveRunningChannel(TVernierLensdInfo* pThis, const TAxis& tAxis) {
   return false;
 }
 
-// A position that is not saved, or not known, leaves the log standing: the next start then finds the lens itself.
+// A position that is not saved, or not known, leaves the log standing: the next start then finds the lens itself.  So
+// does a focus whose recovery is not over: the counter is true, but the focus stands where nobody has put it.
 void CloseLog(TVernierLensdInfo* pThis, const TAxis& tAxis, bool bSaved) {
-  if (bSaved && Reference_IsKnownOnAll(pThis, tAxis)) {
+  if (bSaved && Reference_IsKnownOnAll(pThis, tAxis) && !(tAxis.bRecovers && Recovery_IsOpen(pThis))) {
     tAxis.pfnDeleteLog();
   } else {
     tAxis.pfnCreateLog();  // it may have failed before the move
   }
 }
 
-// It may have taken the place of a recovery that had not begun.  That one is sent again, or the counter would stay
-// false until the next move.  No idle moment lies in between: a search that waits for the zoom waits for it too.
+// The command may have come over a walk to a lost reference, or over a recovery.  What follows is written in place of
+// an idle word, with no idle moment in between: a search that waits for the zoom waits for that too.
 void EndWithoutWalk(TVernierLensdInfo* pThis, const TAxis& tAxis) {
+  const TCommandId tRunning = Command_Running(pThis, tAxis);
+  const bool bStop = Axis_Box(pThis, tAxis).tRunning.dwFunction == FUNCTION_STOP;
+  if (!bStop && Recovery_Resume(pThis)) return;
   const i32 iLost = Reference_FirstLost(pThis, tAxis);
-  if (iLost < 0 && Axis_Box(pThis, tAxis).bRecoveryDue == 0) {
+  if (!bStop || (iLost < 0 && Axis_Box(pThis, tAxis).bReferenceDue == 0)) {
     Command_Finish(pThis, tAxis);
     return;
   }
-  Command_SendFollowUp(pThis, tAxis, std::max(iLost, 0),
-                       [&](TMotorCommand& tBlock) { Positioning_Write(tAxis, &tBlock, FUNCTION_POSITIONING); });
+  // A count that is known to be false must not stand.  Function 6, as no search starts by itself after a stop.
+  Command_SendFollowUp(pThis, tAxis, {.iChannel = std::max(iLost, 0), .dwNumber = tRunning.dwNumber},
+                       [&](TMotorCommand& tBlock) { Positioning_Write(tAxis, &tBlock, FUNCTION_MOTORRESET); });
 }
 
 void StoreFocusDefault(TVernierLensdInfo* pThis, u32 dwDefaultPosition) {
@@ -227,15 +257,15 @@ void RepeatHeldZoom(TVernierLensdInfo* pThis) {
   TMotorCommand& tBlock = pThis->tZoomCommand;
   TCommandBox& tBox = pThis->tZoomBox;
   Command_Lock(tBox);
-  // Under the lock, as the release is: behind a release no command that waits is overwritten.
+  // Under the lock, as the release is: after a release no command that waits is overwritten.
   const bool bHeld = Word_Load(tBlock.bZoomContinuous) != 0;
   if (bHeld) {
     // A newer zoom in the block brought its own direction, and so its own channel.
     const bool bNewerZoom = Word_Load(pThis->bZoomWake) != 0 && Word_Load(tBlock.dwFunction) == FUNCTION_ZOOM;
-    if (!bNewerZoom) tBox.iChannel = tBox.iRunningChannel;
+    const TCommandId tRepeat = Command_New(bNewerZoom ? tBox.iChannel : tBox.iRunningChannel);
     Word_Store(tBlock.dwSteps, dwSteps);
     Word_Store(tBlock.dwFunction, FUNCTION_ZOOM);
-    Word_Publish(pThis->bZoomWake, 1);
+    Command_Publish(pThis, g_tZoomAxis, tRepeat.iChannel, tRepeat.dwNumber);
   }
   Command_Unlock(tBox);
   if (bHeld && Command_Wake(pThis, g_tZoomAxis) != 0) {

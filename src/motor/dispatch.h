@@ -11,3 +11,8 @@ void VernierLensd_DispatchFocusCommand(TVernierLensdInfo* pThis, i32 fd);
 // The same for tZoomCommand, on the zoom thread.  While the zoom button is held, a finished or interrupted zoom arms
 // the next one.
 void VernierLensd_DispatchZoomCommand(TVernierLensdInfo* pThis, i32 fd);
+
+// Carries out what the focus has been asked for without a walk by commands that other ones were written over: iris by
+// channel, default position.  The dispatcher does so itself before each command.  Focus thread; call it once more when
+// the thread takes no commands any more.  An iris that opens is waited for, until the daemon ends.
+void VernierLensd_CarryOutFocusWishes(TVernierLensdInfo* pThis);

@@ -69,6 +69,7 @@ i32 MotorThread_Serve(TVernierLensdInfo* pThis, const TAxis& tAxis) {
     if (eReceived == RECEIVED_COMMAND) tAxis.pfnDispatch(pThis, fd);
     if (eReceived != RECEIVED_ERROR && tAxis.pfnPeriodic != nullptr) tAxis.pfnPeriodic(pThis, &tIRCut, fd);
   }
+  if (tAxis.pfnEnd != nullptr) tAxis.pfnEnd(pThis);
   if (pThis->bSupportICS == 0) close(fd);
   g_bRunThread = 0;
   return 0;
@@ -77,9 +78,7 @@ i32 MotorThread_Serve(TVernierLensdInfo* pThis, const TAxis& tAxis) {
 // Pan focus and search bound as the saved zoom positions give them.
 void FollowSavedZoom(TVernierLensdInfo* pThis) {
   for (i32 i = 0; i < g_tVernierLensdConfigInfo.iMaxDevNum; i++) {
-    const u32 dwZoomPos = Word_Load(pThis->adwZoomMotorPosition[i]);
-    VernierLensd_UpdatePanFocus(pThis, dwZoomPos, i);
-    if (pThis->bSupportICS == 0) VernierLensd_UpdateFocusingStart(pThis, dwZoomPos);
+    ZoomTracking_SetWords(pThis, Word_Load(pThis->adwZoomMotorPosition[i]), i);
   }
 }
 

@@ -16,6 +16,7 @@
 #include "ics/ics_positioning.h"
 #include "motor/command_box.h"
 #include "motor/pi_search.h"
+#include "motor/recovery.h"
 #include "motor/reference.h"
 
 namespace {
@@ -23,6 +24,7 @@ namespace {
 i32 WalkToFocusEnd(i32 fd);
 i32 WalkResult(i32 iAnswer);
 void SleepWalk(u32 dwDriverSteps, u32 dwOneStepTime, u32 dwOneStep);
+u32 LimitToRange(u32 dwZoom);
 i32 FindZoom(TVernierLensdInfo* pThis, i32 fd, u32 dwPosition);
 i32 SearchZoomPI(i32 fd, u32 dwPosition);
 i32 WalkZoomToEnd(i32 fd, u32 dwPosition);
@@ -41,11 +43,13 @@ void FocusMotorPositioning(TVernierLensdInfo* pThis, i32 fd) {
   if (pThis->bSupportFocus == 0) return;
   const TCommandBox& tBox = pThis->tFocusBox;
   Motor_Request(fd, MOTOR_SELECT_DEVICE, tBox.iRunningChannel);
+  const bool bNeedsSearch = Recovery_NeedsSearch(pThis);
   if (pThis->bSupportICS == 0) {
     FocusReference_Find(pThis, fd);
   } else if (Word_Load(pThis->bICSDetached) == 0) {
     ICS_FocusMotorPositioning(pThis, fd);
   }
+  if (bNeedsSearch) Recovery_LeaveSearch(pThis);
   if (tBox.tRunning.dwFunction == FUNCTION_MOTORRESET) {
     Command_Finish(pThis, g_tFocusAxis);
   } else {
@@ -57,8 +61,10 @@ void ZoomMotorPositioning(TVernierLensdInfo* pThis, i32 fd) {
   if (pThis->bSupportZoom == 0) return;
   const TCommandBox& tBox = pThis->tZoomBox;
   Motor_Request(fd, MOTOR_SELECT_DEVICE, tBox.iRunningChannel);
+  const u32 dwTarget = pThis->bSupportICS != 0 ? tBox.tRunning.dwPosition : LimitToRange(tBox.tRunning.dwPosition);
+  ZoomTracking_SetReferenceWords(pThis, dwTarget, tBox.iRunningChannel);
   if (pThis->bSupportICS == 0) {
-    FindZoom(pThis, fd, tBox.tRunning.dwPosition);
+    FindZoom(pThis, fd, dwTarget);
   } else if (Word_Load(pThis->bICSDetached) == 0) {
     ICS_ZoomMotorPositioning(pThis, &tBox.tRunning, fd);
   }
@@ -81,7 +87,7 @@ void VernierLensd_ResetFocus(TVernierLensdInfo* pThis, i32 fd) {
     Word_Store(Axis_Position(pThis, g_tFocusAxis), FocusReference_Place());
   }
   const i32 iWoken =
-      Command_SendFollowUp(pThis, g_tFocusAxis, pThis->tFocusBox.iRunningChannel, [&](TMotorCommand& tBlock) {
+      Command_SendFollowUp(pThis, g_tFocusAxis, Command_Running(pThis, g_tFocusAxis), [&](TMotorCommand& tBlock) {
         Word_Store(tBlock.dwDirection, DIRECTION_DIRECT);
         Word_Store(tBlock.dwPosition, g_dwFocusDefault.load());
         Word_Store(tBlock.dwFunction, FUNCTION_FOCUS);
@@ -107,7 +113,7 @@ void FocusReference_Find(TVernierLensdInfo* pThis, i32 fd) {
 void ZoomReference_Find(TVernierLensdInfo* pThis, i32 fd) {
   const u32 dwStart = g_tVernierLensdConfigInfo.dwZoomVirtualStart;
   FindZoom(pThis, fd, dwStart);
-  VernierLensd_UpdatePanFocus(pThis, dwStart, pThis->tZoomBox.iRunningChannel);
+  ZoomTracking_SetWords(pThis, dwStart, pThis->tZoomBox.iRunningChannel);
 }
 
 void Reference_Arrive(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 iFound, u32 dwReference) {

@@ -1,0 +1,58 @@
+#include "motor/recovery.h"
+
+#include <algorithm>
+#include <cstdio>
+
+#include "motor/command_box.h"
+#include "motor/positioning.h"
+#include "motor/reference.h"
+
+void Recovery_Begin(TVernierLensdInfo* pThis, TCommandId tOf) {
+  pThis->tFocusBox.tRecovery.tGoesOn = tOf;
+  pThis->tFocusBox.tRecovery.aeMissing[tOf.iChannel] = RECOVERY_NEEDS_REFERENCE;
+}
+
+// The mode of day or night is unknown from the power cut on until a search has found focus.  A motor reset asks for the
+// reference itself, and leaves a search only where a recovery has not been there.
+bool Recovery_NeedsSearch(const TVernierLensdInfo* pThis) {
+  const TCommandBox& tBox = pThis->tFocusBox;
+  const i32 iChannel = tBox.iRunningChannel;
+  if (pThis->abNightModeUnknown[iChannel] == 0) return false;
+  return tBox.tRunning.dwFunction == FUNCTION_POSITIONING || Reference_IsLost(pThis, g_tFocusAxis, iChannel) ||
+         tBox.tRecovery.aeMissing[iChannel] != RECOVERY_DONE;
+}
+
+void Recovery_LeaveSearch(TVernierLensdInfo* pThis) {
+  TCommandBox& tBox = pThis->tFocusBox;
+  tBox.tRecovery.aeMissing[tBox.iRunningChannel] = RECOVERY_NEEDS_SEARCH;
+  if (tBox.tRunning.dwFunction == FUNCTION_POSITIONING) tBox.tRecovery.tGoesOn = Command_Running(pThis, g_tFocusAxis);
+}
+
+void Recovery_TakeSearch(TVernierLensdInfo* pThis) {
+  TRecovery& tRecovery = pThis->tFocusBox.tRecovery;
+  u32& eMissing = tRecovery.aeMissing[pThis->tFocusBox.iRunningChannel];
+  if (eMissing == RECOVERY_DONE) return;
+  eMissing = RECOVERY_NEEDS_SEARCH;
+  tRecovery.tGoesOn = Command_Running(pThis, g_tFocusAxis);
+}
+
+void Recovery_End(TVernierLensdInfo* pThis) {
+  pThis->tFocusBox.tRecovery.aeMissing[pThis->tFocusBox.iRunningChannel] = RECOVERY_DONE;
+}
+
+bool Recovery_IsOpen(const TVernierLensdInfo* pThis) {
+  return std::ranges::any_of(pThis->tFocusBox.tRecovery.aeMissing,
+                             [](u32 eMissing) { return eMissing != RECOVERY_DONE; });
+}
+
+bool Recovery_Resume(TVernierLensdInfo* pThis) {
+  const TRecovery& tRecovery = pThis->tFocusBox.tRecovery;
+  const TCommandId tOf = tRecovery.tGoesOn;
+  const u32 eMissing = tRecovery.aeMissing[tOf.iChannel];
+  if (eMissing == RECOVERY_DONE || pThis->tFocusBox.dwRunningNumber != tOf.dwNumber) return false;
+  const u32 dwFunction = eMissing == RECOVERY_NEEDS_SEARCH ? FUNCTION_AUTO : FUNCTION_POSITIONING;
+  const i32 iWoken = Command_SendFollowUp(pThis, g_tFocusAxis, tOf,
+                                          [&](TMotorCommand& tBlock) { Word_Store(tBlock.dwFunction, dwFunction); });
+  if (iWoken != 0) std::puts("[vernierlensd] : Waking up focus motor thread failed.");
+  return true;
+}
