@@ -175,7 +175,7 @@ void DrawSearch(TDice& tDice, TLensModel& t) {
   s.iRangeThird = static_cast<i32>(2 * s.dwStepSmall + s.dwStepFine + tDice.Below(2 * s.dwStepSmall + 2));
   s.bFineTuning = tDice.OneIn(4) ? 0 : 1;
   // A sweep step, sent without waiting in stepped mode, is over and seen in whole frames when its value is read.
-  const u64 qwWalk_us = s.dwStepLarge * t.tFocus.dwOneStep * t.tFocus.qwStepTime_ns / 1000;
+  const u64 qwWalk_us = u64{s.dwStepLarge} * t.tFocus.dwOneStep * t.tFocus.qwStepTime_ns / 1000;
   s.dwOneStepSearchTime_us = static_cast<u32>(qwWalk_us + 75'000 + tDice.Below(150'000));
   s.dwOpenIrisTime_us = static_cast<u32>(tDice.In(10'000, 800'000));
 }
