@@ -115,5 +115,65 @@ case_lost_log() {
   wait "$daemon" || fail "ended with $?"
 }
 
+# The camera's daemon prints into a log that nobody reads: clients are answered, the lens moves, SIGTERM ends.
+works_into() { # LOG
+  "$sim" run "$top/camera" --lens zoom --speed 50 >/dev/null &
+  cameras=($!)
+  until [ -e "$top/camera/sim/daemon.log" ]; do sleep 0.1; done
+  kill -TERM "${cameras[0]}"
+  wait "${cameras[0]}" || true
+  ln --symbolic --force "$1" "$top/camera/sim/daemon.log"
+  "$sim" run "$top/camera" --speed 50 >/dev/null &
+  cameras=($!)
+  local answered=no
+  for _ in $(seq 30); do
+    timeout 1 "$sim" ask "$top/camera" 'function=zoom&direction=direct&position=400' >/dev/null 2>&1 && answered=yes && break
+    sleep 0.5
+  done
+  [ $answered = yes ] || { kill -KILL "${cameras[0]}"; fail "no answer"; }
+  expect_true camera zoom 400
+}
+
+ends_in_time() {
+  kill -TERM "${cameras[0]}"
+  for _ in $(seq 100); do
+    kill -0 "${cameras[0]}" 2>/dev/null || break
+    sleep 0.1
+  done
+  kill -KILL "${cameras[0]}" 2>/dev/null && fail "SIGTERM does nothing"
+  wait "${cameras[0]}" || fail "ended with $?"
+  cameras=()
+}
+
+# A full pipe whose reader has stopped: every line of every thread is dropped, and counted for when the reader goes on.
+case_stalled_log() {
+  mkfifo "$top/log"
+  exec 7<>"$top/log"
+  head --bytes=65536 /dev/zero >&7
+  works_into "$top/log"
+  head --bytes=65536 <&7 >/dev/null
+  "$sim" ask "$top/camera" 'function=getstatus' >/dev/null
+  local line
+  read -r -t 10 line <&7 || fail "the log does not go on"
+  [[ $line =~ ^'[vernierlensd] : Log lines dropped: '[0-9]+$ ]] || fail "$line"
+  ends_in_time
+}
+
+# A serial console that somebody has stopped with Ctrl-S.
+case_stopped_terminal() {
+  python3 -c '
+import os, pty, termios, time
+master, slave = pty.openpty()
+termios.tcflow(slave, termios.TCOOFF)
+print(os.ttyname(slave), flush=True)
+time.sleep(60)
+' >"$top/terminal" &
+  local holder=$!
+  until [ -s "$top/terminal" ]; do sleep 0.1; done
+  works_into "$(cat "$top/terminal")"
+  ends_in_time
+  kill "$holder"
+}
+
 "case_$case"
 echo "passed: $case"

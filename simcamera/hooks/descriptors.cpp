@@ -7,6 +7,7 @@
 #include <string.h>
 #include <sys/select.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -285,12 +286,30 @@ static ssize_t AfterWrite(ssize_t iWritten) {
   return iWritten;
 }
 
+// Standard output, or a descriptor of the same pipe or terminal.
+static bool IsOutput(i32 fd) {
+  if (fd == STDOUT_FILENO) return true;
+  const TDescriptor* ptDescriptor = Hooks_Descriptor(fd);
+  if (ptDescriptor == nullptr || ptDescriptor->eKind != DESCRIPTOR_FOREIGN) return false;  // may stand on /dev/null too
+  TInside tInside;
+  struct stat tStat;
+  struct stat tOutput;
+  return fstat(fd, &tStat) == 0 && fstat(STDOUT_FILENO, &tOutput) == 0 && tStat.st_dev == tOutput.st_dev &&
+         tStat.st_ino == tOutput.st_ino;
+}
+
+// No point of the clock: the daemon writes its log under its stream's lock, where no other task may get a turn.  What
+// the reader of a pipe does not take has not been printed.
+static ssize_t WriteOutput(i32 fd, const void* pv, size_t dwLength) {
+  const ssize_t iWritten = Hooks_IsPipe(STDOUT_FILENO) ? g_realWrite(fd, pv, dwLength) : static_cast<ssize_t>(dwLength);
+  if (iWritten > 0) Transcript_Printed(static_cast<const char*>(pv), static_cast<size_t>(iWritten));
+  return iWritten;
+}
+
 ssize_t Hook_write(int fd, const void* pv, size_t dwLength) {
-  if (g_eClockMode == CLOCK_VIRTUAL && fd == STDOUT_FILENO && Hooks_OnVirtualClock("write")) {
-    Clock_Point("write");
-    Transcript_Printed(static_cast<const char*>(pv), dwLength);
-    return static_cast<ssize_t>(dwLength);
-  }
+  // A scripted event may print as well.
+  const bool bLife = g_eClockMode == CLOCK_VIRTUAL && (Clock_RunsScript() || Hooks_OnVirtualClock("write"));
+  if (bLife && IsOutput(fd)) return WriteOutput(fd, pv, dwLength);
   if (!Hooks_Active() || !IsOurs(fd)) return g_realWrite(fd, pv, dwLength);
   if (I2C_IsBus(fd)) return I2C_Write(fd, pv, dwLength);
   if (IsOnFullFlash(*Hooks_Descriptor(fd))) {

@@ -9,6 +9,7 @@
 #include <string_view>
 
 #include "core/context.h"
+#include "core/log.h"
 #include "core/main_loop.h"
 #include "core/release.h"
 #include "core/startup.h"
@@ -22,10 +23,10 @@ constexpr const char* szUsage =
 constexpr const char* szVersion = "1.0.4.0";
 constexpr const char* szLastModifyDate = "2018/06/10";
 
-// Printing is not safe inside a signal handler, write is.
+// Printing is not safe inside a signal handler.
 void WriteLine(std::string_view sLine) {
   const int iSaved = errno;
-  if (write(STDOUT_FILENO, sLine.data(), sLine.size()) < 0 && errno == EPIPE) {
+  if (Log_WriteFromHandler(sLine) != 0 && errno == EPIPE) {
     // Nobody reads the log any more, and each line of this handler would bring the next signal, for ever.
     struct sigaction tIgnore = {};
     tIgnore.sa_handler = SIG_IGN;
@@ -38,8 +39,7 @@ void WriteLine(std::string_view sLine) {
 
 i32 VernierLensd_Main(i32 argc, char** argv) {
   TVernierLensdInfo tInfo = {};
-  // A log that goes to a file or a pipe is whole up to the last line, whatever ends the daemon.
-  std::setvbuf(stdout, nullptr, _IOLBF, 0);
+  Log_Open();
   VernierLensd_ParseOptions(argc, argv);
   VernierLensd_InstallSignals();
   if (VernierLensd_Init(&tInfo) != 0) {
@@ -76,6 +76,7 @@ void VernierLensd_ParseOptions(i32 argc, char** argv) {
   if (daemon(0, 0) != 0) {
     // Goes on in the foreground: a camera without a detached daemon still wants its lens.
   }
+  Log_Open();  // standard output is /dev/null from here on
 }
 
 void VernierLensd_ShowUsage() {
@@ -101,6 +102,6 @@ void VernierLensd_SignalHandler(i32 iSignal) {
     WriteLine("[vernierlensd] : Receive SIGPIPE!\n");
     return;
   }
-  g_bTerminated = 1;  // first: a log that nobody reads can block the line
+  g_bTerminated = 1;
   WriteLine("[vernierlensd] : Receive TERM/INT signal!\n");
 }
