@@ -13,6 +13,8 @@
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
+#include <span>
 #include <string>
 #include <thread>
 #include <vector>
@@ -213,6 +215,9 @@ TEST_F(GateLink, NodeBelongsToTheLatest) {
   EXPECT_EQ(ReceiveAll(fd).rfind("HTTP", 0), std::string::npos);
   close(ConnectAndSend(szGet));
   EXPECT_EQ(Serve(), "GET a");
+  GATELINK_close(hGate_);
+  std::filesystem::create_directory(szPath_);
+  EXPECT_EQ(GATELINK_init(&hGate_, szPath_.c_str()), 0) << "an empty directory is replaced";
   EXPECT_EQ(GATELINK_init(&hOld, ("/tmp/" + std::string(103, 'p')).c_str()), -1);
   EXPECT_EQ(hOld, nullptr);
 }
@@ -230,6 +235,35 @@ TEST_F(GateLink, OutOfDescriptorsItRestsAndRecovers) {
   EXPECT_LT(std::clock() - tStart, CLOCKS_PER_SEC / 5);
   setrlimit(RLIMIT_NOFILE, &tLimit);
   ExpectServed(fd);
+}
+
+// Five idle clients have all the descriptors that are left; a sixth with a request does not wait for their time-out.
+TEST_F(GateLink, OutOfDescriptorsIdleClientsMakeRoom) {
+  std::vector<int> afd(6);
+  for (int& fd : afd) fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  rlimit tLimit = {};
+  getrlimit(RLIMIT_NOFILE, &tLimit);
+  const rlimit tFour = {static_cast<rlim_t>(afd.back()) + 5, tLimit.rlim_max};
+  setrlimit(RLIMIT_NOFILE, &tFour);
+  for (const int fd : afd) Connect(fd);
+  std::this_thread::sleep_for(300ms);
+  const auto tStart = TClock::now();
+  ExpectServed(Send(afd.back(), szGet));
+  EXPECT_LT(TClock::now() - tStart, 3s);
+  setrlimit(RLIMIT_NOFILE, &tLimit);
+  for (const int fd : std::span(afd).first(5)) close(fd);
+}
+
+// With all places taken by requests that wait, the kernel keeps as many connections as it is allowed to.
+TEST_F(GateLink, BacklogIsTheKernels) {
+  int iAllowed = 0;
+  std::ifstream("/proc/sys/net/core/somaxconn") >> iAllowed;
+  ASSERT_GT(iAllowed, 128);
+  std::vector<int> afd;
+  for (int i = 0; i < 64 + std::min(iAllowed, 300); ++i) {
+    afd.push_back(Send(Connect(socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0)), szGet));
+  }
+  for (const int fd : afd) close(fd);
 }
 
 TEST_F(GateLink, FailureIsToldAfterTheLastRequest) {

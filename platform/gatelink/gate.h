@@ -100,8 +100,11 @@ void Place_Drop(TGate* ptGate, u32 dwPlace);
 // False: the queue and clients that have just come have the places, and accepting rests.
 bool Place_CanTake(TGate* ptGate);
 
-// After Place_CanTake.  Where no place is free, the client that has been waited for longest goes: one that sends its
-// request at once is younger, so that no number of slow clients shuts it out.
+// Closes the connection whose request has been waited for longest: a client that sends its request at once is younger,
+// so that no number of slow clients shuts it out.  False: of the places in use too few are waited for.
+bool Place_MakeRoom(TGate* ptGate);
+
+// After Place_CanTake.  Makes room where no place is free.
 u32 Place_Take(TGate* ptGate);
 
 enum EWatch { WATCH_NEW, WATCH_KNOWN };  // a known place is already in the epoll set

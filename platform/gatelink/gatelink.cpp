@@ -6,6 +6,7 @@
 #include <sys/socket.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <new>
@@ -14,7 +15,6 @@
 
 namespace {
 
-constexpr i32 iBacklog = 128;
 constexpr u32 dwDrainRounds = 8;
 
 i32 Open_Socket(TGate* ptGate, const char* pszPath) {
@@ -24,14 +24,14 @@ i32 Open_Socket(TGate* ptGate, const char* pszPath) {
   std::memcpy(ptGate->tAddress.sun_path, pszPath, dwPath);
   ptGate->fdListen = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
   if (ptGate->fdListen < 0) return -1;
-  unlink(pszPath);
+  std::remove(pszPath);  // whatever it is, an empty directory too
   if (bind(ptGate->fdListen, reinterpret_cast<const sockaddr*>(&ptGate->tAddress), sizeof ptGate->tAddress) != 0)
     return -1;
   if (lstat(pszPath, &ptGate->tNode) != 0) return -1;
   ptGate->bBound = true;
   // Before listen nobody can connect yet; a changed umask would reach into the files of the daemon's other threads.
   if (chmod(pszPath, 0666) != 0) return -1;
-  return listen(ptGate->fdListen, iBacklog);
+  return listen(ptGate->fdListen, SOMAXCONN);  // the kernel cuts it to what it allows
 }
 
 i32 Open_Descriptors(TGate* ptGate) {

@@ -8,10 +8,14 @@ namespace {
 
 constexpr timeval tSendTimeout = {.tv_sec = 1, .tv_usec = 0};
 
-// Under the lock.  Clients that have not sent their request yet keep no more than half of the places from new ones.
-// dwWaited is the service thread's: the reader's calls all come with a free place, and look no further.
+// Under the lock.  Clients that have not sent their request yet keep no more than half of the places in use from new
+// ones.  dwWaited is the service thread's: the reader's calls all come with a free place, and look no further.
+bool Places_CanMakeRoom(const TGate* ptGate) {
+  return std::popcount(ptGate->dwWaited) > std::popcount(~ptGate->dwFree) / 2;
+}
+
 bool Places_AreLeft(const TGate* ptGate) {
-  return ptGate->dwFree != 0 || std::popcount(ptGate->dwWaited) > static_cast<int>(dwPlaces / 2);
+  return ptGate->dwFree != 0 || Places_CanMakeRoom(ptGate);
 }
 
 void Place_GiveBack(TGate* ptGate, u32 dwPlace) {
@@ -66,17 +70,24 @@ bool Place_CanTake(TGate* ptGate) {
   return bAny;
 }
 
+bool Place_MakeRoom(TGate* ptGate) {
+  pthread_mutex_lock(&ptGate->tLock);
+  const bool bCan = Places_CanMakeRoom(ptGate);
+  pthread_mutex_unlock(&ptGate->tLock);
+  if (!bCan) return false;
+  u32 dwOldest = static_cast<u32>(std::countr_zero(ptGate->dwWaited));
+  ForEachWaited(ptGate, [&](u32 dwPlace) {
+    if (ptGate->atPlace[dwPlace].dwArrived < ptGate->atPlace[dwOldest].dwArrived) dwOldest = dwPlace;
+  });
+  Place_Drop(ptGate, dwOldest);
+  return true;
+}
+
 u32 Place_Take(TGate* ptGate) {
   pthread_mutex_lock(&ptGate->tLock);
   const bool bFree = ptGate->dwFree != 0;  // stays so: no other thread takes places
   pthread_mutex_unlock(&ptGate->tLock);
-  if (!bFree) {
-    u32 dwOldest = static_cast<u32>(std::countr_zero(ptGate->dwWaited));
-    ForEachWaited(ptGate, [&](u32 dwPlace) {
-      if (ptGate->atPlace[dwPlace].dwArrived < ptGate->atPlace[dwOldest].dwArrived) dwOldest = dwPlace;
-    });
-    Place_Drop(ptGate, dwOldest);
-  }
+  if (!bFree) Place_MakeRoom(ptGate);
   pthread_mutex_lock(&ptGate->tLock);
   const u32 dwPlace = static_cast<u32>(std::countr_zero(ptGate->dwFree));
   ptGate->dwFree &= ~BitOf(dwPlace);

@@ -96,21 +96,29 @@ void Accept_Rest(TGate* ptGate, bool bRest, u64 dwAgain) {
   pthread_mutex_unlock(&ptGate->tLock);
 }
 
-// What accept's failure means for the gateway: 0 to go on, -1 for its end.
-i32 Accept_Failed(TGate* ptGate, i32 iError, u64 dwNow) {
+enum EAccept : i32 {
+  ACCEPT_FAILED = -1,  // the gateway's end
+  ACCEPT_DONE = 0,     // until the next turn
+  ACCEPT_AGAIN = 1,    // room has been made
+};
+
+// What accept's failure means for the gateway.
+EAccept Accept_Failed(TGate* ptGate, i32 iError, u64 dwNow) {
   switch (iError) {
     case EAGAIN:
     case EINTR:
     case ECONNABORTED:
-      return 0;
+      return ACCEPT_DONE;
     case EMFILE:
     case ENFILE:
     case ENOBUFS:
     case ENOMEM:
+      // Out of descriptors or memory: silent clients keep them from those with a request, as they would keep places.
+      if (Place_MakeRoom(ptGate)) return ACCEPT_AGAIN;
       Accept_Rest(ptGate, true, dwNow + dwNoAccept_ms);
-      return 0;
+      return ACCEPT_DONE;
     default:
-      return -1;
+      return ACCEPT_FAILED;
   }
 }
 
@@ -119,12 +127,13 @@ i32 Accept_Failed(TGate* ptGate, i32 iError, u64 dwNow) {
 i32 Accept_All(TGate* ptGate, u64 dwNow) {
   u32 adwNew[dwPlaces];
   u32 dwNew = 0;
-  i32 iResult = 0;
+  EAccept eResult = ACCEPT_AGAIN;
   while (dwNew < dwPlaces && Place_CanTake(ptGate)) {
     // Blocking, as the daemon wants it; here each call says MSG_DONTWAIT.
     const i32 fd = accept4(ptGate->fdListen, nullptr, nullptr, SOCK_CLOEXEC);
     if (fd < 0) {
-      iResult = Accept_Failed(ptGate, errno, dwNow);
+      eResult = Accept_Failed(ptGate, errno, dwNow);
+      if (eResult == ACCEPT_AGAIN) continue;
       break;
     }
     const u32 dwPlace = Place_Take(ptGate);
@@ -132,7 +141,7 @@ i32 Accept_All(TGate* ptGate, u64 dwNow) {
     adwNew[dwNew++] = dwPlace;
   }
   for (u32 i = 0; i < dwNew; ++i) Place_Receive(ptGate, adwNew[i], WATCH_NEW, dwNow);
-  return iResult;
+  return eResult == ACCEPT_FAILED ? -1 : 0;
 }
 
 // -1: until something happens.
