@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdio>
 
+#include "command/event_fifo.h"
 #include "config/token_file.h"
 #include "core/fail.h"
 #include "core/number.h"
@@ -120,7 +121,9 @@ void WaitForRestore(TVernierLensdInfo* pThis) {
   });
 }
 
+// Restore frames that came while a restore ran asked for that one.
 void Restore(TVernierLensdInfo* pThis) {
+  if (pThis->qwFIFORead <= pThis->qwFIFORestored) return;
   const i32 iChannels = std::min(g_tVernierLensdConfigInfo.iMaxDevNum, iMaxChannels);
   EndZoomHold(pThis);  // it would arm itself anew over the restore, and its release could not be read meanwhile
   for (i32 i = 0; i < iChannels && !Daemon_IsEnding(); i++) {
@@ -129,6 +132,7 @@ void Restore(TVernierLensdInfo* pThis) {
     WaitForRestore(pThis);
   }
   Word_Store(pThis->iCurChannel, 0);
+  EventFrames_AreRestored(pThis);
 }
 
 i32 SendSavedMove(TVernierLensdInfo* pThis, const TAxis& tAxis, TCommandId tId, u32 dwFunction,
@@ -185,6 +189,8 @@ i32 VernierLensd_HandleEventMessage(TVernierLensdInfo* pThis, i32 /*iCount*/, co
   const i32 iChannels = std::min(g_tVernierLensdConfigInfo.iMaxDevNum, iMaxChannels);
   const bool bChannel = ptEvent->iChannel > 0 && ptEvent->iChannel < iChannels;
   Word_Store(pThis->iCurChannel, bChannel ? ptEvent->iChannel : 0);
+  // An event of another kind keeps its place between two restores.
+  if (ptEvent->dwCode != EVENT_FOCUS || ptEvent->dwSubCode != FOCUS_RESTORE) pThis->qwFIFORestored = 0;
   switch (ptEvent->dwCode) {
     case EVENT_ZOOM_IN:
       HandleZoomButton(pThis, g_tZoomIn, ptEvent->dwSubCode);

@@ -145,6 +145,18 @@ struct TFocusBlock {
 static_assert(sizeof(TFocusBlock) == 32 && offsetof(TFocusBlock, dwDayNightMode) == 16 &&
               offsetof(TFocusBlock, dwFocusPosition) == 28);
 
+constexpr u32 dwMaxEventFrame = 1023;  // bytes of header and payload
+
+// A frame of the event FIFO as far as it has come in.  Main thread.
+struct TEventFrame {
+  u8 abBytes[dwMaxEventFrame + 1];  // ends in a NUL
+  u32 dwHave;                       // bytes; 0: none has begun
+  u32 dwTotal;                      // bytes of the whole frame
+  u32 dwType;
+  u32 dwHeaderLength;
+  u32 dwBegun_ms;  // as Clock_Milliseconds
+};
+
 struct TVernierLensdInfo {
   u32 dwPid;
   i32 iCurChannel;   // shared: channel that clients and events chose last; the main thread writes
@@ -213,7 +225,10 @@ struct TVernierLensdInfo {
   u32 abRefTemperature[iMaxChannels];    // start-up, then focus thread: aiRefTemperature has come from a good reading
   u32 adwSearchStart[iMaxChannels];      // shared: the lower bound of a search, as tFocusCommand.dwStart, but for each
                                          // channel's own zoom
-  pthread_mutex_t mutexXMLParser;        // held from a file's parse with hSXMLParser to the last lookup in it
+  TEventFrame tEventFrame;
+  u64 qwFIFORead;                  // bytes taken from the FIFO; main thread, as the next
+  u64 qwFIFORestored;              // up to here the FIFO's restore frames are served by the last restore
+  pthread_mutex_t mutexXMLParser;  // held from a file's parse with hSXMLParser to the last lookup in it
 };
 
 struct TVernierLensdConfigInfo {

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/time.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -14,6 +15,8 @@
 namespace {
 
 constexpr mode_t wFIFOMode = 0777;
+constexpr std::size_t dwNewPathRoom = 64;
+constexpr u32 dwNewPathTries = 8;
 
 // A descriptor that an fd_set has no room for would be written beyond it.
 i32 Input_Enter(TVernierLensdInfo* pThis, i32 fd) {
@@ -25,6 +28,18 @@ i32 Input_Enter(TVernierLensdInfo* pThis, i32 fd) {
 
 void Input_Leave(TVernierLensdInfo* pThis, i32 fd) {
   if (fd >= 0) FD_CLR(fd, &pThis->fdsRead);
+}
+
+// Makes a FIFO beside the path, to be renamed over what stands there.  Everybody may write in that folder: the
+// microseconds in the name keep others from taking all the names in advance.
+i32 MakeNewFIFO(char (&szNew)[dwNewPathRoom]) {
+  for (u32 dwTry = 0; dwTry < dwNewPathTries; dwTry++) {
+    timeval tNow = {};
+    gettimeofday(&tNow, nullptr);
+    std::snprintf(szNew, sizeof szNew, "%s.%06u", szFIFOPath, static_cast<u32>(tNow.tv_usec) + dwTry);
+    if (mkfifo(szNew, wFIFOMode) == 0) return 0;
+  }
+  return -1;
 }
 
 }  // namespace
@@ -44,15 +59,25 @@ i32 VernierLensd_InitGateLink(TVernierLensdInfo* pThis) {
 
 i32 VernierLensd_InitFIFO(TVernierLensdInfo* pThis) {
   pThis->fdFIFO = -1;
-  if (access(szFIFOPath, F_OK) == 0 && std::remove(szFIFOPath) < 0) {
-    std::printf("[vernierlensd] : Failed to remove %s.\n", szFIFOPath);
-    return -1;
+  pThis->tEventFrame = {};
+  pThis->qwFIFORestored = 0;
+  char szNew[dwNewPathRoom];
+  if (MakeNewFIFO(szNew) != 0) return Fail("[vernierlensd] : Failed to create FIFO.");
+  pThis->fdFIFO = open(szNew, O_RDWR | O_NONBLOCK | O_CLOEXEC);
+  if (Input_Enter(pThis, pThis->fdFIFO) != 0) {
+    unlink(szNew);
+    VernierLensd_CloseFIFO(pThis);
+    return Fail("[vernierlensd] : Failed to open FIFO.");
   }
-  if (mkfifo(szFIFOPath, wFIFOMode) != 0) return Fail("[vernierlensd] : Failed to create FIFO.");
-  pThis->fdFIFO = open(szFIFOPath, O_RDWR | O_NONBLOCK | O_CLOEXEC);
-  if (Input_Enter(pThis, pThis->fdFIFO) == 0) return 0;
+  // A link, also a dangling one, is replaced and not followed.  Only a folder is in the way.
+  if (std::rename(szNew, szFIFOPath) == 0) return 0;
+  const bool bRemoved = std::remove(szFIFOPath) == 0;
+  if (bRemoved && std::rename(szNew, szFIFOPath) == 0) return 0;
+  unlink(szNew);
   VernierLensd_CloseFIFO(pThis);
-  return Fail("[vernierlensd] : Failed to open FIFO.");
+  if (bRemoved) return Fail("[vernierlensd] : Failed to create FIFO.");
+  std::printf("[vernierlensd] : Failed to remove %s.\n", szFIFOPath);
+  return -1;
 }
 
 i32 VernierLensd_ReopenGateLink(TVernierLensdInfo* pThis) {

@@ -7,7 +7,8 @@
 // Opens the gateway and enters its descriptor in fdsRead.  0, or -1 with a line printed; hGateLink is then null.
 i32 VernierLensd_InitGateLink(TVernierLensdInfo* pThis);
 
-// Makes the FIFO anew, opens it at both ends (so that it never reads as ended; without blocking, since another reader
+// Makes the FIFO anew beside its path and renames it over whatever stands there, so that at no moment the path is free
+// for others.  Opens it at both ends (so that it never reads as ended; without blocking, since another reader
 // of the node may take what select has seen) and enters it in fdsRead.  0, or -1 with a line printed; fdFIFO is then
 // -1.
 i32 VernierLensd_InitFIFO(TVernierLensdInfo* pThis);

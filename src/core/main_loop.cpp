@@ -1,5 +1,6 @@
 #include "core/main_loop.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 
@@ -9,53 +10,94 @@
 #include "core/inputs.h"
 #include "core/status_file.h"
 #include "core/wait.h"
+#include "motor/command_box.h"
 
 namespace {
 
-constexpr time_t tInputTimeOut_s = 3;
+constexpr u64 qwInputTimeOut_us = 3'000'000;
 // So many frames in a row, and the FIFO rests: a thread that never waits gets its turn late when a client wakes it.
 constexpr u32 dwFlood = 8;
-constexpr suseconds_t iFIFORest_us = 1000;
+constexpr u64 qwFIFORest_us = 1000;
+// Clients go first.  After so many requests with a frame waiting the frame gets its turn: a button's release ends a
+// zoom, and a crowd of clients would let that zoom run on.
+constexpr u32 dwMaxRequestsInARow = 8;
 constexpr u64 qwSelectPause_us = 100'000;  // after a failed select, so that a dead descriptor costs no processor
+
+struct TTurns {
+  u32 dwFrames;    // in a row
+  u32 dwRequests;  // in a row with a frame waiting
+  u64 qwQuiet_us;  // waited for inputs since the axes were woken again
+};
 
 bool IsReady(i32 fd, const fd_set& fdsReady) {
   return fd >= 0 && FD_ISSET(fd, &fdsReady);
 }
 
-// True: a frame was taken from the FIFO.
-bool WaitAndServe(TVernierLensdInfo* pThis, bool bFIFORests) {
-  fd_set fdsReady = pThis->fdsRead;
-  if (bFIFORests && pThis->fdFIFO >= 0) FD_CLR(pThis->fdFIFO, &fdsReady);
-  timeval tTimeOut = {.tv_sec = bFIFORests ? 0 : tInputTimeOut_s, .tv_usec = bFIFORests ? iFIFORest_us : 0};
-  const i32 iReady = select(pThis->iMaxFd + 1, &fdsReady, nullptr, nullptr, &tTimeOut);
-  if (iReady < 0) {
-    if (errno == EINTR) return false;
-    std::puts("[vernierlensd] : select failed.");
-    Delay_us(qwSelectPause_us);
-    return false;
+timeval TimeOf(u64 qw_us) {
+  return {.tv_sec = static_cast<time_t>(qw_us / 1'000'000), .tv_usec = static_cast<suseconds_t>(qw_us % 1'000'000)};
+}
+
+// The bytes of a wake-up may have been lost although the pair had room.  A client that asks for the status all the time
+// lets no select time out, so what counts is the time waited in all of them.
+void WakeAgain(TVernierLensdInfo* pThis, TTurns* ptTurns, u64 qwWaited_us) {
+  ptTurns->qwQuiet_us += qwWaited_us;
+  if (ptTurns->qwQuiet_us < qwInputTimeOut_us) return;
+  ptTurns->qwQuiet_us = 0;
+  for (const TAxis* ptAxis : {&g_tFocusAxis, &g_tZoomAxis}) {
+    const bool bReady = pThis->*ptAxis->pbSupport != 0 && Word_Take(pThis->*ptAxis->pbWakeReady) != 0;
+    if (bReady) Command_WakeAgain(pThis, *ptAxis);
   }
-  if (iReady == 0) {
-    if (!bFIFORests) std::puts("[vernierlensd] : select timeout");
-    return false;
-  }
-  const bool bFrame = !IsReady(pThis->fdGateLink, fdsReady);
+}
+
+// One input's turn.  A frame whose rest has not come in time counts as ready.
+void Serve(TVernierLensdInfo* pThis, TTurns* ptTurns, fd_set fdsReady) {
+  const bool bRequest = IsReady(pThis->fdGateLink, fdsReady);
+  const bool bFrame = IsReady(pThis->fdFIFO, fdsReady);
+  const bool bFramesTurn = bFrame && (!bRequest || ptTurns->dwRequests >= dwMaxRequestsInARow);
+  if (bFramesTurn && bRequest) FD_CLR(pThis->fdGateLink, &fdsReady);
+  ptTurns->dwFrames = bFramesTurn ? ptTurns->dwFrames + 1 : 0;
+  ptTurns->dwRequests = bFrame && !bFramesTurn ? ptTurns->dwRequests + 1 : 0;
   if (VernierLensd_SelectHandler(pThis, fdsReady) != 0)
     std::puts("[vernierlensd] : VernierLensd_SelectHandler failed.");
-  return bFrame;
+}
+
+void WaitAndServe(TVernierLensdInfo* pThis, TTurns* ptTurns) {
+  const bool bFIFORests = ptTurns->dwFrames >= dwFlood;
+  fd_set fdsReady = pThis->fdsRead;
+  if (bFIFORests && pThis->fdFIFO >= 0) FD_CLR(pThis->fdFIFO, &fdsReady);
+  u32 dwLeft_ms = 0;
+  const bool bAwaited = EventFrame_IsAwaited(pThis, &dwLeft_ms);
+  u64 qwTimeOut_us = bFIFORests ? qwFIFORest_us : qwInputTimeOut_us;
+  if (bAwaited) qwTimeOut_us = std::min(qwTimeOut_us, u64{dwLeft_ms} * 1000);
+  timeval tLeft = TimeOf(qwTimeOut_us);
+  const i32 iReady = select(pThis->iMaxFd + 1, &fdsReady, nullptr, nullptr, &tLeft);
+  if (iReady < 0) {
+    if (errno == EINTR) return;
+    std::puts("[vernierlensd] : select failed.");
+    Delay_us(qwSelectPause_us);
+    return;
+  }
+  const u64 qwLeft_us = static_cast<u64>(tLeft.tv_sec) * 1'000'000 + static_cast<u64>(tLeft.tv_usec);
+  WakeAgain(pThis, ptTurns, iReady == 0 ? qwTimeOut_us : qwTimeOut_us - std::min(qwLeft_us, qwTimeOut_us));
+  const bool bLate = EventFrame_IsAwaited(pThis, &dwLeft_ms) && dwLeft_ms == 0;
+  if (bLate) FD_SET(pThis->fdFIFO, &fdsReady);
+  if (iReady > 0 || bLate) return Serve(pThis, ptTurns, fdsReady);
+  ptTurns->dwFrames = 0;
+  if (qwTimeOut_us == qwInputTimeOut_us) std::puts("[vernierlensd] : select timeout");
 }
 
 }  // namespace
 
 i32 VernierLensd_MainLoop(TVernierLensdInfo* pThis) {
   VernierLensd_CheckPowerLoss(pThis);
-  for (u32 dwFrames = 0;;) {
+  for (TTurns tTurns = {};;) {
     // The signal first: when both words stand, the end is the orderly one.
     if (g_bTerminated.load() != 0) {
       g_bRunThread = 0;
       return 0;
     }
     if (g_bRunThread.load() == 0) return Fail("[vernierlensd] : Motor thread ends unexpectedly!");
-    dwFrames = WaitAndServe(pThis, dwFrames >= dwFlood) ? dwFrames + 1 : 0;
+    WaitAndServe(pThis, &tTurns);
   }
 }
 
