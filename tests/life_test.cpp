@@ -243,4 +243,61 @@ TEST(Life, FloodedAndRemovedFIFOHoldsNobodyUp) {
   EXPECT_EQ(tCamera.Truth(LENS_ZOOM), 204);
 }
 
+// A header alone is awaited for its second beside the clients, who are answered at once; the rest may come in pieces.
+TEST(Life, HalfAFrameHoldsNobodyUp) {
+  const std::string sRelease = Button("zoomin", "released");
+  for (const bool bRest : {false, true}) {
+    const TCamera tCamera("zoom");
+    const TLifeResult tResult = Live(
+        tCamera,
+        {Frame(100, tCamera, sRelease.substr(0, 4)), Ask(150, szStatus), Ask(300, szStatus),
+         Frame(500, tCamera, bRest ? sRelease.substr(4, 9) : ""), Frame(900, tCamera, bRest ? sRelease.substr(13) : ""),
+         Frame(2000, tCamera, Button("zoomout", "released")), Ask(2500, szStatus)},
+        3000);
+    ExpectRest(tCamera, tResult);
+    EXPECT_LT(TimeOf_us(tResult, "reply 1 "), 310'000U) << Tale(tResult);
+    EXPECT_EQ(HasPrinted(tResult, "[vernierlensd] : Zoom in stop!"), bRest) << Tale(tResult);
+    EXPECT_EQ(HasPrinted(tResult, "[vernierlensd] : Reinitialize FIFO..."), !bRest) << Tale(tResult);
+    EXPECT_TRUE(HasPrinted(tResult, "[vernierlensd] : Zoom out stop!")) << Tale(tResult);
+  }
+}
+
+// Clients go first, but not for ever.
+TEST(Life, FrameGetsItsTurnAmongClients) {
+  const TCamera tCamera("zoom");
+  std::vector<TLifeEvent> atEvents = {Frame(100, tCamera, Button("zoomin", "released"))};
+  atEvents.insert(atEvents.begin(), 60, Ask(100, szStatus));
+  const TLifeResult tResult = Live(tCamera, atEvents, 1000);
+  const std::string sBefore = tResult.sTranscript.substr(0, tResult.sTranscript.find("Zoom in stop!"));
+  EXPECT_LE(Count(sBefore, " reply "), 9U) << Tale(tResult);
+  ExpectRest(tCamera, tResult);
+}
+
+// Restores that came while one ran are that one; another event between two keeps them apart, and a later one runs.
+TEST(Life, RestoresThatWaitAreOne) {
+  const std::string sRestore = EventFrame("<message><autofocus>falling</autofocus></message>");
+  const std::string sThree = sRestore + sRestore + sRestore;
+  const std::string sRelease = Button("zoomin", "released");
+  const std::pair<std::string, std::size_t> atWaiting[] = {{sThree, 2}, {sThree + sRelease + sThree, 3}};
+  for (const auto& [sWaiting, dwRestores] : atWaiting) {
+    const TCamera tCamera("zoom");
+    const TLifeResult tResult = Live(tCamera,
+                                     {Frame(100, tCamera, sRestore), Frame(2000, tCamera, sWaiting),
+                                      Frame(200'000, tCamera, sRestore), Ask(290'000, szStatus)},
+                                     300'000);
+    ExpectRest(tCamera, tResult);
+    // Each restore ends in a search with the iris open, and walks the zoom to its low stop once.
+    EXPECT_EQ(Count(tResult.sTranscript, "create /etc/conf.d/vernierlensd/zoomworking.log"), dwRestores)
+        << Tale(tResult);
+  }
+}
+
+// What a payload could forge of the log.
+TEST(Life, PayloadsArePrintedOnOneLine) {
+  const TCamera tCamera("zoom");
+  const TLifeResult tResult = Live(tCamera, {Frame(100, tCamera, EventFrame("a\n[vernierlensd] : \x7F\x1B"))}, 1000);
+  EXPECT_TRUE(HasPrinted(tResult, "[vernierlensd] : Receive FIFO command: a\\x0A[vernierlensd] : \\x7F\\x1B"))
+      << Tale(tResult);
+}
+
 }  // namespace

@@ -1,4 +1,7 @@
 // Places that a daemon should not find itself in: a line, and then the promised end, or going on at an idle pace.
+#include <fcntl.h>
+#include <sys/file.h>
+
 #include <filesystem>
 
 #include "whole_lives.h"
@@ -45,6 +48,16 @@ TEST(Place, CostsALineAndNoMore) {
       {"no program file", Gone("/usr/sbin/vernierlensd"), {}, "[vernierlensd] : shmget failed.", false},
       {"no right to the shared block", Blocked("/shm/0"), {}, "[vernierlensd] : shmget failed.", false},
       {"no folder for the FIFO", Gone("/tmp"), {}, "[vernierlensd] : Failed to create FIFO.", false},
+      {"a dangling link at the FIFO's path",
+       [](const TCamera& tCamera) { std::filesystem::create_symlink("/nowhere", tCamera.Path(szFIFOPath)); },
+       {},
+       "[vernierlensd] : select timeout",
+       true},
+      {"an empty folder at the FIFO's path",
+       [](const TCamera& tCamera) { std::filesystem::create_directory(tCamera.Path(szFIFOPath)); },
+       {},
+       "[vernierlensd] : select timeout",
+       true},
       {"no folder for the PID", Gone("/var/run"), {}, "[vernierlensd] : select timeout", true},
       {"flash full from the start", Set(&TWorld::bFlashFull), {}, szNotSaved, true},
       {"flash read-only from the start", Set(&TWorld::bFlashReadOnly), {}, szNotSaved, true},
@@ -145,6 +158,37 @@ TEST(Place, WalkToTheStopIsLongEnough) {
     EXPECT_EQ(Count(Printed(tResult), sLine), tCase.szLine[0] != '\0' ? 1U : 0U) << Tale(tResult);
     EXPECT_NE(Printed(tResult).find(tCase.szLine), std::string::npos) << Tale(tResult);
     EXPECT_EQ(Count(Printed(tResult), "[vernierlensd] : zoom/motor/positioningstep"), 0U) << Tale(tResult);
+  }
+}
+
+// Another daemon has the camera: waited for as long as a release may take, and a little longer.
+TEST(Place, SuccessorOutwaitsARelease) {
+  const struct {
+    const char* szLocked;
+    u64 qwFreed_ms, qwEnd_ms;  // 0: never
+    const char* szLine;
+    u64 qwAtLeast_ms;
+  } atCases[] = {
+      {"/var/run/vernierlensd.lock", 590'000, 620'000, "[vernierlensd] : select timeout", 590'000},
+      {"/var/run/vernierlensd.lock", 0, 700'000, "[vernierlensd] : Another daemon owns the lens.", 600'000},
+      {"/var/run/vernierlensd.lock", 0, 5000, "[vernierlensd] : Asked to end while another daemon owns the lens.",
+       5000},
+      {"/etc/conf.d/vernierlensd", 0, 5000, "[vernierlensd] : select timeout", 3000},  // which anybody may lock
+  };
+  for (const auto& tCase : atCases) {
+    const TCamera tCamera("zoom");
+    const std::string sPath = tCamera.Path(tCase.szLocked);
+    const int fd = std::filesystem::is_directory(sPath) ? open(sPath.c_str(), O_RDONLY)
+                                                        : open(sPath.c_str(), O_RDWR | O_CREAT, 0600);
+    ASSERT_EQ(flock(fd, LOCK_EX), 0);
+    std::vector<TLifeEvent> atEvents;
+    if (tCase.qwFreed_ms != 0) atEvents.push_back(Call(tCase.qwFreed_ms, [fd](TWorld*) { flock(fd, LOCK_UN); }));
+    const TLifeResult tResult = Live(tCamera, atEvents, tCase.qwEnd_ms);
+    EXPECT_EQ(Judge_Order(tResult), "") << Tale(tResult);
+    EXPECT_GE(TimeOf_us(tResult, tCase.szLine), tCase.qwAtLeast_ms * 1000) << Tale(tResult);
+    close(fd);
+    const auto tMode = std::filesystem::status(tCamera.Path("/var/run/vernierlensd.lock")).permissions();
+    EXPECT_EQ(tMode, std::filesystem::perms{0600});
   }
 }
 

@@ -7,13 +7,15 @@
 #include <cerrno>
 #include <cstdio>
 
+#include "core/fail.h"
 #include "core/paths.h"
 #include "core/wait.h"
 
 namespace {
 
 constexpr u64 qwPoll_us = 100'000;
-constexpr u64 qwBound_us = 60'000'000;
+constexpr u64 qwBound_us = qwEndBound_us + 30'000'000;  // the predecessor's release, and what it frees and closes
+constexpr mode_t wOwnerOnly = 0600;                     // who can open the file can lock the daemon out
 
 bool IsTaken(i32 fd) {
   return flock(fd, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK;
@@ -22,12 +24,14 @@ bool IsTaken(i32 fd) {
 }  // namespace
 
 i32 Instance_Claim(TVernierLensdInfo* pThis) {
-  pThis->fdInstance = open(szConfigFolder, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  pThis->fdInstance = open(szInstancePath, O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, wOwnerOnly);
   if (pThis->fdInstance < 0 || !IsTaken(pThis->fdInstance)) return 0;
   std::puts("[vernierlensd] : Another daemon owns the lens, waiting for its end.");
   bool bTaken = true;
-  Wait_Poll(qwPoll_us, qwBound_us, [&] { return Daemon_IsEnding() || !(bTaken = IsTaken(pThis->fdInstance)); });
-  return bTaken ? -1 : 0;
+  Wait_Poll(qwPoll_us, qwBound_us, [&] { return !(bTaken = IsTaken(pThis->fdInstance)) || Daemon_IsEnding(); });
+  if (!bTaken) return 0;
+  return Fail(Daemon_IsEnding() ? "[vernierlensd] : Asked to end while another daemon owns the lens."
+                                : "[vernierlensd] : Another daemon owns the lens.");
 }
 
 void Instance_Release(TVernierLensdInfo* pThis) {

@@ -9,7 +9,7 @@ constexpr const char* szFocusMotorPath = "/dev/focusmotor";
 constexpr const char* szZoomMotorPath = "/dev/zoommotor";
 constexpr const char* szIICPath = "/dev/i2c-2";  // of the temperature sensor, unless its configuration names another
 
-constexpr const char* szConfigFolder = "/etc/conf.d/vernierlensd";
+constexpr const char* szInstancePath = "/var/run/vernierlensd.lock";
 
 constexpr const char* szCapabilityPath = "/etc/conf.d/config_capability.xml";
 constexpr const char* szImageFeaturePath = "/etc/conf.d/config_imagefeature.xml";

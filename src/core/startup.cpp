@@ -43,7 +43,7 @@ i32 CreateFocusValueTable();
 
 i32 VernierLensd_Init(TVernierLensdInfo* pThis) {
   ClearContext(pThis);
-  if (Instance_Claim(pThis) != 0) return Fail("[vernierlensd] : Another daemon owns the lens.");
+  if (Instance_Claim(pThis) != 0) return -1;
   if (VernierLensd_InitSXMLParser(&pThis->hSXMLParser) != 0) {
     return Fail("[vernierlensd] : VernierLensd_InitSXMLParser failed.");
   }

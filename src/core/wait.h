@@ -19,6 +19,10 @@ struct tm* Clock_UTC();
 
 constexpr u64 qwNoBound_us = ~0ULL;
 
+// The end of the motor threads is waited for so long: far longer than a whole range of any lens takes.  A successor of
+// this daemon waits a little longer.
+constexpr u64 qwEndBound_us = 600'000'000;
+
 // Polls fnDone, every qwPeriod_us, for at most qwBound_us.  True: it held.  False: the bound passed first.
 // fnDone also tells of the reasons to give up: a wait without bound ends at least on Daemon_IsEnding.
 template <typename TDone>

@@ -23,7 +23,6 @@ constexpr time_t tWakeTimeOut_s = 3;
 constexpr u64 qwReadyPoll_us = 1000;
 constexpr u64 qwSelectPause_us = 100'000;  // after a failed select, so that a dead descriptor costs no processor
 constexpr u64 qwEndPoll_us = 10'000;
-constexpr u64 qwEndBound_us = 600'000'000;  // far longer than a whole range of any lens takes
 
 enum EReceived : u32 {
   RECEIVED_COMMAND,  // woken, and a command stands in the block
