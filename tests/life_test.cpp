@@ -300,4 +300,35 @@ TEST(Life, PayloadsArePrintedOnOneLine) {
       << Tale(tResult);
 }
 
+TEST(Life, DaemonModeWorksWithoutALog) {
+  const TCamera tCamera("zoom");
+  const TLifeResult tResult =
+      Life_Run({.sRoot = tCamera.sRoot,
+                .atEvents = {Ask(100, "function=zoom&direction=direct&position=300"), Ask(5000, szStatus)},
+                .qwEnd_us = 6'000'000,
+                .asArgs = {"vernierlensd", "-d"}});
+  EXPECT_EQ(tResult.eEnd, LIFE_EXITED) << Tale(tResult);
+  EXPECT_EQ(Printed(tResult), "[vernierlensd] : Entering daemon mode...\n");
+  EXPECT_EQ(Judge_Belief(tResult.asReplies.back(), LENS_ZOOM, 300), "") << Tale(tResult);
+  EXPECT_EQ(tCamera.Truth(LENS_ZOOM), 300);
+}
+
+// The FIFO is gone for the rest of the run; clients are answered on.
+TEST(Life, FIFOThatCannotBeMadeAnewCostsButtonsOnly) {
+  const TCamera tCamera("zoom");
+  const TLifeEvent tBad = Frame(100, tCamera, "\x01\x01");
+  const auto Break = [&](TWorld* ptWorld) {
+    tBad.fnCall(ptWorld);
+    rename(tCamera.Path("/tmp").c_str(), tCamera.Path("/gone").c_str());
+  };
+  const TLifeResult tResult = Live(
+      tCamera, {Call(100, Break), Ask(200, "function=zoom&direction=direct&position=300"), Ask(8000, szStatus)}, 9000);
+  for (const char* szLine :
+       {"[vernierlensd] : Failed to create FIFO.", "[vernierlensd] : VernierLensd_InitFIFO failed."}) {
+    EXPECT_TRUE(HasPrinted(tResult, szLine)) << Tale(tResult);
+  }
+  ExpectRest(tCamera, tResult);
+  EXPECT_EQ(tCamera.Truth(LENS_ZOOM), 300);
+}
+
 }  // namespace
