@@ -38,7 +38,10 @@ void ReadAll(std::string_view sBytes) {
     iResult = VernierLensd_FIFOCommandHandler(&g_tInfo);
     Check(iResult == 0 || iResult == -1 || iResult == iFIFOUnreadable, "a known result");
     Check(g_tInfo.iCurChannel >= 0 && g_tInfo.iCurChannel < g_tVernierLensdConfigInfo.iMaxDevNum, "a channel there is");
+    u32 dwLeft_ms = 0;
+    if (EventFrame_IsAwaited(&g_tInfo, &dwLeft_ms)) iResult = iFIFOUnreadable;  // its rest does not come
   }
+  g_tInfo.tEventFrame = {};
   char acRest[4096];
   while (read(g_tInfo.fdFIFO, acRest, sizeof acRest) > 0) {
   }
