@@ -136,11 +136,14 @@ bool HasRecovered(const TLifeResult& tResult) {
   return tResult.sTranscript.find(sRecovers) != std::string::npos;
 }
 
+bool IsBackup(const char* pszStatus) {
+  return pszStatus != nullptr && pszStatus[0] == 'b';
+}
+
 // Neither a saved position, which a backup goes to, nor the default one of a restore without a zoom is a sharp one.
 bool EndsInSearch(const TCutRow& tRow) {
   const TLensModel& tModel = *Lenses_Find(tRow.szModel);
   const auto IsNormal = [](const char* pszStatus) { return pszStatus != nullptr && pszStatus[0] == 'n'; };
-  const auto IsBackup = [](const char* pszStatus) { return pszStatus != nullptr && pszStatus[0] == 'b'; };
   if (!Model_HasFocus(tModel) || IsBackup(tRow.pszStatus) || IsBackup(tRow.pszNextStatus)) return false;
   return Model_HasZoom(tModel) || IsNormal(tRow.pszStatus);
 }
@@ -162,9 +165,17 @@ double SearchAccuracy(const TLensModel& tModel) {
   return 1 + 0.75 * (tSearch.bFineTuning != 0 ? tSearch.dwStepFine : tSearch.dwStepSmall);
 }
 
+bool LogStands(const TCamera& tCamera, ELensAxis eAxis) {
+  return access(tCamera.Path(eAxis == LENS_ZOOM ? szZoomLogPath : szFocusLogPath).c_str(), F_OK) == 0;
+}
+
 bool LogStands(const TCamera& tCamera) {
-  return access(tCamera.Path(szZoomLogPath).c_str(), F_OK) == 0 ||
-         access(tCamera.Path(szFocusLogPath).c_str(), F_OK) == 0;
+  return LogStands(tCamera, LENS_ZOOM) || LogStands(tCamera, LENS_FOCUS);
+}
+
+// A backup sends one channel.  Where nobody moves the others, they stay lost, and the logs tell the next start.
+bool LeavesOthersLost(const TCutRow& tRow) {
+  return IsBackup(tRow.pszStatus) && tRow.atEvents.empty() && Lenses_Find(tRow.szModel)->iChannels > 1;
 }
 
 // The replies' last iChannels are the status of each channel.
@@ -267,6 +278,14 @@ const std::vector<TCutRow>& Cuts_Rows() {
        3},
       {"sensor", "quad", {Ask(qwQuadAt_ms, "channel=1&function=positioning")}, qwQuadAt_ms + 60'000, "normal\n", 7},
       {"backup", "quad", {}, 10'000, "backup\n"},
+      {"backup-then-moves",
+       "quad",
+       {Ask(40'000, "channel=1&function=zoom&direction=direct&position=120"),
+        Ask(80'000, "channel=2&function=zoom&direction=direct&position=80"),
+        Ask(120'000, "channel=3&function=zoom&direction=forward&steps=20")},
+       160'000,
+       "backup\n",
+       7},
       {"first-start", "quad", {}, 240'000, pszNoStatus, 19, nullptr, true},
       {"night", "zoom", {FallOfNight(qwAt_ms)}, 5'000, "normal\n", 1, nullptr, false, true},
       {"night-zooming",
@@ -320,10 +339,15 @@ TUncut Cuts_LiveUncut(const TCamera& tCamera, const TCutRow& tRow, u64 qwSeed) {
     for (const ELensAxis eAxis : {LENS_ZOOM, LENS_FOCUS}) {
       const u32 dwSaid = Judge_PublishedPlace(tCamera, eAxis, i);
       const double dTrue = tCamera.Truth(eAxis, i);
-      if (!tUncut.sLoss.empty() || !Model_HasAxis(tModel, eAxis) || dwSaid == dTrue) continue;
+      const bool bTold = i > 0 && LeavesOthersLost(tRow) && LogStands(tCamera, eAxis);
+      if (!tUncut.sLoss.empty() || !Model_HasAxis(tModel, eAxis) || dwSaid == dTrue || bTold) continue;
       tUncut.sLoss = "channel " + std::to_string(i) + ": " + Judge_Name(eAxis) + " left at " + std::to_string(dwSaid) +
                      ", true " + std::to_string(dTrue);
     }
+  }
+  if (tUncut.sLoss.empty() && LeavesOthersLost(tRow)) {
+    const u64 qwFor_ms = PatienceOf(tRow.szModel).qwRecovery_ms;
+    tUncut.sLoss = JudgeNextStart(tCamera, tRow, RestingLife(tCamera, tModel.iChannels, qwFor_ms, qwSeed));
   }
   if (tUncut.sLoss.empty() && LogStands(tCamera)) tUncut.sLoss = "a working log stands";
   return tUncut;

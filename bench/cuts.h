@@ -33,7 +33,9 @@ struct TCutMoment {
   u64 qwAgain = 0;    // event of the next start at which the power is cut again, 0 never
 };
 
-// The row's life without a cut: it must end in order, with every axis where the daemon says, and leave no log.
+// The row's life without a cut: it must end in order, with every axis where the daemon says, and leave no log.  A
+// channel that a backup of several channels has not sent may be elsewhere exactly while the log of that axis stands;
+// one further start must then find every channel.
 struct TUncut {
   u64 qwEvents = 0;         // of the whole life
   u64 qwStartUpEvents = 0;  // of them before the row's first event, or in the first moments of a row that has none
