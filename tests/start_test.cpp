@@ -227,16 +227,16 @@ TEST(Start, ChannelsWithoutSensorsAreFoundByTheirFirstMove) {
   TakeSensorsAway(tCamera);
   for (i32 iChannel = 0; iChannel < 4; iChannel++) {
     const std::string sChannel = "channel=" + std::to_string(iChannel);
-    const TLifeResult tResult =
-        Live(tCamera,
-             {Ask(1'000, sChannel + "&function=stop"), Call(5'000, [](TWorld*) { std::puts("stopped"); }),
-              Ask(6'000, sChannel + "&function=zoom&direction=direct&position=222"),
-              Ask(90'000, sChannel + "&function=zoom&direction=direct&position=220"),
-              Ask(99'000, sChannel + "&" + szStatus)},
-             100'000);
+    const TLifeResult tResult = Live(
+        tCamera,
+        {Ask(1'000, sChannel + "&function=stop"), Call(5'000, [](TWorld*) { std::puts("stopped"); }),
+         Ask(6'000, sChannel + "&function=zoom&direction=forward&steps=2"),
+         Ask(90'000, sChannel + "&function=zoom&direction=direct&position=90"), Ask(99'000, sChannel + "&" + szStatus)},
+        100'000);
     const std::string sBefore = tResult.sTranscript.substr(0, tResult.sTranscript.find("print stopped"));
     EXPECT_EQ(Count(sBefore, "WALK"), 0U) << Tale(tResult);
-    EXPECT_EQ(Count(Requests(tResult, "zoommotor"), "BACKWARD"), 2U) << "the reference once, and the move back";
+    EXPECT_EQ(Count(Requests(tResult, "zoommotor"), "BACKWARD"), 2U)
+        << "the reference once, and back from 2 above the start";
     EXPECT_EQ(Count(Printed(tResult), "Power loss"), 0U);
     ExpectChannel(tCamera, tResult, iChannel, tResult.asReplies.size() - 1);
     EXPECT_FALSE(Exists(tCamera, szZoomLogPath) || Exists(tCamera, szFocusLogPath)) << Tale(tResult);

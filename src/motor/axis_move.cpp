@@ -172,19 +172,10 @@ void Axis_Recover(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, const TB
 // block, which is then left alone.
 i32 Axis_RunCommand(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd) {
   if (pThis->*tAxis.pbSupport == 0) return -1;
-  TMotorCommand& tRunning = Axis_Box(pThis, tAxis).tRunning;
-  u32 dwTarget = tRunning.dwPosition;
-  if (tRunning.dwDirection != DIRECTION_DIRECT) {
-    if (tRunning.dwSteps > dwMaxRelativeSteps) {
-      tRunning.dwSteps = dwMaxRelativeSteps;
-      Command_WriteBack(pThis, tAxis, &TMotorCommand::dwSteps, dwMaxRelativeSteps);
-    }
-    const u32 dwPosition = Word_Load(Axis_Position(pThis, tAxis));
-    dwTarget =
-        tRunning.dwDirection == DIRECTION_FORWARD ? dwPosition + tRunning.dwSteps : dwPosition - tRunning.dwSteps;
-  }
-  const bool bMoves = tRunning.dwDirection <= DIRECTION_DIRECT;
-  const i32 iResult = bMoves ? Axis_Move(pThis, tAxis, fd, dwTarget) : 0;
+  Axis_ResolveTarget(pThis, tAxis);
+  const TMotorCommand& tRunning = Axis_Box(pThis, tAxis).tRunning;
+  const bool bMoves = tRunning.dwDirection == DIRECTION_DIRECT;
+  const i32 iResult = bMoves ? Axis_Move(pThis, tAxis, fd, tRunning.dwPosition) : 0;
   // A held button would ask a driver that refuses for ever.
   if (iResult != 0) Command_WriteBack(pThis, tAxis, &TMotorCommand::bZoomContinuous, 0);
   Command_Finish(pThis, tAxis);
@@ -237,6 +228,20 @@ bool Axis_RequestWalk(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, i32 
     Reference_LoseByAnswer(pThis, tAxis, bBlocking ? "MOTOR_WALK_STEPS_BLOCK" : "MOTOR_WALK_STEPS", iAnswer);
   }
   return iAnswer >= 0;
+}
+
+void Axis_ResolveTarget(TVernierLensdInfo* pThis, const TAxis& tAxis) {
+  TMotorCommand& tRunning = Axis_Box(pThis, tAxis).tRunning;
+  if (tRunning.dwDirection == DIRECTION_DIRECT) return;
+  if (tRunning.dwSteps > dwMaxRelativeSteps) {
+    tRunning.dwSteps = dwMaxRelativeSteps;
+    Command_WriteBack(pThis, tAxis, &TMotorCommand::dwSteps, dwMaxRelativeSteps);
+  }
+  if (tRunning.dwDirection > DIRECTION_DIRECT) return;
+  const u32 dwPosition = Word_Load(Axis_Position(pThis, tAxis));
+  const bool bForward = tRunning.dwDirection == DIRECTION_FORWARD;
+  tRunning.dwPosition = bForward ? dwPosition + tRunning.dwSteps : dwPosition - tRunning.dwSteps;
+  tRunning.dwDirection = DIRECTION_DIRECT;
 }
 
 void VernierLensd_ZoomCommand(TVernierLensdInfo* pThis, i32 fd) {

@@ -28,7 +28,11 @@ void VernierLensd_RecoverFocusMove(TVernierLensdInfo* pThis, i32 fd, u32 dwLeft,
 bool Axis_SetDirection(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, bool bForward);
 bool Axis_RequestWalk(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, i32 iDriverSteps);
 
-// Runs the taken command as a move, relative (at most 30 steps) or direct, and sets the axis idle after it, unless a
+// Makes the taken command, if it is relative, a direct move from where the counter stands now: at most 30 steps.  The
+// block is left as it is but for that limit.
+void Axis_ResolveTarget(TVernierLensdInfo* pThis, const TAxis& tAxis);
+
+// Runs the taken command as a move, relative or direct, and sets the axis idle after it, unless a
 // newer command stands in the block.
 void VernierLensd_ZoomCommand(TVernierLensdInfo* pThis, i32 fd);
 void VernierLensd_FocusCommand(TVernierLensdInfo* pThis, i32 fd);

@@ -112,6 +112,7 @@ void RunFocusCommand(TVernierLensdInfo* pThis, i32 fd) {
 // A move: the log stands on flash before the motor starts, and goes when the result is saved.
 void Bracket(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, FStep pfnStep) {
   tAxis.pfnCreateLog();
+  Axis_ResolveTarget(pThis, tAxis);  // from the position that the client has seen, not from the reference
   const bool bFound = FindLostReference(pThis, tAxis, fd);
   const bool bBegun = !bFound || !Daemon_IsEnding();  // no move is begun after the end
   if (bBegun) pfnStep(pThis, fd);
@@ -188,7 +189,7 @@ bool SaveRunningChannel(TVernierLensdInfo* pThis, const TAxis& tAxis) {
 // A position that is not saved, or not known, leaves the log standing: the next start then finds the lens itself.  So
 // does a focus whose recovery is not over: the counter is true, but the focus stands where nobody has put it.
 void CloseLog(TVernierLensdInfo* pThis, const TAxis& tAxis, bool bSaved) {
-  if (bSaved && Reference_IsKnownOnAll(pThis, tAxis) && !(tAxis.bRecovers && Recovery_IsOpen(pThis))) {
+  if (bSaved && Reference_NeedsNoLog(pThis, tAxis) && !(tAxis.bRecovers && Recovery_IsOpen(pThis))) {
     tAxis.pfnDeleteLog();
   } else {
     tAxis.pfnCreateLog();  // it may have failed before the move

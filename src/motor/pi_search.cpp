@@ -194,5 +194,5 @@ void PIPass_Run(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd) {
   WaitForOther(pThis, tAxis, tOther, g_tVernierLensdConfigInfo.iMaxDevNum);
   SetDone(tAxis, 1);  // also where the pass was left in the middle: the sensor must not stay powered
   VernierLensd_SetPIPowerOff(fd);
-  if (Reference_IsKnownOnAll(pThis, tAxis)) tAxis.pfnDeleteLog();
+  if (Reference_NeedsNoLog(pThis, tAxis)) tAxis.pfnDeleteLog();
 }

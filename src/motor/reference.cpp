@@ -57,7 +57,7 @@ i32 Reference_FirstLost(const TVernierLensdInfo* pThis, const TAxis& tAxis) {
   return -1;
 }
 
-bool Reference_IsKnownOnAll(const TVernierLensdInfo* pThis, const TAxis& tAxis) {
+bool Reference_NeedsNoLog(const TVernierLensdInfo* pThis, const TAxis& tAxis) {
   return std::ranges::none_of((pThis->*tAxis.ptBox).aeReference, [](const u32& eReference) {
     return Word_Load(eReference) == REFERENCE_LOST || Word_Load(eReference) == REFERENCE_FAILED;
   });

@@ -29,4 +29,4 @@ bool Reference_IsToBeFound(const TVernierLensdInfo* pThis, const TAxis& tAxis, i
 i32 Reference_FirstLost(const TVernierLensdInfo* pThis, const TAxis& tAxis);
 
 // True if no channel's counter is lost and no search has failed: only then may the working log go.
-bool Reference_IsKnownOnAll(const TVernierLensdInfo* pThis, const TAxis& tAxis);
+bool Reference_NeedsNoLog(const TVernierLensdInfo* pThis, const TAxis& tAxis);
