@@ -29,6 +29,7 @@ constexpr TRow g_atRows[] = {
     {szEachZoomLens, "hold", "stop zoomback"},
     {szEachZoomLens, "backup", "stop focus"},
     {szEachZoomLens, "recovery", "stop irisopen auto"},
+    {"quad", "recovery", "auto auto&iris"},
     {"focus", "setdefault", "focus resetfocus"},
     {"focus", "focus", "setdefault"},
 };

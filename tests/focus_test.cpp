@@ -6,7 +6,9 @@
 
 #include "autofocus/zoom_tracking.h"
 #include "lenses/lens_model.h"
+#include "motor/command_box.h"
 #include "motor/pi_search.h"
+#include "motor/positioning.h"
 #include "whole_lives.h"
 
 namespace {
@@ -369,6 +371,13 @@ TEST(Tracking, StartBoundAddsTheMagnitude) {
     VernierLensd_UpdateFocusingStart(&tInfo, tCase.dwZoom);
     EXPECT_EQ(tInfo.tFocusCommand.dwStart, tCase.dwStart) << tCase.iInterval << " " << tCase.dwZoom;
   }
+  // A search may come before a taken walk to the reference has begun, and then starts from the reference's bound too.
+  tInfo.bSupportZoom = 1;
+  Command_Write(&tInfo, g_tZoomAxis, {.iChannel = 1, .dwNumber = 1},
+                [](TMotorCommand& tBlock) { Positioning_Write(g_tZoomAxis, &tBlock, FUNCTION_MOTORRESET); });
+  Command_Take(&tInfo, g_tZoomAxis);
+  EXPECT_EQ(tInfo.tFocusCommand.dwStart, adwTable[0]);
+  EXPECT_EQ(tInfo.adwSearchStart[1], adwTable[0]);
   g_pdwtabFocusingStartTable = nullptr;
 }
 

@@ -5,6 +5,7 @@
 
 #include "autofocus/focus_block.h"
 #include "autofocus/focus_sweep.h"
+#include "autofocus/zoom_tracking.h"
 #include "core/wait.h"
 #include "ics/ics_positioning.h"
 #include "motor/command_box.h"
@@ -28,9 +29,10 @@ struct TRange {
 
 u32 OpenIris(TVernierLensdInfo* pThis);
 void GiveIrisBack(TVernierLensdInfo* pThis, u32 bIris);
-TBounds SearchBounds(const TVernierLensdInfo* pThis);
+TBounds SearchBounds(const TVernierLensdInfo* pThis, u32 dwStart);
+TBounds PresentBounds(TVernierLensdInfo* pThis);
 TRange CentredRange(const TBounds& tBounds, i32 iLength, u32 dwCentre);
-TRange FirstRange(const TVernierLensdInfo* pThis, const TBounds& tBounds);
+TRange FirstRange(TVernierLensdInfo* pThis);
 void WaitForZoom(TVernierLensdInfo* pThis);
 i32 SweepLevels(TVernierLensdInfo* pThis, i32 fd, const TRange& tFirst, u32 dwFirstStep, const char* szThird);
 void ClearTableRow(i32 iChannel);
@@ -45,7 +47,7 @@ void VernierLensd_PerformAutoFocus(TVernierLensdInfo* pThis, i32 fd) {
   if (pThis->bSupportFocus == 0) return;
   const u32 bIris = OpenIris(pThis);
   // Worked out before the wait, from the pan focus that the zoom's target gave.
-  const TRange tFirst = FirstRange(pThis, SearchBounds(pThis));
+  const TRange tFirst = FirstRange(pThis);
   WaitForZoom(pThis);
   std::puts("[vernierlensd] : Start first-level searching...");
   const i32 iResult = SweepLevels(pThis, fd, tFirst, g_tVernierLensdConfigInfo.dwSearchStepLarge,
@@ -66,7 +68,7 @@ void PerformFocusScan(TVernierLensdInfo* pThis, i32 fd) {
   if (iResult == 0) {
     WaitForZoom(pThis);
     std::puts("[vernierlensd] : Start searching...");
-    const TBounds tBounds = SearchBounds(pThis);
+    const TBounds tBounds = PresentBounds(pThis);
     iResult = SweepLevels(pThis, fd, {.dwStart = tBounds.dwStart, .dwLength = tBounds.dwEnd - tBounds.dwStart},
                           g_tVernierLensdConfigInfo.dwSearchStepSmall, "[vernierlensd] : Start Fine tune searching...");
   }
@@ -89,13 +91,13 @@ void GiveIrisBack(TVernierLensdInfo* pThis, u32 bIris) {
 }
 
 // The start table can lift the lower bound above the upper one: the range is then empty.
-TBounds SearchBounds(const TVernierLensdInfo* pThis) {
+TBounds SearchBounds(const TVernierLensdInfo* pThis, u32 dwStart) {
   const u32 dwEnd = Word_Load(pThis->tFocusCommand.dwEnd);
-  // The shared word is that of the last zoom of any channel.
-  const bool bOwn = g_tVernierLensdConfigInfo.iMaxDevNum > 1 && g_pdwtabFocusingStartTable != nullptr;
-  const u32 dwStart =
-      Word_Load(bOwn ? pThis->adwSearchStart[pThis->tFocusBox.iRunningChannel] : pThis->tFocusCommand.dwStart);
   return {.dwStart = std::min(dwStart, dwEnd), .dwEnd = dwEnd};
+}
+
+TBounds PresentBounds(TVernierLensdInfo* pThis) {
+  return SearchBounds(pThis, ZoomTracking_SearchWords(pThis, pThis->tFocusBox.iRunningChannel).dwStart);
 }
 
 // A range of iLength round dwCentre, moved so that it lies within the bounds, and never longer than they are.
@@ -110,8 +112,10 @@ TRange CentredRange(const TBounds& tBounds, i32 iLength, u32 dwCentre) {
   return {.dwStart = dwCentre - dwHalf, .dwLength = dwLength};
 }
 
-TRange FirstRange(const TVernierLensdInfo* pThis, const TBounds& tBounds) {
-  u32 dwPanFocus = Word_Load(pThis->adwPanFocus[pThis->tFocusBox.iRunningChannel]);
+TRange FirstRange(TVernierLensdInfo* pThis) {
+  const TSearchWords tWords = ZoomTracking_SearchWords(pThis, pThis->tFocusBox.iRunningChannel);
+  const TBounds tBounds = SearchBounds(pThis, tWords.dwStart);
+  u32 dwPanFocus = tWords.dwPanFocus;
   // A tracking curve, or a broken table, can lead below 0, which is no place at the far end.
   if (static_cast<i32>(dwPanFocus) < 0) dwPanFocus = 0;
   const u32 dwWhole = tBounds.dwEnd - tBounds.dwStart;
@@ -136,7 +140,7 @@ i32 SweepLevels(TVernierLensdInfo* pThis, i32 fd, const TRange& tFirst, u32 dwFi
   if (VernierLensd_FocusSweep(pThis, fd, tFirst.dwStart, tFirst.dwLength, dwFirstStep) != 0) return -1;
   const auto Sweep = [&](i32 iLength, u32 dwStep) {
     const u32 dwPosition = Word_Load(Axis_Position(pThis, g_tFocusAxis));
-    const TRange tRange = CentredRange(SearchBounds(pThis), iLength, dwPosition);
+    const TRange tRange = CentredRange(PresentBounds(pThis), iLength, dwPosition);
     return VernierLensd_FocusSweep(pThis, fd, tRange.dwStart, tRange.dwLength, dwStep);
   };
   std::puts("[vernierlensd] : Start second-level searching...");

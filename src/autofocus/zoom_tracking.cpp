@@ -9,6 +9,7 @@
 #include "core/regular_file.h"
 #include "ics/ics_tracking.h"
 #include "motor/command_box.h"
+#include "motor/reference.h"
 
 namespace {
 
@@ -47,6 +48,29 @@ u32 FocusingStart(u32 dwZoomPos) {
   return dwThis + Interpolate(dwMagnitude, iInterval, dwZoomPos - dwEntry * dwInterval);
 }
 
+u32 PanFocusAt(const TVernierLensdInfo* pThis, u32 dwZoomPos, i32 iChannel) {
+  if (pThis->bSupportICS != 0) return ICS_PanFocusAt(pThis, dwZoomPos, iChannel);
+  const u32 dwEntries = g_tVernierLensdConfigInfo.dwZoomVirtualTotalStep;
+  if (g_pdwtabFocusPanTable == nullptr || dwEntries == 0) return Word_Load(pThis->adwPanFocus[iChannel]);
+  return g_pdwtabFocusPanTable[dwZoomPos == 0 ? 0 : std::min(dwZoomPos, dwEntries) - 1];
+}
+
+// True: a positioning waits in the zoom's block, or its reference is lost and a recovery or a stop makes it walk there.
+// A lost reference of a zoom at rest sends it nowhere.
+bool IsBoundForReference(TVernierLensdInfo* pThis, i32 iChannel) {
+  if (pThis->bSupportZoom == 0) return false;
+  TCommandBox& tBox = pThis->tZoomBox;
+  Command_Lock(tBox);
+  const u32 dwFunction = Word_Load(pThis->tZoomCommand.dwFunction);
+  const bool bWaits = Word_Load(pThis->bZoomWake) != 0;
+  const bool bPositions =
+      bWaits && tBox.iChannel == iChannel && (dwFunction == FUNCTION_POSITIONING || dwFunction == FUNCTION_MOTORRESET);
+  const bool bDue = tBox.bReferenceDue != 0;
+  const bool bAtWork = bWaits || tBox.bBusy != 0;
+  Command_Unlock(tBox);
+  return bPositions || bDue || (bAtWork && Reference_IsLost(pThis, g_tZoomAxis, iChannel));
+}
+
 }  // namespace
 
 i32 VernierLensd_LoadPanFocusTable() {
@@ -71,10 +95,7 @@ void VernierLensd_UpdatePanFocus(TVernierLensdInfo* pThis, u32 dwZoomPos, i32 iD
     ICS_PanFocusShift(pThis, dwZoomPos, iDev);
     return;
   }
-  const u32 dwEntries = g_tVernierLensdConfigInfo.dwZoomVirtualTotalStep;
-  if (g_pdwtabFocusPanTable == nullptr || dwEntries == 0) return;
-  const u32 dwEntry = dwZoomPos == 0 ? 0 : std::min(dwZoomPos, dwEntries) - 1;
-  Word_Store(pThis->adwPanFocus[iDev], g_pdwtabFocusPanTable[dwEntry]);
+  Word_Store(pThis->adwPanFocus[iDev], PanFocusAt(pThis, dwZoomPos, iDev));
 }
 
 void VernierLensd_UpdateFocusingStart(TVernierLensdInfo* pThis, u32 dwZoomPos) {
@@ -91,10 +112,23 @@ void ZoomTracking_SetWords(TVernierLensdInfo* pThis, u32 dwZoomPos, i32 iChannel
 void ZoomTracking_SetReferenceWords(TVernierLensdInfo* pThis, u32 dwZoomPos, i32 iChannel) {
   if (pThis->bSupportFocus == 0) return;
   if (pThis->bSupportICS != 0) {
-    ICS_SetPanFocus(pThis, dwZoomPos, iChannel);
+    Word_Store(pThis->adwPanFocus[iChannel], PanFocusAt(pThis, dwZoomPos, iChannel));
   } else {
     ZoomTracking_SetWords(pThis, dwZoomPos, iChannel);
   }
+}
+
+TSearchWords ZoomTracking_SearchWords(TVernierLensdInfo* pThis, i32 iChannel) {
+  const u32 dwReference = g_tVernierLensdConfigInfo.dwZoomVirtualStart;
+  const bool bTable = HasStartTable(pThis);
+  if (IsBoundForReference(pThis, iChannel)) {
+    return {.dwPanFocus = PanFocusAt(pThis, dwReference, iChannel),
+            .dwStart = bTable ? FocusingStart(dwReference) : Word_Load(pThis->tFocusCommand.dwStart)};
+  }
+  // The shared bound is that of the last zoom of any channel.
+  const bool bOwn = bTable && g_tVernierLensdConfigInfo.iMaxDevNum > 1;
+  return {.dwPanFocus = Word_Load(pThis->adwPanFocus[iChannel]),
+          .dwStart = Word_Load(bOwn ? pThis->adwSearchStart[iChannel] : pThis->tFocusCommand.dwStart)};
 }
 
 void VernierLensd_FollowZoom(TVernierLensdInfo* pThis, u32 dwZoomPos) {

@@ -22,6 +22,15 @@ void ZoomTracking_SetWords(TVernierLensdInfo* pThis, u32 dwZoomPos, i32 iChannel
 // The same for a zoom that walks to its reference, without the printed lines of an ICS lens.  Zoom thread.
 void ZoomTracking_SetReferenceWords(TVernierLensdInfo* pThis, u32 dwZoomPos, i32 iChannel);
 
+// What a search of a channel goes by: pan focus and search bound, as the latest target of the zoom gave them.  While
+// the zoom is sure to walk to its reference, but has not set them for it, they are those of the reference.  Focus
+// thread.
+struct TSearchWords {
+  u32 dwPanFocus;
+  u32 dwStart;
+};
+TSearchWords ZoomTracking_SearchWords(TVernierLensdInfo* pThis, i32 iChannel);
+
 // Sends the focus to the pan focus of the running zoom's target, which cuts off whatever the focus does.  Zoom thread.
 // If a newer command waits for the zoom, or has been given to the focus, only the words are set.
 void VernierLensd_FollowZoom(TVernierLensdInfo* pThis, u32 dwZoomPos);

@@ -8,13 +8,10 @@
 
 namespace {
 
-// False: without that curve, to the present focus.
-bool SetPanFocus(TVernierLensdInfo* pThis, i32 iCurve, u32 dwZoomPos, i32 iDev) {
+u32 PanFocusAt(const TVernierLensdInfo* pThis, i32 iCurve, u32 dwZoomPos, i32 iDev) {
   const TCurveRow* ptCurve = ICS_TrackingCurve(iCurve);
-  const u32 dwFocus = ptCurve != nullptr ? static_cast<u32>(ICS_PositionAt(ptCurve, dwZoomPos))
-                                         : Word_Load(pThis->adwFocusMotorPosition[iDev]);
-  Word_Store(pThis->adwPanFocus[iDev], dwFocus);
-  return ptCurve != nullptr;
+  return ptCurve != nullptr ? static_cast<u32>(ICS_PositionAt(ptCurve, dwZoomPos))
+                            : Word_Load(pThis->adwFocusMotorPosition[iDev]);
 }
 
 }  // namespace
@@ -43,10 +40,11 @@ void ICS_UpdateTrackingCurve(TVernierLensdInfo* pThis, u32 dwZoomPos) {
 void ICS_PanFocusShift(TVernierLensdInfo* pThis, u32 dwZoomPos, i32 iDev) {
   const i32 iCurve = Word_Load(pThis->iTrackingCurveIndex);
   std::printf("Current Tracking Curve [%d]\n", iCurve);
-  if (!SetPanFocus(pThis, iCurve, dwZoomPos, iDev)) return;
-  std::printf("PanFocus Shift %d\n", static_cast<i32>(Word_Load(pThis->adwPanFocus[iDev])));
+  const u32 dwFocus = PanFocusAt(pThis, iCurve, dwZoomPos, iDev);
+  Word_Store(pThis->adwPanFocus[iDev], dwFocus);
+  if (ICS_TrackingCurve(iCurve) != nullptr) std::printf("PanFocus Shift %d\n", static_cast<i32>(dwFocus));
 }
 
-void ICS_SetPanFocus(TVernierLensdInfo* pThis, u32 dwZoomPos, i32 iDev) {
-  SetPanFocus(pThis, Word_Load(pThis->iTrackingCurveIndex), dwZoomPos, iDev);
+u32 ICS_PanFocusAt(const TVernierLensdInfo* pThis, u32 dwZoomPos, i32 iDev) {
+  return PanFocusAt(pThis, Word_Load(pThis->iTrackingCurveIndex), dwZoomPos, iDev);
 }

@@ -12,5 +12,5 @@ void ICS_UpdateTrackingCurve(TVernierLensdInfo* pThis, u32 dwZoomPos);
 // stays where it is.  Zoom thread; behind a positioning also the focus thread.
 void ICS_PanFocusShift(TVernierLensdInfo* pThis, u32 dwZoomPos, i32 iDev);
 
-// The same without its printed lines.
-void ICS_SetPanFocus(TVernierLensdInfo* pThis, u32 dwZoomPos, i32 iDev);
+// The same position, without setting or printing anything.  Zoom and focus thread.
+u32 ICS_PanFocusAt(const TVernierLensdInfo* pThis, u32 dwZoomPos, i32 iDev);

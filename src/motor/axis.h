@@ -37,6 +37,7 @@ struct TAxis {
 
   i32 (*pfnThread)(void* pvThis);  // the thread body, as the thread library calls it
   void (*pfnDispatch)(TVernierLensdInfo* pThis, i32 fd);
+  void (*pfnTaken)(TVernierLensdInfo* pThis);  // tRunning has been taken, under the box's lock; null nothing
   void (*pfnFindReference)(TVernierLensdInfo* pThis, i32 fd);  // of the running channel, selected already
   void (*pfnBegin)(TVernierLensdInfo* pThis, i32 fd);          // thread, ahead of its loop; null nothing
   void (*pfnEnd)(TVernierLensdInfo* pThis);                    // thread, after its loop; null nothing

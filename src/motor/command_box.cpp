@@ -106,6 +106,7 @@ void Command_Take(TVernierLensdInfo* pThis, const TAxis& tAxis) {
   const bool bWish = NoteWish(tBox, Axis_Command(pThis, tAxis), false);
   if (!bWish && tBox.tRunning.dwFunction != FUNCTION_STOP) tBox.bReferenceDue = 0;
   if (tBox.dwFollowOwed == tBox.dwNumber) tBox.dwFollowOwed = 0;
+  if (tAxis.pfnTaken != nullptr) tAxis.pfnTaken(pThis);
   Command_Unlock(tBox);
 }
 

@@ -24,6 +24,7 @@ namespace {
 i32 WalkToFocusEnd(i32 fd);
 i32 WalkResult(i32 iAnswer);
 void SleepWalk(u32 dwDriverSteps, u32 dwOneStepTime, u32 dwOneStep);
+u32 ZoomTarget(const TVernierLensdInfo* pThis);
 u32 LimitToRange(u32 dwZoom);
 i32 FindZoom(TVernierLensdInfo* pThis, i32 fd, u32 dwPosition);
 i32 SearchZoomPI(i32 fd, u32 dwPosition);
@@ -61,14 +62,19 @@ void ZoomMotorPositioning(TVernierLensdInfo* pThis, i32 fd) {
   if (pThis->bSupportZoom == 0) return;
   const TCommandBox& tBox = pThis->tZoomBox;
   Motor_Request(fd, MOTOR_SELECT_DEVICE, tBox.iRunningChannel);
-  const u32 dwTarget = pThis->bSupportICS != 0 ? tBox.tRunning.dwPosition : LimitToRange(tBox.tRunning.dwPosition);
-  ZoomTracking_SetReferenceWords(pThis, dwTarget, tBox.iRunningChannel);
   if (pThis->bSupportICS == 0) {
-    FindZoom(pThis, fd, dwTarget);
+    FindZoom(pThis, fd, ZoomTarget(pThis));
   } else if (Word_Load(pThis->bICSDetached) == 0) {
     ICS_ZoomMotorPositioning(pThis, &tBox.tRunning, fd);
   }
   Command_Finish(pThis, g_tZoomAxis);
+}
+
+void ZoomPositioning_Taken(TVernierLensdInfo* pThis) {
+  const TCommandBox& tBox = pThis->tZoomBox;
+  const u32 dwFunction = tBox.tRunning.dwFunction;
+  if (dwFunction != FUNCTION_POSITIONING && dwFunction != FUNCTION_MOTORRESET) return;
+  ZoomTracking_SetReferenceWords(pThis, ZoomTarget(pThis), tBox.iRunningChannel);
 }
 
 void VernierLensd_ResetFocus(TVernierLensdInfo* pThis, i32 fd) {
@@ -112,8 +118,9 @@ void FocusReference_Find(TVernierLensdInfo* pThis, i32 fd) {
 
 void ZoomReference_Find(TVernierLensdInfo* pThis, i32 fd) {
   const u32 dwStart = g_tVernierLensdConfigInfo.dwZoomVirtualStart;
-  FindZoom(pThis, fd, dwStart);
+  // The words first: once the reference is known, a search goes by them.
   ZoomTracking_SetWords(pThis, dwStart, pThis->tZoomBox.iRunningChannel);
+  FindZoom(pThis, fd, dwStart);
 }
 
 void Reference_Arrive(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 iFound, u32 dwReference) {
@@ -200,6 +207,12 @@ i32 WalkResult(i32 iAnswer) {
 void SleepWalk(u32 dwDriverSteps, u32 dwOneStepTime, u32 dwOneStep) {
   const u64 qwDriverStep_us = dwOneStep == 0 ? 0 : dwOneStepTime / dwOneStep;
   Delay_us(static_cast<u64>(Steps_ToDriver(dwDriverSteps, 1)) * qwDriverStep_us);
+}
+
+// Of the running functions 5 and 6.
+u32 ZoomTarget(const TVernierLensdInfo* pThis) {
+  const u32 dwPosition = pThis->tZoomBox.tRunning.dwPosition;
+  return pThis->bSupportICS != 0 ? dwPosition : LimitToRange(dwPosition);
 }
 
 // The walk must end, and at a place that the counter can name.

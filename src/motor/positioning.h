@@ -13,6 +13,11 @@ void FocusMotorPositioning(TVernierLensdInfo* pThis, i32 fd);
 // Functions 5 and 6 of the zoom, with the target in the command's dwPosition.
 void ZoomMotorPositioning(TVernierLensdInfo* pThis, i32 fd);
 
+// The zoom thread is about to run a command.  For functions 5 and 6 this sets the words of focus tracking for the
+// target.  A search whose stop comes after that finds them right; a stop that is written over the command leaves them.
+// Under the box's lock.
+void ZoomPositioning_Taken(TVernierLensdInfo* pThis);
+
 // Function 13: the focus to the end of its travel, then, as a command of its own, to g_dwFocusDefault.  Selects no
 // channel.
 void VernierLensd_ResetFocus(TVernierLensdInfo* pThis, i32 fd);

@@ -13,7 +13,7 @@ void SetAll(TVernierLensdInfo* pThis, const TAxis& tAxis, EReference eReference)
 }
 
 u32 Get(const TVernierLensdInfo* pThis, const TAxis& tAxis, i32 iChannel) {
-  return Word_Load((pThis->*tAxis.ptBox).aeReference[iChannel]);
+  return Word_Take((pThis->*tAxis.ptBox).aeReference[iChannel]);
 }
 
 }  // namespace
@@ -28,7 +28,8 @@ void Reference_DoubtAll(TVernierLensdInfo* pThis, const TAxis& tAxis) {
 
 void Reference_Set(TVernierLensdInfo* pThis, const TAxis& tAxis, bool bFound) {
   TCommandBox& tBox = Axis_Box(pThis, tAxis);
-  Word_Store(tBox.aeReference[tBox.iRunningChannel], bFound ? REFERENCE_KNOWN : REFERENCE_FAILED);
+  // A search that sees the reference found must see the words of the zoom's new target too.
+  Word_Publish(tBox.aeReference[tBox.iRunningChannel], bFound ? REFERENCE_KNOWN : REFERENCE_FAILED);
 }
 
 void Reference_Lose(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 iChannel) {
@@ -51,6 +52,8 @@ bool Reference_IsToBeFound(const TVernierLensdInfo* pThis, const TAxis& tAxis, i
 }
 
 i32 Reference_FirstLost(const TVernierLensdInfo* pThis, const TAxis& tAxis) {
+  const i32 iRunning = (pThis->*tAxis.ptBox).iRunningChannel;
+  if (Reference_IsLost(pThis, tAxis, iRunning)) return iRunning;
   for (i32 i = 0; i < iMaxChannels; i++) {
     if (Reference_IsLost(pThis, tAxis, i)) return i;
   }

@@ -25,7 +25,7 @@ bool Reference_IsLost(const TVernierLensdInfo* pThis, const TAxis& tAxis, i32 iC
 // Lost or in doubt: the channel's next move is preceded by the walk to the reference.
 bool Reference_IsToBeFound(const TVernierLensdInfo* pThis, const TAxis& tAxis, i32 iChannel);
 
-// The first channel whose counter is lost, -1 if none is.
+// A channel whose counter is lost: the running one, else the first; -1 if none is.
 i32 Reference_FirstLost(const TVernierLensdInfo* pThis, const TAxis& tAxis);
 
 // True if no channel's counter is lost and no search has failed: only then may the working log go.
