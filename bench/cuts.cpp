@@ -124,12 +124,6 @@ TLifeResult RestingLife(const TCamera& tCamera, i32 iChannels, u64 qwFor_ms, u64
   return Life_Run(tPlan);
 }
 
-std::string WhyAxisWrong(const TCamera& tCamera, const std::string& sStatus, ELensAxis eAxis, i32 iChannel) {
-  std::string sWhy = Judge_Idle(sStatus, eAxis);
-  if (sWhy.empty()) sWhy = Judge_Belief(sStatus, eAxis, tCamera.Truth(eAxis, iChannel));
-  return sWhy.empty() ? "" : "channel " + std::to_string(iChannel) + ": " + sWhy;
-}
-
 constexpr std::string_view sRecovers = "Power loss unexpectedly!";
 
 bool HasRecovered(const TLifeResult& tResult) {
@@ -148,16 +142,6 @@ bool EndsInSearch(const TCutRow& tRow) {
   return Model_HasZoom(tModel) || IsNormal(tRow.pszStatus);
 }
 
-// By a search, or by the offset of the lens's table, which is far larger than the depth of focus; not by that offset
-// twice, or not at all.
-std::string WhyNotSharp(const TCamera& tCamera, double dMore = 0) {
-  TWorld* ptWorld = World_Map(tCamera.sRoot.c_str());
-  const double dOff = Lens_GlassVirtual(&ptWorld->tLens, 0, LENS_FOCUS) - World_SharpFocus(ptWorld, 0);
-  const double dAllowed = World_DepthOfFocus(ptWorld, 0) + dMore;
-  World_Unmap(ptWorld);
-  return std::fabs(dOff) <= dAllowed ? "" : "the focus is " + std::to_string(dOff) + " steps from sharp";
-}
-
 // A search ends on a whole step of its last level.
 double SearchAccuracy(const TLensModel& tModel) {
   const TSearchSheet& tSearch = tModel.tSearch;
@@ -165,48 +149,26 @@ double SearchAccuracy(const TLensModel& tModel) {
   return 1 + 0.75 * (tSearch.bFineTuning != 0 ? tSearch.dwStepFine : tSearch.dwStepSmall);
 }
 
-bool LogStands(const TCamera& tCamera, ELensAxis eAxis) {
-  return access(tCamera.Path(eAxis == LENS_ZOOM ? szZoomLogPath : szFocusLogPath).c_str(), F_OK) == 0;
-}
-
-bool LogStands(const TCamera& tCamera) {
-  return LogStands(tCamera, LENS_ZOOM) || LogStands(tCamera, LENS_FOCUS);
-}
-
 // A backup sends one channel.  Where nobody moves the others, they stay lost, and the logs tell the next start.
 bool LeavesOthersLost(const TCutRow& tRow) {
   return IsBackup(tRow.pszStatus) && tRow.atEvents.empty() && Lenses_Find(tRow.szModel)->iChannels > 1;
-}
-
-// The replies' last iChannels are the status of each channel.
-std::string WhyLensWrong(const TCamera& tCamera, const TLensModel& tModel, i32 iChannels, const TLifeResult& tResult) {
-  const std::size_t dwAll = static_cast<std::size_t>(tModel.iChannels);
-  if (tResult.asReplies.size() < dwAll) return "no reply";
-  for (i32 i = 0; i < iChannels; i++) {
-    const std::string& sStatus = tResult.asReplies[tResult.asReplies.size() - dwAll + static_cast<std::size_t>(i)];
-    std::string sWhy;
-    if (Model_HasZoom(tModel)) sWhy = WhyAxisWrong(tCamera, sStatus, LENS_ZOOM, i);
-    if (sWhy.empty() && Model_HasFocus(tModel)) sWhy = WhyAxisWrong(tCamera, sStatus, LENS_FOCUS, i);
-    if (!sWhy.empty()) return sWhy;
-  }
-  return "";
 }
 
 // A move can overtake the recovery: the other channels are then found at their next command, and the log tells of them.
 std::string JudgeRecovery(const TCamera& tCamera, const TCutRow& tRow, const TLifeResult& tResult) {
   const TLensModel& tModel = *Lenses_Find(tRow.szModel);
   std::string sWhy = Judge_Order(tResult);
-  if (sWhy.empty()) sWhy = WhyLensWrong(tCamera, tModel, LogStands(tCamera) ? 1 : tModel.iChannels, tResult);
-  if (sWhy.empty() && tRow.bSharp) sWhy = WhyNotSharp(tCamera);
+  if (sWhy.empty()) sWhy = Judge_Channels(tCamera, tModel, Judge_HasLog(tCamera) ? 1 : tModel.iChannels, tResult);
+  if (sWhy.empty() && tRow.bSharp) sWhy = Judge_Sharpness(tCamera);
   return sWhy;
 }
 
 std::string JudgeNextStart(const TCamera& tCamera, const TCutRow& tRow, const TLifeResult& tResult) {
   const TLensModel& tModel = *Lenses_Find(tRow.szModel);
   std::string sWhy = Judge_Order(tResult);
-  if (sWhy.empty()) sWhy = WhyLensWrong(tCamera, tModel, tModel.iChannels, tResult);
-  if (sWhy.empty() && LogStands(tCamera)) sWhy = "a working log stands for good";
-  if (sWhy.empty() && tRow.bSharp) sWhy = WhyNotSharp(tCamera);
+  if (sWhy.empty()) sWhy = Judge_Channels(tCamera, tModel, tModel.iChannels, tResult);
+  if (sWhy.empty() && Judge_HasLog(tCamera)) sWhy = "a working log stands for good";
+  if (sWhy.empty() && tRow.bSharp) sWhy = Judge_Sharpness(tCamera);
   return sWhy;
 }
 
@@ -339,7 +301,7 @@ TUncut Cuts_LiveUncut(const TCamera& tCamera, const TCutRow& tRow, u64 qwSeed) {
     for (const ELensAxis eAxis : {LENS_ZOOM, LENS_FOCUS}) {
       const u32 dwSaid = Judge_PublishedPlace(tCamera, eAxis, i);
       const double dTrue = tCamera.Truth(eAxis, i);
-      const bool bTold = i > 0 && LeavesOthersLost(tRow) && LogStands(tCamera, eAxis);
+      const bool bTold = i > 0 && LeavesOthersLost(tRow) && Judge_HasLog(tCamera, eAxis);
       if (!tUncut.sLoss.empty() || !Model_HasAxis(tModel, eAxis) || dwSaid == dTrue || bTold) continue;
       tUncut.sLoss = "channel " + std::to_string(i) + ": " + Judge_Name(eAxis) + " left at " + std::to_string(dwSaid) +
                      ", true " + std::to_string(dTrue);
@@ -349,7 +311,7 @@ TUncut Cuts_LiveUncut(const TCamera& tCamera, const TCutRow& tRow, u64 qwSeed) {
     const u64 qwFor_ms = PatienceOf(tRow.szModel).qwRecovery_ms;
     tUncut.sLoss = JudgeNextStart(tCamera, tRow, RestingLife(tCamera, tModel.iChannels, qwFor_ms, qwSeed));
   }
-  if (tUncut.sLoss.empty() && LogStands(tCamera)) tUncut.sLoss = "a working log stands";
+  if (tUncut.sLoss.empty() && Judge_HasLog(tCamera)) tUncut.sLoss = "a working log stands";
   return tUncut;
 }
 
@@ -443,11 +405,11 @@ TCutOutcome Cuts_Try(const TCamera& tCamera, const TCutRow& tRow, const TCutMome
   const TLifeResult tRecovery = RestingLife(tCamera, tModel.iChannels, tPatience.qwRecovery_ms, qwSeed);
   std::string sLoss = JudgeRecovery(tCamera, tRow, tRecovery);
   bRecovered = bRecovered || HasRecovered(tRecovery);
-  if (sLoss.empty() && bRecovered && EndsInSearch(tRow)) sLoss = WhyNotSharp(tCamera, SearchAccuracy(tModel));
+  if (sLoss.empty() && bRecovered && EndsInSearch(tRow)) sLoss = Judge_Sharpness(tCamera, SearchAccuracy(tModel));
   if (!sLoss.empty()) {
     return {.bSurvived = false, .sLoss = sLoss, .sTale = Tail("cut", tCut) + Tail("next start", tRecovery)};
   }
-  const u64 qwFor_ms = LogStands(tCamera) ? tPatience.qwRecovery_ms : tPatience.qwStart_ms;
+  const u64 qwFor_ms = Judge_HasLog(tCamera) ? tPatience.qwRecovery_ms : tPatience.qwStart_ms;
   const TLifeResult tNext = RestingLife(tCamera, tModel.iChannels, qwFor_ms, qwSeed);
   sLoss = JudgeNextStart(tCamera, tRow, tNext);
   if (sLoss.empty()) return {.bSurvived = true, .sLoss = "", .sTale = ""};

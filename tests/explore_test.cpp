@@ -50,8 +50,8 @@ TEST_P(Explore, EverySchedule) {
   for (std::string sLens; tLenses >> sLens;) {
     std::istringstream tSeconds(GetParam().szSeconds);
     for (std::string sSecond; tSeconds >> sSecond;) {
-      const TPair tPair = Pair_Find(sLens, GetParam().szFirst, sSecond);
-      ASSERT_TRUE(tPair.ptLens != nullptr && tPair.ptSecond != nullptr) << sLens << " " << sSecond;
+      const TPair tPair = Pair_Find(sLens + "/" + GetParam().szFirst + "/" + sSecond);
+      ASSERT_NE(tPair.ptLens, nullptr) << sLens << " " << sSecond;
       const TExplored tExplored = Explore_Pair(tPair, {.dwBound = 1});
       EXPECT_GT(tExplored.qwAccesses, 100u) << Pair_Name(tPair) << ": shared words are not seen";
       for (const auto& [sKind, tLoss] : tExplored.mapLosses) ADD_FAILURE() << Told(tPair, tLoss);
@@ -66,7 +66,7 @@ INSTANTIATE_TEST_SUITE_P(Pairs, Explore, testing::ValuesIn(g_atRows), [](const a
 });
 
 TEST(ExploredLife, RepeatsItsDeviations) {
-  const TPair tPair = Pair_Find("zoom", "zoom", "focus");
+  const TPair tPair = Pair_Find("zoom/zoom/focus");
   const TCamera tCamera("zoom");
   const auto Lived = [&](const std::vector<TDeviation>& atDeviations) {
     return Explore_Live(tPair, tCamera, atDeviations).tResult.sTranscript;

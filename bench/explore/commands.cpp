@@ -1,13 +1,10 @@
 #include "explore/commands.h"
 
-#include <unistd.h>
-
-#include <cmath>
+#include <algorithm>
 #include <csignal>
 #include <cstdlib>
-#include <cstring>
+#include <regex>
 
-#include "camera/world_image.h"
 #include "clock/clock.h"
 #include "core/paths.h"
 #include "explore/oracle.h"
@@ -23,82 +20,59 @@ constexpr TPairLens g_atLenses[] = {
     {"zoomonly", 200, 70'000, 200'000, 42, 38, 0, 0},       {"focus", 20'000, 70'000, 200'000, 0, 0, 530, 510},
 };
 
-constexpr const char* szNoQuery = "";
-
-constexpr TPairCommand Query(const char* szName, const char* szQuery, u32 dwPromises) {
-  return {.szName = szName,
-          .szQuery = szQuery,
-          .szFrame = nullptr,
-          .szRelease = nullptr,
-          .qwHeld_ms = 0,
-          .dwPromises = dwPromises,
-          .eSeenBy = SEEN_BY_SELECT};
-}
-
-constexpr TPairCommand Event(const char* szName, const char* szFrame, const char* szRelease, u64 qwHeld_ms,
-                             u32 dwPromises) {
-  return {.szName = szName,
-          .szQuery = szNoQuery,
-          .szFrame = szFrame,
-          .szRelease = szRelease,
-          .qwHeld_ms = qwHeld_ms,
-          .dwPromises = dwPromises,
-          .eSeenBy = SEEN_BY_SELECT};
-}
-
-constexpr TPairCommand World(const char* szName, ESeenBy eSeenBy, u32 dwPromises) {
-  return {.szName = szName,
-          .szQuery = szNoQuery,
-          .szFrame = nullptr,
-          .szRelease = nullptr,
-          .qwHeld_ms = 0,
-          .dwPromises = dwPromises,
-          .eSeenBy = eSeenBy};
-}
-
-// A query that ends in '=' is completed with the lens's target.
 constexpr TPairCommand g_atCommands[] = {
-    Query("zoom", "zoom&direction=direct&position=", PROMISES_ZOOM),
-    Query("zoomback", "zoom&direction=direct&position=", PROMISES_ZOOM_BACK),
-    Query("zoomhere", "zoom&direction=forward&steps=0", PROMISES_NOTHING),
-    Query("focus", "focus&direction=direct&position=", PROMISES_FOCUS),
-    Query("focusback", "focus&direction=direct&position=", PROMISES_FOCUS_BACK),
-    Query("auto", "auto", PROMISES_SHARP),
-    Query("auto&iris", "auto&iris", PROMISES_SHARP),
-    Query("scan", "scan", PROMISES_SHARP),
-    Query("positioning", "positioning", PROMISES_REFERENCE | PROMISES_SHARP),
-    Query("motorreset", "motorreset", PROMISES_REFERENCE | LEAVES_SEARCH),
-    Query("resetfocus", "resetfocus", PROMISES_NOTHING),
-    Query("stop", "stop", STOPS | LEAVES_SEARCH),
-    Query("irisopen", "irisopen", WALKS_NOTHING),
-    Query("irisenable", "irisenable", WALKS_NOTHING),
-    Query("setdefault", "setfocusdefault&defaultposition=300", PROMISES_DEFAULT | WALKS_NOTHING),
-    Event("hold", "<zoominbutton>pressed</zoominbutton>", "<zoominbutton>released</zoominbutton>", 700,
-          PROMISES_NOTHING),
-    Event("holdlong", "<zoomoutbutton>pressed</zoomoutbutton>", "<zoomoutbutton>released</zoomoutbutton>", 1700,
-          PROMISES_NOTHING),
-    Event("af", "<afbutton>pressed</afbutton>", "<afbutton>released</afbutton>", 300, PROMISES_NOTHING),
-    Event("aflong", "<afbutton>pressed</afbutton>", "<afbutton>released</afbutton>", 2300, PROMISES_NOTHING),
-    Event("restore", "<autofocus>falling</autofocus>", nullptr, 0, PROMISES_NOTHING),
-    Event("backup", "<autofocus>rising</autofocus>", nullptr, 0, PROMISES_SAVED_ZOOM | PROMISES_SAVED_FOCUS),
-    World("night", SEEN_BY_CLOCK, CHANGES_LIGHT),
-    World("term", SEEN_BY_ANYONE, ENDS_LIFE),
+    {"zoom", PROMISES_ZOOM, "zoom&direction=direct&position="},
+    {"zoomback", PROMISES_ZOOM_BACK, "zoom&direction=direct&position="},
+    {"zoomhere", PROMISES_NOTHING, "zoom&direction=forward&steps=0"},
+    {"focus", PROMISES_FOCUS, "focus&direction=direct&position="},
+    {"focusback", PROMISES_FOCUS_BACK, "focus&direction=direct&position="},
+    {"auto", PROMISES_SHARP, "auto"},
+    {"auto&iris", PROMISES_SHARP, "auto&iris"},
+    {"scan", PROMISES_SHARP, "scan"},
+    {"positioning", PROMISES_REFERENCE | PROMISES_SHARP, "positioning"},
+    {"motorreset", PROMISES_REFERENCE | LEAVES_SEARCH, "motorreset"},
+    {"resetfocus", PROMISES_NOTHING, "resetfocus"},
+    {"stop", STOPS | LEAVES_SEARCH, "stop"},
+    {"irisopen", WALKS_NOTHING, "irisopen"},
+    {"irisenable", WALKS_NOTHING, "irisenable"},
+    {"setdefault", PROMISES_DEFAULT | WALKS_NOTHING, "setfocusdefault&defaultposition=300"},
+    {"hold", PROMISES_NOTHING, nullptr, "<zoominbutton>pressed</zoominbutton>", 700},
+    {"holdlong", PROMISES_NOTHING, nullptr, "<zoomoutbutton>pressed</zoomoutbutton>", 1700},
+    {"af", PROMISES_NOTHING, nullptr, "<afbutton>pressed</afbutton>", 300},
+    {"aflong", PROMISES_NOTHING, nullptr, "<afbutton>pressed</afbutton>", 2300},
+    {"restore", PROMISES_NOTHING, nullptr, "<autofocus>falling</autofocus>"},
+    {"backup", PROMISES_SAVED_ZOOM | PROMISES_SAVED_FOCUS, nullptr, "<autofocus>rising</autofocus>"},
+    {"night", CHANGES_LIGHT, nullptr, nullptr, 0, SEEN_BY_CLOCK},
+    {"term", ENDS_LIFE, nullptr, nullptr, 0, SEEN_BY_ANYONE},
 };
+
+// What a promised place is.
+struct TPlace {
+  EPromise ePromise;
+  ELensAxis eAxis;
+  i32 iPlace;  // virtual steps
+};
+
+// The saved positions of an ICS lens are its own.
+std::vector<TPlace> Places(const TPairLens& tLens, bool bICS) {
+  constexpr i32 iICSReference = 100;
+  std::vector<TPlace> atPlaces = {{PROMISES_ZOOM, LENS_ZOOM, tLens.iZoom},
+                                  {PROMISES_ZOOM_BACK, LENS_ZOOM, tLens.iZoomBack},
+                                  {PROMISES_FOCUS, LENS_FOCUS, tLens.iFocus},
+                                  {PROMISES_FOCUS_BACK, LENS_FOCUS, tLens.iFocusBack},
+                                  {PROMISES_REFERENCE, LENS_ZOOM, bICS ? iICSReference : 0}};
+  if (bICS) return atPlaces;
+  atPlaces.push_back({PROMISES_SAVED_ZOOM, LENS_ZOOM, dwPairBackupZoom});
+  atPlaces.push_back({PROMISES_SAVED_FOCUS, LENS_FOCUS, dwPairBackupFocus});
+  return atPlaces;
+}
 
 std::string FullQuery(const TPairLens& tLens, const TPairCommand& tCommand) {
   const std::string sQuery = std::string("function=") + tCommand.szQuery;
-  switch (tCommand.dwPromises) {
-    case PROMISES_ZOOM:
-      return sQuery + std::to_string(tLens.iZoom);
-    case PROMISES_ZOOM_BACK:
-      return sQuery + std::to_string(tLens.iZoomBack);
-    case PROMISES_FOCUS:
-      return sQuery + std::to_string(tLens.iFocus);
-    case PROMISES_FOCUS_BACK:
-      return sQuery + std::to_string(tLens.iFocusBack);
-    default:
-      return sQuery;
+  for (const TPlace& tPlace : Places(tLens, false)) {
+    if (sQuery.back() == '=' && tCommand.dwPromises == tPlace.ePromise) return sQuery + std::to_string(tPlace.iPlace);
   }
+  return sQuery;
 }
 
 TArrival Request(u64 qwLatest_ms, u32 dwNumber, std::string sQuery) {
@@ -109,23 +83,22 @@ TArrival Request(u64 qwLatest_ms, u32 dwNumber, std::string sQuery) {
           }};
 }
 
-TArrival Message(u64 qwLatest_ms, const TCamera& tCamera, const char* szContent) {
+TArrival Message(u64 qwLatest_ms, const TCamera& tCamera, const std::string& sContent) {
   return {.qwLatest_us = qwLatest_ms * 1000,
           .eSeenBy = SEEN_BY_SELECT,
-          .fnHappen = Frame(0, tCamera, EventFrame("<message>" + std::string(szContent) + "</message>")).fnCall};
+          .fnHappen = Frame(0, tCamera, EventFrame("<message>" + sContent + "</message>")).fnCall};
 }
 
 // The command's arrivals, the first by qwLatest_ms.  Requests take their numbers from *pdwRequests on.
 std::vector<TArrival> Arrivals(const TPairLens& tLens, const TPairCommand& tCommand, const TCamera& tCamera,
                                u64 qwLatest_ms, u32* pdwRequests) {
   std::vector<TArrival> atArrivals;
-  if (*tCommand.szQuery != '\0') {
+  if (tCommand.szQuery != nullptr) {
     atArrivals.push_back(Request(qwLatest_ms, (*pdwRequests)++, FullQuery(tLens, tCommand)));
   } else if (tCommand.szFrame != nullptr) {
     atArrivals.push_back(Message(qwLatest_ms, tCamera, tCommand.szFrame));
-    if (tCommand.szRelease != nullptr) {
-      atArrivals.push_back(Message(tCommand.qwHeld_ms, tCamera, tCommand.szRelease));
-    }
+    const std::string sReleased = std::regex_replace(tCommand.szFrame, std::regex("pressed"), "released");
+    if (tCommand.qwHeld_ms != 0) atArrivals.push_back(Message(tCommand.qwHeld_ms, tCamera, sReleased));
   } else if (tCommand.eSeenBy == SEEN_BY_ANYONE) {
     atArrivals.push_back({.qwLatest_us = qwLatest_ms * 1000, .eSeenBy = SEEN_BY_ANYONE, .fnHappen = [](TWorld*) {
                             Clock_Signal(SIGTERM);
@@ -142,25 +115,10 @@ bool EndsLife(const TPair& tPair) {
   return (tPair.ptSecond->dwPromises & ENDS_LIFE) != 0;
 }
 
-bool HasAxis(const TLensModel& tModel, ELensAxis eAxis) {
-  return eAxis == LENS_ZOOM ? Model_HasZoom(tModel) : Model_HasFocus(tModel);
-}
-
 std::string JudgeStatus(const TLensModel& tModel, const TCamera& tCamera, const TLifeResult& tResult, u32 dwRequests) {
-  if (tResult.asReplies.size() < dwRequests) return "a client without an answer";
-  for (u32 dw = 0; dw < dwRequests; dw++) {
-    if (tResult.asReplies[dw].empty()) return "a client without an answer";
-  }
-  for (i32 i = 0; i < tModel.iChannels; i++) {
-    const std::string& sStatus = tResult.asReplies[dwRequests - static_cast<u32>(tModel.iChannels - i)];
-    for (const ELensAxis eAxis : {LENS_ZOOM, LENS_FOCUS}) {
-      if (!HasAxis(tModel, eAxis)) continue;
-      std::string sWhy = Judge_Idle(sStatus, eAxis);
-      if (sWhy.empty()) sWhy = Judge_Belief(sStatus, eAxis, tCamera.Truth(eAxis, i));
-      if (!sWhy.empty()) return "channel " + std::to_string(i) + ": " + sWhy;
-    }
-  }
-  return "";
+  const bool bAll = tResult.asReplies.size() == dwRequests &&
+                    std::ranges::none_of(tResult.asReplies, [](const std::string& sReply) { return sReply.empty(); });
+  return bAll ? Judge_Channels(tCamera, tModel, tModel.iChannels, tResult) : "a client without an answer";
 }
 
 // The end of the life; a recovery that a client has ended, and of several channels also one that a command has gone
@@ -171,18 +129,13 @@ bool MayLeaveLog(const TPair& tPair) {
   return tPair.ptFirst == nullptr && (bSeveral || (tPair.ptSecond->dwPromises & LEAVES_SEARCH) != 0);
 }
 
-bool HasLog(const TCamera& tCamera) {
-  return access(tCamera.Path(szZoomLogPath).c_str(), F_OK) == 0 ||
-         access(tCamera.Path(szFocusLogPath).c_str(), F_OK) == 0;
-}
-
 // One set serves all channels: it is true if it is of one of them.
 bool IsSavedTrue(const TLensModel& tModel, const TCamera& tCamera) {
   const std::string sSaved = tCamera.Read(Model_IsICS(tModel) ? szICSPositionsPath : szPositionsPath);
   const auto IsTrue = [&](ELensAxis eAxis, i32 iChannel) {
     const std::string sKey = Judge_Name(eAxis) + "_motor=";
     const std::size_t dwAt = sSaved.find(sKey);
-    return !HasAxis(tModel, eAxis) ||
+    return !Model_HasAxis(tModel, eAxis) ||
            (dwAt != sSaved.npos && std::atoi(sSaved.c_str() + dwAt + sKey.size()) == tCamera.Truth(eAxis, iChannel));
   };
   for (i32 i = 0; i < tModel.iChannels; i++) {
@@ -198,36 +151,8 @@ std::string JudgePlace(const TCamera& tCamera, ELensAxis eAxis, i32 iTarget) {
          std::to_string(iTarget);
 }
 
-bool IsSharp(const TCamera& tCamera) {
-  TWorld* ptWorld = World_Map(tCamera.sRoot.c_str());
-  const double dMissed = std::fabs(Lens_GlassVirtual(&ptWorld->tLens, 0, LENS_FOCUS) - World_SharpFocus(ptWorld, 0));
-  const bool bSharp = dMissed <= World_DepthOfFocus(ptWorld, 0);
-  World_Unmap(ptWorld);
-  return bSharp;
-}
-
-std::string JudgeZoomPromise(const TPairLens& tLens, bool bICS, u32 dwPromises, const TCamera& tCamera) {
-  constexpr i32 iICSReference = 100;
-  if ((dwPromises & PROMISES_ZOOM) != 0) return JudgePlace(tCamera, LENS_ZOOM, tLens.iZoom);
-  if ((dwPromises & PROMISES_ZOOM_BACK) != 0) return JudgePlace(tCamera, LENS_ZOOM, tLens.iZoomBack);
-  if ((dwPromises & PROMISES_REFERENCE) != 0) return JudgePlace(tCamera, LENS_ZOOM, bICS ? iICSReference : 0);
-  if ((dwPromises & PROMISES_SAVED_ZOOM) != 0 && !bICS) return JudgePlace(tCamera, LENS_ZOOM, dwPairBackupZoom);
-  return "";
-}
-
-std::string JudgeFocusPromise(const TPairLens& tLens, bool bICS, u32 dwPromises, const TCamera& tCamera) {
-  if ((dwPromises & PROMISES_FOCUS) != 0) return JudgePlace(tCamera, LENS_FOCUS, tLens.iFocus);
-  if ((dwPromises & PROMISES_FOCUS_BACK) != 0) return JudgePlace(tCamera, LENS_FOCUS, tLens.iFocusBack);
-  if ((dwPromises & PROMISES_SAVED_FOCUS) != 0 && !bICS) return JudgePlace(tCamera, LENS_FOCUS, dwPairBackupFocus);
-  if ((dwPromises & PROMISES_SHARP) != 0 && !bICS && !IsSharp(tCamera)) return "not sharp";
-  return "";
-}
-
 std::string JudgeIris(const TCamera& tCamera, const std::string& sStatus) {
-  u32 adwBlock[BLOCK_WORDS] = {};
-  const std::string sBlock = tCamera.Read("/shm/0");
-  std::memcpy(adwBlock, sBlock.data(), std::min(sBlock.size(), sizeof adwBlock));
-  const i32 iAsked = static_cast<i32>(adwBlock[BLOCK_IRIS_REQUEST]);
+  const i32 iAsked = static_cast<i32>(Judge_Published(tCamera, BLOCK_IRIS_REQUEST, 0));
   const i32 iSaid = StatusValue(sStatus, "iris_open");
   if (iAsked == iSaid) return "";
   return "iris asked of the image side " + std::to_string(iAsked) + ", status says " + std::to_string(iSaid);
@@ -239,10 +164,13 @@ std::string JudgePromises(const TPair& tPair, const TLensModel& tModel, const TC
   u32 dwPromises = tPair.ptSecond->dwPromises;
   if ((dwFirst & CHANGES_LIGHT) != 0) dwPromises &= ~static_cast<u32>(PROMISES_OF_FOCUS);
   if (tPair.ptFirst == nullptr && (dwPromises & (WALKS_NOTHING | STOPS)) != 0) dwPromises |= PROMISES_SHARP;
-  std::string sWhy;
-  if (Model_HasZoom(tModel)) sWhy = JudgeZoomPromise(*tPair.ptLens, bICS, dwPromises, tCamera);
-  if (sWhy.empty() && Model_HasFocus(tModel)) sWhy = JudgeFocusPromise(*tPair.ptLens, bICS, dwPromises, tCamera);
-  if (!sWhy.empty() || !Model_HasFocus(tModel)) return sWhy;
+  for (const TPlace& tPlace : Places(*tPair.ptLens, bICS)) {
+    if ((dwPromises & tPlace.ePromise) == 0 || !Model_HasAxis(tModel, tPlace.eAxis)) continue;
+    const std::string sWhy = JudgePlace(tCamera, tPlace.eAxis, tPlace.iPlace);
+    if (!sWhy.empty()) return sWhy;
+  }
+  if (!Model_HasFocus(tModel)) return "";
+  if ((dwPromises & PROMISES_SHARP) != 0 && !bICS && !Judge_Sharpness(tCamera).empty()) return "not sharp";
   const bool bDefault =
       ((dwFirst | dwPromises) & PROMISES_DEFAULT) != 0 && tModel.dwCapability == CAPABILITY_FOCUS_ONLY;
   if (bDefault && std::atoi(tCamera.Read(szFocusDefaultPath).c_str()) != static_cast<i32>(dwPairDefault)) {
@@ -255,22 +183,6 @@ std::string JudgePromises(const TPair& tPair, const TLensModel& tModel, const TC
 
 std::span<const TPairLens> PairLenses() {
   return g_atLenses;
-}
-
-std::span<const TPairCommand> PairCommands() {
-  return g_atCommands;
-}
-
-TPair Pair_Find(const std::string& sLens, const std::string& sFirst, const std::string& sSecond) {
-  TPair tPair = {};
-  for (const TPairLens& tLens : g_atLenses) {
-    if (sLens == tLens.szModel) tPair.ptLens = &tLens;
-  }
-  for (const TPairCommand& tCommand : g_atCommands) {
-    if (sFirst == tCommand.szName) tPair.ptFirst = &tCommand;
-    if (sSecond == tCommand.szName) tPair.ptSecond = &tCommand;
-  }
-  return tPair;
 }
 
 std::vector<TPair> Pair_All(const TPairLens& tLens) {
@@ -287,6 +199,15 @@ std::vector<TPair> Pair_All(const TPairLens& tLens) {
 std::string Pair_Name(const TPair& tPair) {
   return std::string(tPair.ptLens->szModel) + "/" + (tPair.ptFirst != nullptr ? tPair.ptFirst->szName : szRecovery) +
          "/" + tPair.ptSecond->szName;
+}
+
+TPair Pair_Find(const std::string& sName) {
+  for (const TPairLens& tLens : g_atLenses) {
+    for (const TPair& tPair : Pair_All(tLens)) {
+      if (Pair_Name(tPair) == sName) return tPair;
+    }
+  }
+  return {};
 }
 
 TPairLife Pair_Prepare(const TPair& tPair, const TCamera& tCamera) {
@@ -327,7 +248,7 @@ std::string Pair_Judge(const TPair& tPair, const TCamera& tCamera, u32 dwRequest
   std::string sWhy = Judge_Order(tResult);
   if (sWhy.empty() && !EndsLife(tPair)) sWhy = JudgeStatus(tModel, tCamera, tResult, dwRequests);
   if (!sWhy.empty()) return sWhy;
-  if (HasLog(tCamera)) return MayLeaveLog(tPair) ? "" : "a working log is left";
+  if (Judge_HasLog(tCamera)) return MayLeaveLog(tPair) ? "" : "a working log is left";
   if (!IsSavedTrue(tModel, tCamera)) return "saved positions are not true";
   if (EndsLife(tPair)) return "";
   sWhy = JudgePromises(tPair, tModel, tCamera);

@@ -41,17 +41,15 @@ constexpr u32 dwPairBackupZoom = 50, dwPairBackupFocus = 300, dwPairDefault = 30
 
 struct TPairCommand {
   const char* szName;
-  const char* szQuery;    // of a client; "" a frame, or what Pair_Happen does by name
-  const char* szFrame;    // content of the message on the event FIFO
-  const char* szRelease;  // of a button: the second frame
-  u64 qwHeld_ms;
-  u32 dwPromises;  // EPromise
-  ESeenBy eSeenBy;
+  u32 dwPromises;                 // EPromise
+  const char* szQuery = nullptr;  // of a client; what ends in '=' is completed with the place that is promised
+  const char* szFrame = nullptr;  // content of the message on the event FIFO
+  u64 qwHeld_ms = 0;              // of a button, which is released then; 0 no button
+  ESeenBy eSeenBy = SEEN_BY_SELECT;
 };
 
-// Each of them as the second of a pair; the first may be any of them but "term", or "recovery": the daemon was started
-// after a power loss, and the second comes at any time from its start.
-std::span<const TPairCommand> PairCommands();
+// The first of a pair may be any command but "term", or this: the daemon was started after a power loss, and the second
+// comes at any time from its start.
 constexpr const char* szRecovery = "recovery";
 
 struct TPair {
@@ -59,10 +57,9 @@ struct TPair {
   const TPairCommand* ptFirst;  // null: recovery
   const TPairCommand* ptSecond;
 };
-// Null pointers where a name is unknown.
-TPair Pair_Find(const std::string& sLens, const std::string& sFirst, const std::string& sSecond);
 std::vector<TPair> Pair_All(const TPairLens& tLens);
 std::string Pair_Name(const TPair& tPair);  // "LENS/FIRST/SECOND"
+TPair Pair_Find(const std::string& sName);  // null pointers: there is none
 
 // What the pair's life is made of.  Clients' requests are numbered from 0; the last ones ask for the status of each
 // channel, at rest.
