@@ -180,6 +180,13 @@ TLifeEvent Warmth(u64 qwWarmAt_ms) {
   return Call(qwWarmAt_ms, [](TWorld* ptWorld) { ptWorld->dTemperature_C = 40; });
 }
 
+// Of all channels that a backup does not send.
+std::vector<TLifeEvent> MovesOfOthers() {
+  return {Ask(40'000, "channel=1&function=zoom&direction=direct&position=120"),
+          Ask(80'000, "channel=2&function=zoom&direction=direct&position=80"),
+          Ask(120'000, "channel=3&function=zoom&direction=forward&steps=20")};
+}
+
 // Without the waits, which would be all that is left to see.
 std::string Tail(const char* szTitle, const TLifeResult& tResult) {
   std::istringstream tLines(tResult.sTranscript);
@@ -240,14 +247,7 @@ const std::vector<TCutRow>& Cuts_Rows() {
        3},
       {"sensor", "quad", {Ask(qwQuadAt_ms, "channel=1&function=positioning")}, qwQuadAt_ms + 60'000, "normal\n", 7},
       {"backup", "quad", {}, 10'000, "backup\n"},
-      {"backup-then-moves",
-       "quad",
-       {Ask(40'000, "channel=1&function=zoom&direction=direct&position=120"),
-        Ask(80'000, "channel=2&function=zoom&direction=direct&position=80"),
-        Ask(120'000, "channel=3&function=zoom&direction=forward&steps=20")},
-       160'000,
-       "backup\n",
-       7},
+      {"backup-then-moves", "quad", MovesOfOthers(), 160'000, "backup\n", 7},
       {"first-start", "quad", {}, 240'000, pszNoStatus, 19, nullptr, true},
       {"night", "zoom", {FallOfNight(qwAt_ms)}, 5'000, "normal\n", 1, nullptr, false, true},
       {"night-zooming",

@@ -50,7 +50,8 @@ TEST_P(Explore, EverySchedule) {
   for (std::string sLens; tLenses >> sLens;) {
     std::istringstream tSeconds(GetParam().szSeconds);
     for (std::string sSecond; tSeconds >> sSecond;) {
-      const TPair tPair = Pair_Find(sLens + "/" + GetParam().szFirst + "/" + sSecond);
+      std::string sPair = sLens;
+      const TPair tPair = Pair_Find(sPair.append("/").append(GetParam().szFirst).append("/").append(sSecond));
       ASSERT_NE(tPair.ptLens, nullptr) << sLens << " " << sSecond;
       const TExplored tExplored = Explore_Pair(tPair, {.dwBound = 1});
       EXPECT_GT(tExplored.qwAccesses, 100u) << Pair_Name(tPair) << ": shared words are not seen";

@@ -68,7 +68,7 @@ std::vector<TPlace> Places(const TPairLens& tLens, bool bICS) {
 }
 
 std::string FullQuery(const TPairLens& tLens, const TPairCommand& tCommand) {
-  const std::string sQuery = std::string("function=") + tCommand.szQuery;
+  std::string sQuery = std::string("function=") + tCommand.szQuery;
   for (const TPlace& tPlace : Places(tLens, false)) {
     if (sQuery.back() == '=' && tCommand.dwPromises == tPlace.ePromise) return sQuery + std::to_string(tPlace.iPlace);
   }
@@ -166,7 +166,7 @@ std::string JudgePromises(const TPair& tPair, const TLensModel& tModel, const TC
   if (tPair.ptFirst == nullptr && (dwPromises & (WALKS_NOTHING | STOPS)) != 0) dwPromises |= PROMISES_SHARP;
   for (const TPlace& tPlace : Places(*tPair.ptLens, bICS)) {
     if ((dwPromises & tPlace.ePromise) == 0 || !Model_HasAxis(tModel, tPlace.eAxis)) continue;
-    const std::string sWhy = JudgePlace(tCamera, tPlace.eAxis, tPlace.iPlace);
+    std::string sWhy = JudgePlace(tCamera, tPlace.eAxis, tPlace.iPlace);
     if (!sWhy.empty()) return sWhy;
   }
   if (!Model_HasFocus(tModel)) return "";
