@@ -39,6 +39,40 @@ i32 LiveAndCount(TWorld*) {
   return iStatus == 0 && OpenDescriptors() != dwBefore ? iDescriptorsLeft : iStatus;
 }
 
+// Whether clients have left a recovery undone, so that its mark stands until the next start: a stop and a motor reset do;
+// a move, if what came next has broken it off; and none of them if it was written over before anybody took it.
+struct TLeaving {
+  bool bLeft = false, bLeftBefore = false;  // the latter of the last command
+  bool bMoves = false;                      // the last command, not with a search
+  u64 qwLast_us = 0;
+
+  // What the line of the log tells.
+  void Read(const TLensModel& tModel, u64 qwAt_us, std::string_view sLine);
+};
+
+bool HasOneOf(std::string_view sLine, std::initializer_list<const char*> aszWords) {
+  return std::ranges::any_of(aszWords, [&](const char* szWord) { return sLine.find(szWord) != std::string_view::npos; });
+}
+
+void TLeaving::Read(const TLensModel& tModel, u64 qwAt_us, std::string_view sLine) {
+  if (!HasOneOf(sLine, {"Command string: ", "Receive FIFO command: "})) return;
+  const u64 qwLongest_us = 2 * Story_Walk_us(tModel, LENS_ZOOM) + 3 * Story_Walk_us(tModel, LENS_FOCUS) + 5'000'000;
+  const bool bClose = qwAt_us < qwLast_us + qwLongest_us;
+  if (HasOneOf(sLine, {"=irisopen", "=irisenable", "=setfocusdefault", ">released<"})) {
+    const bool bBreaksWalks = tModel.bBlockingMode == 0 && !Model_IsICS(tModel) && !HasOneOf(sLine, {">released<"});
+    bLeft = bLeft || (bClose && (bLeftBefore || (bMoves && bBreaksWalks)));
+    return;
+  }
+  const bool bStops = HasOneOf(sLine, {"=stop", "=motorreset"});
+  const bool bSearches = HasOneOf(sLine, {"=auto", "=scan", "=positioning", "<afbutton>", ">falling<"});
+  const bool bWalks = HasOneOf(sLine, {"=zoom", "=focus", "=resetfocus", "button>pressed<", ">rising<"});
+  if (!bStops && !bSearches && !bWalks) return;
+  bLeftBefore = bLeft || (bClose && bLeftBefore);
+  bLeft = bStops;
+  bMoves = bWalks && !bSearches;
+  qwLast_us = qwAt_us;
+}
+
 // What a transcript tells; times of the camera's clock, qwNever_us where a thing did not happen.
 struct TTold {
   std::map<u32, u64> mapAsked_us, mapAnswered_us;  // by number of the request
@@ -51,7 +85,8 @@ struct TTold {
   bool bRecovers = false;                          // from a power loss
   u64 qwLastWalk_us = 0;                           // the last request to a motor to walk
   u64 aqwLongest[LENS_AXES] = {};                  // driver steps of the longest walk asked for
-  bool bBrokenOff = false;                         // a client may have broken off what runs
+  TLeaving tLeaving;                               // of the recovery
+  bool abToReference[LENS_AXES] = {};              // the last walk asked for
 };
 
 // A walk takes the time that the daemon allows for it.
@@ -63,6 +98,7 @@ void ReadRequest(const TLensModel& tModel, ELensAxis eAxis, u64 qwAt_us, std::st
     tTold.qwLastWalk_us = qwAt_us;
     const u64 qwAsked = std::strtoull(sRequest.data() + sRequest.find(' '), nullptr, 10);
     tTold.aqwLongest[eAxis] = std::max(tTold.aqwLongest[eAxis], qwAsked);
+    if (qwAsked != 0) tTold.abToReference[eAxis] = qwAsked == tSheet.dwPositioningStep;
   }
   if (sRequest.starts_with(sWalk) && tSheet.dwOneStep != 0) {
     const u64 qwSteps = std::strtoull(sRequest.data() + sWalk.size(), nullptr, 10);
@@ -83,13 +119,10 @@ void ReadEvent(const TLensModel& tModel, u64 qwAt_us, bool bMain, std::string_vi
     tTold.qwSignal_us = std::min(tTold.qwSignal_us, qwAt_us);
   }
   if (Has("MOTOR_SET_PI_POWER_OFF!")) tTold.qwSensors_us = std::min(tTold.qwSensors_us, qwAt_us);
-  for (const char* szExcuse : {"SaveConfigFile failed", "LogFile failed", "search PI fail", "waiting too long"}) {
-    if (Has(szExcuse)) tTold.bNotSaved = true;
-  }
+  if (HasOneOf(sEvent, {"SaveConfigFile failed", "LogFile failed", "search PI fail", "waiting too long"}))
+    tTold.bNotSaved = true;
   if (Has("Power loss unexpectedly!")) tTold.bRecovers = true;
-  for (const char* szBreaks : {"Operation interrupted!", "function=stop", "function=motorreset"}) {
-    if (Has(szBreaks)) tTold.bBrokenOff = true;
-  }
+  tTold.tLeaving.Read(tModel, qwAt_us, sEvent);
   // One that waited for its turn until the end has not begun.
   const ELensAxis eSearching = Has("Zoom") ? LENS_ZOOM : LENS_FOCUS;
   if (Has(" waiting for search PI.")) tTold.abWaits[eSearching] = true;
@@ -260,6 +293,14 @@ bool IsSaved(const TLived& tLived, i32 iChannel) {
   return true;
 }
 
+// On several channels the walk to a reference in doubt comes ahead of the channel's first move.  A signal in that walk
+// keeps the move from beginning: the lens stands where nobody has sent it.
+bool IsLeftAtReference(const TLived& tLived, ELensAxis eAxis) {
+  const TTold& tTold = tLived.tTold;
+  return tLived.tModel.iChannels > 1 && Model_Sheet(tLived.tModel, eAxis).bPISupport == 0 &&
+         tTold.abToReference[eAxis] && tTold.qwSignal_us <= tTold.aqwBusy_us[eAxis];
+}
+
 // Where a log stands the next start finds the lens; a search for the sensors that was left early is made again too.
 std::string WhySavedWrong(const TLived& tLived) {
   const TCamera& tCamera = tLived.tCamera;
@@ -268,11 +309,11 @@ std::string WhySavedWrong(const TLived& tLived) {
   for (const char* szLog : {szZoomLogPath, szFocusLogPath}) {
     if (access(tCamera.Path(szLog).c_str(), F_OK) != 0) continue;
     const TTold& tTold = tLived.tTold;
-    // A command can overtake the recovery: the other channels are found at their next one.  A client that breaks it off
-    // leaves the log.
-    const bool bUnfinished = !tLived.bRests || tLived.tModel.iChannels > 1 || tTold.bBrokenOff;
+    // A command can overtake the recovery: the other channels are found at their next one.
+    const bool bUnfinished = !tLived.bRests || tLived.tModel.iChannels > 1 || tTold.tLeaving.bLeft;
     const bool bRecovers = tTold.bRecovers && bUnfinished;
-    const bool bMayStay = tTold.bNotSaved || bRecovers || tTold.abWaits[LENS_ZOOM] || tTold.abWaits[LENS_FOCUS];
+    const bool bMayStay = tTold.bNotSaved || bRecovers || tTold.abWaits[LENS_ZOOM] || tTold.abWaits[LENS_FOCUS] ||
+                          IsLeftAtReference(tLived, szLog == szZoomLogPath ? LENS_ZOOM : LENS_FOCUS);
     return bMayStay ? "" : "a working log stands";
   }
   if (tLived.tModel.iChannels > 1 && tLived.tTold.qwSensors_us > tLived.tTold.qwSignal_us) return "";

@@ -313,6 +313,38 @@ TEST(Commands, RecoveryOutlastsWhateverComesBetween) {
   }
 }
 
+// A client's command that another one has written over before it was taken says nothing any more; one that has run to its
+// end has put the focus where it is.  Judged by the glass and by the mark.
+TEST(Commands, RecoveryGoesOnUnlessAClientTakesItsPlace) {
+  const struct {
+    const char* szModel;
+    std::vector<TAsk> atAsks;
+    bool bSharp, bLog;
+  } atCases[] = {
+      {"zoom", {{300, szFocus900}, {310, "irisopen"}}, true, false},
+      {"focus", {{300, szFocus900}, {310, "irisopen"}, {6000, szFocus900}, {6000, "irisenable"}}, true, false},
+      {"thermal", {{300, szFocus900}, {301, "irisopen"}, {302, szFocus900}, {303, "irisenable"}}, true, false},
+      {"thermal", {{300, szFocus900}, {301, "stop"}, {302, "irisopen"}}, false, true},
+      {"quad", {{100, "stop"}, {110, "irisopen"}}, false, true},
+      {"quad", {{100, szFocus900}, {110, "irisopen"}}, true, false},
+      {"zoom", {{0, szFocus900}, {0, "irisopen"}}, true, false},
+      {"thermal", {{5000, "stop"}, {6000, szFocus900}, {6100, "irisopen"}}, false, false},
+      {"thermal", {{5000, "stop"}, {6000, "zoom&direction=direct&position=90"}, {6320, "stop"}}, true, false},
+  };
+  for (const auto& tCase : atCases) {
+    const TCamera tCamera(tCase.szModel);
+    tCamera.Write(szFocusLogPath, "");
+    std::vector<TLifeEvent> atEvents = Asks(tCase.atAsks);
+    atEvents.push_back(Ask(99'000, szStatus));
+    const TLifeResult tResult = Live(tCamera, atEvents, 99'500);
+    SCOPED_TRACE(tCase.szModel + std::string(" ") + tCase.atAsks.back().szQuery + Tale(tResult));
+    EXPECT_EQ(Judge_Order(tResult), "");
+    EXPECT_EQ(Judge_Belief(tResult.asReplies.back(), LENS_FOCUS, tCamera.Truth(LENS_FOCUS)), "");
+    EXPECT_EQ(DepthsOff(tCamera) < 1, tCase.bSharp) << DepthsOff(tCamera);
+    EXPECT_EQ(Exists(tCamera, szFocusLogPath), tCase.bLog);
+  }
+}
+
 // What belongs to the zoom's target follows every way that the zoom can go, on its own channel.
 TEST(Commands, SearchFindsFocusWhereverTheZoomHasGone) {
   const struct {

@@ -106,7 +106,8 @@ struct TFocusWishes {
 
 // What a power cut, or a restore at the start, leaves to be done for the focus (motor/recovery.h).
 struct TRecovery {
-  TCommandId tGoesOn;           // the command of which it is a part: it goes on while no newer one is taken
+  TCommandId tGoesOn;           // the command of which it is a part
+  u32 bOvertaken;               // a newer command has been taken: it does not go on by itself
   u32 aeMissing[iMaxChannels];  // ERecovery
 };
 
@@ -119,6 +120,9 @@ struct TCommandBox {
   i32 iRunningChannel;     // owner thread only: its channel
   u32 dwNumber;            // under the lock: of the command in the block (TCommandId)
   u32 dwRunningNumber;     // owner thread only: of the running one
+  u32 bStop;               // under the lock: that command is a stop, perhaps with a wish written over it
+  u32 bRunningStop;        // owner thread only: the same of the running one
+  u32 bRunningWish;        // owner thread only: the running command is a wish
   u32 dwFollowOwed;        // focus only, under the lock: number of a zoom that the focus has not begun to follow
   TFocusWishes tWishes;    // under the lock; focus only
   TRecovery tRecovery;     // focus only: main thread before the first command, then focus thread

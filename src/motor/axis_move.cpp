@@ -244,10 +244,12 @@ void Axis_ResolveTarget(TVernierLensdInfo* pThis, const TAxis& tAxis) {
   tRunning.dwDirection = DIRECTION_DIRECT;
 }
 
-void VernierLensd_ZoomCommand(TVernierLensdInfo* pThis, i32 fd) {
-  if (Axis_RunCommand(pThis, g_tZoomAxis, fd) == 0) StartChainedFocus(pThis);
+i32 VernierLensd_ZoomCommand(TVernierLensdInfo* pThis, i32 fd) {
+  const i32 iResult = Axis_RunCommand(pThis, g_tZoomAxis, fd);
+  if (iResult == 0) StartChainedFocus(pThis);
+  return iResult;
 }
 
-void VernierLensd_FocusCommand(TVernierLensdInfo* pThis, i32 fd) {
-  Axis_RunCommand(pThis, g_tFocusAxis, fd);
+i32 VernierLensd_FocusCommand(TVernierLensdInfo* pThis, i32 fd) {
+  return Axis_RunCommand(pThis, g_tFocusAxis, fd);
 }

@@ -32,7 +32,7 @@ bool Axis_RequestWalk(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, i32 
 // block is left as it is but for that limit.
 void Axis_ResolveTarget(TVernierLensdInfo* pThis, const TAxis& tAxis);
 
-// Runs the taken command as a move, relative or direct, and sets the axis idle after it, unless a
-// newer command stands in the block.
-void VernierLensd_ZoomCommand(TVernierLensdInfo* pThis, i32 fd);
-void VernierLensd_FocusCommand(TVernierLensdInfo* pThis, i32 fd);
+// Runs the taken command as a move, relative or direct, and sets the axis idle after it, unless a newer command stands
+// in the block.  0 and -1 as above.
+i32 VernierLensd_ZoomCommand(TVernierLensdInfo* pThis, i32 fd);
+i32 VernierLensd_FocusCommand(TVernierLensdInfo* pThis, i32 fd);

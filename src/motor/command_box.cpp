@@ -47,6 +47,7 @@ void CopyToRunning(TCommandBox& tBox, const TMotorCommand& tBlock) {
       .bIris = Word_Load(tBlock.bIris),
       .bZoomContinuous = Word_Load(tBlock.bZoomContinuous),
   };
+  tBox.bRunningStop = tBox.bStop;
   tBox.iRunningChannel = tBox.iChannel;
   tBox.dwRunningNumber = tBox.dwNumber;
 }
@@ -77,7 +78,11 @@ bool Command_MayFollow(TVernierLensdInfo* pThis, const TAxis& tAxis, u32 dwNumbe
 void Command_Publish(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 iChannel, u32 dwNumber) {
   TCommandBox& tBox = Axis_Box(pThis, tAxis);
   tBox.iChannel = iChannel;
-  if (!NoteWish(tBox, Axis_Command(pThis, tAxis), true)) tBox.dwNumber = dwNumber;
+  const TMotorCommand& tBlock = Axis_Command(pThis, tAxis);
+  if (!NoteWish(tBox, tBlock, true)) {
+    tBox.dwNumber = dwNumber;
+    tBox.bStop = Word_Load(tBlock.dwFunction) == FUNCTION_STOP ? 1 : 0;
+  }
   Word_Publish(pThis->*tAxis.pbWake, 1);
 }
 
@@ -103,8 +108,8 @@ void Command_Take(TVernierLensdInfo* pThis, const TAxis& tAxis) {
   Command_Lock(tBox);
   Word_Publish(pThis->*tAxis.pbWake, 0);
   CopyToRunning(tBox, Axis_Command(pThis, tAxis));
-  const bool bWish = NoteWish(tBox, Axis_Command(pThis, tAxis), false);
-  if (!bWish && tBox.tRunning.dwFunction != FUNCTION_STOP) tBox.bReferenceDue = 0;
+  tBox.bRunningWish = NoteWish(tBox, Axis_Command(pThis, tAxis), false) ? 1 : 0;
+  if (tBox.bRunningWish == 0 && tBox.bRunningStop == 0) tBox.bReferenceDue = 0;
   if (tBox.dwFollowOwed == tBox.dwNumber) tBox.dwFollowOwed = 0;
   if (tAxis.pfnTaken != nullptr) tAxis.pfnTaken(pThis);
   Command_Unlock(tBox);

@@ -25,6 +25,7 @@ using FStep = void (*)(TVernierLensdInfo* pThis, i32 fd);
 void RunFocusCommand(TVernierLensdInfo* pThis, i32 fd);
 void Bracket(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, FStep pfnStep);
 void MoveFocus(TVernierLensdInfo* pThis, i32 fd);
+void MoveZoom(TVernierLensdInfo* pThis, i32 fd);
 void Search(TVernierLensdInfo* pThis, i32 fd, FStep pfnSearch);
 bool FindLostReference(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd);
 void Position(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, FStep pfnStep);
@@ -43,6 +44,7 @@ u32 HeldZoomSteps(const TVernierLensdInfo* pThis);
 void VernierLensd_DispatchFocusCommand(TVernierLensdInfo* pThis, i32 fd) {
   if (pThis->bSupportFocus == 0) return;
   Command_Take(pThis, g_tFocusAxis);
+  Recovery_MakeWay(pThis);
   VernierLensd_CarryOutFocusWishes(pThis);  // first, since they were asked for first
   RunFocusCommand(pThis, fd);
   EndThermalRecheck(pThis);
@@ -120,10 +122,13 @@ void Bracket(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, FStep pfnStep
 }
 
 void MoveFocus(TVernierLensdInfo* pThis, i32 fd) {
-  VernierLensd_FocusCommand(pThis, fd);
-  // A client has chosen this place.  A correction shifts the focus from wherever it stands.
-  const bool bClientsPlace = pThis->tFocusBox.bClaimed == 0 && Command_IsIdle(pThis, g_tFocusAxis);
-  if (bClientsPlace) Recovery_End(pThis);
+  const bool bThere = VernierLensd_FocusCommand(pThis, fd) == 0;
+  // A client has chosen this place, whatever waits to come next.  A correction shifts the focus from wherever it stands.
+  if (bThere && pThis->tFocusBox.bClaimed == 0) Recovery_End(pThis);
+}
+
+void MoveZoom(TVernierLensdInfo* pThis, i32 fd) {
+  VernierLensd_ZoomCommand(pThis, fd);
 }
 
 // A search: the image side is told.
@@ -199,11 +204,12 @@ void CloseLog(TVernierLensdInfo* pThis, const TAxis& tAxis, bool bSaved) {
 // The command may have come over a walk to a lost reference, or over a recovery.  What follows is written in place of
 // an idle word, with no idle moment in between: a search that waits for the zoom waits for that too.
 void EndWithoutWalk(TVernierLensdInfo* pThis, const TAxis& tAxis) {
+  const TCommandBox& tBox = Axis_Box(pThis, tAxis);
   const TCommandId tRunning = Command_Running(pThis, tAxis);
-  const bool bStop = Axis_Box(pThis, tAxis).tRunning.dwFunction == FUNCTION_STOP;
+  const bool bStop = tBox.bRunningStop != 0;
   if (!bStop && Recovery_Resume(pThis)) return;
   const i32 iLost = Reference_FirstLost(pThis, tAxis);
-  if (!bStop || (iLost < 0 && Axis_Box(pThis, tAxis).bReferenceDue == 0)) {
+  if (tBox.bReferenceDue == 0 && (!bStop || iLost < 0)) {
     Command_Finish(pThis, tAxis);
     return;
   }
@@ -238,7 +244,7 @@ void EndThermalRecheck(TVernierLensdInfo* pThis) {
 void RunZoomCommand(TVernierLensdInfo* pThis, i32 fd) {
   switch (pThis->tZoomBox.tRunning.dwFunction) {
     case FUNCTION_ZOOM:
-      Bracket(pThis, g_tZoomAxis, fd, VernierLensd_ZoomCommand);
+      Bracket(pThis, g_tZoomAxis, fd, MoveZoom);
       RepeatHeldZoom(pThis);
       break;
     case FUNCTION_POSITIONING:

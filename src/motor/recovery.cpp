@@ -7,9 +7,28 @@
 #include "motor/positioning.h"
 #include "motor/reference.h"
 
+namespace {
+
+// It is a part of the running command from here on.
+void GoOn(TVernierLensdInfo* pThis, i32 iChannel) {
+  TCommandBox& tBox = pThis->tFocusBox;
+  tBox.tRecovery.tGoesOn = {.iChannel = iChannel, .dwNumber = tBox.dwRunningNumber};
+  tBox.tRecovery.bOvertaken = 0;
+}
+
+}  // namespace
+
 void Recovery_Begin(TVernierLensdInfo* pThis, TCommandId tOf) {
   pThis->tFocusBox.tRecovery.tGoesOn = tOf;
   pThis->tFocusBox.tRecovery.aeMissing[tOf.iChannel] = RECOVERY_NEEDS_REFERENCE;
+}
+
+void Recovery_MakeWay(TVernierLensdInfo* pThis) {
+  const TCommandBox& tBox = pThis->tFocusBox;
+  if (tBox.bClaimed != 0 || tBox.dwRunningNumber == tBox.tRecovery.tGoesOn.dwNumber) return;
+  // Under a wish a move or search of the same number was written over, and nobody has taken it.
+  if (tBox.bRunningWish != 0 && tBox.bRunningStop == 0) return;
+  pThis->tFocusBox.tRecovery.bOvertaken = 1;
 }
 
 // The mode of day or night is unknown from the power cut on until a search has found focus.  A motor reset asks for the
@@ -25,15 +44,15 @@ bool Recovery_NeedsSearch(const TVernierLensdInfo* pThis) {
 void Recovery_LeaveSearch(TVernierLensdInfo* pThis) {
   TCommandBox& tBox = pThis->tFocusBox;
   tBox.tRecovery.aeMissing[tBox.iRunningChannel] = RECOVERY_NEEDS_SEARCH;
-  if (tBox.tRunning.dwFunction == FUNCTION_POSITIONING) tBox.tRecovery.tGoesOn = Command_Running(pThis, g_tFocusAxis);
+  if (tBox.tRunning.dwFunction == FUNCTION_POSITIONING) GoOn(pThis, tBox.iRunningChannel);
 }
 
 void Recovery_TakeSearch(TVernierLensdInfo* pThis) {
-  TRecovery& tRecovery = pThis->tFocusBox.tRecovery;
-  u32& eMissing = tRecovery.aeMissing[pThis->tFocusBox.iRunningChannel];
+  const i32 iChannel = pThis->tFocusBox.iRunningChannel;
+  u32& eMissing = pThis->tFocusBox.tRecovery.aeMissing[iChannel];
   if (eMissing == RECOVERY_DONE) return;
   eMissing = RECOVERY_NEEDS_SEARCH;
-  tRecovery.tGoesOn = Command_Running(pThis, g_tFocusAxis);
+  GoOn(pThis, iChannel);
 }
 
 void Recovery_End(TVernierLensdInfo* pThis) {
@@ -47,11 +66,12 @@ bool Recovery_IsOpen(const TVernierLensdInfo* pThis) {
 
 bool Recovery_Resume(TVernierLensdInfo* pThis) {
   const TRecovery& tRecovery = pThis->tFocusBox.tRecovery;
-  const TCommandId tOf = tRecovery.tGoesOn;
-  const u32 eMissing = tRecovery.aeMissing[tOf.iChannel];
-  if (eMissing == RECOVERY_DONE || pThis->tFocusBox.dwRunningNumber != tOf.dwNumber) return false;
+  const i32 iChannel = tRecovery.tGoesOn.iChannel;
+  const u32 eMissing = tRecovery.aeMissing[iChannel];
+  if (eMissing == RECOVERY_DONE || tRecovery.bOvertaken != 0) return false;
+  GoOn(pThis, iChannel);
   const u32 dwFunction = eMissing == RECOVERY_NEEDS_SEARCH ? FUNCTION_AUTO : FUNCTION_POSITIONING;
-  const i32 iWoken = Command_SendFollowUp(pThis, g_tFocusAxis, tOf,
+  const i32 iWoken = Command_SendFollowUp(pThis, g_tFocusAxis, tRecovery.tGoesOn,
                                           [&](TMotorCommand& tBlock) { Word_Store(tBlock.dwFunction, dwFunction); });
   if (iWoken != 0) std::puts("[vernierlensd] : Waking up focus motor thread failed.");
   return true;

@@ -3,10 +3,10 @@
 // does it again.
 //
 // It goes on by itself until a newer command than its own is taken.  A command that walks nothing (iris, focus default)
-// has no number of its own, so it interrupts the recovery and does not end it.  A client's own search or positioning
-// takes the recovery over.  A client's stop ends the motion, and
-// the search is then left to a client or to the next start.  Nothing is missing any more when a search has found focus,
-// or when a client's command has brought the focus to a place of its own.
+// interrupts the recovery and does not end it, also where it was written over a move or search that nobody has taken.
+// A client's own search or positioning takes the recovery over.  A client's stop ends the motion, also one with such a
+// command written over it, and the search is then left to a client or to the next start.  Nothing is missing any more
+// when a search has found focus, or when a client's command has brought the focus to a place of its own.
 //
 // Focus thread, where nothing else is said.
 #pragma once
@@ -21,6 +21,9 @@ enum ERecovery : u32 {
 
 // Command tOf is about to be sent, and begins the recovery of its channel.  Main thread, before the first command.
 void Recovery_Begin(TVernierLensdInfo* pThis, TCommandId tOf);
+
+// The focus thread has taken a command: a newer one than its own overtakes the recovery.
+void Recovery_MakeWay(TVernierLensdInfo* pThis);
 
 // True before the walk of a positioning or motor reset whose channel needs a search after it.
 bool Recovery_NeedsSearch(const TVernierLensdInfo* pThis);
