@@ -44,6 +44,7 @@ i32 LiveAndCount(TWorld*) {
 struct TLeaving {
   bool bLeft = false, bLeftBefore = false;  // the latter of the last command
   bool bMoves = false;                      // the last command, not with a search
+  bool bMayBreak = false;                   // what walks nothing has come soon after it
   u64 qwLast_us = 0;
 
   // What the line of the log tells.
@@ -55,21 +56,28 @@ bool HasOneOf(std::string_view sLine, std::initializer_list<const char*> aszWord
 }
 
 void TLeaving::Read(const TLensModel& tModel, u64 qwAt_us, std::string_view sLine) {
+  if (bMayBreak && HasOneOf(sLine, {"Operation interrupted!"})) bLeft = true;
   if (!HasOneOf(sLine, {"Command string: ", "Receive FIFO command: "})) return;
+  if (HasOneOf(sLine, {"<channel>7<", "<afbutton>pressed"})) return;  // refused; or noted only
   const u64 qwLongest_us = 2 * Story_Walk_us(tModel, LENS_ZOOM) + 3 * Story_Walk_us(tModel, LENS_FOCUS) + 5'000'000;
   const bool bClose = qwAt_us < qwLast_us + qwLongest_us;
-  if (HasOneOf(sLine, {"=irisopen", "=irisenable", "=setfocusdefault", ">released<"})) {
-    const bool bBreaksWalks = tModel.bBlockingMode == 0 && !Model_IsICS(tModel) && !HasOneOf(sLine, {">released<"});
-    bLeft = bLeft || (bClose && (bLeftBefore || (bMoves && bBreaksWalks)));
+  const bool bZoomReleased = HasOneOf(sLine, {"<zoominbutton>released", "<zoomoutbutton>released"});
+  if (bZoomReleased || HasOneOf(sLine, {"=irisopen", "=irisenable", "=setfocusdefault"})) {
+    bLeft = bLeft || (bClose && bLeftBefore);
+    bMayBreak = bClose && bMoves && !bZoomReleased;
     return;
   }
   const bool bStops = HasOneOf(sLine, {"=stop", "=motorreset"});
-  const bool bSearches = HasOneOf(sLine, {"=auto", "=scan", "=positioning", "<afbutton>", ">falling<"});
-  const bool bWalks = HasOneOf(sLine, {"=zoom", "=focus", "=resetfocus", "button>pressed<", ">rising<"});
+  // The button and the restore of a lens without zoom may be a reset, which moves to the default position.
+  const bool bEvent = HasOneOf(sLine, {"<afbutton>released", ">falling<"});
+  const bool bSearches = HasOneOf(sLine, {"=auto", "=scan", "=positioning"}) || (bEvent && Model_HasZoom(tModel));
+  const bool bZooms = Model_HasZoom(tModel) && HasOneOf(sLine, {"=zoom", "button>pressed<"});
+  const bool bWalks = bZooms || bEvent || HasOneOf(sLine, {"=focus", "=resetfocus", ">rising<"});
   if (!bStops && !bSearches && !bWalks) return;
   bLeftBefore = bLeft || (bClose && bLeftBefore);
   bLeft = bStops;
   bMoves = bWalks && !bSearches;
+  bMayBreak = false;
   qwLast_us = qwAt_us;
 }
 
@@ -101,8 +109,9 @@ void ReadRequest(const TLensModel& tModel, ELensAxis eAxis, u64 qwAt_us, std::st
     if (qwAsked != 0) tTold.abToReference[eAxis] = qwAsked == tSheet.dwPositioningStep;
   }
   if (sRequest.starts_with(sWalk) && tSheet.dwOneStep != 0) {
+    constexpr u32 dwMeanOverrun_us = 100;  // of the sleep that each virtual step is
     const u64 qwSteps = std::strtoull(sRequest.data() + sWalk.size(), nullptr, 10);
-    qwUntil_us += qwSteps * tSheet.dwOneStepTime_us / tSheet.dwOneStep;
+    qwUntil_us += qwSteps * (tSheet.dwOneStepTime_us + dwMeanOverrun_us) / tSheet.dwOneStep;
   }
   const bool bStopped = sRequest.starts_with("MOTOR_STOP_WALK");
   tTold.aqwBusy_us[eAxis] = bStopped ? qwAt_us : std::max(qwUntil_us, tTold.aqwBusy_us[eAxis]);
