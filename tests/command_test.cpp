@@ -313,8 +313,8 @@ TEST(Commands, RecoveryOutlastsWhateverComesBetween) {
   }
 }
 
-// A client's command that another one has written over before it was taken says nothing any more; one that has run to its
-// end has put the focus where it is.  Judged by the glass and by the mark.
+// A client's command that another one has written over before it was taken says nothing any more; one that has run to
+// its end has put the focus where it is.  Judged by the glass and by the mark.
 TEST(Commands, RecoveryGoesOnUnlessAClientTakesItsPlace) {
   const struct {
     const char* szModel;

@@ -370,6 +370,17 @@ TEST(ICS, NoMoveIsWaitedForWithoutEnd) {
   EXPECT_LT(TimeOf_us(tResult, "[FOCUS]current"), 20'000'000 + 121'000'000U) << Tale(tResult);
 }
 
+// A driver that says one step a second: 3000 of them would keep every client waiting for 50 minutes an axis.
+TEST(ICS, NoStartIsWaitedForWithoutEnd) {
+  const TCamera tCamera("ics");
+  ChangeWorld(tCamera, [](TWorld& tWorld) {
+    for (const ELensAxis eAxis : {LENS_ZOOM, LENS_FOCUS}) tWorld.tLens.atICS[eAxis].iSpeed = 1;
+  });
+  const TLifeResult tResult = Live(tCamera, {Ask(1000, szStatus)}, 400'000);
+  EXPECT_EQ(Judge_Order(tResult), "");
+  EXPECT_LT(TimeOf_us(tResult, "reply 0"), 260'000'000U) << Tale(tResult);
+}
+
 // 2 degrees are tolerated, 3 are not; of a client who comes first in the very instant the change is found again.
 TEST(ICS, TemperatureBand) {
   const char* szDiff = "Focus Temp Diff: ";

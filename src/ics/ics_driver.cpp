@@ -4,8 +4,6 @@
 #include <cstdio>
 #include <cstdlib>
 
-constexpr u64 qwMaxTravel_us = 120'000'000;
-
 u64 ICS_TravelTime_us(const TAxis& tAxis, i32 iFrom, i32 iTo) {
   const i64 llRange = i64{static_cast<i32>(Axis_Config(tAxis.pdwVirtualEnd))} -
                       i64{static_cast<i32>(Axis_Config(tAxis.pdwVirtualStart))};

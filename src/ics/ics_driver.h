@@ -4,8 +4,10 @@
 
 #include "motor/axis.h"
 
+constexpr u64 qwMaxTravel_us = 120'000'000;  // the longest that one move is waited for
+
 // Step time of the axis for the distance between two positions, limited to twice the axis's range: positions lie a
-// little outside of it at most.  And to 120 s, since the range and the speed are the driver's own answers: a wrong one
+// little outside of it at most.  And to qwMaxTravel_us, since the range and the speed are the driver's own answers: a wrong one
 // must not hold the lens's lock for hours.
 u64 ICS_TravelTime_us(const TAxis& tAxis, i32 iFrom, i32 iTo);
 

@@ -13,12 +13,13 @@
 #include "core/paths.h"
 #include "core/wait.h"
 #include "ics/curve_tables.h"
+#include "ics/ics_driver.h"
 #include "motor/motor_device.h"
 
 namespace {
 
 constexpr i32 iFocusMargin = 50;      // of the driver's range that is left unused at either end
-constexpr u64 qwRestoreSteps = 3000;  // a restore waits for so many steps of an axis, whatever the distance
+constexpr u64 qwRestoreSteps = 3000;  // a restore waits for so many steps of an axis, whatever the distance; 120 s at most
 constexpr i64 llMicrosPerSecond = 1'000'000;
 
 // Reads an axis's speed and sends it back: the driver takes a speed only once it has been set.
@@ -95,15 +96,20 @@ i32 ReadPositions(TVernierLensdInfo* pThis, i32 iDev) {
   return TokenFile_Read(szICSPositionsPath, atRows);
 }
 
+// A speed is the driver's own answer: a wrong one must not keep all clients waiting for an hour.
+void WaitForRestore(u32 dwOneStepTime) {
+  Delay_WhileRunning(std::min(qwRestoreSteps * dwOneStepTime, qwMaxTravel_us));
+}
+
 // The waits are not the axes' own: each is measured in steps of the other one.
 void SendPositions(const TVernierLensdInfo* pThis, i32 iDev) {
   const TVernierLensdConfigInfo& tConfig = g_tVernierLensdConfigInfo;
   pthread_mutex_lock(&gICSMutex);
   Motor_Request(pThis->fdICS, ICS_SET_ZOOM_POSITION, static_cast<i32>(pThis->adwZoomMotorPosition[iDev]));
-  Delay_WhileRunning(qwRestoreSteps * tConfig.dwFocusOneStepTime);
+  WaitForRestore(tConfig.dwFocusOneStepTime);
   Motor_Request(pThis->fdICS, ICS_SET_FOCUS_POSITION, static_cast<i32>(pThis->adwFocusMotorPosition[iDev]));
   pthread_mutex_unlock(&gICSMutex);
-  Delay_WhileRunning(qwRestoreSteps * tConfig.dwZoomOneStepTime);
+  WaitForRestore(tConfig.dwZoomOneStepTime);
 }
 
 // The driver goes no farther than its ends: behind a broken file the position is what it can be.
