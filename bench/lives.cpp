@@ -39,8 +39,8 @@ i32 LiveAndCount(TWorld*) {
   return iStatus == 0 && OpenDescriptors() != dwBefore ? iDescriptorsLeft : iStatus;
 }
 
-// Whether clients have left a recovery undone, so that its mark stands until the next start: a stop and a motor reset do;
-// a move, if what came next has broken it off; and none of them if it was written over before anybody took it.
+// Whether clients have left a recovery undone, so that its mark stands until the next start: a stop and a motor reset
+// do; a move, if what came next has broken it off; and none of them if it was written over before anybody took it.
 struct TLeaving {
   bool bLeft = false, bLeftBefore = false;  // the latter of the last command
   bool bMoves = false;                      // the last command, not with a search
@@ -52,7 +52,8 @@ struct TLeaving {
 };
 
 bool HasOneOf(std::string_view sLine, std::initializer_list<const char*> aszWords) {
-  return std::ranges::any_of(aszWords, [&](const char* szWord) { return sLine.find(szWord) != std::string_view::npos; });
+  return std::ranges::any_of(aszWords,
+                             [&](const char* szWord) { return sLine.find(szWord) != std::string_view::npos; });
 }
 
 void TLeaving::Read(const TLensModel& tModel, u64 qwAt_us, std::string_view sLine) {

@@ -123,7 +123,8 @@ void Bracket(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, FStep pfnStep
 
 void MoveFocus(TVernierLensdInfo* pThis, i32 fd) {
   const bool bThere = VernierLensd_FocusCommand(pThis, fd) == 0;
-  // A client has chosen this place, whatever waits to come next.  A correction shifts the focus from wherever it stands.
+  // A client has chosen this place, whatever waits to come next.  A correction shifts the focus from wherever it
+  // stands.
   if (bThere && pThis->tFocusBox.bClaimed == 0) Recovery_End(pThis);
 }
 
