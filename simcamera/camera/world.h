@@ -9,6 +9,14 @@
 #include "lens/lens.h"
 #include "lens/scene.h"
 
+// Calls of one name that fail although nothing is wrong with what they are given: the first dwGood do not, the next
+// dwFailing do.
+struct TFailingCall {
+  char szCall[16];
+  u32 dwGood;
+  u32 dwFailing;
+};
+
 enum EWorldTime : u32 { TIME_AT_A_SPEED = 0, TIME_VIRTUAL = 1 };
 
 struct TWorld {
@@ -45,6 +53,8 @@ struct TWorld {
   u32 dwSlowestSync_us;  // each sync and fsync takes a drawn time below this, on the virtual clock; 0: none
 
   u32 bSelectFails;  // every select of the daemon's ends with ENOMEM; on the virtual clock
+  // On the virtual clock: socketpair, send, write, shmdt, pthread_join, GATELINK_init, GATELINK_read.
+  TFailingCall atFailingCalls[2];
 
   u32 dwPowerCuts;  // at a speed, so far: each cut draws the flash's fate anew
 };

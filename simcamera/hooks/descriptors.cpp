@@ -28,6 +28,7 @@ constinit TReal<ssize_t(int, void*, size_t)> g_realRead{"read"};
 constinit TReal<ssize_t(int, const void*, size_t)> g_realWrite{"write"};
 constinit TReal<ssize_t(int, void*, size_t, int)> g_realRecv{"recv"};
 constinit TReal<ssize_t(int, const void*, size_t, int)> g_realSend{"send"};
+constinit TReal<int(int, int, int, int*)> g_realSocketpair{"socketpair"};
 constinit TReal<int(int)> g_realClose{"close"};
 constinit TReal<int(int, const sockaddr*, socklen_t)> g_realBind{"bind"};
 constinit TReal<int(int, const sockaddr*, socklen_t)> g_realConnect{"connect"};
@@ -62,9 +63,12 @@ ssize_t Hook_write(int fd, const void* pv, size_t dwLength) asm("write");
 ssize_t Hook_recv(int fd, void* pv, size_t dwLength, int iFlags) asm("recv");
 ssize_t Hook_recv_chk(int fd, void* pv, size_t dwLength, size_t dwRoom, int iFlags) asm("__recv_chk");
 ssize_t Hook_send(int fd, const void* pv, size_t dwLength, int iFlags) asm("send");
+int Hook_socketpair(int iDomain, int iType, int iProtocol, int* aiPair) asm("socketpair");
 int Hook_close(int fd) asm("close");
 int Hook_bind(int fd, const sockaddr* ptAddress, socklen_t dwLength) asm("bind");
 int Hook_connect(int fd, const sockaddr* ptAddress, socklen_t dwLength) asm("connect");
+
+static bool IsOutput(i32 fd);
 
 // Past every interceptor, and never waiting.  An all-zero time is the same in every layout of timespec.
 static i32 SelectNow(i32 iCount, fd_set* const (&aptSets)[3]) {
@@ -211,6 +215,7 @@ int Hook_poll(pollfd* ptFds, nfds_t dwCount, int iTime_ms) {
     return ppoll(ptFds, dwCount, &tReal, nullptr);
   }
   if (!Hooks_OnVirtualClock("poll")) return g_realPoll(ptFds, dwCount, iTime_ms);
+  if (iTime_ms == 0 && dwCount == 1 && IsOutput(ptFds->fd)) return PollNow(ptFds, dwCount);  // as in PrintedOutput
   Clock_Point("poll");
   TPoll tPoll{.ptFds = ptFds, .dwCount = dwCount};
   const u64 qwUntil_us = iTime_ms < 0 ? qwNever_us : Clock_Deadline(static_cast<u64>(iTime_ms) * 1'000);
@@ -299,9 +304,8 @@ static bool IsOutput(i32 fd) {
 }
 
 // No point of the clock: the daemon writes its log under its stream's lock, where no other task may get a turn.  What
-// the reader of a pipe does not take has not been printed.
-static ssize_t WriteOutput(i32 fd, const void* pv, size_t dwLength) {
-  const ssize_t iWritten = Hooks_IsPipe(STDOUT_FILENO) ? g_realWrite(fd, pv, dwLength) : static_cast<ssize_t>(dwLength);
+// the reader of a pipe or socket does not take has not been printed.
+static ssize_t PrintedOutput(const void* pv, ssize_t iWritten) {
   if (iWritten > 0) Transcript_Printed(static_cast<const char*>(pv), static_cast<size_t>(iWritten));
   return iWritten;
 }
@@ -309,7 +313,9 @@ static ssize_t WriteOutput(i32 fd, const void* pv, size_t dwLength) {
 ssize_t Hook_write(int fd, const void* pv, size_t dwLength) {
   // A scripted event may print as well.
   const bool bLife = g_eClockMode == CLOCK_VIRTUAL && (Clock_RunsScript() || Hooks_OnVirtualClock("write"));
-  if (bLife && IsOutput(fd)) return WriteOutput(fd, pv, dwLength);
+  if (bLife && IsOutput(fd)) {
+    return PrintedOutput(pv, Hooks_IsPipe(fd) ? g_realWrite(fd, pv, dwLength) : static_cast<ssize_t>(dwLength));
+  }
   if (!Hooks_Active() || !IsOurs(fd)) return g_realWrite(fd, pv, dwLength);
   if (I2C_IsBus(fd)) return I2C_Write(fd, pv, dwLength);
   if (IsOnFullFlash(*Hooks_Descriptor(fd))) {
@@ -319,18 +325,25 @@ ssize_t Hook_write(int fd, const void* pv, size_t dwLength) {
   }
   if (!Hooks_OnVirtualClock("write")) return g_realWrite(fd, pv, dwLength);
   Clock_Point("write");
+  if (Hooks_Fails("write")) return FailBelow0(-EAGAIN);
   if (!WaitReady(fd, POLLOUT, true)) return -1;
   return AfterWrite(g_realWrite(fd, pv, dwLength));
 }
 
 ssize_t Hook_send(int fd, const void* pv, size_t dwLength, int iFlags) {
   if (!Hooks_Active() || !Hooks_OnVirtualClock("send")) return g_realSend(fd, pv, dwLength, iFlags);
+  if (IsOutput(fd)) return PrintedOutput(pv, g_realSend(fd, pv, dwLength, iFlags | MSG_NOSIGNAL));
   Clock_Point("send");
+  if (Hooks_Fails("send")) return FailBelow0(-ENOBUFS);
   if (!WaitReady(fd, POLLOUT, (iFlags & MSG_DONTWAIT) == 0)) return -1;
   const ssize_t iSent = g_realSend(fd, pv, dwLength, iFlags);
   if ((iFlags & MSG_NOSIGNAL) == 0) return AfterWrite(iSent);
   Clock_DescriptorsChanged();
   return iSent;
+}
+
+int Hook_socketpair(int iDomain, int iType, int iProtocol, int* aiPair) {
+  return Hooks_Fails("socketpair") ? FailBelow0(-EMFILE) : g_realSocketpair(iDomain, iType, iProtocol, aiPair);
 }
 
 int Hook_close(int fd) {

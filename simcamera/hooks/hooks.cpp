@@ -67,6 +67,21 @@ void Hooks_Point(const char* szCall) {
   if (Hooks_OnVirtualClock(szCall)) Clock_Point(szCall);
 }
 
+bool Hooks_Fails(const char* szCall) {
+  if (g_eClockMode != CLOCK_VIRTUAL || g_tSelf.iInside > 0 || g_tSelf.eKind != THREAD_TASK) return false;
+  TInside tInside;
+  for (TFailingCall& tCall : Clock_World()->atFailingCalls) {
+    if (strcmp(tCall.szCall, szCall) != 0) continue;
+    u32& dwLeft = tCall.dwGood > 0 ? tCall.dwGood : tCall.dwFailing;
+    if (dwLeft == 0) return false;
+    const bool bFails = tCall.dwGood == 0;
+    --dwLeft;
+    if (bFails) Transcript_Note("%s fails", szCall);
+    return bFails;
+  }
+  return false;
+}
+
 void Hooks_SetRoot(const char* szRoot) {
   size_t iLength = strnlen(szRoot, sizeof g_szHooksRoot - 1);
   while (iLength > 1 && szRoot[iLength - 1] == '/') --iLength;

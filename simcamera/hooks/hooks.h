@@ -22,6 +22,8 @@ bool Hooks_Scaled();
 bool Hooks_Active();
 // Hooks_Active, and on the virtual clock also a point.
 void Hooks_Point(const char* szCall);
+// On the virtual clock, called by a task: this call is one of those that are to fail.  A line tells of it.
+bool Hooks_Fails(const char* szCall);
 
 // ROOT without a slash at its end; "" before the start.
 extern constinit char g_szHooksRoot[256];

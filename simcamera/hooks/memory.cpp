@@ -92,6 +92,10 @@ int Hook_shmdt(const void* pvAddress) {
   for (TAttached& tAttached : g_atAttached) {
     if (!Hooks_Active() || pvAddress == nullptr || tAttached.pv != pvAddress) continue;
     Hooks_Point("shmdt");
+    if (Hooks_Fails("shmdt")) {
+      errno = EINVAL;
+      return -1;
+    }
     TInside tInside;
     const TAttached tGone = tAttached;
     tAttached = {};

@@ -23,6 +23,7 @@ constexpr const char* g_aszHooked[] = {
     "recv",
     "__recv_chk",
     "send",
+    "socketpair",
     "close",
     "bind",
     "connect",

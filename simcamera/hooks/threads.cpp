@@ -116,6 +116,7 @@ int Hook_create(pthread_t* pThread, const pthread_attr_t* ptAttr, TEntry pfnEntr
 int Hook_join(pthread_t thread, void** ppvResult) {
   if (!Hooks_OnVirtualClock("pthread_join")) return g_realJoin(thread, ppvResult);
   Clock_Point("pthread_join");
+  if (Hooks_Fails("pthread_join")) return EDEADLK;
   const i32 iTask = Clock_TaskOf(thread);
   if (iTask < 0) return ESRCH;
   while (!Clock_TaskEnded(iTask)) Clock_Wait({.pvKey = Clock_TaskKey(iTask)});

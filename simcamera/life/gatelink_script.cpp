@@ -46,9 +46,10 @@ void GatelinkScript_Request(u32 dwNumber, const char* pszMethod, const char* psz
 
 int32_t GATELINK_init(HGateLink* phGateLink, const char* pszPath) {
   Hooks_Point("GATELINK_init");
+  const bool bFails = Hooks_Fails("GATELINK_init");
   TInside tInside;
   *phGateLink = nullptr;
-  if (g_afdBell[0] >= 0 || syscall(SYS_pipe2, g_afdBell, O_CLOEXEC | O_NONBLOCK) != 0) return -1;
+  if (bFails || g_afdBell[0] >= 0 || syscall(SYS_pipe2, g_afdBell, O_CLOEXEC | O_NONBLOCK) != 0) return -1;
   for (size_t i = 0; i < g_atWaiting.size(); ++i) Ring();
   Transcript_Note("gateway opens %s", pszPath);
   *phGateLink = &g_afdBell;
@@ -91,6 +92,7 @@ static void ConnectionClosed(i32 fdRequest) {
 
 int32_t GATELINK_read(HGateLink hGateLink, char** ppszQuery, int32_t* pfdRequest) {
   Hooks_Point("GATELINK_read");
+  if (Hooks_Fails("GATELINK_read")) return -1;
   TInside tInside;
   if (hGateLink != &g_afdBell || g_afdBell[0] < 0) return -1;
   if (g_atWaiting.empty()) return 1;
@@ -123,11 +125,11 @@ const char* GATELINK_GetMethod(HGateLink) {
 void GATELINK_close(HGateLink hGateLink) {
   Hooks_Point("GATELINK_close");
   TInside tInside;
+  Transcript_Note("gateway closes");
   if (hGateLink != &g_afdBell || g_afdBell[0] < 0) return;
   for (i32& fd : g_afdBell) {
     syscall(SYS_close, fd);
     fd = -1;
   }
   g_atWaiting.clear();
-  Transcript_Note("gateway closes");
 }
