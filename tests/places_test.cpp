@@ -2,6 +2,7 @@
 #include <fcntl.h>
 #include <sys/file.h>
 
+#include <algorithm>
 #include <filesystem>
 
 #include "whole_lives.h"
@@ -89,12 +90,89 @@ TEST(Place, CostsALineAndNoMore) {
     // Main and each motor thread look about once in 3 seconds, and after a failed select ten times a second.
     EXPECT_LT(tResult.qwEvents, 9'000U) << Tale(tResult);
     EXPECT_LT(tResult.qwTime_us, (qwEnd_ms + 5'000) * 1000);
+    ASSERT_FALSE(tResult.asReplies.empty());
     const std::string& sReply = tResult.asReplies.back();
     for (const ELensAxis eAxis : g_aeAxes) {
       EXPECT_EQ(Judge_Belief(sReply, eAxis, tCamera.Truth(eAxis)), "") << Tale(tResult);
     }
     EXPECT_NE(StatusValue(sReply, "focus_motor"), 700) << "the temperature is followed" << Tale(tResult);
     EXPECT_EQ(StatusValue(sReply, "zoom_enable"), 0) << "a hold across a jump of the clock ends" << Tale(tResult);
+  }
+}
+
+void LetFail(const TCamera& tCamera, const std::vector<TFailingCall>& atCalls) {
+  ChangeWorld(tCamera, [&](TWorld& tWorld) { std::ranges::copy(atCalls, tWorld.atFailingCalls); });
+}
+
+// A gateway that has to be opened anew, a restore that cannot be sent, a release that fails, a wake-up that is lost.
+TEST(Place, CallThatFailsCostsItsLines) {
+  const std::string sRelease = "[vernierlensd] : VernierLensd_Release failed.";
+  const std::string sGateway = "[vernierlensd] : VernierLensd_GateLinkCommandHandler failed.";
+  const struct {
+    std::vector<TFailingCall> atCalls;
+    std::string sLines;
+    i32 iZoom;  // where the true motor ends: a client sends it to 300, a button one step on
+    i32 iStatus;
+    std::size_t dwClosed;  // how often the gateway is
+    const char* szWord = "normal\n";
+  } atCases[] = {
+      {{{"GATELINK_read", 0, 1}}, "[vernierlensd] : Reinitialize GATELink...", 301, 0, 2},
+      {{{"GATELINK_read", 1, 1}, {"GATELINK_init", 1, 1}},
+       "[vernierlensd] : VernierLensd_InitGateLink failed.\n" + sGateway,
+       201,
+       0,
+       1},
+      {{{"write", 0, 1}}, "[vernierlensd] : VernierLensd_RestoreAutoFocus failed.", 200, 0, 1, "restore\n"},
+      {{{"shmdt", 0, 1}},
+       "[vernierlensd] : Release resources...[vernierlensd] : shmdt failed.\n" + sRelease,
+       301,
+       1,
+       0},
+      {{{"pthread_join", 0, 1}}, "[vernierlensd] : TaskShim_Release failed.\n" + sRelease, 301, 1, 0},
+      {{{"pthread_join", 1, 1}}, "[vernierlensd] : TaskShim_Release failed.\n" + sRelease, 301, 1, 0},
+      {{{"send", 0, 1}}, "[vernierlensd] : Waking up zoom motor thread failed.", 301, 0, 1},
+  };
+  for (const auto& tCase : atCases) {
+    const TCamera tCamera("zoom");
+    LetFail(tCamera, tCase.atCalls);
+    if (tCase.szWord[0] == 'r') tCamera.Write(szStatusPath, tCase.szWord);
+    std::vector<TLifeEvent> atEvents = {Ask(100, szStatus), Ask(500, "function=zoom&direction=direct&position=300")};
+    // Clients who ask all the time let no wait of the main thread time out.
+    for (u64 qw = 1; qw < 20; qw++) atEvents.push_back(Ask(500 + 500 * qw, szStatus));
+    if (tCase.szWord[0] == 'n') atEvents.push_back(Frame(12'000, tCamera, Button("zoomin", "pressed")));
+    if (tCase.szWord[0] == 'n') atEvents.push_back(Frame(12'100, tCamera, Button("zoomin", "released")));
+    const TLifeResult tResult = Live(tCamera, atEvents, 20'000);
+    SCOPED_TRACE(tCase.sLines + Tale(tResult));
+    EXPECT_EQ(tResult.eEnd, LIFE_EXITED);
+    EXPECT_EQ(tResult.iStatus, tCase.iStatus);
+    EXPECT_TRUE(Printed(tResult).find(tCase.sLines + "\n") != std::string::npos);
+    EXPECT_EQ(tCamera.Truth(LENS_ZOOM), tCase.iZoom);
+    EXPECT_EQ(Count(tResult.sTranscript, "gateway closes"), tCase.dwClosed);
+    EXPECT_EQ(tCamera.Read(szStatusPath), tCase.szWord);
+  }
+}
+
+// The axis takes no commands and costs nothing, the other works on, and the end is not held up.
+TEST(Place, AxisWithoutItsPairIdles) {
+  for (const bool bZoomLacks : {false, true}) {
+    const TCamera tCamera("zoom");
+    LetFail(tCamera, {{"socketpair", bZoomLacks ? 1U : 0U, 1}});
+    const TLifeResult tResult = Live(tCamera,
+                                     {Ask(100, "function=zoom&direction=direct&position=300"),
+                                      Ask(6'000, "function=focus&direction=direct&position=600"),
+                                      Ask(20'000, "function=auto"), Ask(200'000, szStatus)},
+                                     qwEnd_ms);
+    SCOPED_TRACE((bZoomLacks ? "zoom" : "focus") + Tale(tResult));
+    EXPECT_EQ(Judge_Order(tResult), "");
+    EXPECT_GT(Count(Printed(tResult), std::string("Waking up ") + (bZoomLacks ? "zoom" : "focus") + " motor"), 0U);
+    const double dZoom = tCamera.Truth(LENS_ZOOM), dFocus = tCamera.Truth(LENS_FOCUS);
+    EXPECT_EQ(dZoom, bZoomLacks ? 200 : 300);
+    EXPECT_EQ(dFocus != 485, bZoomLacks);
+    const std::string& sReply = tResult.asReplies.back();
+    EXPECT_EQ(Judge_Belief(sReply, LENS_ZOOM, dZoom) + Judge_Belief(sReply, LENS_FOCUS, dFocus), "");
+    EXPECT_EQ(Judge_Idle(sReply, bZoomLacks ? LENS_FOCUS : LENS_ZOOM), "");
+    EXPECT_LT(tResult.qwEvents, 9'000U);
+    EXPECT_LT(tResult.qwTime_us, (qwEnd_ms + 5'000) * 1000);
   }
 }
 

@@ -21,7 +21,8 @@ namespace {
 
 constexpr time_t tWakeTimeOut_s = 3;
 constexpr u64 qwReadyPoll_us = 1000;
-constexpr u64 qwSelectPause_us = 100'000;  // after a failed select, so that a dead descriptor costs no processor
+constexpr u64 qwPairlessPoll_us = 3'000'000;  // the pace of an idle daemon
+constexpr u64 qwSelectPause_us = 100'000;     // after a failed select, so that a dead descriptor costs no processor
 constexpr u64 qwEndPoll_us = 10'000;
 
 enum EReceived : u32 {
@@ -33,6 +34,7 @@ enum EReceived : u32 {
 i32 MotorThread_Run(TVernierLensdInfo* pThis, const TAxis& tAxis);
 i32 MotorThread_Serve(TVernierLensdInfo* pThis, const TAxis& tAxis);
 void FollowSavedZoom(TVernierLensdInfo* pThis);
+void MotorThread_AwaitPair(TVernierLensdInfo* pThis, const TAxis& tAxis);
 void MotorThread_SetRange(TVernierLensdInfo* pThis, const TAxis& tAxis);
 EReceived MotorThread_Receive(TVernierLensdInfo* pThis, const TAxis& tAxis);
 i32 MotorThread_Initial(TVernierLensdInfo* pThis, const TAxis& tAxis);
@@ -60,8 +62,7 @@ i32 MotorThread_Serve(TVernierLensdInfo* pThis, const TAxis& tAxis) {
   if (tAxis.bFocusLeads) FollowSavedZoom(pThis);
   if (bPass) PIPass_Run(pThis, tAxis, fd);
   if (tAxis.pfnBegin != nullptr) tAxis.pfnBegin(pThis, fd);
-  Wait_Poll(qwReadyPoll_us, qwNoBound_us,
-            [&] { return Word_Take(pThis->*tAxis.pbWakeReady) != 0 || Daemon_IsEnding(); });
+  MotorThread_AwaitPair(pThis, tAxis);
   // At the end of a start-up that got no further the pair is missing.
   while (Word_Take(pThis->*tAxis.pbWakeReady) != 0 && g_bRunThread.load() != 0) {
     const EReceived eReceived = MotorThread_Receive(pThis, tAxis);
@@ -79,6 +80,14 @@ void FollowSavedZoom(TVernierLensdInfo* pThis) {
   for (i32 i = 0; i < g_tVernierLensdConfigInfo.iMaxDevNum; i++) {
     ZoomTracking_SetWords(pThis, Word_Load(pThis->adwZoomMotorPosition[i]), i);
   }
+}
+
+// The main loop begins after the pairs have been made: one that is missing then stays missing, and nothing is left to
+// wait for but the end.
+void MotorThread_AwaitPair(TVernierLensdInfo* pThis, const TAxis& tAxis) {
+  const auto IsOver = [&] { return Word_Take(pThis->*tAxis.pbWakeReady) != 0 || Daemon_IsEnding(); };
+  Wait_Poll(qwReadyPoll_us, qwNoBound_us, [&] { return IsOver() || Word_Take(pThis->bPowerLossChecked) != 0; });
+  Wait_Poll(qwPairlessPoll_us, qwNoBound_us, IsOver);
 }
 
 void MotorThread_SetRange(TVernierLensdInfo* pThis, const TAxis& tAxis) {
