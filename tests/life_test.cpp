@@ -1,6 +1,13 @@
 // Whole lives of the daemon on the virtual clock, judged by replies, printed lines and the true lens.
-#include <csignal>
+#include <fcntl.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
 
+#include <csignal>
+#include <sstream>
+
+#include "core/entry.h"
 #include "whole_lives.h"
 
 namespace {
@@ -224,6 +231,8 @@ TEST(Life, FramesThatAreNoneCostALine) {
     EXPECT_EQ(Judge_Order(tResult), "") << Tale(tResult);
     EXPECT_TRUE(HasPrinted(tResult, tCase.szLine));
     EXPECT_EQ(HasPrinted(tResult, "[vernierlensd] : Reinitialize FIFO..."), tCase.bMadeAnew);
+    EXPECT_EQ(Count(tResult.sTranscript, std::string(" ") + szFIFOPath + "\n"), tCase.bMadeAnew ? 2U : 1U)
+        << "renamed over, with no moment in which the name is free";
     EXPECT_TRUE(HasPrinted(tResult, "[vernierlensd] : Zoom out stop!")) << "the next frame is read in step";
   }
 }
@@ -298,6 +307,116 @@ TEST(Life, PayloadsArePrintedOnOneLine) {
   const TLifeResult tResult = Live(tCamera, {Frame(100, tCamera, EventFrame("a\n[vernierlensd] : \x7F\x1B"))}, 1000);
   EXPECT_TRUE(HasPrinted(tResult, "[vernierlensd] : Receive FIFO command: a\\x0A[vernierlensd] : \\x7F\\x1B"))
       << Tale(tResult);
+}
+
+// The transcript without what was printed.
+std::string Deeds(const TLifeResult& tResult) {
+  std::istringstream tLines(tResult.sTranscript);
+  std::string sDeeds;
+  for (std::string sLine; std::getline(tLines, sLine);) {
+    if (sLine.find(" print ") == sLine.npos) sDeeds += sLine + "\n";
+  }
+  return sDeeds;
+}
+
+// A log in the place of descriptor 1 that is full, or that nobody reads.
+struct TUnreadLog {
+  enum EKind { PIPE, SOCKET, FIFO } eKind;  // the last has no reader yet, and so cannot be opened once more
+  std::string sFIFO;
+  i32 fdReader = -1;
+
+  void Open() {
+    i32 afd[2] = {-1, -1};
+    if (eKind == PIPE && pipe2(afd, O_CLOEXEC) != 0) std::abort();
+    if (eKind == SOCKET && socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, afd) != 0) std::abort();
+    if (eKind == FIFO) OpenFIFO(afd);
+    fdReader = afd[0];
+    if (fdReader >= 0) fcntl(fdReader, F_SETFL, O_NONBLOCK);
+    if (dup2(afd[1], STDOUT_FILENO) < 0) std::abort();
+    if (fdReader >= 0) Fill();
+  }
+
+  // The clock would count a pipe's close.
+  void OpenFIFO(i32 (&afd)[2]) const {
+    if (mkfifo(sFIFO.c_str(), 0600) != 0) std::abort();
+    const i32 fd = open(sFIFO.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    afd[1] = open(sFIFO.c_str(), O_WRONLY | O_CLOEXEC);
+    syscall(SYS_close, fd);
+  }
+
+  // Past the hooks, to which this is the daemon's log.
+  static void Fill() {
+    const std::string sText(4096, '.');
+    const long iFlags = syscall(SYS_fcntl, STDOUT_FILENO, F_GETFL);
+    syscall(SYS_fcntl, STDOUT_FILENO, F_SETFL, iFlags | O_NONBLOCK);
+    while (syscall(SYS_write, STDOUT_FILENO, sText.data(), sText.size()) > 0) {
+    }
+    syscall(SYS_fcntl, STDOUT_FILENO, F_SETFL, iFlags);
+  }
+
+  // A reader comes to the FIFO, and takes nothing yet.
+  void Come() {
+    if (eKind != FIFO) return;
+    fdReader = open(sFIFO.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    Fill();
+  }
+
+  void Read() const {
+    char acText[4096];
+    while (read(fdReader, acText, sizeof acText) > 0) {
+    }
+  }
+};
+
+// What the daemon does is the same to the microsecond as with a log that is read, and no dropped line goes uncounted.
+TEST(Life, UnreadLogChangesNothing) {
+  const std::pair<TUnreadLog::EKind, bool> atCases[] = {// and whether somebody reads again before the end
+                                                        {TUnreadLog::PIPE, true},
+                                                        {TUnreadLog::PIPE, true},
+                                                        {TUnreadLog::SOCKET, true},
+                                                        {TUnreadLog::FIFO, true},
+                                                        {TUnreadLog::PIPE, false}};
+  const std::string sNotice = "[vernierlensd] : Log lines dropped: ";
+  std::string sDeeds;
+  std::size_t dwLines = 0;
+  for (const auto& [eKind, bReadAgain] : atCases) {
+    const TCamera tCamera("zoom");
+    const bool bRead = sDeeds.empty();  // the first, of which no line is lost
+    TUnreadLog tLog = {.eKind = eKind, .sFIFO = tCamera.Path("/log")};
+    const auto Come = [&](TWorld*) { tLog.Come(); };
+    const auto Read = [&, bAgain = bReadAgain](TWorld*) {
+      if (bAgain) tLog.Read();
+    };
+    const TLifeResult tResult = Life_Run(
+        {.sRoot = tCamera.sRoot,
+         .qwSeed = FirstSeed(),
+         .atEvents = {Call(50, Come), Ask(100, "function=zoom&direction=direct&position=300"), Ask(500, szStatus),
+                      Frame(5'000, tCamera, Button("zoomin", "pressed")), Signal(5'050, SIGPIPE),
+                      Frame(5'100, tCamera, Button("zoomin", "released")), Call(20'000, Read), Ask(25'000, szStatus)},
+         .qwEnd_us = 26'000'000,
+         .fnBody = [&](TWorld*) {
+           static char szName[] = "vernierlensd";
+           static char* aszArgs[] = {szName, nullptr};
+           if (!bRead) tLog.Open();
+           return VernierLensd_Main(1, aszArgs);
+         }});
+    SCOPED_TRACE(std::to_string(eKind) + (bReadAgain ? ", read again" : ""));
+    const std::string sPrinted = Printed(tResult);
+    if (bRead) {
+      ExpectRest(tCamera, tResult);
+      sDeeds = Deeds(tResult);
+      dwLines = Count(sPrinted, "\n");
+      continue;
+    }
+    EXPECT_TRUE(tResult.eEnd == LIFE_EXITED && tResult.iStatus == 0) << Tale(tResult);
+    EXPECT_EQ(Deeds(tResult), sDeeds);
+    std::size_t dwDropped = 0;
+    for (std::size_t dw = sPrinted.find(sNotice); dw != sPrinted.npos; dw = sPrinted.find(sNotice, dw + 1)) {
+      dwDropped +=
+          std::strtoul(sPrinted.c_str() + dw + sNotice.size(), nullptr, 10) - 1;  // the notice is a line itself
+    }
+    EXPECT_EQ(Count(sPrinted, "\n") + dwDropped, bReadAgain ? dwLines : 0) << sPrinted;
+  }
 }
 
 TEST(Life, DaemonModeWorksWithoutALog) {
