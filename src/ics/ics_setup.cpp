@@ -19,7 +19,7 @@
 namespace {
 
 constexpr i32 iFocusMargin = 50;      // of the driver's range that is left unused at either end
-constexpr u64 qwRestoreSteps = 3000;  // a restore waits for so many steps of an axis, whatever the distance; 120 s at most
+constexpr u64 qwRestoreSteps = 3000;  // of an axis, whatever the distance: so long a restore waits
 constexpr i64 llMicrosPerSecond = 1'000'000;
 
 // Reads an axis's speed and sends it back: the driver takes a speed only once it has been set.
