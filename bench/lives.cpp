@@ -167,6 +167,7 @@ struct TLived {
   const TLensModel& tModel;
   TStory tStory = {};
   bool bRests = false;            // its end comes when all is at rest
+  bool bDamaged = false;          // its saved file was damaged before the start
   std::size_t dwFirstStatus = 0;  // request of channel 0's status at rest
   TLifeResult tResult = {};
   u64 qwStarted_us = 0, qwEnded_us = 0;  // camera's clock
@@ -235,7 +236,9 @@ std::string WhyNotAtRest(const TLived& tLived) {
     const std::string& sStatus = tLived.tResult.asReplies[tLived.dwFirstStatus + static_cast<std::size_t>(i)];
     for (const ELensAxis eAxis : {LENS_ZOOM, LENS_FOCUS}) {
       if (!Model_HasAxis(tLived.tModel, eAxis)) continue;
-      const bool bWord = eAxis == LENS_ZOOM || (dwSpoiled & SPOILS_WORD) == 0;
+      // A search that ends by itself, since the driver has refused it a walk, keeps its code too.
+      const bool bRefused = tLived.tResult.sTranscript.find("is not known any more") != std::string::npos;
+      const bool bWord = eAxis == LENS_ZOOM || ((dwSpoiled & SPOILS_WORD) == 0 && !bRefused);
       std::string sWhy = bWord ? Judge_Idle(sStatus, eAxis) : "";
       const bool bTruth = sWhy.empty() && (dwSpoiled & (SPOILS_TRUTH | SPOILS_DRIVER)) == 0;
       if (bTruth) sWhy = Judge_Belief(sStatus, eAxis, tLived.tCamera.Truth(eAxis, i));
@@ -327,7 +330,9 @@ std::string WhySavedWrong(const TLived& tLived) {
     return bMayStay ? "" : "a working log stands";
   }
   if (tLived.tModel.iChannels > 1 && tLived.tTold.qwSensors_us > tLived.tTold.qwSignal_us) return "";
-  bool bSaved = false;
+  // The lens of a driver that knows where it stands loses nothing by a damaged file, which stays until the next save.
+  bool bSaved = tLived.bDamaged && Model_IsICS(tLived.tModel) &&
+                tLived.tResult.sTranscript.find(std::string(" ") + szICSPositionsPath + "\n") == std::string::npos;
   for (i32 i = 0; i < tLived.tModel.iChannels; i++) {
     bSaved = bSaved || IsSaved(tLived, i);
     for (const ELensAxis eAxis : {LENS_ZOOM, LENS_FOCUS}) {
@@ -427,7 +432,8 @@ TLivesOutcome Lives_Try(const TCamera& tCamera, const TLensModel& tModel, u64 qw
   TLived tNext{.tCamera = tCamera, .tModel = tModel};
   tNext.tStory = Story_Draw(tCamera, tModel, tDraw, qwNext_ms, static_cast<u32>(tDraw.Below(8)), false);
   // Such a file tells nothing; a cut has its own tears, and a full flash its own files.
-  if (tOutcome.eEnd == ENDED_BY_SIGNAL && tDraw.OneIn(4)) Story_DamageSaved(tCamera, tModel, tDraw);
+  tNext.bDamaged = tOutcome.eEnd == ENDED_BY_SIGNAL && tDraw.OneIn(4);
+  if (tNext.bDamaged) Story_DamageSaved(tCamera, tModel, tDraw);
   // One set of positions is saved for all channels: without sensors the next life finds each at its first move.
   if (bShared || (tModel.iChannels > 1 && !FindsItself(tModel))) tNext.tStory.dwSpoiled |= SPOILS_TRUTH;
   const bool bFalse = (tFirst.tStory.dwSpoiled & (SPOILS_TRUTH | SPOILS_FLASH)) != 0;
