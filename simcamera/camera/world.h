@@ -53,7 +53,8 @@ struct TWorld {
   u32 dwSlowestSync_us;  // each sync and fsync takes a drawn time below this, on the virtual clock; 0: none
 
   u32 bSelectFails;  // every select of the daemon's ends with ENOMEM; on the virtual clock
-  // On the virtual clock: socketpair, send, write, shmdt, pthread_join, GATELINK_init, GATELINK_read.
+  // On the virtual clock: open (of what is not the camera's), mkfifo, socketpair, send, write, shmdt, pthread_join,
+  // GATELINK_init, GATELINK_read.
   TFailingCall atFailingCalls[2];
 
   u32 dwPowerCuts;  // at a speed, so far: each cut draws the flash's fate anew

@@ -126,7 +126,11 @@ static i32 Open(const char* pszPath, i32 iFlags, mode_t dwMode) {
     return Device_Open(eDevice, pszPath, iFlags);
   }
   const TCameraPath tPath(pszPath);
-  if (!tPath.bOurs) return g_realOpen(pszPath, iFlags, dwMode);
+  if (!tPath.bOurs) {
+    if (!Hooks_Fails("open")) return g_realOpen(pszPath, iFlags, dwMode);
+    errno = EACCES;
+    return -1;
+  }
   Hooks_Point("open");
   const bool bExisted = Exists(tPath.szReal);
   const bool bWritten = (iFlags & O_ACCMODE) != O_RDONLY && (iFlags & O_PATH) == 0;
@@ -232,6 +236,10 @@ static i32 Make(const char* szCall, TReal<int(const char*, mode_t)>& tReal, cons
   if (!tPath.bOurs) return tReal(pszPath, dwMode);
   Hooks_Point(szCall);
   if (RefuseChange(szCall, pszPath)) return -1;
+  if (Hooks_Fails(szCall)) {
+    errno = EACCES;
+    return -1;
+  }
   const i32 iResult = tReal(tPath.szReal, dwMode);
   if (iResult == 0) Transcript_Fact("%s %s", szCall, pszPath);
   return iResult;
