@@ -1,21 +1,14 @@
 // The true lens of the simulated camera, and the cameras laid out for its models.
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstring>
-#include <filesystem>
-#include <fstream>
-#include <sstream>
 
-#include "camera/world_image.h"
-#include "ics/curve.h"
-#include "lens/ics_optics.h"
 #include "lens/optics.h"
 #include "lens/shift_tables.h"
 #include "lenses/lens_model.h"
 #include "motor/motor_device.h"
+#include "whole_lives.h"
 
 namespace {
 
@@ -154,85 +147,36 @@ TEST(Lens, ICSAxesMoveByThemselves) {
   EXPECT_EQ(tLens.tParkAxis.iRotor, 10);
 }
 
-std::string Read(const std::string& sPath) {
-  std::ifstream tIn(sPath);
-  return (std::stringstream() << tIn.rdbuf()).str();
-}
-
-// The text of an element, by the path of names to it.
-std::string XmlText(const std::string& sXml, const std::string& sPath) {
-  size_t iAt = 0;
-  std::istringstream tPath(sPath);
-  for (std::string sName; std::getline(tPath, sName, '/');) {
-    iAt = sXml.find("<" + sName + ">", iAt);
-    if (iAt == std::string::npos) return "missing " + sName;
-    iAt += sName.size() + 2;
+// The last of the ascending places of a table that is not above one.
+template <typename TPlaceOf>
+u32 LastUpTo(u32 dwPlaces, i64 llOne, TPlaceOf fnPlaceOf) {
+  u32 dwLast = 0;
+  for (u32 dw = 0; dw < dwPlaces; ++dw) {
+    if (i64{fnPlaceOf(dw)} <= llOne) dwLast = dw;
   }
-  return sXml.substr(iAt, sXml.find('<', iAt) - iAt);
+  return dwLast;
 }
 
-constexpr const char* pszAxisKeys =
-    "virtual/start virtual/end virtual/onestep virtual/totalstep motor/totalstep motor/positioningstep onesteptime "
-    "adjuststep pi/support pi/searchstep pi/forwardshitf pi/backwardshitf";
-constexpr const char* pszOtherKeys =
-    "focus/motor/reversecalibration focus/FlangeBackCompensation search/range/firstlevel search/range/secondlevel "
-    "search/range/thirdlevel search/step/finetune search/step/small search/step/large table/focusstart "
-    "onestepsearchtime openiristime blockingmode finetunning";
-
-void ExpectKeys(const std::string& sXml, const std::string& sBefore, const char* pszKeys) {
-  std::istringstream tKeys(pszKeys);
-  for (std::string sKey; tKeys >> sKey;) {
-    const std::string sText = XmlText(sXml, "root/vernierlensd/" + sBefore + sKey);
-    EXPECT_TRUE(!sText.empty() && std::isdigit(sText[0])) << sBefore + sKey << ": " << sText;
-  }
-}
-
-void ExpectAxisTrue(const TWorld* ptWorld, i32 iChannel, ELensAxis eAxis, const std::string& sConfig) {
-  const TAxisModel& tAxis = ptWorld->tLens.atModel[eAxis];
-  const std::string sAxis = eAxis == LENS_ZOOM ? "zoom" : "focus", sSaved = Read(sConfig + "vernierlensd.conf");
-  const std::string sXml = Read(sConfig + "config_vernierlensd.xml");
-  ExpectKeys(sXml, sAxis + "/", pszAxisKeys);
-  const size_t iSaved = sSaved.find(sAxis + "_motor=");
-  ASSERT_EQ(iSaved != std::string::npos, tAxis.bPresent != 0);
-  if (tAxis.bPresent == 0) return;
-  const i32 iPosition = std::atoi(sSaved.c_str() + sSaved.find('=', iSaved) + 1);
-  const i32 iOneStep = std::stoi(XmlText(sXml, sAxis + "/virtual/onestep"));
-  EXPECT_EQ(ptWorld->tLens.atAxis[iChannel][eAxis].iRotor, tAxis.iOrigin + iPosition * iOneStep);
-  EXPECT_EQ(Lens_GlassVirtual(&ptWorld->tLens, iChannel, eAxis), iPosition);
-}
-
-std::vector<i32> Numbers(const std::string& sXml, const std::string& sPath) {
-  std::string sText = XmlText(sXml, sPath);
-  std::replace(sText.begin(), sText.end(), ',', ' ');
-  std::istringstream tIn(sText);
-  return {std::istream_iterator<i32>(tIn), {}};
-}
-
-// The last of ascending numbers that is not above one.
-size_t LastUpTo(const std::vector<i32>& ai, i32 i) {
-  return static_cast<size_t>(std::upper_bound(ai.begin(), ai.end(), i) - ai.begin()) - 1;
-}
-
-// The offsets of the camera's profile, at each zoom position.
-void ExpectNightOffsets(const TLensModel& tModel, const std::string& sXml) {
-  const std::string sPath = "root/Focus/IRCORRECTION/";
-  const auto aiFirst = Model_HasZoom(tModel) ? Numbers(sXml, sPath + "ZOOM_STEP") : std::vector{0};
-  const auto aiOffsets = Numbers(sXml, sPath + (Model_HasZoom(tModel) ? "FOCUS_OFFSET" : "FOCUS_SHIFT"));
+// The offset of each zoom position's range.
+void ExpectNightTable(const TLensModel& tModel) {
   for (i32 iZoom = 1; iZoom <= std::max(1, static_cast<i32>(tModel.tZoom.dwTotalStep)); ++iZoom) {
+    const u32 dwRange = LastUpTo(Model_HasZoom(tModel) ? dwNightRanges : 1, iZoom - 1,
+                                 [&](u32 dw) { return NightTable_FirstIndex(tModel, dw); });
     const double dDay = Optics_SharpFocus(tModel, iZoom, 2, 9, false);
-    EXPECT_NEAR(Optics_SharpFocus(tModel, iZoom, 2, 9, true), dDay + aiOffsets.at(LastUpTo(aiFirst, iZoom - 1)), 1.3);
+    EXPECT_NEAR(Optics_SharpFocus(tModel, iZoom, 2, 9, true), dDay + NightTable_Offset(tModel, dwRange), 1.3);
   }
 }
 
 // By the table up and down the temperatures, from each start: no farther off than promised, and not much less.
-void ExpectThermalTable(const TLensModel& tModel, const std::string& sXml) {
-  const std::string sPath = "root/shift_table/thermal/";
-  const auto aiColumns = Numbers(sXml, sPath + "temperature/offset");
-  const auto aiZooms = Numbers(sXml, sPath + "zoomposition/offset");
+void ExpectThermalTable(const TLensModel& tModel) {
   for (i32 iZoom = 0; iZoom <= 640; iZoom += 79) {
-    const std::string sRow = "zoomposition/zoom" + std::to_string(aiZooms.at(LastUpTo(aiZooms, iZoom)));
-    const auto aiFocus = Numbers(sXml, sPath + sRow);
-    const auto Sharp = [&](double dT) { return Optics_SharpFocus(tModel, iZoom, 2, dT, false); };
+    const u32 dwRow = LastUpTo(tModel.dwThermalRowsUsed, iZoom, [&](u32 dw) { return ThermalTable_Zoom(tModel, dw); });
+    const auto TableFocus = [&](i32 i_C) {
+      const u32 dwColumn = LastUpTo(static_cast<u32>(tModel.iThermalColumnsUsed), i_C,
+                                    [](u32 dw) { return ThermalTable_Temperature(static_cast<i32>(dw)); });
+      return ThermalTable_Focus(tModel, dwRow, static_cast<i32>(dwColumn));
+    };
+    const auto Sharp = [&](double d_C) { return Optics_SharpFocus(tModel, iZoom, 2, d_C, false); };
     double dWorst = 0;
     for (double dStart = -10; dStart < 54.9; dStart += 0.9) {
       i32 iReference = static_cast<i32>(std::floor(dStart)), iShift = 0;
@@ -240,7 +184,7 @@ void ExpectThermalTable(const TLensModel& tModel, const std::string& sXml) {
         const double dNow = 54.9 - std::abs(i) * 0.1;
         const i32 iNow = static_cast<i32>(std::floor(dNow));
         if (std::abs(iNow - iReference) > 1) {
-          iShift += aiFocus.at(LastUpTo(aiColumns, iNow)) - aiFocus.at(LastUpTo(aiColumns, iReference));
+          iShift += TableFocus(iNow) - TableFocus(iReference);
           iReference = iNow;
         }
         dWorst = std::max(dWorst, std::abs(Sharp(dNow) - Sharp(dStart) - iShift));
@@ -251,69 +195,20 @@ void ExpectThermalTable(const TLensModel& tModel, const std::string& sXml) {
   }
 }
 
-// What the daemon makes of the curve files is what the lens does.
-void ExpectICSCurves(const std::string& sConfig) {
-  const auto ReadRow = [&](const std::string& sName) {
-    std::istringstream tTokens(Read(sConfig + sName));
-    TCurveRow tRow{};
-    std::string sToken;
-    for (i32 i = 0; tTokens >> sToken; ++i) {
-      if (i >= 3) tRow.adwWord[i - 3] = static_cast<u32>(std::stoul(sToken, nullptr, 16));
-    }
-    return tRow;
-  };
-  const TCurveRow tTracking = ReadRow("tracking_curve_y2"), tNight = ReadRow("ir_curve_y1"),
-                  tAD = ReadRow("ad_curve_y0");
-  for (u32 dwZoom = 100; dwZoom <= 2100; dwZoom += 50) {
-    const double dDay = ICSOptics_SharpFocus(dwZoom, 5, 25, false), dDark = ICSOptics_SharpFocus(dwZoom, 5, 25, true);
-    EXPECT_NEAR(ICS_PositionAt(&tTracking, dwZoom), dDay, 1) << dwZoom;
-    EXPECT_NEAR(ICS_PositionAt(&tNight, dwZoom), dDark - dDay, 1) << dwZoom;
-  }
-  for (const char* szRow : {"0", "4"}) {
-    const TCurveRow tWarm = ReadRow(std::string("temp_curve_y") + szRow);
-    const u32 dwZoom = szRow[0] == '0' ? 100 : 2100;
-    const double dShift = ICSOptics_SharpFocus(dwZoom, 5, 45, false) - ICSOptics_SharpFocus(dwZoom, 5, 25, false);
-    EXPECT_NEAR(ICS_ShiftAt(&tWarm, 20), dShift, 1);
-  }
-  for (i32 i = -40; i <= 80; ++i) EXPECT_EQ(ICS_DegreesAt(&tAD, ICSOptics_AD(i)), i);
-}
-
+// That the files say what the tables say, lives on each model show.
 TEST(Lenses, EachModelIsLaidOutConsistently) {
   for (i32 i = 0; const TLensModel* ptModel = Lenses_At(i); ++i) {
     SCOPED_TRACE(ptModel->pszName);
-    char szRoot[] = "/tmp/lens_test_XXXXXX";
-    ASSERT_EQ(World_LayOut(mkdtemp(szRoot), ptModel->pszName, 7), 0);
-    const std::string sConfig = std::string(szRoot) + "/etc/conf.d/vernierlensd/";
-    const std::string sXml = Read(sConfig + "config_vernierlensd.xml");
-    ExpectKeys(sXml, "", pszOtherKeys);
-    TWorld* ptWorld = World_Map(szRoot);
-    ASSERT_NE(ptWorld, nullptr);
-    if (Model_IsICS(*ptModel)) {
-      ExpectICSCurves(sConfig);
-      EXPECT_NEAR(World_SharpFocus(ptWorld, 0), ptModel->tFocus.dwFirstPosition, 0.5) << "a new camera is sharp";
-      World_Unmap(ptWorld);
-      std::filesystem::remove_all(szRoot);
-      continue;
-    }
-    ExpectAxisTrue(ptWorld, ptModel->iChannels - 1, LENS_ZOOM, sConfig);
-    ExpectAxisTrue(ptWorld, ptModel->iChannels - 1, LENS_FOCUS, sConfig);
-    if (Model_HasFocus(*ptModel)) {
-      ExpectNightOffsets(*ptModel, Read(sConfig + "../image_cfgs/c0/imgsys/mdp_lens_profile.xml"));
-    }
-    if (ptModel->bThermalTable != 0) ExpectThermalTable(*ptModel, sXml);
-    if (ptModel->dwCapability == CAPABILITY_ZOOM_AND_FOCUS) {
-      std::istringstream tPan(Read(sConfig + "pan_focus.tab"));
-      const std::vector<u32> adwPan{std::istream_iterator<u32>(tPan), {}};
-      ASSERT_EQ(adwPan.size(), ptModel->tZoom.dwTotalStep);
-      EXPECT_EQ(adwPan[ptModel->tZoom.dwFirstPosition - 1], ptModel->tFocus.dwFirstPosition);
-      EXPECT_NEAR(World_SharpFocus(ptWorld, 0), ptModel->tFocus.dwFirstPosition, 0.5) << "a new camera is sharp";
-      const std::string sStarts = XmlText(sXml, "table/focusstart");
-      EXPECT_EQ(std::count(sStarts.begin(), sStarts.end(), ','), 15) << sStarts;
-    }
-    EXPECT_EQ(World_LayOut(szRoot, "fixed", 8), 0);
-    EXPECT_STREQ(ptWorld->szModel, ptModel->pszName) << "a root in use is left alone";
-    World_Unmap(ptWorld);
-    std::filesystem::remove_all(szRoot);
+    const TCamera tCamera(ptModel->pszName);
+    if (Model_HasFocus(*ptModel) && !Model_IsICS(*ptModel)) ExpectNightTable(*ptModel);
+    if (ptModel->bThermalTable != 0) ExpectThermalTable(*ptModel);
+    EXPECT_EQ(World_LayOut(tCamera.sRoot.c_str(), "fixed", 8), 0);
+    ChangeWorld(tCamera, [&](const TWorld& tWorld) {
+      if (ptModel->dwCapability == CAPABILITY_ZOOM_AND_FOCUS) {
+        EXPECT_NEAR(World_SharpFocus(&tWorld, 0), ptModel->tFocus.dwFirstPosition, 0.5) << "a new camera is sharp";
+      }
+      EXPECT_STREQ(tWorld.szModel, ptModel->pszName) << "a root in use is left alone";
+    });
   }
 }
 
