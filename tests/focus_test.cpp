@@ -13,52 +13,6 @@
 
 namespace {
 
-TEST(Focus, AutoFocusAndScanFindTheSharpPlace) {
-  const struct {
-    const char* szModel;
-    const char* szFunction;
-    double dDistance;
-  } atCases[] = {{"zoom", "function=auto", 3},
-                 {"zoom", "function=scan&iris", 3},
-                 {"zoom", "function=auto", 40},
-                 {"focus", "function=auto&iris=1", 2},
-                 {"focus", "function=scan", 9}};
-  for (const auto& tCase : atCases) {
-    const TCamera tCamera(tCase.szModel);
-    ChangeWorld(tCamera, [&](TWorld& tWorld) { tWorld.dDistance_m = tCase.dDistance; });
-    const TLifeResult tResult = Live(tCamera, {Ask(20'000, tCase.szFunction), Ask(200'000, szStatus)}, 201'000);
-    SCOPED_TRACE(std::string(tCase.szModel) + " " + tCase.szFunction);
-    ExpectRest(tCamera, tResult);
-    EXPECT_LT(DepthsOff(tCamera), 1) << Tale(tResult);
-    EXPECT_TRUE(HasPrinted(tResult, "[vernierlensd] : Start second-level searching..."));
-  }
-}
-
-// What a stop, a zoom or the end does to a search: it ends within a step, the counter stays true, and the zoom's own
-// focus move wins.
-TEST(Focus, SearchGivesWay) {
-  const struct {
-    const char* szName;
-    std::vector<TLifeEvent> atEvents;
-  } atCases[] = {
-      {"stop", {Ask(100, "function=auto"), Ask(4000, "function=stop"), Ask(9000, szStatus)}},
-      {"zoom",
-       {Ask(100, "function=auto"), Ask(4000, "function=zoom&direction=direct&position=300"), Ask(12'000, szStatus)}},
-      {"reference walk, then a move",
-       {Ask(100, "function=motorreset"), Ask(900, "function=focus&direction=direct&position=333"),
-        Ask(40'000, szStatus)}},
-      {"auto stops a zoom",
-       {Ask(100, "function=zoom&direction=direct&position=700"), Ask(1500, "function=auto"), Ask(90'000, szStatus)}},
-      {"scan in its reference walk", {Ask(100, "function=scan"), Ask(1500, "function=stop"), Ask(20'000, szStatus)}},
-  };
-  for (const auto& tCase : atCases) {
-    const TCamera tCamera("zoom");
-    const TLifeResult tResult = Live(tCamera, tCase.atEvents, tCase.atEvents.back().qwAt_us / 1000 + 500);
-    SCOPED_TRACE(tCase.szName);
-    ExpectRest(tCamera, tResult);
-  }
-}
-
 // The iris may be waited for through seconds: a stop that comes meanwhile is the last word for the zoom too.
 TEST(Focus, ScanThatIsToEndLeavesTheZoomAlone) {
   const TCamera tCamera("zoom");
@@ -220,14 +174,6 @@ TEST(State, StatusFileChoosesWhatIsDue) {
   }
 }
 
-TEST(State, RestoreOfFourChannelsReferencesEach) {
-  const TCamera tCamera("quad");
-  tCamera.Write(szStatusPath, "restore\n");
-  const TLifeResult tResult = Live(tCamera, {Ask(400'000, "channel=3&function=getstatus")}, 401'000);
-  ExpectRest(tCamera, tResult, 3);
-  for (i32 iChannel = 0; iChannel < 4; iChannel++) EXPECT_EQ(tCamera.Truth(LENS_ZOOM, iChannel), 0) << iChannel;
-}
-
 // Logs that an earlier life has left: the lens is repaired although a client comes first, whose command takes the
 // recovery's place in the block or itself needs a true counter.
 TEST(State, StaleLogIsRepairedWhateverAClientDoesFirst) {
@@ -379,24 +325,6 @@ TEST(Tracking, StartBoundAddsTheMagnitude) {
   EXPECT_EQ(tInfo.tFocusCommand.dwStart, adwTable[0]);
   EXPECT_EQ(tInfo.adwSearchStart[1], adwTable[0]);
   g_pdwtabFocusingStartTable = nullptr;
-}
-
-// The entries count from the zoom's position 1; beyond the last the last one holds.
-TEST(Tracking, FocusIsSentToTheZoomsOwnEntry) {
-  const TCamera tCamera("zoom");
-  const u32 dwEntries = Lenses_Find("zoom")->tZoom.dwTotalStep;
-  std::string sTable;
-  for (u32 dwEntry = 0; dwEntry < dwEntries; dwEntry++) {
-    const std::string sZeros(dwEntry % 50 == 0 ? 9 : 0, '0');  // a long token fills its entry like any other
-    sTable += sZeros + std::to_string(300 + 7 * dwEntry % 401) + " ";
-  }
-  tCamera.Write(szPanFocusPath, sTable);
-  for (const u32 dwZoom : {1U, 2U, 201U, dwEntries}) {
-    const std::string sQuery = "function=zoom&direction=direct&position=" + std::to_string(dwZoom);
-    ExpectRest(tCamera, Live(tCamera, {Ask(5'000, sQuery), Ask(20'000, szStatus)}, 21'000));
-    EXPECT_EQ(tCamera.Truth(LENS_ZOOM), dwZoom);
-    EXPECT_EQ(tCamera.Truth(LENS_FOCUS), 300 + 7 * (dwZoom - 1) % 401) << dwZoom;
-  }
 }
 
 // No zoom move is made alone: where a walk cannot be interrupted, a stop close behind a zoom leaves the focus where the

@@ -10,15 +10,6 @@
 
 namespace {
 
-// Puts sNew between the element's tags of the model's configuration.
-void SetKey(const TCamera& tCamera, std::string_view sPath, std::string_view sElement, std::string_view sNew) {
-  std::string sText = tCamera.Read(sPath);
-  const std::size_t dwStart = sText.find("<" + std::string(sElement) + ">") + sElement.size() + 2;
-  ASSERT_LT(dwStart, sText.size()) << sElement;
-  sText.replace(dwStart, sText.find('<', dwStart) - dwStart, sNew);
-  tCamera.Write(sPath, sText);
-}
-
 struct TBreak {
   const char* szPath;
   const char* szText;  // null: the file is missing; szFolder: a folder that is not empty
@@ -79,7 +70,7 @@ TEST(Start, NonsenseRunsAndStaysSafe) {
       {"nvideoin", "6"},    {"nvideoin", "-1"},     {"focusstart", ""}};
   for (const auto& [sElement, szValue] : atValues) {
     const TCamera tCamera("zoom");
-    SetKey(tCamera, sElement == "nvideoin" ? szCapabilityPath : szConfigPath, sElement, szValue);
+    SetElement(tCamera, sElement == "nvideoin" ? szCapabilityPath : szConfigPath, sElement, szValue);
     const TLifeResult tResult = Live(tCamera,
                                      {Ask(100, "function=zoom&direction=direct&position=400"),
                                       Ask(5000, "function=zoom&direction=backward&steps=30"), Ask(9000, szStatus),
@@ -115,22 +106,10 @@ TEST(Start, EndThatNoLensHasHoldsNothingUp) {
 
 TEST(Start, TableOfFourBillionEntriesEndsIt) {
   const TCamera tCamera("zoom");
-  SetKey(tCamera, szConfigPath, "totalstep", "4294967295");
+  SetElement(tCamera, szConfigPath, "totalstep", "4294967295");
   const TLifeResult tResult = Live(tCamera, {}, 1000);
   EXPECT_EQ(Judge_Order(tResult), "") << Tale(tResult);
   EXPECT_TRUE(HasPrinted(tResult, "[vernierlensd] : Create focus pan table failed.")) << Tale(tResult);
-}
-
-// Where the true motors of a channel stand when the daemon starts.
-void Place(const TCamera& tCamera, i32 iChannel, u32 dwZoom, u32 dwFocus) {
-  ChangeWorld(tCamera, [&](TWorld& tWorld) {
-    for (const ELensAxis eAxis : g_aeAxes) {
-      const TAxisModel& tModel = tWorld.tLens.atModel[eAxis];
-      TAxisTruth& tTruth = tWorld.tLens.atAxis[iChannel][eAxis];
-      const u32 dwVirtual = eAxis == LENS_ZOOM ? dwZoom : dwFocus;
-      tTruth.iRotor = tTruth.iGlass = tModel.iOrigin + static_cast<i32>(dwVirtual) * tModel.iDriverPerVirtual;
-    }
-  });
 }
 
 // A saved position that cannot be is a power loss: both logs stand before anything else begins, and the lens is found.
@@ -154,8 +133,9 @@ TEST(Start, FalsePositionsArePowerLosses) {
   for (const auto& tCase : atCases) {
     const TCamera tCamera("zoom");
     tCamera.Write(szPositionsPath, tCase.sSaved);
-    SetKey(tCamera, szCapabilityPath, "nvideoin", tCase.szChannels);
-    Place(tCamera, 0, 500, 700);
+    SetElement(tCamera, szCapabilityPath, "nvideoin", tCase.szChannels);
+    tCamera.Place(LENS_ZOOM, 500);
+    tCamera.Place(LENS_FOCUS, 700);
     const TLifeResult tResult = Live(tCamera, {Ask(90'000, szStatus)}, 91'000);
     SCOPED_TRACE(tCase.sSaved + tCase.szChannels);
     EXPECT_TRUE(HasPrinted(tResult, std::string("[vernierlensd] : ") + tCase.szLine)) << Tale(tResult);
@@ -191,12 +171,20 @@ void ExpectChannel(const TCamera& tCamera, const TLifeResult& tResult, i32 iChan
   }
 }
 
+// Four channels, each at a zoom of its own.
+void PlaceFour(const TCamera& tCamera) {
+  for (i32 i = 0; i < 4; i++) {
+    tCamera.Place(LENS_ZOOM, 50 + 50 * static_cast<u32>(i), i);
+    tCamera.Place(LENS_FOCUS, 100, i);
+  }
+}
+
 // All channels start from one saved set, and the word passes the search for the sensors over.
 TEST(Start, BackupOfSeveralChannelsFindsTheLens) {
   const TCamera tCamera("quad");
   tCamera.Write(szStatusPath, "backup\n");
   tCamera.Write(szBackupPath, "zoom_motor=150\nfocus_motor=300\n");
-  for (i32 i = 0; i < 4; i++) Place(tCamera, i, 50 + 50 * static_cast<u32>(i), 100);
+  PlaceFour(tCamera);
   TLifeResult tResult = Live(tCamera, {Ask(60'000, szStatus)}, 61'000);
   ExpectChannel(tCamera, tResult, 0, 0);
   EXPECT_EQ(StatusValue(tResult.asReplies[0], "zoom_motor"), 150) << Tale(tResult);
@@ -217,7 +205,7 @@ void TakeSensorsAway(const TCamera& tCamera) {
   ChangeWorld(tCamera, [](TWorld& tWorld) {
     for (const ELensAxis eAxis : g_aeAxes) tWorld.tLens.atModel[eAxis].iOrigin = 0;
   });
-  for (i32 i = 0; i < 4; i++) Place(tCamera, i, 50 + 50 * static_cast<u32>(i), 100);
+  PlaceFour(tCamera);
 }
 
 // Without sensors one saved set cannot be true of several channels: each one's first move finds its reference.  That
@@ -247,7 +235,7 @@ TEST(Start, ChannelsWithoutSensorsAreFoundByTheirFirstMove) {
 TEST(Start, PositioningLeavesOtherChannelsInDoubt) {
   const TCamera tCamera("quad");
   TakeSensorsAway(tCamera);
-  SetKey(tCamera, szImageFeaturePath, "vernierlens", "2");
+  SetElement(tCamera, szImageFeaturePath, "vernierlens", "2");
   const TLifeResult tResult = Live(tCamera, {Ask(1'000, "channel=1&function=positioning")}, 60'000);
   EXPECT_EQ(tCamera.Truth(LENS_ZOOM, 1), 0);
   EXPECT_EQ(tCamera.Truth(LENS_ZOOM, 2), 150) << Tale(tResult);
@@ -390,7 +378,7 @@ TEST(Start, LeavesAndReplacesItsFiles) {
 
 TEST(Start, MotorThatIsNotThereEndsTheDaemon) {
   const TCamera tCamera("zoomonly");
-  SetKey(tCamera, szImageFeaturePath, "vernierlens", "1");
+  SetElement(tCamera, szImageFeaturePath, "vernierlens", "1");
   const TLifeResult tResult = Live(tCamera, {}, 20'000);
   EXPECT_TRUE(HasPrinted(tResult, "[vernierlensd] : Failed to open device")) << Tale(tResult);
   EXPECT_TRUE(HasPrinted(tResult, "[vernierlensd] : Motor thread ends unexpectedly!"));

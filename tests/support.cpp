@@ -30,10 +30,10 @@ std::string TCamera::Read(std::string_view sPath) const {
   return tText.str();
 }
 
-void TCamera::Place(ELensAxis eAxis, u32 dwVirtual) const {
+void TCamera::Place(ELensAxis eAxis, u32 dwVirtual, i32 iChannel) const {
   TWorld* ptWorld = World_Map(sRoot.c_str());
   const TAxisModel& tModel = ptWorld->tLens.atModel[eAxis];
-  TAxisTruth& tTruth = ptWorld->tLens.atAxis[0][eAxis];
+  TAxisTruth& tTruth = ptWorld->tLens.atAxis[iChannel][eAxis];
   tTruth.iRotor = tTruth.iGlass = tModel.iOrigin + static_cast<i32>(dwVirtual) * tModel.iDriverPerVirtual;
   World_Unmap(ptWorld);
 }

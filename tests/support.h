@@ -20,7 +20,7 @@ struct TCamera {
   std::string Path(std::string_view sPath) const;  // of a file of the camera
   void Write(std::string_view sPath, std::string_view sText) const;
   std::string Read(std::string_view sPath) const;
-  void Place(ELensAxis eAxis, u32 dwVirtual) const;  // stands the true motor of channel 0 there, gears driven forward
+  void Place(ELensAxis eAxis, u32 dwVirtual, i32 iChannel = 0) const;  // stands the motor there, gears driven forward
   double Truth(ELensAxis eAxis, i32 iChannel = 0) const;  // where the true motor has come to rest, virtual steps
 
   std::string sRoot;

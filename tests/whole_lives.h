@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cmath>
+#include <sstream>
 
 #include "camera/world_image.h"
 #include "core/paths.h"
@@ -39,18 +40,24 @@ void ChangeWorld(const TCamera& tCamera, TChange fnChange) {
   World_Unmap(ptWorld);
 }
 
-// Puts a value into the model's configuration, at a path below vernierlensd.
-inline void SetConfig(const TCamera& tCamera, const std::string& sPath, const std::string& sValue) {
-  std::string sText = tCamera.Read(szConfigPath);
-  std::size_t dwAt = sText.find("<vernierlensd>");
-  for (std::size_t dw = 0; dw <= sPath.size(); dw = sPath.find('/', dw) + 1) {
-    const std::string sTag = "<" + sPath.substr(dw, sPath.find('/', dw) - dw) + ">";
-    dwAt = sText.find(sTag, dwAt) + sTag.size();
-    if (sPath.find('/', dw) == sPath.npos) break;
+// Puts a value into a file, at the first place of a path of elements.
+inline void SetElement(const TCamera& tCamera, const char* szFile, const std::string& sPath,
+                       const std::string& sValue) {
+  std::string sText = tCamera.Read(szFile);
+  std::istringstream tPath(sPath);
+  std::size_t dwAt = 0;
+  for (std::string sName; std::getline(tPath, sName, '/');) {
+    dwAt = sText.find("<" + sName + ">", dwAt);
+    ASSERT_NE(dwAt, std::string::npos) << sPath;
+    dwAt += sName.size() + 2;
   }
-  ASSERT_LT(dwAt, sText.size()) << sPath;
   sText.replace(dwAt, sText.find('<', dwAt) - dwAt, sValue);
-  tCamera.Write(szConfigPath, sText);
+  tCamera.Write(szFile, sText);
+}
+
+// Into the model's configuration, at a path below vernierlensd.
+inline void SetConfig(const TCamera& tCamera, const std::string& sPath, const std::string& sValue) {
+  SetElement(tCamera, szConfigPath, "vernierlensd/" + sPath, sValue);
 }
 
 // How far the glass stands from sharp, in depths of focus.
