@@ -1,12 +1,14 @@
 #!/usr/bin/env bash
 # Builds the tree and shows the daemon at work on a simulated zoom lens: moves, auto focus, a scan, a power cut and the repair
 # after it; a day of a thermal lens; an ICS lens.  Exits 0 only if believed and true positions agree at every rest and the focus
-# is sharp, through the day as far as the lens's table allows.  Takes about a minute.
+# is sharp, through the day as far as the lens's table allows.  Takes about a minute after the build, which takes some minutes
+# the first time.
 set -euo pipefail
 cd "$(dirname "$0")"
 
 tools/setup.sh
 cmake --preset release >/dev/null
+echo "Building, which takes some minutes the first time..."
 cmake --build --preset release --parallel 2 | tail --lines=1
 
 sim=build/bin/simcamera

@@ -11,6 +11,7 @@
 #include "config/token_file.h"
 #include "core/number.h"
 #include "hooks/hooks.h"
+#include "motor/motor_device.h"
 #include "whole_lives.h"
 
 namespace {
@@ -284,6 +285,35 @@ TEST(Commands, NoneThatWalksNothingIsLost) {
       EXPECT_EQ(tCamera.Read(szFocusDefaultPath), tCase.szDefault);
     }
   }
+}
+
+// Each repeat of a held zoom is a command of its own: newer than a focus command that a client sent during the hold.
+TEST(Commands, FocusFollowsAHeldZoomOn) {
+  const TCamera tCamera("zoom");
+  const TLifeResult tResult =
+      Live(tCamera,
+           {Frame(2000, tCamera, Button("zoomin", "pressed")), Ask(5000, "function=focus&direction=direct&position=60"),
+            Frame(9000, tCamera, Button("zoomin", "released")), Ask(60'000, szStatus)},
+           61'000);
+  ExpectRest(tCamera, tResult);
+  EXPECT_LT(DepthsOff(tCamera), 5) << Tale(tResult);
+}
+
+// A lost reference waits for the next move.  A stop, or an auto that stops the zoom, sets no motor going for it.
+TEST(Commands, StopSetsNothingGoing) {
+  const TCamera tWrong("zoom");
+  const TDriverFault tRefused = {.dwRequest = MOTOR_WALK_STEPS, .iPassed = 0, .iTimes = 1, .iAdded = 0};
+  TLifeResult tResult = Live(tWrong,
+                             {Call(900, [&](TWorld* pt) { pt->tLens.atFault[LENS_ZOOM] = tRefused; }),
+                              Ask(1000, "function=zoom&direction=direct&position=600"), Ask(20'000, "function=stop")},
+                             60'000);
+  EXPECT_EQ(Count(Requests(tResult, "zoommotor"), "WALK"), 1U) << Tale(tResult);
+
+  const TCamera tQuad("quad");
+  tQuad.Write(szStatusPath, "backup\n");
+  for (const ELensAxis eAxis : g_aeAxes) tQuad.Place(eAxis, 120, 1);
+  tResult = Live(tQuad, {Ask(60'000, "function=stop"), Ask(90'000, "function=auto")}, 150'000);
+  for (const ELensAxis eAxis : g_aeAxes) EXPECT_EQ(tQuad.Truth(eAxis, 1), 120) << Tale(tResult);
 }
 
 // After a power cut nothing but a search, or a place that a client chose, takes the mark away.

@@ -258,7 +258,7 @@ TEST_F(GateLink, OutOfDescriptorsIdleClientsMakeRoom) {
 TEST_F(GateLink, BacklogIsTheKernels) {
   int iAllowed = 0;
   std::ifstream("/proc/sys/net/core/somaxconn") >> iAllowed;
-  ASSERT_GT(iAllowed, 128);
+  ASSERT_GT(iAllowed, 0);
   std::vector<int> afd;
   for (int i = 0; i < 64 + std::min(iAllowed, 300); ++i) {
     afd.push_back(Send(Connect(socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0)), szGet));

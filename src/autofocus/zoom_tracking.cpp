@@ -55,8 +55,8 @@ u32 PanFocusAt(const TVernierLensdInfo* pThis, u32 dwZoomPos, i32 iChannel) {
   return g_pdwtabFocusPanTable[dwZoomPos == 0 ? 0 : std::min(dwZoomPos, dwEntries) - 1];
 }
 
-// True: a positioning waits in the zoom's block, or its reference is lost and a recovery or a stop makes it walk there.
-// A lost reference of a zoom at rest sends it nowhere.
+// True: a positioning waits in the zoom's block, or its reference is lost and a recovery or a move makes it walk there.
+// A lost reference of a zoom at rest sends it nowhere, and neither does a stop.
 bool IsBoundForReference(TVernierLensdInfo* pThis, i32 iChannel) {
   if (pThis->bSupportZoom == 0) return false;
   TCommandBox& tBox = pThis->tZoomBox;
@@ -66,7 +66,8 @@ bool IsBoundForReference(TVernierLensdInfo* pThis, i32 iChannel) {
   const bool bPositions =
       bWaits && tBox.iChannel == iChannel && (dwFunction == FUNCTION_POSITIONING || dwFunction == FUNCTION_MOTORRESET);
   const bool bDue = tBox.bReferenceDue != 0;
-  const bool bAtWork = bWaits || tBox.bBusy != 0;
+  const bool bAtWork =
+      (bWaits && dwFunction != FUNCTION_STOP) || (tBox.bBusy != 0 && tBox.tRunning.dwFunction != FUNCTION_STOP);
   Command_Unlock(tBox);
   return bPositions || bDue || (bAtWork && Reference_IsLost(pThis, g_tZoomAxis, iChannel));
 }

@@ -25,7 +25,11 @@ bool IsTaken(i32 fd) {
 
 i32 Instance_Claim(TVernierLensdInfo* pThis) {
   pThis->fdInstance = open(szInstancePath, O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, wOwnerOnly);
-  if (pThis->fdInstance < 0 || !IsTaken(pThis->fdInstance)) return 0;
+  if (pThis->fdInstance < 0) {
+    std::printf("[vernierlensd] : %s cannot be made, so a second daemon would not be noticed.\n", szInstancePath);
+    return 0;
+  }
+  if (!IsTaken(pThis->fdInstance)) return 0;
   std::puts("[vernierlensd] : Another daemon owns the lens, waiting for its end.");
   bool bTaken = true;
   Wait_Poll(qwPoll_us, qwBound_us, [&] { return !(bTaken = IsTaken(pThis->fdInstance)) || Daemon_IsEnding(); });

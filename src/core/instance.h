@@ -9,7 +9,8 @@
 
 // Claims the camera before anything on it is touched.  A predecessor that is still finishing its move is waited for, a
 // little longer than its release may take.  0; -1, with a line printed: another daemon keeps the camera, or this one is
-// to end.  Where the file cannot be locked at all the answer is 0: a lens without a daemon is worse.
+// to end.  Where the file cannot be made, which costs a line, or cannot be locked, the answer is 0: a lens without a
+// daemon is worse.
 i32 Instance_Claim(TVernierLensdInfo* pThis);
 
 // The last act of a release: from here on a successor may move the lens.

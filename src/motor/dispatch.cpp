@@ -209,12 +209,14 @@ void EndWithoutWalk(TVernierLensdInfo* pThis, const TAxis& tAxis) {
   const TCommandId tRunning = Command_Running(pThis, tAxis);
   const bool bStop = tBox.bRunningStop != 0;
   if (!bStop && Recovery_Resume(pThis)) return;
-  const i32 iLost = Reference_FirstLost(pThis, tAxis);
-  if (tBox.bReferenceDue == 0 && (!bStop || iLost < 0)) {
+  // A reference that was lost in another way sends nothing: a stop of a lens at rest must not set it going.
+  if (tBox.bReferenceDue == 0) {
     Command_Finish(pThis, tAxis);
     return;
   }
-  // A count that is known to be false must not stand.  Function 6, as no search starts by itself after a stop.
+  // The recovery's walk has not begun, and a count that is known to be false must not stand.  Function 6, as no search
+  // starts by itself after a stop.
+  const i32 iLost = Reference_FirstLost(pThis, tAxis);
   Command_SendFollowUp(pThis, tAxis, {.iChannel = std::max(iLost, 0), .dwNumber = tRunning.dwNumber},
                        [&](TMotorCommand& tBlock) { Positioning_Write(tAxis, &tBlock, FUNCTION_MOTORRESET); });
 }
