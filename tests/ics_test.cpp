@@ -132,7 +132,7 @@ TEST(ICS, FocusIsKept) {
     }));
   };
   u64 qwAt_ms = 120'000;
-  for (const u32 dwZoom : {100U, 700U, 1500U, 2100U, 1100U}) {
+  for (const u32 dwZoom : {100U, 700U, 1500U, 1100U, 2100U}) {
     atEvents.push_back(Ask(qwAt_ms, "function=zoom&direction=direct&position=" + std::to_string(dwZoom)));
     Look(qwAt_ms + 15'000, "zoom");
     qwAt_ms += 20'000;

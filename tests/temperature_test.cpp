@@ -45,6 +45,22 @@ TEST(Temperature, EveryRawValueIsItsTemperature) {
   EXPECT_EQ(iWrong, 0);
 }
 
+// The simulated sensor: shut down it keeps its last reading, which is 0 at power-on.
+TEST(Temperature, SensorMeasuresWhileItIsOn) {
+  TI2CBus tBus = {};
+  I2CBus_PowerOn(&tBus);
+  const std::pair<double, u8> atSettings[] = {{30, 0}, {-24.7, 2}, {-24.7, 0}, {30, 0}};
+  std::string sReadings;
+  for (const auto& [dTemperature_C, byConfiguration] : atSettings) {
+    u8 abySet[] = {1, byConfiguration}, byRegister = 0, byReading = 0;
+    const TI2CMessage atMessages[] = {
+        {false, 0x71, abySet, 2}, {false, 0x71, &byRegister, 1}, {true, 0x71, &byReading, 1}};
+    I2CBus_Combined(&tBus, dTemperature_C, atMessages);
+    sReadings += std::to_string(byReading) + " ";
+  }
+  EXPECT_EQ(sReadings, "0 231 231 231 ");
+}
+
 constexpr u32 dwTMP103B = 0xE2, dwLM73 = 0x94, dwNobody = 0x1E2;
 u8 g_abyData[8194];  // what a call writes and reads; 0xEE where none has filled it
 TIICCtrl* g_ptIIC;   // of the life's child
@@ -155,9 +171,9 @@ const struct {
   ESensorFault eFault;
   std::string sStory;  // of set-up and one reading
 } g_atSensorCases[] = {
-    {"<dev0/><dev-3><sensortype>TMP103Bx</sensortype><devpath></devpath><devaddr>369</devaddr></dev-3>", -3, 127,
+    {"<dev0/><dev-3><sensortype>TMP103Bx</sensortype><devpath></devpath><devaddr>369</devaddr></dev-3>", -3, -24.7,
      SENSOR_GOOD,
-     sPath + "write 71 w0100 = 2; write 71 w0122 = 2; RDWR 71 w00 r7f = 2; Raw: (127), T: 127, 127.000000; "},
+     sPath + "write 71 w0100 = 2; write 71 w0122 = 2; RDWR 71 w00 re7 = 2; Raw: (231), T: -25, -25.000000; "},
     {sLM73, 0, -0.25, SENSOR_GOOD,
      sDefaults + "write 4a w0148 = 2; Set configuration register successfully!; write 4a w0480 = 2; "
                  "Set configuration register successfully!; write 4a w00 = 1; read 4a rffe0 = 2; Read raw data=e0ff; "
