@@ -327,6 +327,15 @@ TEST(Tracking, StartBoundAddsTheMagnitude) {
   g_pdwtabFocusingStartTable = nullptr;
 }
 
+// The entries count from the zoom's position 1, and a token that is too long fills its own.
+TEST(Tracking, TokenFillsItsEntryHoweverLong) {
+  const TCamera tCamera("zoom");
+  tCamera.Write(szPanFocusPath, std::string(140, '0') + " 310 330 350");
+  ExpectRest(tCamera,
+             Live(tCamera, {Ask(5'000, "function=zoom&direction=direct&position=3"), Ask(20'000, szStatus)}, 21'000));
+  EXPECT_EQ(tCamera.Truth(LENS_FOCUS), 330);
+}
+
 // No zoom move is made alone: where a walk cannot be interrupted, a stop close behind a zoom leaves the focus where the
 // whole zoom would have left it.  And of two zooms none is lost.
 TEST(Tracking, FocusFollowsAZoomThatCannotBeStopped) {
