@@ -313,7 +313,7 @@ const TLensModel* DrawnLens_Find(const char* pszName) {
   const std::string_view sNumber = sName.substr(sNamePrefix.size());
   const bool bDigits = sNumber.find_first_not_of("0123456789") == std::string_view::npos;
   if (!bDigits || sNumber.empty() || sNumber.size() > dwMaxDigits) return nullptr;
-  std::snprintf(g_szName, sizeof g_szName, "%s", pszName);
+  g_szName[sName.copy(g_szName, sizeof g_szName - 1)] = '\0';
   Draw(std::strtoull(sNumber.data(), nullptr, 10));
   return &g_tModel;
 }
