@@ -26,7 +26,7 @@ TEST_P(Cut, IsSurvived) {
   ASSERT_EQ(tUncut.sLoss, "") << "in the life without a cut";
   std::vector<TCutMoment> atMoments = Cuts_DrawMoments(tCamera, tRow, tUncut, FirstSeed());
   std::shuffle(atMoments.begin(), atMoments.end(), std::mt19937_64(FirstSeed()));  // a sanitizer's run has a sample
-  atMoments.resize(std::min<std::size_t>(atMoments.size(), Lives(20)));
+  atMoments.resize(static_cast<std::size_t>(std::min<u64>(atMoments.size(), Lives(20))));
   for (const TCutMoment& tMoment : atMoments) {
     const TCutOutcome tOutcome = Cuts_Try(tCamera, tRow, tMoment, FirstSeed());
     ASSERT_TRUE(tOutcome.bSurvived) << tOutcome.sTale << tOutcome.sLoss << "\ncut_campaign --only " << tRow.szModel
