@@ -260,14 +260,10 @@ std::string WhyIrisWrong(const TLived& tLived) {
 }
 
 std::string WhyNotSharp(const TLived& tLived) {
-  TWorld* ptWorld = World_Map(tLived.tCamera.sRoot.c_str());
-  const double dOff = Lens_GlassVirtual(&ptWorld->tLens, 0, LENS_FOCUS) - World_SharpFocus(ptWorld, 0);
   const TSearchSheet& tSearch = tLived.tModel.tSearch;
   const u32 dwStep = tSearch.bFineTuning != 0 ? tSearch.dwStepFine : tSearch.dwStepSmall;
-  const double dMay = World_DepthOfFocus(ptWorld, 0) + dwStep * 0.75 + 1.5 +
-                      static_cast<double>(tLived.tModel.tFocus.iSlack) / tLived.tModel.tFocus.dwOneStep;
-  World_Unmap(ptWorld);
-  return std::fabs(dOff) <= dMay ? "" : "the focus is " + std::to_string(dOff) + " steps from sharp";
+  const double dSlack = static_cast<double>(tLived.tModel.tFocus.iSlack) / tLived.tModel.tFocus.dwOneStep;
+  return Judge_Sharpness(tLived.tCamera, dwStep * 0.75 + 1.5 + dSlack);
 }
 
 // What the last act has promised.
