@@ -11,6 +11,7 @@
 
 #include "camera/world_image.h"
 #include "clock/clock.h"
+#include "clock/inside.h"
 #include "core/entry.h"
 #include "core/paths.h"
 #include "judge.h"
@@ -30,12 +31,28 @@ u32 OpenDescriptors() {
   return dwOpen;
 }
 
+// A log that nobody reads, and that takes no line.
+void FillLog() {
+  const TInside tInside;  // the clock counts what the daemon does
+  constexpr char acText[4096] = "";
+  i32 afd[2];
+  if (pipe2(afd, O_NONBLOCK) != 0) std::abort();
+  while (write(afd[1], acText, sizeof acText) > 0) {
+  }
+  if (fcntl(afd[1], F_SETFL, 0) != 0 || dup2(afd[1], STDOUT_FILENO) < 0) std::abort();
+}
+
 i32 LiveAndCount(TWorld*) {
   char szName[] = "vernierlensd";
   char* apszArgs[] = {szName, nullptr};
   const u32 dwBefore = OpenDescriptors();
   const i32 iStatus = VernierLensd_Main(1, apszArgs);
   return iStatus == 0 && OpenDescriptors() != dwBefore ? iDescriptorsLeft : iStatus;
+}
+
+i32 LiveUnread(TWorld* ptWorld) {
+  FillLog();
+  return LiveAndCount(ptWorld);
 }
 
 // Whether clients have left a recovery undone, so that its mark stands until the next start: a stop and a motor reset
@@ -167,6 +184,7 @@ struct TLived {
   TStory tStory = {};
   bool bRests = false;            // its end comes when all is at rest
   bool bDamaged = false;          // its saved file was damaged before the start
+  bool bUnread = false;           // its log is not read
   std::size_t dwFirstStatus = 0;  // request of channel 0's status at rest
   TLifeResult tResult = {};
   u64 qwStarted_us = 0, qwEnded_us = 0;  // camera's clock
@@ -356,6 +374,18 @@ void Hang(TWorld*) {
   Clock_End(CLOCK_END_STOOD_STILL, "the daemon does not end");
 }
 
+// A life's transcript without what was printed.
+std::string Deeds(const std::string& sTranscript) {
+  std::string sDeeds;
+  for (std::size_t dwAt = 0; dwAt < sTranscript.size();) {
+    const std::size_t dwEnd = std::min(sTranscript.find('\n', dwAt), sTranscript.size() - 1) + 1;
+    const std::string_view sLine = std::string_view(sTranscript).substr(dwAt, dwEnd - dwAt);
+    if (sLine.find(" print ") == std::string_view::npos) sDeeds += sLine;
+    dwAt = dwEnd;
+  }
+  return sDeeds;
+}
+
 // With qwSignal_ms 0 the life goes on until all is at rest.
 void Live(TLived& tLived, u64 qwSeed, u64 qwSignal_ms, u64 qwCutAtEvent) {
   TLifePlan tPlan;
@@ -363,7 +393,7 @@ void Live(TLived& tLived, u64 qwSeed, u64 qwSignal_ms, u64 qwCutAtEvent) {
   tPlan.qwSeed = qwSeed;
   tPlan.atEvents = tLived.tStory.atEvents;
   tPlan.qwCutAtEvent = qwCutAtEvent;
-  tPlan.fnBody = LiveAndCount;
+  tPlan.fnBody = tLived.bUnread ? LiveUnread : LiveAndCount;
   const u64 qwRest_ms = tLived.tStory.qwBusy_ms + Story_Quiet_ms(tLived.tModel);
   tLived.bRests = qwSignal_ms == 0;
   tLived.dwFirstStatus =
@@ -394,32 +424,53 @@ void SetSlowestSync(const TCamera& tCamera, u32 dwSlowest_us) {
   World_Unmap(ptWorld);
 }
 
-}  // namespace
+// The simulated driver of an ICS lens has one lens: its channels move one another's.
+bool IsShared(const TLensModel& tModel) {
+  return Model_IsICS(tModel) && tModel.iChannels > 1;
+}
 
-TLivesOutcome Lives_Try(const TCamera& tCamera, const TLensModel& tModel, u64 qwSeed) {
-  constexpr u64 qwShortest_ms = 60'000, qwLongest_ms = 240'000, qwNext_ms = 30'000;
+// The first of two lives; its draws go on in the second.
+TLived LiveFirst(const TCamera& tCamera, const TLensModel& tModel, u64 qwSeed, bool bUnread, TDraw& tDraw,
+                 ELivesEnd& eEnd) {
+  constexpr u64 qwShortest_ms = 60'000, qwLongest_ms = 240'000;
   constexpr u64 qwCutRanges = 10;  // of 32 events, 64, up to 16384
   if (Life_ResetRoot(tCamera.sRoot) != 0) std::abort();
   tCamera.Write(szBackupPath, pszBackupText);
-  TDraw tDraw(qwSeed);
-  TLivesOutcome tOutcome;
-  TLived tFirst{.tCamera = tCamera, .tModel = tModel};
+  TLived tFirst{.tCamera = tCamera, .tModel = tModel, .bUnread = bUnread};
   const u64 qwBusy_ms = qwShortest_ms + tDraw.Below(qwLongest_ms - qwShortest_ms);
   tFirst.tStory = Story_Draw(tCamera, tModel, tDraw, qwBusy_ms, 5 + static_cast<u32>(tDraw.Below(21)), true);
-  tOutcome.eEnd = static_cast<ELivesEnd>(tDraw.Below(LIVES_ENDS));
-  if (tOutcome.eEnd == ENDED_AT_REST) Story_AddLastAct(tCamera, tModel, tDraw, tFirst.tStory);
-  // The simulated driver of an ICS lens has one lens: its channels move one another's.
-  const bool bShared = Model_IsICS(tModel) && tModel.iChannels > 1;
-  if (bShared) tFirst.tStory.dwSpoiled |= SPOILS_TRUTH;
+  eEnd = static_cast<ELivesEnd>(tDraw.Below(LIVES_ENDS));
+  if (eEnd == ENDED_AT_REST) Story_AddLastAct(tCamera, tModel, tDraw, tFirst.tStory);
+  if (IsShared(tModel)) tFirst.tStory.dwSpoiled |= SPOILS_TRUTH;
   SetSlowestSync(tCamera, tDraw.OneIn(2) ? 0 : dwSlowestSync_us);
   const u64 qwSignal_ms = 1 + tFirst.tStory.DrawTime_ms(tDraw);
   const u64 qwCut = 1 + tDraw.Below(u64{32} << tDraw.Below(qwCutRanges));
-  if (tOutcome.eEnd == ENDED_BY_SIGNAL && tDraw.OneIn(4)) {
+  if (eEnd == ENDED_BY_SIGNAL && tDraw.OneIn(4)) {
     tFirst.tStory.atEvents.push_back(Signal(qwSignal_ms + tDraw.Below(300), SIGINT));
   }
-  Live(tFirst, qwSeed, tOutcome.eEnd == ENDED_BY_SIGNAL ? qwSignal_ms : 0, tOutcome.eEnd == ENDED_BY_CUT ? qwCut : 0);
+  Live(tFirst, qwSeed, eEnd == ENDED_BY_SIGNAL ? qwSignal_ms : 0, eEnd == ENDED_BY_CUT ? qwCut : 0);
+  return tFirst;
+}
+
+}  // namespace
+
+TLivesOutcome Lives_Try(const TCamera& tCamera, const TLensModel& tModel, u64 qwSeed) {
+  constexpr u64 qwNext_ms = 30'000;
+  constexpr u64 qwUnreadIn = 4;  // seeds
+  TDraw tDraw(qwSeed);
+  TLivesOutcome tOutcome;
+  std::string sUnread;
+  if (qwSeed % qwUnreadIn == 0) {
+    TDraw tSameDraw(qwSeed);
+    sUnread = LiveFirst(tCamera, tModel, qwSeed, true, tSameDraw, tOutcome.eEnd).tResult.sTranscript;
+  }
+  TLived tFirst = LiveFirst(tCamera, tModel, qwSeed, false, tDraw, tOutcome.eEnd);
   Judge(tFirst, tOutcome);
   if (tOutcome.sLoss.empty()) tOutcome.sLoss = WhyIrisWrong(tFirst);
+  if (tOutcome.sLoss.empty() && !sUnread.empty() && Deeds(sUnread) != Deeds(tFirst.tResult.sTranscript)) {
+    tOutcome.sLoss = "another life when nobody reads the log";
+    tOutcome.sTale = sUnread + "--- with a log that is read\n" + tFirst.tResult.sTranscript;
+  }
   const bool bRestEnds = tOutcome.eEnd == ENDED_AT_REST && (tFirst.tStory.dwSpoiled & SPOILS_DRIVER) == 0;
   if (!tOutcome.sLoss.empty() || bRestEnds) return tOutcome;
 
@@ -430,7 +481,7 @@ TLivesOutcome Lives_Try(const TCamera& tCamera, const TLensModel& tModel, u64 qw
   tNext.bDamaged = tOutcome.eEnd == ENDED_BY_SIGNAL && tDraw.OneIn(4);
   if (tNext.bDamaged) Story_DamageSaved(tCamera, tModel, tDraw);
   // One set of positions is saved for all channels: without sensors the next life finds each at its first move.
-  if (bShared || (tModel.iChannels > 1 && !FindsItself(tModel))) tNext.tStory.dwSpoiled |= SPOILS_TRUTH;
+  if (IsShared(tModel) || (tModel.iChannels > 1 && !FindsItself(tModel))) tNext.tStory.dwSpoiled |= SPOILS_TRUTH;
   const bool bFalse = (tFirst.tStory.dwSpoiled & (SPOILS_TRUTH | SPOILS_FLASH)) != 0;
   if (bFalse && !FindsItself(tModel)) tNext.tStory.dwSpoiled |= SPOILS_TRUTH;
   Live(tNext, qwSeed + 1, 0, 0);

@@ -18,5 +18,6 @@ struct TLivesOutcome {
 
 // One seed on one model.  Held after each life: it ended in order, with the descriptors that it began with; each client
 // was answered within a second; at rest no function is under way, and believed equals true; behind SIGTERM it was gone
-// within 5 seconds of the end of the walk under way, with the place of that on flash and no working log left.
+// within 5 seconds of the end of the walk under way, with the place of that on flash and no working log left.  Under
+// every fourth seed the first life is lived once more with a log that nobody reads, and has to be the same.
 TLivesOutcome Lives_Try(const TCamera& tCamera, const TLensModel& tModel, u64 qwSeed);
