@@ -12,7 +12,7 @@
 #include "camera/world_image.h"
 #include "clock/clock.h"
 #include "clock/inside.h"
-#include "core/entry.h"
+#include "core/daemon/entry.h"
 #include "core/paths.h"
 #include "judge.h"
 

@@ -6,7 +6,7 @@
 #include <regex>
 
 #include "clock/inside.h"
-#include "core/entry.h"
+#include "core/daemon/entry.h"
 #include "whole_lives.h"
 
 namespace {

@@ -6,7 +6,7 @@
 #include "command/client_dispatch.h"
 #include "command/client_parser.h"
 #include "command/client_reply.h"
-#include "core/inputs.h"
+#include "core/daemon/inputs.h"
 #include "gatelink.h"
 
 namespace {

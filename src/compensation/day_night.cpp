@@ -7,7 +7,7 @@
 #include "core/number.h"
 #include "core/paths.h"
 #include "motor/command_box.h"
-#include "motor/dispatch.h"
+#include "motor/thread/dispatch.h"
 #include "sxmlparser/sxmlparser.h"
 
 namespace {

@@ -6,7 +6,7 @@
 #include "core/fail.h"
 #include "core/wait.h"
 #include "motor/command_box.h"
-#include "motor/dispatch.h"
+#include "motor/thread/dispatch.h"
 #include "temperature/temperature.h"
 
 namespace {

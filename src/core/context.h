@@ -104,7 +104,7 @@ struct TFocusWishes {
   u32 dwDefaultPosition;
 };
 
-// What a power cut, or a restore at the start, leaves to be done for the focus (motor/recovery.h).
+// What a power cut, or a restore at the start, leaves to be done for the focus (motor/focus_recovery.h).
 struct TRecovery {
   TCommandId tGoesOn;           // the command of which it is a part
   u32 bOvertaken;               // a newer command has been taken: it does not go on by itself

@@ -1,4 +1,4 @@
-#include "core/entry.h"
+#include "core/daemon/entry.h"
 
 int main(int argc, char** argv) {
   return VernierLensd_Main(argc, argv);

@@ -10,7 +10,7 @@
 #include "ics/curve_tables.h"
 #include "ics/ics_driver.h"
 #include "motor/command_box.h"
-#include "motor/dispatch.h"
+#include "motor/thread/dispatch.h"
 
 namespace {
 

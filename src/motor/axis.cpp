@@ -3,9 +3,9 @@
 #include "compensation/periodic.h"
 #include "core/paths.h"
 #include "core/working_log.h"
-#include "motor/dispatch.h"
-#include "motor/motor_thread.h"
 #include "motor/positioning.h"
+#include "motor/thread/dispatch.h"
+#include "motor/thread/motor_thread.h"
 
 const TAxis g_tZoomAxis = {
     .pbSupport = &TVernierLensdInfo::bSupportZoom,

@@ -15,8 +15,8 @@
 #include "core/wait.h"
 #include "ics/ics_positioning.h"
 #include "motor/command_box.h"
+#include "motor/focus_recovery.h"
 #include "motor/pi_search.h"
-#include "motor/recovery.h"
 #include "motor/reference.h"
 
 namespace {
@@ -44,13 +44,13 @@ void FocusMotorPositioning(TVernierLensdInfo* pThis, i32 fd) {
   if (pThis->bSupportFocus == 0) return;
   const TCommandBox& tBox = pThis->tFocusBox;
   Motor_Request(fd, MOTOR_SELECT_DEVICE, tBox.iRunningChannel);
-  const bool bNeedsSearch = Recovery_NeedsSearch(pThis);
+  const bool bNeedsSearch = FocusRecovery_NeedsSearch(pThis);
   if (pThis->bSupportICS == 0) {
     FocusReference_Find(pThis, fd);
   } else if (Word_Load(pThis->bICSDetached) == 0) {
     ICS_FocusMotorPositioning(pThis, fd);
   }
-  if (bNeedsSearch) Recovery_LeaveSearch(pThis);
+  if (bNeedsSearch) FocusRecovery_LeaveSearch(pThis);
   if (tBox.tRunning.dwFunction == FUNCTION_MOTORRESET) {
     Command_Finish(pThis, g_tFocusAxis);
   } else {

@@ -7,7 +7,7 @@
 #include "config/token_file.h"
 #include "core/number.h"
 #include "core/paths.h"
-#include "core/status_file.h"
+#include "core/daemon/status_file.h"
 #include "core/table.h"
 #include "fuzz.h"
 

@@ -1,4 +1,4 @@
-#include "motor/motor_thread.h"
+#include "motor/thread/motor_thread.h"
 
 #include <fcntl.h>
 #include <pthread.h>
@@ -11,8 +11,8 @@
 
 #include "autofocus/zoom_tracking.h"
 #include "compensation/day_night.h"
+#include "core/daemon/status_file.h"
 #include "core/fail.h"
-#include "core/status_file.h"
 #include "core/wait.h"
 #include "motor/command_box.h"
 #include "motor/pi_search.h"

@@ -1,4 +1,4 @@
-#include "motor/recovery.h"
+#include "motor/focus_recovery.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -18,12 +18,12 @@ void GoOn(TVernierLensdInfo* pThis, i32 iChannel) {
 
 }  // namespace
 
-void Recovery_Begin(TVernierLensdInfo* pThis, TCommandId tOf) {
+void FocusRecovery_Begin(TVernierLensdInfo* pThis, TCommandId tOf) {
   pThis->tFocusBox.tRecovery.tGoesOn = tOf;
   pThis->tFocusBox.tRecovery.aeMissing[tOf.iChannel] = RECOVERY_NEEDS_REFERENCE;
 }
 
-void Recovery_MakeWay(TVernierLensdInfo* pThis) {
+void FocusRecovery_MakeWay(TVernierLensdInfo* pThis) {
   const TCommandBox& tBox = pThis->tFocusBox;
   if (tBox.bClaimed != 0 || tBox.dwRunningNumber == tBox.tRecovery.tGoesOn.dwNumber) return;
   // Under a wish a move or search of the same number was written over, and nobody has taken it.
@@ -33,7 +33,7 @@ void Recovery_MakeWay(TVernierLensdInfo* pThis) {
 
 // The mode of day or night is unknown from the power cut on until a search has found focus.  A motor reset asks for the
 // reference itself, and leaves a search only where a recovery has not been there.
-bool Recovery_NeedsSearch(const TVernierLensdInfo* pThis) {
+bool FocusRecovery_NeedsSearch(const TVernierLensdInfo* pThis) {
   const TCommandBox& tBox = pThis->tFocusBox;
   const i32 iChannel = tBox.iRunningChannel;
   if (pThis->abNightModeUnknown[iChannel] == 0) return false;
@@ -41,13 +41,13 @@ bool Recovery_NeedsSearch(const TVernierLensdInfo* pThis) {
          tBox.tRecovery.aeMissing[iChannel] != RECOVERY_DONE;
 }
 
-void Recovery_LeaveSearch(TVernierLensdInfo* pThis) {
+void FocusRecovery_LeaveSearch(TVernierLensdInfo* pThis) {
   TCommandBox& tBox = pThis->tFocusBox;
   tBox.tRecovery.aeMissing[tBox.iRunningChannel] = RECOVERY_NEEDS_SEARCH;
   if (tBox.tRunning.dwFunction == FUNCTION_POSITIONING) GoOn(pThis, tBox.iRunningChannel);
 }
 
-void Recovery_TakeSearch(TVernierLensdInfo* pThis) {
+void FocusRecovery_TakeSearch(TVernierLensdInfo* pThis) {
   const i32 iChannel = pThis->tFocusBox.iRunningChannel;
   u32& eMissing = pThis->tFocusBox.tRecovery.aeMissing[iChannel];
   if (eMissing == RECOVERY_DONE) return;
@@ -55,16 +55,16 @@ void Recovery_TakeSearch(TVernierLensdInfo* pThis) {
   GoOn(pThis, iChannel);
 }
 
-void Recovery_End(TVernierLensdInfo* pThis) {
+void FocusRecovery_End(TVernierLensdInfo* pThis) {
   pThis->tFocusBox.tRecovery.aeMissing[pThis->tFocusBox.iRunningChannel] = RECOVERY_DONE;
 }
 
-bool Recovery_IsOpen(const TVernierLensdInfo* pThis) {
+bool FocusRecovery_IsOpen(const TVernierLensdInfo* pThis) {
   return std::ranges::any_of(pThis->tFocusBox.tRecovery.aeMissing,
                              [](u32 eMissing) { return eMissing != RECOVERY_DONE; });
 }
 
-bool Recovery_Resume(TVernierLensdInfo* pThis) {
+bool FocusRecovery_Resume(TVernierLensdInfo* pThis) {
   const TRecovery& tRecovery = pThis->tFocusBox.tRecovery;
   const i32 iChannel = tRecovery.tGoesOn.iChannel;
   const u32 eMissing = tRecovery.aeMissing[iChannel];

@@ -1,4 +1,4 @@
-#include "core/status_file.h"
+#include "core/daemon/status_file.h"
 
 #include <unistd.h>
 
@@ -13,8 +13,8 @@
 #include "core/working_log.h"
 #include "courier.h"
 #include "motor/command_box.h"
+#include "motor/focus_recovery.h"
 #include "motor/positioning.h"
-#include "motor/recovery.h"
 #include "motor/reference.h"
 
 namespace {
@@ -144,7 +144,7 @@ void VernierLensd_CheckPowerLoss(TVernierLensdInfo* pThis) {
   if (pThis->bPowerLost != 0) {
     std::puts("[vernierlensd] : Power loss unexpectedly! Need positioning.");
     const TCommandId tId = Command_New(0);
-    if (pThis->bSupportFocus != 0) Recovery_Begin(pThis, tId);
+    if (pThis->bSupportFocus != 0) FocusRecovery_Begin(pThis, tId);
     SendPositioning(pThis, g_tFocusAxis, tId, "[vernierlensd] : Waking up focus motor thread failed.");
     SendPositioning(pThis, g_tZoomAxis, tId, "[vernierlensd] : Waking up zoom motor thread failed.");
   }

@@ -1,4 +1,4 @@
-#include "core/release.h"
+#include "core/daemon/release.h"
 
 #include <expat.h>
 #include <unistd.h>
@@ -8,14 +8,14 @@
 #include "autofocus/focus_block.h"
 #include "compensation/focus_shift_table.h"
 #include "compensation/thermal_table.h"
+#include "core/daemon/inputs.h"
+#include "core/daemon/instance.h"
 #include "core/fail.h"
-#include "core/inputs.h"
-#include "core/instance.h"
 #include "core/paths.h"
 #include "core/table.h"
 #include "ics/curve_tables.h"
 #include "motor/axis.h"
-#include "motor/motor_thread.h"
+#include "motor/thread/motor_thread.h"
 #include "sxmlparser/sxmlparser.h"
 #include "temperature/temperature.h"
 

@@ -1,4 +1,4 @@
-#include "core/log.h"
+#include "core/daemon/log.h"
 
 #include <fcntl.h>
 #include <limits.h>

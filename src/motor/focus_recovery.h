@@ -20,25 +20,25 @@ enum ERecovery : u32 {
 };
 
 // Command tOf is about to be sent, and begins the recovery of its channel.  Main thread, before the first command.
-void Recovery_Begin(TVernierLensdInfo* pThis, TCommandId tOf);
+void FocusRecovery_Begin(TVernierLensdInfo* pThis, TCommandId tOf);
 
 // The focus thread has taken a command: a newer one than its own overtakes the recovery.
-void Recovery_MakeWay(TVernierLensdInfo* pThis);
+void FocusRecovery_MakeWay(TVernierLensdInfo* pThis);
 
 // True before the walk of a positioning or motor reset whose channel needs a search after it.
-bool Recovery_NeedsSearch(const TVernierLensdInfo* pThis);
+bool FocusRecovery_NeedsSearch(const TVernierLensdInfo* pThis);
 
 // The running positioning or motor reset has walked to the reference, and the search of its channel is missing.
-void Recovery_LeaveSearch(TVernierLensdInfo* pThis);
+void FocusRecovery_LeaveSearch(TVernierLensdInfo* pThis);
 
 // The running search is what its channel is missing, whoever has asked for it.
-void Recovery_TakeSearch(TVernierLensdInfo* pThis);
+void FocusRecovery_TakeSearch(TVernierLensdInfo* pThis);
 
 // The focus of the running channel is where it belongs.
-void Recovery_End(TVernierLensdInfo* pThis);
+void FocusRecovery_End(TVernierLensdInfo* pThis);
 
 // True while something is missing on any channel.
-bool Recovery_IsOpen(const TVernierLensdInfo* pThis);
+bool FocusRecovery_IsOpen(const TVernierLensdInfo* pThis);
 
 // Sends the missing part after the running command, if the recovery goes on.  False: it does not, nothing is sent.
-bool Recovery_Resume(TVernierLensdInfo* pThis);
+bool FocusRecovery_Resume(TVernierLensdInfo* pThis);

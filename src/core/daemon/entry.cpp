@@ -1,4 +1,4 @@
-#include "core/entry.h"
+#include "core/daemon/entry.h"
 
 #include <signal.h>
 #include <unistd.h>
@@ -9,11 +9,11 @@
 #include <string_view>
 
 #include "core/context.h"
-#include "core/log.h"
-#include "core/main_loop.h"
-#include "core/release.h"
-#include "core/startup.h"
-#include "core/status_file.h"
+#include "core/daemon/log.h"
+#include "core/daemon/main_loop.h"
+#include "core/daemon/release.h"
+#include "core/daemon/startup.h"
+#include "core/daemon/status_file.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "core/main_loop.h"
+#include "core/daemon/main_loop.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -6,9 +6,9 @@
 
 #include "command/client_intake.h"
 #include "command/event_fifo.h"
+#include "core/daemon/inputs.h"
+#include "core/daemon/status_file.h"
 #include "core/fail.h"
-#include "core/inputs.h"
-#include "core/status_file.h"
 #include "core/wait.h"
 #include "motor/command_box.h"
 

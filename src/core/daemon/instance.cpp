@@ -1,4 +1,4 @@
-#include "core/instance.h"
+#include "core/daemon/instance.h"
 
 #include <fcntl.h>
 #include <sys/file.h>

@@ -1,4 +1,4 @@
-#include "core/inputs.h"
+#include "core/daemon/inputs.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>

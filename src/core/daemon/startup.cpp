@@ -1,4 +1,4 @@
-#include "core/startup.h"
+#include "core/daemon/startup.h"
 
 #include <expat.h>
 #include <sys/socket.h>
@@ -13,17 +13,17 @@
 #include "compensation/thermal_shift.h"
 #include "config/config_load.h"
 #include "config/saved_state.h"
+#include "core/daemon/inputs.h"
+#include "core/daemon/instance.h"
+#include "core/daemon/status_file.h"
 #include "core/fail.h"
-#include "core/inputs.h"
-#include "core/instance.h"
 #include "core/paths.h"
 #include "core/regular_file.h"
-#include "core/status_file.h"
 #include "core/table.h"
 #include "ics/curve_tables.h"
 #include "ics/ics_setup.h"
 #include "motor/axis.h"
-#include "motor/motor_thread.h"
+#include "motor/thread/motor_thread.h"
 #include "sxmlparser/sxmlparser.h"
 #include "temperature/temperature.h"
 

@@ -1,4 +1,4 @@
-#include "motor/dispatch.h"
+#include "motor/thread/dispatch.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -12,8 +12,8 @@
 #include "ics/ics_tracking.h"
 #include "motor/axis_move.h"
 #include "motor/command_box.h"
+#include "motor/focus_recovery.h"
 #include "motor/positioning.h"
-#include "motor/recovery.h"
 #include "motor/reference.h"
 
 namespace {
@@ -44,7 +44,7 @@ u32 HeldZoomSteps(const TVernierLensdInfo* pThis);
 void VernierLensd_DispatchFocusCommand(TVernierLensdInfo* pThis, i32 fd) {
   if (pThis->bSupportFocus == 0) return;
   Command_Take(pThis, g_tFocusAxis);
-  Recovery_MakeWay(pThis);
+  FocusRecovery_MakeWay(pThis);
   VernierLensd_CarryOutFocusWishes(pThis);  // first, since they were asked for first
   RunFocusCommand(pThis, fd);
   EndThermalRecheck(pThis);
@@ -125,7 +125,7 @@ void MoveFocus(TVernierLensdInfo* pThis, i32 fd) {
   const bool bThere = VernierLensd_FocusCommand(pThis, fd) == 0;
   // A client has chosen this place, whatever waits to come next.  A correction shifts the focus from wherever it
   // stands.
-  if (bThere && pThis->tFocusBox.bClaimed == 0) Recovery_End(pThis);
+  if (bThere && pThis->tFocusBox.bClaimed == 0) FocusRecovery_End(pThis);
 }
 
 void MoveZoom(TVernierLensdInfo* pThis, i32 fd) {
@@ -137,12 +137,12 @@ void Search(TVernierLensdInfo* pThis, i32 fd, FStep pfnSearch) {
   g_tFocusAxis.pfnCreateLog();
   VernierLensd_SetAutoFocusBusy(pThis, 1);
   if (pfnSearch != PerformFocusScan) FindLostReference(pThis, g_tFocusAxis, fd);
-  Recovery_TakeSearch(pThis);
+  FocusRecovery_TakeSearch(pThis);
   const i32 iMode = NightMode_Present(pThis, pThis->tFocusBox.iRunningChannel);
   pfnSearch(pThis, fd);
   if (Command_IsIdle(pThis, g_tFocusAxis)) {
     NightMode_FollowSearch(pThis, iMode);
-    Recovery_End(pThis);
+    FocusRecovery_End(pThis);
   }
   const bool bSaved = SaveRunningChannel(pThis, g_tFocusAxis);
   VernierLensd_SetAutoFocusBusy(pThis, 0);
@@ -195,7 +195,7 @@ bool SaveRunningChannel(TVernierLensdInfo* pThis, const TAxis& tAxis) {
 // A position that is not saved, or not known, leaves the log standing: the next start then finds the lens itself.  So
 // does a focus whose recovery is not over: the counter is true, but the focus stands where nobody has put it.
 void CloseLog(TVernierLensdInfo* pThis, const TAxis& tAxis, bool bSaved) {
-  if (bSaved && Reference_NeedsNoLog(pThis, tAxis) && !(tAxis.bRecovers && Recovery_IsOpen(pThis))) {
+  if (bSaved && Reference_NeedsNoLog(pThis, tAxis) && !(tAxis.bRecovers && FocusRecovery_IsOpen(pThis))) {
     tAxis.pfnDeleteLog();
   } else {
     tAxis.pfnCreateLog();  // it may have failed before the move
@@ -208,7 +208,7 @@ void EndWithoutWalk(TVernierLensdInfo* pThis, const TAxis& tAxis) {
   const TCommandBox& tBox = Axis_Box(pThis, tAxis);
   const TCommandId tRunning = Command_Running(pThis, tAxis);
   const bool bStop = tBox.bRunningStop != 0;
-  if (!bStop && Recovery_Resume(pThis)) return;
+  if (!bStop && FocusRecovery_Resume(pThis)) return;
   // A reference that was lost in another way sends nothing: a stop of a lens at rest must not set it going.
   if (tBox.bReferenceDue == 0) {
     Command_Finish(pThis, tAxis);
