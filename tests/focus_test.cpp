@@ -321,7 +321,7 @@ TEST(Tracking, StartBoundAddsTheMagnitude) {
   tInfo.bSupportZoom = 1;
   Command_Write(&tInfo, g_tZoomAxis, {.iChannel = 1, .dwNumber = 1},
                 [](TMotorCommand& tBlock) { Positioning_Write(g_tZoomAxis, &tBlock, FUNCTION_MOTORRESET); });
-  Command_Take(&tInfo, g_tZoomAxis);
+  Command_Take(&tInfo, g_tZoomAxis, ZoomPositioning_Taken);
   EXPECT_EQ(tInfo.tFocusCommand.dwStart, adwTable[0]);
   EXPECT_EQ(tInfo.adwSearchStart[1], adwTable[0]);
   g_pdwtabFocusingStartTable = nullptr;

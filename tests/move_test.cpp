@@ -188,7 +188,7 @@ TEST(Move, CommandTurnsTheBlockIntoATarget) {
         tBlock.dwDirection = tCase.dwDirection;
         tBlock.dwSteps = tCase.dwSteps;
         tBlock.dwPosition = tCase.dwPosition;
-        Command_Take(&g_tInfo, *ptAxis);
+        Command_Take(&g_tInfo, *ptAxis, nullptr);
         (ptAxis->bFocusLeads ? VernierLensd_ZoomCommand : VernierLensd_FocusCommand)(&g_tInfo, fd);
         return 0;
       });

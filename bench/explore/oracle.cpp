@@ -6,6 +6,7 @@
 #include "explore/schedule.h"
 #include "hooks/hooks.h"
 #include "motor/axis.h"
+#include "taskshim.h"
 
 namespace {
 

@@ -167,7 +167,7 @@ void SendZoomToReference(TVernierLensdInfo* pThis) {
     Word_Store(tBlock.dwPosition, Word_Load(pThis->adwZoomMotorPosition[tScan.iChannel]));
     Word_Store(tBlock.dwFunction, FUNCTION_POSITIONING);
   });
-  if (iWoken != 0) std::puts("[vernierlensd] : Waking up zoom motor thread failed.");
+  if (iWoken != 0) std::puts(g_tZoomAxis.szWakeFailed);
 }
 
 i32 ScanFindReference(TVernierLensdInfo* pThis, i32 fd) {

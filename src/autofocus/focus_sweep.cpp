@@ -58,7 +58,7 @@ i32 ReadStart(TVernierLensdInfo* pThis, i32 fd, TSweep* ptSweep) {
   std::printf("[vernierlensd] : [CH %d] Initial position: %d, Focus Value: %d.\n", pThis->tFocusBox.iRunningChannel,
               static_cast<i32>(ptSweep->dwStart), static_cast<i32>(ptSweep->dwBest));
   if (pThis->bSupportICS != 0) return 0;
-  return Axis_SetDirection(pThis, g_tFocusAxis, fd, true) ? 0 : -1;  // once: the steps rely on it
+  return Axis_SetDirection(pThis, g_tFocusAxis, fd, DIRECTION_FORWARD) ? 0 : -1;  // once: the steps rely on it
 }
 
 i32 StepThrough(TVernierLensdInfo* pThis, i32 fd, TSweep* ptSweep) {

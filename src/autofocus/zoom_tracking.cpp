@@ -13,8 +13,6 @@
 
 namespace {
 
-constexpr const char* szWakingFocusFailed = "[vernierlensd] : Waking up focus thread failed.";
-
 // |a - b| / interval * rem: divided before it is multiplied, in double precision, and cut.
 u32 Interpolate(u32 dwDifference, i32 iInterval, u32 dwRemainder) {
   return static_cast<u32>(static_cast<double>(dwDifference) / iInterval * dwRemainder);
@@ -29,7 +27,7 @@ bool SendToPanFocus(TVernierLensdInfo* pThis, TCommandId tOf) {
     Word_Store(tBlock.dwFunction, FUNCTION_FOCUS);
     Word_Store(pThis->bThermalRecheck, 0);
   });
-  if (bWritten && Command_Wake(pThis, g_tFocusAxis) != 0) std::puts(szWakingFocusFailed);
+  if (bWritten && Command_Wake(pThis, g_tFocusAxis) != 0) std::puts(szFocusWakeFailed);
   return bWritten;
 }
 
@@ -171,5 +169,5 @@ void VernierLensd_AutoFocusAfterPositioning(TVernierLensdInfo* pThis) {
   }
   const i32 iWoken = Command_SendFollowUp(pThis, g_tFocusAxis, tOf,
                                           [](TMotorCommand& tBlock) { Word_Store(tBlock.dwFunction, FUNCTION_AUTO); });
-  if (iWoken != 0) std::puts(szWakingFocusFailed);
+  if (iWoken != 0) std::puts(szFocusWakeFailed);
 }

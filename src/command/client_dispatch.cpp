@@ -7,17 +7,13 @@
 
 namespace {
 
-constexpr const char* szWakingZoomFailed = "[vernierlensd] : Waking up zoom motor thread failed.";
-constexpr const char* szWakingFocusMotorFailed = "[vernierlensd] : Waking up focus motor thread failed.";
-constexpr const char* szWakingFocusFailed = "[vernierlensd] : Waking up focus thread failed.";
-
 template <typename TWrite>
-void Send(TVernierLensdInfo* pThis, const TAxis& tAxis, TCommandId tId, const char* szFailed, TWrite fnWrite) {
-  if (Command_Send(pThis, tAxis, tId, fnWrite) != 0) std::puts(szFailed);
+void Send(TVernierLensdInfo* pThis, const TAxis& tAxis, TCommandId tId, TWrite fnWrite) {
+  if (Command_Send(pThis, tAxis, tId, fnWrite) != 0) std::puts(tAxis.szWakeFailed);
 }
 
-void SendFunction(TVernierLensdInfo* pThis, const TAxis& tAxis, TCommandId tId, const char* szFailed, u32 dwFunction) {
-  Send(pThis, tAxis, tId, szFailed, [&](TMotorCommand& tBlock) { Word_Store(tBlock.dwFunction, dwFunction); });
+void SendFunction(TVernierLensdInfo* pThis, const TAxis& tAxis, TCommandId tId, u32 dwFunction) {
+  Send(pThis, tAxis, tId, [&](TMotorCommand& tBlock) { Word_Store(tBlock.dwFunction, dwFunction); });
 }
 
 void StoreMove(TMotorCommand& tBlock, const TMotorCommand& tCommand) {
@@ -28,17 +24,18 @@ void StoreMove(TMotorCommand& tBlock, const TMotorCommand& tCommand) {
 }
 
 void DispatchFocus(TVernierLensdInfo* pThis, i32 iChannel, const TMotorCommand& tCommand) {
-  Send(pThis, g_tFocusAxis, Command_New(iChannel), szWakingFocusFailed, [&](TMotorCommand& tBlock) {
+  const i32 iWoken = Command_Send(pThis, g_tFocusAxis, Command_New(iChannel), [&](TMotorCommand& tBlock) {
     StoreMove(tBlock, tCommand);
     Word_Store(pThis->bThermalRecheck, 1);
   });
+  if (iWoken != 0) std::puts(szFocusWakeFailed);
 }
 
 void DispatchSearch(TVernierLensdInfo* pThis, i32 iChannel, const TMotorCommand& tCommand) {
   // A search needs a zoom at rest.  The search is newer than this stop, so nothing that follows from a stopped zoom is
   // written over it.
-  SendFunction(pThis, g_tZoomAxis, Command_New(iChannel), szWakingZoomFailed, FUNCTION_STOP);
-  Send(pThis, g_tFocusAxis, Command_New(iChannel), szWakingFocusMotorFailed, [&](TMotorCommand& tBlock) {
+  SendFunction(pThis, g_tZoomAxis, Command_New(iChannel), FUNCTION_STOP);
+  Send(pThis, g_tFocusAxis, Command_New(iChannel), [&](TMotorCommand& tBlock) {
     Word_Store(tBlock.bIris, g_bIrisFullyOpenStatus.load() == 1 ? 1 : tCommand.bIris);
     Word_Store(tBlock.dwFunction, tCommand.dwFunction);
     Word_Store(pThis->bThermalRecheck, 1);
@@ -50,8 +47,8 @@ template <typename TWrite>
 void SendBoth(TVernierLensdInfo* pThis, i32 iChannel, TWrite fnWriteZoom, u32 dwFocusFunction) {
   const TCommandId tId = Command_New(iChannel);
   if (pThis->bSupportZoom != 0) Command_Write(pThis, g_tZoomAxis, tId, fnWriteZoom);
-  if (pThis->bSupportFocus != 0) SendFunction(pThis, g_tFocusAxis, tId, szWakingFocusMotorFailed, dwFocusFunction);
-  if (pThis->bSupportZoom != 0 && Command_Wake(pThis, g_tZoomAxis) != 0) std::puts(szWakingZoomFailed);
+  if (pThis->bSupportFocus != 0) SendFunction(pThis, g_tFocusAxis, tId, dwFocusFunction);
+  if (pThis->bSupportZoom != 0 && Command_Wake(pThis, g_tZoomAxis) != 0) std::puts(g_tZoomAxis.szWakeFailed);
 }
 
 void DispatchPositioning(TVernierLensdInfo* pThis, i32 iChannel, u32 dwFunction) {
@@ -65,47 +62,26 @@ void DispatchStop(TVernierLensdInfo* pThis, i32 iChannel) {
 }
 
 // The words that later searches and status replies read change after the wake-up, also when it failed.
-void DispatchIris(TVernierLensdInfo* pThis, i32 iChannel, u32 dwFunction) {
-  SendFunction(pThis, g_tFocusAxis, Command_New(iChannel), szWakingFocusMotorFailed, dwFunction);
-  const u32 bOpen = dwFunction == FUNCTION_IRISOPEN ? 1 : 0;
+void DispatchIris(TVernierLensdInfo* pThis, i32 iChannel, const TMotorCommand& tCommand) {
+  SendFunction(pThis, g_tFocusAxis, Command_New(iChannel), tCommand.dwFunction);
+  const u32 bOpen = tCommand.dwFunction == FUNCTION_IRISOPEN ? 1 : 0;
   Word_Store(pThis->tFocusCommand.bIris, bOpen);
   g_bIrisFullyOpenStatus = bOpen;
 }
 
 void DispatchFocusDefault(TVernierLensdInfo* pThis, i32 iChannel, const TMotorCommand& tCommand) {
-  Send(pThis, g_tFocusAxis, Command_New(iChannel), szWakingFocusMotorFailed, [&](TMotorCommand& tBlock) {
+  Send(pThis, g_tFocusAxis, Command_New(iChannel), [&](TMotorCommand& tBlock) {
     Word_Store(tBlock.dwFunction, tCommand.dwFunction);
     Word_Store(tBlock.dwDefaultPosition, tCommand.dwDefaultPosition);
   });
 }
 
 void DispatchZoom(TVernierLensdInfo* pThis, i32 iChannel, const TMotorCommand& tCommand) {
-  Send(pThis, g_tZoomAxis, Command_New(iChannel), szWakingZoomFailed,
-       [&](TMotorCommand& tBlock) { StoreMove(tBlock, tCommand); });
+  Send(pThis, g_tZoomAxis, Command_New(iChannel), [&](TMotorCommand& tBlock) { StoreMove(tBlock, tCommand); });
 }
 
-void DispatchFocusFunction(TVernierLensdInfo* pThis, i32 iChannel, const TMotorCommand& tCommand) {
-  switch (tCommand.dwFunction) {
-    case FUNCTION_FOCUS:
-      DispatchFocus(pThis, iChannel, tCommand);
-      break;
-    case FUNCTION_AUTO:
-    case FUNCTION_SCAN:
-      DispatchSearch(pThis, iChannel, tCommand);
-      break;
-    case FUNCTION_IRISOPEN:
-    case FUNCTION_IRISENABLE:
-      DispatchIris(pThis, iChannel, tCommand.dwFunction);
-      break;
-    case FUNCTION_RESETFOCUS:
-      SendFunction(pThis, g_tFocusAxis, Command_New(iChannel), szWakingFocusMotorFailed, FUNCTION_RESETFOCUS);
-      break;
-    case FUNCTION_SETFOCUSDEFAULT:
-      DispatchFocusDefault(pThis, iChannel, tCommand);
-      break;
-    default:
-      break;
-  }
+void DispatchFocusReset(TVernierLensdInfo* pThis, i32 iChannel, const TMotorCommand& /*tCommand*/) {
+  SendFunction(pThis, g_tFocusAxis, Command_New(iChannel), FUNCTION_RESETFOCUS);
 }
 
 }  // namespace
@@ -113,19 +89,34 @@ void DispatchFocusFunction(TVernierLensdInfo* pThis, i32 iChannel, const TMotorC
 void VernierLensd_DispatchClientCommand(TVernierLensdInfo* pThis, const TClientRequest* ptRequest) {
   const i32 iChannel = ptRequest->iChannel;
   const TMotorCommand& tCommand = ptRequest->atCommand[iChannel];
-  switch (tCommand.dwFunction) {
+  const auto ToFocus = [&](auto pfnDispatch) {
+    if (pThis->bSupportFocus != 0) pfnDispatch(pThis, iChannel, tCommand);
+  };
+  switch (static_cast<EFunction>(tCommand.dwFunction)) {
     case FUNCTION_ZOOM:
       if (pThis->bSupportZoom != 0) DispatchZoom(pThis, iChannel, tCommand);
-      break;
+      return;
+    case FUNCTION_FOCUS:
+      return ToFocus(DispatchFocus);
+    case FUNCTION_AUTO:
+    case FUNCTION_SCAN:
+      return ToFocus(DispatchSearch);
     case FUNCTION_POSITIONING:
     case FUNCTION_MOTORRESET:
-      DispatchPositioning(pThis, iChannel, tCommand.dwFunction);
-      break;
+      return DispatchPositioning(pThis, iChannel, tCommand.dwFunction);
     case FUNCTION_STOP:
-      DispatchStop(pThis, iChannel);
-      break;
-    default:
-      if (pThis->bSupportFocus != 0) DispatchFocusFunction(pThis, iChannel, tCommand);
-      break;
+      return DispatchStop(pThis, iChannel);
+    case FUNCTION_IRISOPEN:
+    case FUNCTION_IRISENABLE:
+      return ToFocus(DispatchIris);
+    case FUNCTION_RESETFOCUS:
+      return ToFocus(DispatchFocusReset);
+    case FUNCTION_SETFOCUSDEFAULT:
+      return ToFocus(DispatchFocusDefault);
+    case FUNCTION_IDLE:
+    case FUNCTION_GETSTATUS:
+    case FUNCTION_GETPARAM:
+    case FUNCTION_GETFOCUSDEFAULT:
+      return;
   }
 }

@@ -13,25 +13,32 @@ namespace {
 
 void Answer(TVernierLensdInfo* pThis, const TClientRequest& tRequest) {
   const TMotorCommand& tCommand = tRequest.atCommand[tRequest.iChannel];
-  switch (tCommand.dwFunction) {
+  switch (static_cast<EFunction>(tCommand.dwFunction)) {
     case FUNCTION_GETSTATUS:
-      VernierLensd_ReplyStatus(pThis, tRequest.fdRequest, tRequest.iChannel);
-      break;
+      return VernierLensd_ReplyStatus(pThis, tRequest.fdRequest, tRequest.iChannel);
     case FUNCTION_GETPARAM:
-      VernierLensd_ReplyFocusValue(pThis, tRequest.fdRequest, tCommand.dwPosition);
-      break;
+      return VernierLensd_ReplyFocusValue(pThis, tRequest.fdRequest, tCommand.dwPosition);
     case FUNCTION_GETFOCUSDEFAULT:
       if (g_tVernierLensdConfigInfo.dwCapability == CAPABILITY_FOCUS_ONLY && pThis->bSupportICS == 0) {
-        VernierLensd_ReplyFocusDefault(pThis, tRequest.fdRequest);
-      } else {
-        VernierLensd_ReplyBadRequest(tRequest.fdRequest);  // this lens has no default; an OK would look like a value
+        return VernierLensd_ReplyFocusDefault(pThis, tRequest.fdRequest);
       }
-      break;
-    default:
+      return VernierLensd_ReplyBadRequest(
+          tRequest.fdRequest);  // this lens has no default; an OK would look like a value
+    case FUNCTION_IDLE:
+    case FUNCTION_ZOOM:
+    case FUNCTION_FOCUS:
+    case FUNCTION_AUTO:
+    case FUNCTION_SCAN:
+    case FUNCTION_POSITIONING:
+    case FUNCTION_MOTORRESET:
+    case FUNCTION_STOP:
+    case FUNCTION_IRISOPEN:
+    case FUNCTION_IRISENABLE:
+    case FUNCTION_RESETFOCUS:
+    case FUNCTION_SETFOCUSDEFAULT:
       // The wake-ups first: a client that has its OK may ask for the status at once.
       VernierLensd_DispatchClientCommand(pThis, &tRequest);
-      VernierLensd_ReplyOK(tRequest.fdRequest);
-      break;
+      return VernierLensd_ReplyOK(tRequest.fdRequest);
   }
 }
 

@@ -116,13 +116,13 @@ constexpr TKey g_atKeys[] = {
     {"iris", TakeIris},
 };
 
-struct TToken {
+struct TQueryToken {
   char szKey[dwMaxWord + 1];
   char szValue[dwMaxWord + 1];
 };
 
 // -1: the key or the value is longer than any of the language.
-i32 SplitToken(std::string_view sToken, TToken* ptToken) {
+i32 SplitToken(std::string_view sToken, TQueryToken* ptToken) {
   const std::size_t dwEquals = std::min(sToken.find('='), sToken.size());
   const std::string_view sKey = sToken.substr(0, dwEquals);
   const std::string_view sValue = sToken.substr(std::min(dwEquals + 1, sToken.size()));
@@ -144,7 +144,7 @@ i32 TakeChannel(TVernierLensdInfo* pThis, const char* pszValue, TClientRequest* 
 }
 
 i32 TakeToken(TVernierLensdInfo* pThis, std::string_view sToken, TClientRequest* ptRequest) {
-  TToken tToken;
+  TQueryToken tToken;
   const bool bFits = SplitToken(sToken, &tToken) == 0;
   if (bFits && std::string_view(tToken.szKey).starts_with("channel")) {
     return TakeChannel(pThis, tToken.szValue, ptRequest);

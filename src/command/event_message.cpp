@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstdio>
 
-#include "command/event_fifo.h"
+#include "command/event_frame.h"
 #include "config/token_file.h"
 #include "core/fail.h"
 #include "core/number.h"
@@ -20,9 +20,6 @@ enum ESubCode : u32 { BUTTON_RELEASED = 1, BUTTON_PRESSED = 2, FOCUS_BACKUP = 4,
 
 constexpr u32 dwLongPress_ms = 2000;  // an autofocus button held longer asks for more than an auto focus
 constexpr u64 qwRestorePoll_us = 1'000'000;
-
-constexpr const char* szWakingZoomFailed = "[vernierlensd] : Waking up zoom motor thread failed.";
-constexpr const char* szWakingFocusFailed = "[vernierlensd] : Waking up focus motor thread failed.";
 
 struct TZoomButton {
   EDirection eDirection;
@@ -49,7 +46,7 @@ void PressZoom(TVernierLensdInfo* pThis, const TZoomButton& tButton) {
         Word_Store(tBlock.dwFunction, FUNCTION_ZOOM);
         Word_Store(tBlock.dwSteps, 1);
       });
-  if (iWoken != 0) std::puts(szWakingZoomFailed);
+  if (iWoken != 0) std::puts(g_tZoomAxis.szWakeFailed);
 }
 
 void EndZoomHold(TVernierLensdInfo* pThis) {
@@ -87,7 +84,7 @@ void ReleaseAutoFocus(TVernierLensdInfo* pThis) {
   const u32 dwFunction = FunctionOfPress(pThis, dwHeld_ms);
   const i32 iWoken = Command_Send(pThis, g_tFocusAxis, Command_New(Word_Load(pThis->iCurChannel)),
                                   [&](TMotorCommand& tBlock) { Word_Store(tBlock.dwFunction, dwFunction); });
-  if (iWoken != 0) std::puts(szWakingFocusFailed);
+  if (iWoken != 0) std::puts(g_tFocusAxis.szWakeFailed);
 }
 
 void SendRestore(TVernierLensdInfo* pThis, i32 iChannel) {
@@ -100,10 +97,10 @@ void SendRestore(TVernierLensdInfo* pThis, i32 iChannel) {
     const i32 iWoken = Command_Send(pThis, g_tFocusAxis, tId, [&](TMotorCommand& tBlock) {
       Word_Store(tBlock.dwFunction, pThis->bSupportZoom != 0 ? FUNCTION_POSITIONING : FUNCTION_RESETFOCUS);
     });
-    if (iWoken != 0) std::puts(szWakingFocusFailed);
+    if (iWoken != 0) std::puts(g_tFocusAxis.szWakeFailed);
     Word_Store(pThis->tFocusCommand.bIris, 1);
   }
-  if (pThis->bSupportZoom != 0 && Command_Wake(pThis, g_tZoomAxis) != 0) std::puts(szWakingZoomFailed);
+  if (pThis->bSupportZoom != 0 && Command_Wake(pThis, g_tZoomAxis) != 0) std::puts(g_tZoomAxis.szWakeFailed);
 }
 
 bool IsAtWork(TVernierLensdInfo* pThis, const TAxis& tAxis) {
@@ -156,9 +153,10 @@ i32 Backup(TVernierLensdInfo* pThis) {
     const char* pszZoom = Token_Value(tToken, "zoom_motor");
     const char* pszFocus = Token_Value(tToken, "focus_motor");
     if (pThis->bSupportZoom != 0 && pszZoom != nullptr) {
-      if (SendSavedMove(pThis, g_tZoomAxis, tZoom, FUNCTION_ZOOM, pszZoom) != 0) std::puts(szWakingZoomFailed);
+      if (SendSavedMove(pThis, g_tZoomAxis, tZoom, FUNCTION_ZOOM, pszZoom) != 0) std::puts(g_tZoomAxis.szWakeFailed);
     } else if (pThis->bSupportFocus != 0 && pszFocus != nullptr) {
-      if (SendSavedMove(pThis, g_tFocusAxis, tFocus, FUNCTION_FOCUS, pszFocus) != 0) std::puts(szWakingFocusFailed);
+      if (SendSavedMove(pThis, g_tFocusAxis, tFocus, FUNCTION_FOCUS, pszFocus) != 0)
+        std::puts(g_tFocusAxis.szWakeFailed);
     }
   }
   std::fclose(pFile);

@@ -7,7 +7,6 @@
 #include "core/number.h"
 #include "core/paths.h"
 #include "motor/command_box.h"
-#include "motor/thread/dispatch.h"
 #include "sxmlparser/sxmlparser.h"
 
 namespace {
@@ -92,19 +91,20 @@ void NightMode_FollowSearch(TVernierLensdInfo* pThis, i32 iMode) {
   Word_Store(pThis->aiNightMode[iChannel], iMode);
 }
 
-void DayNight_Check(TVernierLensdInfo* pThis, TMotorCommand* ptCommand, TIRCutState* ptIRCut, i32 fd,
-                    FNightOffset pfnOffset) {
-  for (i32 i = 0; i < g_tVernierLensdConfigInfo.iMaxDevNum; i++) {
-    if (pThis->aptFocusBlock[i] == nullptr) continue;
-    const i32 iMode = NightMode_Present(pThis, i);  // read once: what is moved for is what is stored
-    if (Word_Load(pThis->aiNightMode[i]) == iMode) continue;
+bool DayNight_Check(TVernierLensdInfo* pThis, TIRCutState* ptIRCut, FNightOffset pfnOffset) {
+  i32& iChannel = pThis->tCorrections.iChannel;
+  while (++iChannel < g_tVernierLensdConfigInfo.iMaxDevNum) {
+    if (pThis->aptFocusBlock[iChannel] == nullptr) continue;
+    const i32 iMode = NightMode_Present(pThis, iChannel);  // read once: what is moved for is what is stored
+    if (Word_Load(pThis->aiNightMode[iChannel]) == iMode) continue;
     std::puts("[vernierlensd] : day night switch");
     ReadLeds(pThis, ptIRCut);
-    ptIRCut->iFocusOffset = pfnOffset(pThis, *ptIRCut, i, iMode != 0);
+    ptIRCut->iFocusOffset = pfnOffset(pThis, *ptIRCut, iChannel, iMode != 0);
     std::printf("[vernierlensd] : Focus Offset: %d\n", ptIRCut->iFocusOffset);
-    const u32 dwPosition = Word_Load(pThis->adwFocusMotorPosition[i]) + static_cast<u32>(ptIRCut->iFocusOffset);
-    if (!Command_ClaimDirectMove(pThis, g_tFocusAxis, i, ptCommand, dwPosition)) return;
-    Word_Store(pThis->aiNightMode[i], iMode);
-    VernierLensd_DispatchFocusCommand(pThis, fd);
+    const u32 dwFocus = Word_Load(pThis->adwFocusMotorPosition[iChannel]);
+    if (!Command_ClaimFocusMove(pThis, iChannel, dwFocus + static_cast<u32>(ptIRCut->iFocusOffset))) return false;
+    Word_Store(pThis->aiNightMode[iChannel], iMode);
+    return true;
   }
+  return false;
 }

@@ -31,8 +31,8 @@ i32 NightMode_Present(const TVernierLensdInfo* pThis, i32 iChannel);
 // does now.  Focus thread, for the channel of the running command, before its save.
 void NightMode_FollowSearch(TVernierLensdInfo* pThis, i32 iMode);
 
-// Moves the focus of each channel whose mode has changed, and stores the new mode ahead of the move: its save writes
-// both.  A client's command that arrives meanwhile goes first, and the switch waits for the next pass.  Focus thread,
-// while the axis is idle.  ptCommand: &tFocusCommand.
-void DayNight_Check(TVernierLensdInfo* pThis, TMotorCommand* ptCommand, TIRCutState* ptIRCut, i32 fd,
-                    FNightOffset pfnOffset);
+// Looks for the next channel whose mode has changed, and claims the move of its focus (command_box.h).  The new mode is
+// stored before the move, whose save writes both.  If a client's command has arrived meanwhile, that goes first, and
+// the switch waits for the next pass.  Focus thread, while the axis is idle.  True: a move has been claimed, and this
+// is to be called again after the dispatcher has run it.
+bool DayNight_Check(TVernierLensdInfo* pThis, TIRCutState* ptIRCut, FNightOffset pfnOffset);

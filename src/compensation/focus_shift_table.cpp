@@ -110,8 +110,8 @@ i32 DayNightFocusShift_LoadProfile(TVernierLensdInfo* pThis, u32 bSupportZoom) {
   return iResult;
 }
 
-void DayNightFocusShift_Check(TVernierLensdInfo* pThis, TMotorCommand* ptCommand, TIRCutState* ptIRCut, i32 fdMotor) {
-  DayNight_Check(pThis, ptCommand, ptIRCut, fdMotor, NightOffset);
+bool DayNightFocusShift_Check(TVernierLensdInfo* pThis, TIRCutState* ptIRCut) {
+  return DayNight_Check(pThis, ptIRCut, NightOffset);
 }
 
 void DayNightFocusShift_Release(TVernierLensdInfo* pThis) {

@@ -16,6 +16,6 @@ i32 DayNightFocusShift_Initial(TVernierLensdInfo* pThis);
 i32 DayNightFocusShift_LoadProfile(TVernierLensdInfo* pThis, u32 bSupportZoom);
 
 // See DayNight_Check.
-void DayNightFocusShift_Check(TVernierLensdInfo* pThis, TMotorCommand* ptCommand, TIRCutState* ptIRCut, i32 fdMotor);
+bool DayNightFocusShift_Check(TVernierLensdInfo* pThis, TIRCutState* ptIRCut);
 
 void DayNightFocusShift_Release(TVernierLensdInfo* pThis);

@@ -14,6 +14,23 @@ bool IsIdle(TVernierLensdInfo* pThis) {
   return Word_Load(pThis->tFocusCommand.dwFunction) == FUNCTION_IDLE && !Daemon_IsEnding();
 }
 
+void Begin(TCorrections* ptPass, ECorrection eCorrection) {
+  ptPass->eCorrection = eCorrection;
+  ptPass->iChannel = -1;
+}
+
+bool CorrectDayNight(TVernierLensdInfo* pThis, TIRCutState* ptIRCut) {
+  if (Word_Load(pThis->bDayNightCorrection) == 0) return false;
+  return pThis->bSupportICS != 0 ? ICS_DayNightShift_Check(pThis, ptIRCut) : DayNightFocusShift_Check(pThis, ptIRCut);
+}
+
+bool CorrectTemperature(TVernierLensdInfo* pThis, i32 fd) {
+  if (pThis->dwLensKind == LENS_KIND_THERMAL) return ThermalFocusShift_Check(pThis);
+  if (pThis->dwLensKind != LENS_KIND_ICS || !ICS_TemperatureCheck(pThis, fd)) return false;
+  pThis->tCorrections.eCorrection = CORRECTION_OVER;  // that check is done
+  return true;
+}
+
 }  // namespace
 
 void Compensation_Begin(TVernierLensdInfo* pThis, i32 fd) {
@@ -24,17 +41,18 @@ void Compensation_Begin(TVernierLensdInfo* pThis, i32 fd) {
   std::puts("[vernierlensd] : VernierLensd_LoadThermalFocusShiftTable failed.");
 }
 
-void Compensation_Check(TVernierLensdInfo* pThis, TIRCutState* ptIRCut, i32 fd) {
-  TMotorCommand* ptCommand = &pThis->tFocusCommand;
-  if (Word_Take(pThis->bPowerLossChecked) == 0 || !IsIdle(pThis)) return;
-  if (Word_Load(pThis->bDayNightCorrection) != 0) {
-    if (pThis->bSupportICS != 0) {
-      ICS_DayNightShift_Check(pThis, ptCommand, ptIRCut, fd);
-    } else {
-      DayNightFocusShift_Check(pThis, ptCommand, ptIRCut, fd);
-    }
+bool Compensation_Check(TVernierLensdInfo* pThis, TIRCutState* ptIRCut, i32 fd) {
+  TCorrections& tPass = pThis->tCorrections;
+  if (tPass.eCorrection == CORRECTION_NONE) {
+    if (Word_Take(pThis->bPowerLossChecked) == 0 || !IsIdle(pThis)) return false;
+    Begin(&tPass, CORRECTION_DAY_NIGHT);
   }
-  if (Word_Load(pThis->bThermalShift) == 0 || !IsIdle(pThis)) return;
-  if (pThis->dwLensKind == LENS_KIND_ICS) ICS_TemperatureCheck(pThis, ptCommand, fd);
-  if (pThis->dwLensKind == LENS_KIND_THERMAL) ThermalFocusShift_Check(pThis, ptCommand, fd);
+  if (tPass.eCorrection == CORRECTION_DAY_NIGHT) {
+    if (CorrectDayNight(pThis, ptIRCut)) return true;
+    const bool bTemperature = Word_Load(pThis->bThermalShift) != 0 && IsIdle(pThis);
+    Begin(&tPass, bTemperature ? CORRECTION_TEMPERATURE : CORRECTION_OVER);
+  }
+  if (tPass.eCorrection == CORRECTION_TEMPERATURE && CorrectTemperature(pThis, fd)) return true;
+  Begin(&tPass, CORRECTION_NONE);
+  return false;
 }

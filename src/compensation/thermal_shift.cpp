@@ -1,26 +1,18 @@
 #include "compensation/thermal_shift.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 
 #include "core/fail.h"
 #include "core/wait.h"
 #include "motor/command_box.h"
-#include "motor/thread/dispatch.h"
 #include "temperature/temperature.h"
 
 namespace {
 
 constexpr i32 iPeriod_min = 2;
 constexpr u32 dwTolerance_C = 1;  // a drift up to this builds up until it is larger
-
-// Where a check stands in the table.  Carried from channel to channel: a search that finds nothing leaves the value of
-// the one before.
-struct TTableIndices {
-  i32 iZoomPositionIndex;
-  i32 iCurrTempIndex;
-  i32 iRefTempIndex;
-};
 
 u32 Distance(i32 iLeft, i32 iRight) {
   return iLeft > iRight ? static_cast<u32>(iLeft) - static_cast<u32>(iRight)
@@ -69,40 +61,57 @@ u32 ShiftTime_us(i32 iShift) {
   return Distance(iProduct, 0);
 }
 
-void SetReferences(TVernierLensdInfo* pThis, i32 iFirst, i32 iEnd, const TTemperatureValue* ptReading) {
-  for (i32 i = iFirst; i < iEnd; i++) {
-    pThis->abRefTemperature[i] = ptReading != nullptr ? 1 : 0;
-    if (ptReading != nullptr) pThis->aiRefTemperature[i] = ptReading->iTemperature;
+void SetReference(TVernierLensdInfo* pThis, i32 iChannel, i32 iTemperature) {
+  pThis->abRefTemperature[iChannel] = 1;
+  pThis->aiRefTemperature[iChannel] = iTemperature;
+}
+
+// False: no check is due, or the sensor gives no reading.
+bool BeginCheck(TVernierLensdInfo* pThis) {
+  pThis->ptTime = Clock_UTC();
+  const i32 iMinute = pThis->ptTime->tm_min;
+  // Of minute numbers, so that after minute 59 the next check comes at minute 0.
+  if (std::abs(iMinute - pThis->iInitTime) < iPeriod_min) return false;
+  std::printf("[vernierlensd] : %d Mins fly\n", iPeriod_min);
+  TTemperatureValue tReading = {};
+  const bool bRead = Temperature_ReadValue(pThis->hTemperature, &tReading) == 0;
+  if (bRead) PrintReading(tReading);
+  std::printf("[vernierlensd] : tm_min = %d, iInitTime = %d\n", iMinute, pThis->iInitTime);
+  if (!bRead) pThis->iInitTime = iMinute;
+  TCorrections& tPass = pThis->tCorrections;
+  tPass.iTemperature = tReading.iTemperature;
+  tPass.iMinute = iMinute;
+  tPass.tAt = {};
+  return bRead;
+}
+
+// After a move that was claimed: the lens gets the time of the walk, and the channel has its new reference.
+void EndMove(TVernierLensdInfo* pThis) {
+  const TCorrections& tPass = pThis->tCorrections;
+  Delay_WhileRunning(tPass.dwTravel_us);
+  pThis->aiRefTemperature[tPass.iChannel] = tPass.iTemperature;
+}
+
+bool NeedsMove(TVernierLensdInfo* pThis, i32 iChannel, i32 iTemperature) {
+  if (pThis->abRefTemperature[iChannel] == 0) {
+    // Which temperature the present focus is right for, nobody has read.
+    std::printf("[vernierlensd] : Channel %d had no reference temperature, takes %d.\n", iChannel, iTemperature);
+    SetReference(pThis, iChannel, iTemperature);
+    return false;
   }
+  const i32 iReference = pThis->aiRefTemperature[iChannel];
+  std::printf("[vernierlensd] : iRefTemperature = %d, sdwTemperature = %d\n", iReference, iTemperature);
+  return Distance(iReference, iTemperature) > dwTolerance_C;
 }
 
 // False: a client's command came first.
-bool MoveChannel(TVernierLensdInfo* pThis, TMotorCommand* ptCommand, i32 fdMotor, i32 iChannel, i32 iShift) {
-  const u32 dwPosition = Word_Load(pThis->adwFocusMotorPosition[iChannel]) + static_cast<u32>(iShift);
-  if (!Command_ClaimDirectMove(pThis, g_tFocusAxis, iChannel, ptCommand, dwPosition)) return false;
+bool ClaimMove(TVernierLensdInfo* pThis) {
+  TCorrections& tPass = pThis->tCorrections;
+  const i32 iShift = LookUpShift(pThis, tPass.iChannel, tPass.iTemperature, &tPass.tAt);
+  const u32 dwPosition = Word_Load(pThis->adwFocusMotorPosition[tPass.iChannel]) + static_cast<u32>(iShift);
+  if (!Command_ClaimFocusMove(pThis, tPass.iChannel, dwPosition)) return false;
   std::printf("[vernierlensd] : %s move to %d\n", "ThermalFocusShift_Check", static_cast<i32>(dwPosition));
-  VernierLensd_DispatchFocusCommand(pThis, fdMotor);
-  Delay_WhileRunning(ShiftTime_us(iShift));
-  return true;
-}
-
-bool CheckChannels(TVernierLensdInfo* pThis, TMotorCommand* ptCommand, i32 fdMotor, const TTemperatureValue& tReading) {
-  const i32 iTemperature = tReading.iTemperature;
-  TTableIndices tAt = {};
-  for (i32 i = 0; i < g_tVernierLensdConfigInfo.iMaxDevNum; i++) {
-    i32& iReference = pThis->aiRefTemperature[i];
-    if (pThis->abRefTemperature[i] == 0) {
-      // Which temperature the present focus is right for, nobody has read.
-      std::printf("[vernierlensd] : Channel %d had no reference temperature, takes %d.\n", i, iTemperature);
-      SetReferences(pThis, i, i + 1, &tReading);
-      continue;
-    }
-    std::printf("[vernierlensd] : iRefTemperature = %d, sdwTemperature = %d\n", iReference, iTemperature);
-    if (Distance(iReference, iTemperature) <= dwTolerance_C) continue;
-    const i32 iShift = LookUpShift(pThis, i, iTemperature, &tAt);
-    if (!MoveChannel(pThis, ptCommand, fdMotor, i, iShift)) return false;
-    iReference = iTemperature;
-  }
+  tPass.dwTravel_us = ShiftTime_us(iShift);
   return true;
 }
 
@@ -113,24 +122,24 @@ i32 ThermalFocusShift_TemperatureUpdae(TVernierLensdInfo* pThis, u32 bAllChannel
   const i32 iFirst = bAllChannels == 1 ? 0 : pThis->tFocusBox.iRunningChannel;
   const i32 iEnd = bAllChannels == 1 ? g_tVernierLensdConfigInfo.iMaxDevNum : iFirst + 1;
   if (Temperature_ReadValue(pThis->hTemperature, &tReading) != 0) {
-    SetReferences(pThis, iFirst, iEnd, nullptr);
+    std::fill(pThis->abRefTemperature + iFirst, pThis->abRefTemperature + iEnd, 0U);
     return Fail("[vernierlensd] : Temperature_ReadValue fail");
   }
   PrintReading(tReading);
-  SetReferences(pThis, iFirst, iEnd, &tReading);
+  for (i32 i = iFirst; i < iEnd; i++) SetReference(pThis, i, tReading.iTemperature);
   return 0;
 }
 
-void ThermalFocusShift_Check(TVernierLensdInfo* pThis, TMotorCommand* ptCommand, i32 fdMotor) {
-  pThis->ptTime = Clock_UTC();
-  const i32 iMinute = pThis->ptTime->tm_min;
-  // Of minute numbers, so that behind minute 59 the next check comes at minute 0.
-  if (std::abs(iMinute - pThis->iInitTime) < iPeriod_min) return;
-  std::printf("[vernierlensd] : %d Mins fly\n", iPeriod_min);
-  TTemperatureValue tReading = {};
-  const bool bRead = Temperature_ReadValue(pThis->hTemperature, &tReading) == 0;
-  if (bRead) PrintReading(tReading);
-  std::printf("[vernierlensd] : tm_min = %d, iInitTime = %d\n", iMinute, pThis->iInitTime);
-  if (bRead && !CheckChannels(pThis, ptCommand, fdMotor, tReading)) return;
-  pThis->iInitTime = iMinute;
+bool ThermalFocusShift_Check(TVernierLensdInfo* pThis) {
+  TCorrections& tPass = pThis->tCorrections;
+  if (tPass.iChannel >= 0) {
+    EndMove(pThis);
+  } else if (!BeginCheck(pThis)) {
+    return false;
+  }
+  while (++tPass.iChannel < g_tVernierLensdConfigInfo.iMaxDevNum) {
+    if (NeedsMove(pThis, tPass.iChannel, tPass.iTemperature)) return ClaimMove(pThis);
+  }
+  pThis->iInitTime = tPass.iMinute;
+  return false;
 }

@@ -13,5 +13,6 @@ i32 ThermalFocusShift_TemperatureUpdae(TVernierLensdInfo* pThis, u32 bAllChannel
 // One check, which does nothing until the minute is two off that of the check before.  A failed reading moves nothing.
 // A channel without a reference takes the reading as one and stays where it is.
 // A client's command that arrives meanwhile goes first, and the rest of the check waits for the next pass.  Focus
-// thread, while the axis is idle.  ptCommand: &tFocusCommand.
-void ThermalFocusShift_Check(TVernierLensdInfo* pThis, TMotorCommand* ptCommand, i32 fdMotor);
+// thread, while the axis is idle.  True: the move of a channel has been claimed, and this is to be called again after
+// the dispatcher has run it.
+bool ThermalFocusShift_Check(TVernierLensdInfo* pThis);

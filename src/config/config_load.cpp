@@ -12,9 +12,6 @@
 #include "core/fail.h"
 #include "core/number.h"
 #include "core/paths.h"
-#include "ics/ics_setup.h"
-#include "motor/positioning.h"
-#include "motor/reference.h"
 #include "sxmlparser/sxmlparser.h"
 
 namespace {
@@ -30,8 +27,6 @@ void PrintSettings();
 void PrintRows(std::span<const TTreeRow> atRows);
 void SetSupport(TVernierLensdInfo* pThis);
 i32 CreateFocusStartTable(const TVernierLensdInfo* pThis);
-i32 LoadPositions(TVernierLensdInfo* pThis);
-i32 LoadPositionsOf(TVernierLensdInfo* pThis, i32 iChannel);
 
 }  // namespace
 
@@ -71,7 +66,7 @@ i32 VernierLensd_LoadConfigFile(TVernierLensdInfo* pThis) {
   std::printf("IsSupportFocus = %d\n", static_cast<i32>(pThis->bSupportFocus));
   std::printf("IsSupportICS = %d\n", static_cast<i32>(pThis->bSupportICS));
   std::puts(szHeader);
-  return LoadPositions(pThis);
+  return 0;
 }
 
 i32 Config_ReadForParking() {
@@ -82,6 +77,32 @@ i32 Config_ReadForParking() {
   }
   Config_LimitRanges();
   Config_Limit(VALUES_OF_FILE);
+  return 0;
+}
+
+i32 Config_LoadPositions(TVernierLensdInfo* pThis, i32 iChannel) {
+  bool abNumber[2] = {};
+  const TTokenRow atRows[] = {
+      {.sKey = "zoom_motor", .pdwDest = &pThis->adwZoomMotorPosition[iChannel], .pbNumber = &abNumber[0]},
+      {.sKey = "focus_motor", .pdwDest = &pThis->adwFocusMotorPosition[iChannel], .pbNumber = &abNumber[1]}};
+  const u32 abSupport[] = {pThis->bSupportZoom, pThis->bSupportFocus};
+  const u32 adwEnd[] = {g_tVernierLensdConfigInfo.dwZoomVirtualEnd, g_tVernierLensdConfigInfo.dwFocusVirtualEnd};
+  if (TokenFile_Read(szPositionsPath, atRows) != 0) {
+    std::printf("[vernierlensd] : fopen %s failed!\n", szPositionsPath);
+    return -1;
+  }
+  for (std::size_t i = 0; i < std::size(atRows); i++) {
+    u32& dwPosition = *atRows[i].pdwDest;
+    if (abSupport[i] == 0) {
+      Word_Store(dwPosition, 0);
+      continue;
+    }
+    if (Config_LimitPosition(&dwPosition, adwEnd[i])) pThis->bPowerLost = 1;
+    if (abNumber[i]) continue;
+    std::printf("[vernierlensd] : Saved %s is absent or no number, %u is used.\n", atRows[i].sKey.data(),
+                Word_Load(dwPosition));
+    pThis->bPowerLost = 1;
+  }
   return 0;
 }
 
@@ -129,10 +150,6 @@ bool IsParkingKey(std::string_view sKey) {
 
 i32 LoadRows(TVernierLensdInfo* pThis) {
   TVernierLensdConfigInfo& tConfig = g_tVernierLensdConfigInfo;
-  if (pThis->bSupportICS != 0) {
-    if (VernierLensd_GotoPI() != 0) return Fail("[vernierlensd] : [ICS]VernierLensd_GotoPI fial");
-    ICS_Setup(pThis);  // a lens that is not there ends the daemon when the focus thread starts
-  }
   if (ReadRows(szCapabilityPath, g_atChannelCountRows) != 0) return -1;
   if (pThis->bSupportICS != 0) return 0;
   // The capability before the configuration, which has the same key and in most trees no such element.
@@ -180,54 +197,6 @@ i32 CreateFocusStartTable(const TVernierLensdInfo* pThis) {
   std::printf("g_pdwtabFocusingStartTable = %d", piTable[0]);
   for (i32 i = 1; i < iFocusStartEntries; i++) std::printf(",%d", piTable[i]);
   std::printf("\n");
-  return 0;
-}
-
-// The file has one set of positions: all channels start from the same values.
-i32 LoadPositions(TVernierLensdInfo* pThis) {
-  const i32 iChannels = g_tVernierLensdConfigInfo.iMaxDevNum;
-  if (iChannels < 1) {
-    std::printf("[vernierlensd] : nvideoin = %d is no number of channels, channel 0 is not known.\n", iChannels);
-    pThis->bPowerLost = 1;  // channel 0 is served all the same, from a position that nobody has saved
-  }
-  for (i32 iChannel = 0; iChannel < iChannels; iChannel++) {
-    if (pThis->bSupportICS != 0) {
-      ICS_RestorePosition(pThis, iChannel);
-    } else if (LoadPositionsOf(pThis, iChannel) != 0) {
-      return -1;
-    }
-  }
-  for (const TAxis* ptAxis : {&g_tZoomAxis, &g_tFocusAxis}) {
-    const bool bPass = g_tVernierLensdConfigInfo.*ptAxis->pbPISupport != 0;
-    if (iChannels > 1 && !bPass) Reference_DoubtAll(pThis, *ptAxis);
-  }
-  return 0;
-}
-
-// What cannot be what a save has written is as good as a working log: the file is damaged.
-i32 LoadPositionsOf(TVernierLensdInfo* pThis, i32 iChannel) {
-  bool abNumber[2] = {};
-  const TTokenRow atRows[] = {
-      {.sKey = "zoom_motor", .pdwDest = &pThis->adwZoomMotorPosition[iChannel], .pbNumber = &abNumber[0]},
-      {.sKey = "focus_motor", .pdwDest = &pThis->adwFocusMotorPosition[iChannel], .pbNumber = &abNumber[1]}};
-  const u32 abSupport[] = {pThis->bSupportZoom, pThis->bSupportFocus};
-  const u32 adwEnd[] = {g_tVernierLensdConfigInfo.dwZoomVirtualEnd, g_tVernierLensdConfigInfo.dwFocusVirtualEnd};
-  if (TokenFile_Read(szPositionsPath, atRows) != 0) {
-    std::printf("[vernierlensd] : fopen %s failed!\n", szPositionsPath);
-    return -1;
-  }
-  for (std::size_t i = 0; i < std::size(atRows); i++) {
-    u32& dwPosition = *atRows[i].pdwDest;
-    if (abSupport[i] == 0) {
-      Word_Store(dwPosition, 0);
-      continue;
-    }
-    if (Config_LimitPosition(&dwPosition, adwEnd[i])) pThis->bPowerLost = 1;
-    if (abNumber[i]) continue;
-    std::printf("[vernierlensd] : Saved %s is absent or no number, %u is used.\n", atRows[i].sKey.data(),
-                Word_Load(dwPosition));
-    pThis->bPowerLost = 1;
-  }
   return 0;
 }
 

@@ -18,13 +18,15 @@
 #include <ctime>
 
 #include "core/types.h"
-#include "taskshim.h"
 
 struct TCurveRow;
 struct TSXMLParser;
 struct TTemperature;
 
 constexpr i32 iMaxChannels = 4;
+
+// Values of dwRestoreStatus: what the status file names for this start.
+enum ERestoreStatus : u32 { STATUS_RESTORE = 0, STATUS_BACKUP = 1, STATUS_NORMAL = 2 };
 
 // Values of TMotorCommand::dwFunction.  There is no 10.
 enum EFunction : u32 {
@@ -111,6 +113,32 @@ struct TRecovery {
   u32 aeMissing[iMaxChannels];  // ERecovery
 };
 
+// How far a pass of the daemon's own corrections of the focus has come (compensation/periodic.h).  A pass ends for the
+// time of each move that it has claimed, and goes on after that.
+enum ECorrection : u32 {
+  CORRECTION_NONE = 0,  // no pass is under way
+  CORRECTION_DAY_NIGHT = 1,
+  CORRECTION_TEMPERATURE = 2,
+  CORRECTION_OVER = 3,  // the pass ends with the move that was claimed last
+};
+
+// Where a thermal check stands in the table.  Carried from channel to channel: a search that finds nothing leaves the
+// value of the one before.
+struct TTableIndices {
+  i32 iZoomPositionIndex;
+  i32 iCurrTempIndex;
+  i32 iRefTempIndex;
+};
+
+struct TCorrections {
+  u32 eCorrection;    // ECorrection
+  i32 iChannel;       // the channel that was corrected last; -1: none so far
+  i32 iTemperature;   // thermal: degrees Celsius of this pass
+  i32 iMinute;        // thermal: of this pass
+  TTableIndices tAt;  // thermal
+  u32 dwTravel_us;    // thermal: of the move that was claimed last
+};
+
 // The private side of a motor thread's block.  The lock is held for a few words at a time, never over a wait or a
 // request.
 struct TCommandBox {
@@ -122,7 +150,6 @@ struct TCommandBox {
   u32 dwRunningNumber;     // owner thread only: of the running one
   u32 bStop;               // under the lock: that command is a stop, perhaps with a wish written over it
   u32 bRunningStop;        // owner thread only: the same of the running one
-  u32 bRunningWish;        // owner thread only: the running command is a wish
   u32 dwFollowOwed;        // focus only, under the lock: number of a zoom that the focus has not begun to follow
   TFocusWishes tWishes;    // under the lock; focus only
   TRecovery tRecovery;     // focus only: main thread before the first command, then focus thread
@@ -229,6 +256,7 @@ struct TVernierLensdInfo {
   u32 abRefTemperature[iMaxChannels];    // start-up, then focus thread: aiRefTemperature has come from a good reading
   u32 adwSearchStart[iMaxChannels];      // shared: the lower bound of a search, as tFocusCommand.dwStart, but for each
                                          // channel's own zoom
+  TCorrections tCorrections;             // focus thread
   TEventFrame tEventFrame;
   u64 qwFIFORead;                  // bytes taken from the FIFO; main thread, as the next
   u64 qwFIFORestored;              // up to here the FIFO's restore frames are served by the last restore
@@ -288,7 +316,7 @@ struct TVernierLensdConfigInfo {
   u32 dwTotalAD;
   i32 iFocusValueTableSize;   // entries in a channel's row of the focus value table
   i32 iZoomPositionInterval;  // virtual steps; 0 with fewer than 16 of them: divide by at least 1
-  u32 dwRestoreStatus;        // 0 restore, 1 backup, 2 anything else
+  u32 dwRestoreStatus;        // ERestoreStatus
 };
 static_assert(offsetof(TVernierLensdConfigInfo, dwFocusVirtualStart) == 15 * sizeof(u32) &&
               offsetof(TVernierLensdConfigInfo, szFocusStartTable) == 37 * sizeof(u32) &&

@@ -1,5 +1,8 @@
-// Sleeps and polling waits.  Any thread.  No wait of the daemon is made elsewhere, but for select on its inputs.
+// Sleeps, polling waits and the times of select.  Any thread.  No wait of the daemon is made elsewhere, but for select
+// on its inputs.
 #pragma once
+
+#include <sys/select.h>
 
 #include <ctime>
 
@@ -18,6 +21,16 @@ u32 Clock_Milliseconds();
 struct tm* Clock_UTC();
 
 constexpr u64 qwNoBound_us = ~0ULL;
+
+// Each loop looks round after so long without an input.
+constexpr u64 qwIdlePeriod_us = 3'000'000;
+
+// A loop rests so long after a select that failed: a descriptor that is dead then costs no processor.
+constexpr u64 qwSelectPause_us = 100'000;
+
+inline timeval Select_Time(u64 qw_us) {
+  return {.tv_sec = static_cast<time_t>(qw_us / 1'000'000), .tv_usec = static_cast<suseconds_t>(qw_us % 1'000'000)};
+}
 
 // The end of the motor threads is waited for so long: far longer than a whole range of any lens takes.  A successor of
 // this daemon waits a little longer.

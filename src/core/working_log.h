@@ -2,7 +2,7 @@
 // means that the last move never ended and the counter is not to be trusted.  Both making and removing are brought to
 // flash before they return: the marker is there before the motor starts.
 //
-// Owner thread of the axis; PowerLoss_LookAtLogs and the creation before a restore: start-up, before the threads.
+// Owner thread of the axis; core/daemon/recovery.h: start-up, before the threads.
 #pragma once
 
 #include "core/context.h"

@@ -2,6 +2,9 @@
 
 #include <cstdio>
 
+#include "core/fail.h"
+#include "core/paths.h"
+
 namespace {
 
 // All along the range a position reads the entry one step below it.  The flange does not count on this lens.
@@ -24,6 +27,12 @@ i32 NightOffset(const TVernierLensdInfo* pThis, const TIRCutState& tIRCut, i32 i
 
 }  // namespace
 
-void ICS_DayNightShift_Check(TVernierLensdInfo* pThis, TMotorCommand* ptCommand, TIRCutState* ptIRCut, i32 fd) {
-  DayNight_Check(pThis, ptCommand, ptIRCut, fd, NightOffset);
+i32 ICS_LoadNightMode(TVernierLensdInfo* pThis) {
+  Word_Store(pThis->bDayNightCorrection, 1);
+  Word_Store(pThis->iCurChannel, 0);
+  return NightMode_Load(pThis, szICSPositionsPath, "[init  DNS]%d\n") == 0 ? 0 : Fail("[vernierlensd] : fopen failed!");
+}
+
+bool ICS_DayNightShift_Check(TVernierLensdInfo* pThis, TIRCutState* ptIRCut) {
+  return DayNight_Check(pThis, ptIRCut, NightOffset);
 }

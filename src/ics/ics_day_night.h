@@ -3,5 +3,8 @@
 
 #include "compensation/day_night.h"
 
+// Switches the correction on, and restores the mode that was acted on last.  Start-up.  0, or -1 with a line printed.
+i32 ICS_LoadNightMode(TVernierLensdInfo* pThis);
+
 // See DayNight_Check.
-void ICS_DayNightShift_Check(TVernierLensdInfo* pThis, TMotorCommand* ptCommand, TIRCutState* ptIRCut, i32 fd);
+bool ICS_DayNightShift_Check(TVernierLensdInfo* pThis, TIRCutState* ptIRCut);

@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <cstdio>
 
-#include "compensation/day_night.h"
 #include "config/config_rows.h"
 #include "config/token_file.h"
 #include "core/fail.h"
@@ -166,10 +165,4 @@ i32 ICS_RestorePosition(TVernierLensdInfo* pThis, i32 iDev) {
   std::puts("load Temp value");
   ICS_LoadTempCurve(pThis);
   return 0;
-}
-
-i32 ICS_LoadNightMode(TVernierLensdInfo* pThis) {
-  Word_Store(pThis->bDayNightCorrection, 1);
-  Word_Store(pThis->iCurChannel, 0);
-  return NightMode_Load(pThis, szICSPositionsPath, "[init  DNS]%d\n") == 0 ? 0 : Fail("[vernierlensd] : fopen failed!");
 }

@@ -12,6 +12,3 @@ i32 ICS_Setup(TVernierLensdInfo* pThis);
 // Reads a channel's saved positions, sends the lens there and loads the curves anew.  Waits for seconds.  0; -1: the
 // driver is not open, without a line, or the file cannot be read, and nothing is sent or loaded.
 i32 ICS_RestorePosition(TVernierLensdInfo* pThis, i32 iDev);
-
-// Switches the day/night correction on, and restores the mode that was acted on last.  0, or -1 with a line printed.
-i32 ICS_LoadNightMode(TVernierLensdInfo* pThis);

@@ -10,7 +10,6 @@
 #include "ics/curve_tables.h"
 #include "ics/ics_driver.h"
 #include "motor/command_box.h"
-#include "motor/thread/dispatch.h"
 
 namespace {
 
@@ -136,14 +135,12 @@ i32 FocusShift(u32 dwZoom, i32 ideltaT) {
 }
 
 // False: a client's command came first.
-bool MoveFocus(TVernierLensdInfo* pThis, TMotorCommand* ptCommand, i32 fd, i32 ideltaT) {
+bool ClaimMove(TVernierLensdInfo* pThis, i32 ideltaT) {
   const i32 iChannel = Word_Load(pThis->iCurChannel);
   const i32 iShift = FocusShift(Word_Load(pThis->adwZoomMotorPosition[iChannel]), ideltaT);
   std::printf("[vernierlensd] : Focus Temp Diff: %d\n", iShift);
   const u32 dwPosition = Word_Load(pThis->adwFocusMotorPosition[iChannel]) + static_cast<u32>(iShift);
-  if (!Command_ClaimDirectMove(pThis, g_tFocusAxis, iChannel, ptCommand, dwPosition)) return false;
-  VernierLensd_DispatchFocusCommand(pThis, fd);
-  return true;
+  return Command_ClaimFocusMove(pThis, iChannel, dwPosition);
 }
 
 }  // namespace
@@ -157,7 +154,7 @@ void ICS_TemperatureInitial(TVernierLensdInfo* pThis, i32 fd) {
   std::printf("[init]iOldAD=%d AD2TempValue=%d\n", iOldAD, iTemperature);
 }
 
-void ICS_TemperatureCheck(TVernierLensdInfo* pThis, TMotorCommand* ptCommand, i32 fd) {
+bool ICS_TemperatureCheck(TVernierLensdInfo* pThis, i32 fd) {
   pThis->ptTime = Clock_UTC();
   // On each pass, and without the mutex: a move in progress must not hold it up.
   if (Motor_Request(fd, ICS_CHECK_DETACHED, 1) == 1) {
@@ -165,7 +162,7 @@ void ICS_TemperatureCheck(TVernierLensdInfo* pThis, TMotorCommand* ptCommand, i3
     Word_Store(pThis->bICSDetached, 1);
   }
   const i32 iMinute = pThis->ptTime->tm_min;
-  if (iMinute == pThis->iInitTime) return;
+  if (iMinute == pThis->iInitTime) return false;
   std::puts("One Mins fly");
   const i32 iCurrentAD = IsDetached(pThis) ? 0 : ReadAD(pThis, fd);
   const i32 iTemperature = ICS_ADToTemperature(iCurrentAD);
@@ -175,14 +172,16 @@ void ICS_TemperatureCheck(TVernierLensdInfo* pThis, TMotorCommand* ptCommand, i3
   const i32 iFormerMax = pThis->iMax;
   const TBandChange tChange = WidenBand(pThis, iTemperature);
   std::printf("ideltaT =%d\n", tChange.ideltaT);
-  if (tChange.llWidth_C > llToleratedWidth_C && !IsDetached(pThis) && HasCurves()) {
-    if (!MoveFocus(pThis, ptCommand, fd, tChange.ideltaT)) {
-      pThis->iMin = iFormerMin;  // so that the next pass finds the same change
-      pThis->iMax = iFormerMax;
-      return;
-    }
+  const bool bMoves = tChange.llWidth_C > llToleratedWidth_C && !IsDetached(pThis) && HasCurves();
+  if (bMoves && !ClaimMove(pThis, tChange.ideltaT)) {
+    pThis->iMin = iFormerMin;  // so that the next pass finds the same change
+    pThis->iMax = iFormerMax;
+    return false;
+  }
+  if (bMoves) {
     pThis->iMin = iTemperature;
     pThis->iMax = iTemperature;
   }
   pThis->iInitTime = iMinute;
+  return bMoves;
 }

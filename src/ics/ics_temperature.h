@@ -10,5 +10,5 @@ void ICS_TemperatureInitial(TVernierLensdInfo* pThis, i32 fd);
 
 // One check, while the axis is idle: asks each time whether the lens is still there, and does the rest when the minute
 // has changed.  A client's command that arrives meanwhile goes first, and the minute is checked again at the next pass.
-// ptCommand: &tFocusCommand.
-void ICS_TemperatureCheck(TVernierLensdInfo* pThis, TMotorCommand* ptCommand, i32 fd);
+// True: a move has been claimed (command_box.h), which the dispatcher is to run.
+bool ICS_TemperatureCheck(TVernierLensdInfo* pThis, i32 fd);

@@ -1,11 +1,7 @@
 #include "motor/axis.h"
 
-#include "compensation/periodic.h"
 #include "core/paths.h"
 #include "core/working_log.h"
-#include "motor/positioning.h"
-#include "motor/thread/dispatch.h"
-#include "motor/thread/motor_thread.h"
 
 const TAxis g_tZoomAxis = {
     .pbSupport = &TVernierLensdInfo::bSupportZoom,
@@ -26,13 +22,7 @@ const TAxis g_tZoomAxis = {
     .pbPIDone = &TVernierLensdConfigInfo::bZoomPIDone,
     .pdwPISearchStep = &TVernierLensdConfigInfo::dwZoomPISearchStep,
     .pdwPIBackwardShift = &TVernierLensdConfigInfo::dwZoomPIBackwardShift,
-    .pfnThread = VernierLensd_ZoomMotorThread,
-    .pfnDispatch = VernierLensd_DispatchZoomCommand,
-    .pfnTaken = ZoomPositioning_Taken,
-    .pfnFindReference = ZoomReference_Find,
-    .pfnBegin = nullptr,
-    .pfnEnd = nullptr,
-    .pfnPeriodic = nullptr,
+    .ptOther = &g_tFocusAxis,
     .eSaveMode = SAVE_WITH_SAVED_MODE,
     .pfnCreateLog = VernierLensd_ZoomCreateLogFile,
     .pfnDeleteLog = VernierLensd_ZoomDeleteLogFile,
@@ -40,8 +30,9 @@ const TAxis g_tZoomAxis = {
     .eICSSetPosition = ICS_SET_ZOOM_POSITION,
     .eICSGetPosition = ICS_GET_ZOOM_POSITION,
     .bFocusLeads = true,
-    .bRecovers = false,
+    .bReferenceHasTarget = true,
     .bStartNeedsZoom = false,
+    .szWakeFailed = "[vernierlensd] : Waking up zoom motor thread failed.",
     .szInitDev = "[vernierlensd] : Zoom init %d dev\n",
     .szPassName = "Init ZoomMotorThread",
     .szWaitOther = "[vernierlensd] : Wait focus pi search done....",
@@ -68,13 +59,7 @@ const TAxis g_tFocusAxis = {
     .pbPIDone = &TVernierLensdConfigInfo::bFocusPIDone,
     .pdwPISearchStep = &TVernierLensdConfigInfo::dwFocusPISearchStep,
     .pdwPIBackwardShift = &TVernierLensdConfigInfo::dwFocusPIBackwardShift,
-    .pfnThread = VernierLensd_FocusMotorThread,
-    .pfnDispatch = VernierLensd_DispatchFocusCommand,
-    .pfnTaken = nullptr,
-    .pfnFindReference = FocusReference_Find,
-    .pfnBegin = Compensation_Begin,
-    .pfnEnd = VernierLensd_CarryOutFocusWishes,
-    .pfnPeriodic = Compensation_Check,
+    .ptOther = &g_tZoomAxis,
     .eSaveMode = SAVE_WITH_MODE,
     .pfnCreateLog = VernierLensd_FocusCreateLogFile,
     .pfnDeleteLog = VernierLensd_FocusDeleteLogFile,
@@ -82,8 +67,9 @@ const TAxis g_tFocusAxis = {
     .eICSSetPosition = ICS_SET_FOCUS_POSITION,
     .eICSGetPosition = ICS_GET_FOCUS_POSITION,
     .bFocusLeads = false,
-    .bRecovers = true,
+    .bReferenceHasTarget = false,
     .bStartNeedsZoom = true,
+    .szWakeFailed = "[vernierlensd] : Waking up focus motor thread failed.",
     .szInitDev = "[vernierlensd] : Focus init %d dev\n",
     .szPassName = "Init FocusMotorThread",
     .szWaitOther = "[vernierlensd] : Wait zoom pi search done....",

@@ -9,8 +9,6 @@
 #include "core/context.h"
 #include "motor/motor_device.h"
 
-struct TIRCutState;
-
 struct TAxis {
   // The context's side.
   u32 TVernierLensdInfo::*pbSupport;
@@ -35,28 +33,26 @@ struct TAxis {
   u32 TVernierLensdConfigInfo::*pdwPISearchStep;  // driver steps, as the next one
   u32 TVernierLensdConfigInfo::*pdwPIBackwardShift;
 
-  i32 (*pfnThread)(void* pvThis);  // the thread body, as the thread library calls it
-  void (*pfnDispatch)(TVernierLensdInfo* pThis, i32 fd);
-  void (*pfnTaken)(TVernierLensdInfo* pThis);  // tRunning has been taken, under the box's lock; null nothing
-  void (*pfnFindReference)(TVernierLensdInfo* pThis, i32 fd);  // of the running channel, selected already
-  void (*pfnBegin)(TVernierLensdInfo* pThis, i32 fd);          // thread, ahead of its loop; null nothing
-  void (*pfnEnd)(TVernierLensdInfo* pThis);                    // thread, after its loop; null nothing
-  void (*pfnPeriodic)(TVernierLensdInfo* pThis, TIRCutState* ptIRCut, i32 fd);  // while the axis is idle; null nothing
+  const TAxis* ptOther;  // the lens's other axis
   ESaveMode eSaveMode;
   void (*pfnCreateLog)();
   void (*pfnDeleteLog)();
   const char* szDevice;
   EICSRequest eICSSetPosition;
   EICSRequest eICSGetPosition;
-  bool bFocusLeads;         // the focus follows each move of this axis and starts ahead of it
-  bool bRecovers;           // recovery.h: a search is to put this axis right after a power cut
-  bool bStartNeedsZoom;     // dwStart is the configuration's only on a lens with zoom, else 0
-  const char* szInitDev;    // one %d: channel that the PI pass begins
-  const char* szPassName;   // of the PI pass's searches
-  const char* szWaitOther;  // the rendezvous waits for the other axis
-  const char* szRemaining;  // one %d: driver steps left
-  const char* szICSMoved;   // two numbers: present position, target
+  bool bFocusLeads;          // the focus follows each move of this axis and starts ahead of it
+  bool bReferenceHasTarget;  // the walk to the reference ends at a position that is given, not at the reference
+  bool bStartNeedsZoom;      // dwStart is the configuration's only on a lens with zoom, else 0
+  const char* szWakeFailed;  // no wake-up could be sent to the axis's thread
+  const char* szInitDev;     // one %d: channel that the PI pass begins
+  const char* szPassName;    // of the PI pass's searches
+  const char* szWaitOther;   // the rendezvous waits for the other axis
+  const char* szRemaining;   // one %d: driver steps left
+  const char* szICSMoved;    // two numbers: present position, target
 };
+
+// In place of szWakeFailed where the focus has been sent to a position.
+constexpr const char* szFocusWakeFailed = "[vernierlensd] : Waking up focus thread failed.";
 
 extern const TAxis g_tZoomAxis;
 extern const TAxis g_tFocusAxis;

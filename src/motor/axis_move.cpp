@@ -17,20 +17,18 @@ constexpr u32 dwMaxRelativeSteps = 30;
 constexpr u64 qwFocusLead_us = 300'000;  // the focus runs ahead of the zoom
 constexpr i32 iUnknownWalk = std::numeric_limits<i32>::max();
 
-enum EWalkSign : u32 { WALK_BACKWARD = 0, WALK_FORWARD = 1 };
-
 // A walk that is broken off.
 struct TBrokenWalk {
   u32 dwLeft;  // virtual steps of it that are not counted
-  bool bForward;
+  EDirection eDirection;
   i32 iAsked;  // driver steps of the whole walk
 };
 
 u32 Axis_Clamp(const TVernierLensdInfo* pThis, const TAxis& tAxis, u32 dwTarget);
 i32 Axis_MoveStepper(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, u32 dwTarget);
 i32 Axis_MoveICS(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, u32 dwTarget);
-i32 Axis_Walk(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, u32 dwTarget, EWalkSign eSign);
-i32 Axis_CountSteps(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, u32 dwDelta, EWalkSign eSign);
+i32 Axis_Walk(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, u32 dwTarget, EDirection eDirection);
+i32 Axis_CountSteps(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, u32 dwDelta, EDirection eDirection);
 void Axis_Recover(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, const TBrokenWalk& tWalk);
 i32 Axis_TakeUpBacklash(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, u32 dwTarget);
 i32 Axis_DriverSteps(const TAxis& tAxis, u32 dwVirtualSteps);
@@ -51,8 +49,9 @@ i32 Axis_Move(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, u32 dwTarget
 }
 
 i32 Axis_MoveStepper(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, u32 dwTarget) {
-  if (dwTarget >= Word_Load(Axis_Position(pThis, tAxis))) return Axis_Walk(pThis, tAxis, fd, dwTarget, WALK_FORWARD);
-  if (Axis_Walk(pThis, tAxis, fd, dwTarget, WALK_BACKWARD) != 0) return -1;
+  if (dwTarget >= Word_Load(Axis_Position(pThis, tAxis)))
+    return Axis_Walk(pThis, tAxis, fd, dwTarget, DIRECTION_FORWARD);
+  if (Axis_Walk(pThis, tAxis, fd, dwTarget, DIRECTION_BACKWARD) != 0) return -1;
   return Axis_TakeUpBacklash(pThis, tAxis, fd, dwTarget);
 }
 
@@ -90,28 +89,28 @@ i32 Axis_MoveICS(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, u32 dwTar
   return 0;
 }
 
-i32 Axis_Walk(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, u32 dwTarget, EWalkSign eSign) {
+i32 Axis_Walk(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, u32 dwTarget, EDirection eDirection) {
   const u32 dwPosition = Word_Load(Axis_Position(pThis, tAxis));
-  const u32 dwDelta = eSign == WALK_FORWARD ? dwTarget - dwPosition : dwPosition - dwTarget;
+  const u32 dwDelta = eDirection == DIRECTION_FORWARD ? dwTarget - dwPosition : dwPosition - dwTarget;
   const bool bBlocking = g_tVernierLensdConfigInfo.bBlockingMode != 0;
-  if (!Axis_SetDirection(pThis, tAxis, fd, eSign == WALK_FORWARD)) return -1;
+  if (!Axis_SetDirection(pThis, tAxis, fd, eDirection)) return -1;
   if (bBlocking) Word_Store(Axis_Position(pThis, tAxis), dwTarget);
   if (!Axis_RequestWalk(pThis, tAxis, fd, Axis_DriverSteps(tAxis, dwDelta))) {
     Word_Store(Axis_Position(pThis, tAxis), dwPosition);  // of all places the likeliest
     return -1;
   }
-  return bBlocking ? 0 : Axis_CountSteps(pThis, tAxis, fd, dwDelta, eSign);
+  return bBlocking ? 0 : Axis_CountSteps(pThis, tAxis, fd, dwDelta, eDirection);
 }
 
-i32 Axis_CountSteps(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, u32 dwDelta, EWalkSign eSign) {
+i32 Axis_CountSteps(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, u32 dwDelta, EDirection eDirection) {
   for (u32 dwLeft = dwDelta; dwLeft-- > 0;) {
     Delay_us(Axis_Config(tAxis.pdwOneStepTime));
-    Axis_AddToPosition(pThis, tAxis, eSign == WALK_FORWARD ? 1 : ~0U);
+    Axis_AddToPosition(pThis, tAxis, eDirection == DIRECTION_FORWARD ? 1 : ~0U);
     // Counted first, then the flag: an interrupted last step is still a step.
     if (Word_Take(pThis->*tAxis.pbWake) == 0) continue;
     std::puts("[vernierlensd] : Operation interrupted!");
     Axis_Recover(pThis, tAxis, fd,
-                 {.dwLeft = dwLeft, .bForward = eSign == WALK_FORWARD, .iAsked = Axis_DriverSteps(tAxis, dwDelta)});
+                 {.dwLeft = dwLeft, .eDirection = eDirection, .iAsked = Axis_DriverSteps(tAxis, dwDelta)});
     return -1;
   }
   return 0;
@@ -125,7 +124,7 @@ i32 Axis_TakeUpBacklash(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, u3
   const u64 qwTime_us = u64{dwBacklash} * Axis_Config(tAxis.pdwOneStepTime);
   if (!Axis_RequestWalk(pThis, tAxis, fd, Axis_DriverSteps(tAxis, dwBacklash))) return -1;
   if (bStepped) Delay_us(qwTime_us);
-  if (!Axis_SetDirection(pThis, tAxis, fd, true)) return -1;
+  if (!Axis_SetDirection(pThis, tAxis, fd, DIRECTION_FORWARD)) return -1;
   if (!Axis_RequestWalk(pThis, tAxis, fd, Axis_DriverSteps(tAxis, dwBacklash))) return -1;
   if (bStepped) Delay_us(qwTime_us);
   return 0;
@@ -153,7 +152,8 @@ void Axis_Recover(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, const TB
   // Time and driver may disagree either way, so the correction may be negative.
   const i64 llCorrection = i64{tWalk.dwLeft} - iWholeLeft;
   u32& dwPosition = Axis_Position(pThis, tAxis);
-  const i64 llPosition = i64{Word_Load(dwPosition)} + (tWalk.bForward ? llCorrection : -llCorrection);
+  const i64 llPosition =
+      i64{Word_Load(dwPosition)} + (tWalk.eDirection == DIRECTION_FORWARD ? llCorrection : -llCorrection);
   const bool bCanBe = iDriverLeft >= 0 && iDriverLeft <= tWalk.iAsked && llPosition >= 0 &&
                       llPosition <= i64{Axis_Config(tAxis.pdwVirtualEnd)};
   if (!bCanBe) {
@@ -194,7 +194,7 @@ void StartChainedFocus(TVernierLensdInfo* pThis) {
         Word_Store(tBlock.bIris, 1);
         Word_Store(tBlock.dwFunction, dwFunction);
       });
-  if (iWoken != 0) std::puts("[vernierlensd] : Waking up focus motor thread failed.");
+  if (iWoken != 0) std::puts(g_tFocusAxis.szWakeFailed);
 }
 
 }  // namespace
@@ -208,14 +208,19 @@ i32 VernierLensd_MoveFocus(TVernierLensdInfo* pThis, i32 fd, u32 dwTarget) {
 }
 
 void VernierLensd_RecoverZoomMove(TVernierLensdInfo* pThis, i32 fd, u32 dwLeft, u32 bForward) {
-  Axis_Recover(pThis, g_tZoomAxis, fd, {.dwLeft = dwLeft, .bForward = bForward != 0, .iAsked = iUnknownWalk});
+  Axis_Recover(
+      pThis, g_tZoomAxis, fd,
+      {.dwLeft = dwLeft, .eDirection = bForward != 0 ? DIRECTION_FORWARD : DIRECTION_BACKWARD, .iAsked = iUnknownWalk});
 }
 
 void VernierLensd_RecoverFocusMove(TVernierLensdInfo* pThis, i32 fd, u32 dwLeft, u32 bForward) {
-  Axis_Recover(pThis, g_tFocusAxis, fd, {.dwLeft = dwLeft, .bForward = bForward != 0, .iAsked = iUnknownWalk});
+  Axis_Recover(
+      pThis, g_tFocusAxis, fd,
+      {.dwLeft = dwLeft, .eDirection = bForward != 0 ? DIRECTION_FORWARD : DIRECTION_BACKWARD, .iAsked = iUnknownWalk});
 }
 
-bool Axis_SetDirection(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, bool bForward) {
+bool Axis_SetDirection(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, EDirection eDirection) {
+  const bool bForward = eDirection == DIRECTION_FORWARD;
   const i32 iAnswer = Motor_Request(fd, bForward ? MOTOR_SET_FORWARD : MOTOR_SET_BACKWARD);
   if (iAnswer < 0) Reference_LoseByAnswer(pThis, tAxis, bForward ? "MOTOR_SET_FORWARD" : "MOTOR_SET_BACKWARD", iAnswer);
   return iAnswer >= 0;

@@ -23,9 +23,9 @@ i32 VernierLensd_MoveFocus(TVernierLensdInfo* pThis, i32 fd, u32 dwTarget);
 void VernierLensd_RecoverZoomMove(TVernierLensdInfo* pThis, i32 fd, u32 dwLeft, u32 bForward);
 void VernierLensd_RecoverFocusMove(TVernierLensdInfo* pThis, i32 fd, u32 dwLeft, u32 bForward);
 
-// Sets the direction of later walks of a plain lens; asks for a walk in the request of the mode.  False: the driver has
-// refused, nothing moves as far as anybody knows, and the reference is lost, with a line.
-bool Axis_SetDirection(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, bool bForward);
+// Sets the direction of later walks of a plain lens (forward or backward); asks for a walk in the request of the mode.
+// False: the driver has refused, nothing moves as far as anybody knows, and the reference is lost, with a line.
+bool Axis_SetDirection(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, EDirection eDirection);
 bool Axis_RequestWalk(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, i32 iDriverSteps);
 
 // Makes the taken command, if it is relative, a direct move from where the counter stands now: at most 30 steps.  The

@@ -18,20 +18,15 @@ bool IsIdle(TVernierLensdInfo* pThis, const TAxis& tAxis) {
 bool NoteWish(TCommandBox& tBox, const TMotorCommand& tBlock, bool bNote) {
   TFocusWishes& tWishes = tBox.tWishes;
   const u32 dwFunction = Word_Load(tBlock.dwFunction);
-  switch (dwFunction) {
-    case FUNCTION_IRISOPEN:
-    case FUNCTION_IRISENABLE: {
-      const EIrisWish eWish = dwFunction == FUNCTION_IRISOPEN ? IRIS_OPEN : IRIS_GIVE_BACK;
-      tWishes.aeIris[tBox.iChannel] = bNote ? eWish : IRIS_NO_WISH;
-      return true;
-    }
-    case FUNCTION_SETFOCUSDEFAULT:
-      tWishes.bDefaultPosition = bNote ? 1 : 0;
-      tWishes.dwDefaultPosition = Word_Load(tBlock.dwDefaultPosition);
-      return true;
-    default:
-      return false;
+  if (Function_Demand(dwFunction) != DEMAND_WISH) return false;
+  if (dwFunction == FUNCTION_SETFOCUSDEFAULT) {
+    tWishes.bDefaultPosition = bNote ? 1 : 0;
+    tWishes.dwDefaultPosition = Word_Load(tBlock.dwDefaultPosition);
+  } else {
+    const EIrisWish eWish = dwFunction == FUNCTION_IRISOPEN ? IRIS_OPEN : IRIS_GIVE_BACK;
+    tWishes.aeIris[tBox.iChannel] = bNote ? eWish : IRIS_NO_WISH;
   }
+  return true;
 }
 
 void CopyToRunning(TCommandBox& tBox, const TMotorCommand& tBlock) {
@@ -53,6 +48,31 @@ void CopyToRunning(TCommandBox& tBox, const TMotorCommand& tBlock) {
 }
 
 }  // namespace
+
+EDemand Function_Demand(u32 dwFunction) {
+  switch (static_cast<EFunction>(dwFunction)) {
+    case FUNCTION_ZOOM:
+    case FUNCTION_FOCUS:
+    case FUNCTION_AUTO:
+    case FUNCTION_SCAN:
+    case FUNCTION_POSITIONING:
+    case FUNCTION_MOTORRESET:
+    case FUNCTION_RESETFOCUS:
+      return DEMAND_WALK;
+    case FUNCTION_STOP:
+      return DEMAND_STOP;
+    case FUNCTION_IRISOPEN:
+    case FUNCTION_IRISENABLE:
+    case FUNCTION_SETFOCUSDEFAULT:
+      return DEMAND_WISH;
+    case FUNCTION_IDLE:
+    case FUNCTION_GETSTATUS:
+    case FUNCTION_GETPARAM:
+    case FUNCTION_GETFOCUSDEFAULT:
+      break;
+  }
+  return DEMAND_NONE;
+}
 
 void Command_Lock(TCommandBox& tBox) {
   pthread_mutex_lock(&tBox.mutex);
@@ -81,7 +101,7 @@ void Command_Publish(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 iChannel,
   const TMotorCommand& tBlock = Axis_Command(pThis, tAxis);
   if (!NoteWish(tBox, tBlock, true)) {
     tBox.dwNumber = dwNumber;
-    tBox.bStop = Word_Load(tBlock.dwFunction) == FUNCTION_STOP ? 1 : 0;
+    tBox.bStop = Function_Demand(Word_Load(tBlock.dwFunction)) == DEMAND_STOP ? 1 : 0;
   }
   Word_Publish(pThis->*tAxis.pbWake, 1);
 }
@@ -102,16 +122,16 @@ void Command_WakeAgain(TVernierLensdInfo* pThis, const TAxis& tAxis) {
   if (Word_Load(pThis->*tAxis.pbWake) != 0) Command_Wake(pThis, tAxis);
 }
 
-void Command_Take(TVernierLensdInfo* pThis, const TAxis& tAxis) {
+void Command_Take(TVernierLensdInfo* pThis, const TAxis& tAxis, FTaken pfnTaken) {
   TCommandBox& tBox = Axis_Box(pThis, tAxis);
   if (tBox.bClaimed != 0) return;
   Command_Lock(tBox);
   Word_Publish(pThis->*tAxis.pbWake, 0);
   CopyToRunning(tBox, Axis_Command(pThis, tAxis));
-  tBox.bRunningWish = NoteWish(tBox, Axis_Command(pThis, tAxis), false) ? 1 : 0;
-  if (tBox.bRunningWish == 0 && tBox.bRunningStop == 0) tBox.bReferenceDue = 0;
+  const bool bWish = NoteWish(tBox, Axis_Command(pThis, tAxis), false);
+  if (!bWish && tBox.bRunningStop == 0) tBox.bReferenceDue = 0;
   if (tBox.dwFollowOwed == tBox.dwNumber) tBox.dwFollowOwed = 0;
-  if (tAxis.pfnTaken != nullptr) tAxis.pfnTaken(pThis);
+  if (pfnTaken != nullptr) pfnTaken(pThis);
   Command_Unlock(tBox);
 }
 
@@ -122,18 +142,18 @@ TFocusWishes Command_TakeWishes(TVernierLensdInfo* pThis) {
   return tWishes;
 }
 
-bool Command_ClaimDirectMove(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 iChannel, TMotorCommand* ptCommand,
-                             u32 dwPosition) {
-  TCommandBox& tBox = Axis_Box(pThis, tAxis);
+bool Command_ClaimFocusMove(TVernierLensdInfo* pThis, i32 iChannel, u32 dwPosition) {
+  TCommandBox& tBox = pThis->tFocusBox;
+  TMotorCommand& tBlock = pThis->tFocusCommand;
   Command_Lock(tBox);
-  const bool bIdle = IsIdle(pThis, tAxis) && !Daemon_IsEnding();
+  const bool bIdle = IsIdle(pThis, g_tFocusAxis) && !Daemon_IsEnding();
   if (bIdle) {
-    Word_Store(ptCommand->dwFunction, FUNCTION_FOCUS);
-    Word_Store(ptCommand->dwDirection, DIRECTION_DIRECT);
-    Word_Store(ptCommand->dwPosition, dwPosition);
+    Word_Store(tBlock.dwFunction, FUNCTION_FOCUS);
+    Word_Store(tBlock.dwDirection, DIRECTION_DIRECT);
+    Word_Store(tBlock.dwPosition, dwPosition);
     Word_Store(pThis->bThermalRecheck, 0);  // the daemon's own move: of an idle axis nobody waits for a recheck
     tBox.iChannel = iChannel;
-    CopyToRunning(tBox, *ptCommand);
+    CopyToRunning(tBox, tBlock);
     tBox.bClaimed = 1;
   }
   Command_Unlock(tBox);

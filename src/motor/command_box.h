@@ -11,6 +11,15 @@
 
 #include "motor/axis.h"
 
+// What a function demands of an axis.  This is the one place that tells which functions walk.
+enum EDemand : u32 {
+  DEMAND_NONE,  // nothing: the main thread answers it, or the code is not known
+  DEMAND_WALK,
+  DEMAND_STOP,
+  DEMAND_WISH,  // of the focus, without a walk: iris, focus default
+};
+EDemand Function_Demand(u32 dwFunction);
+
 void Command_Lock(TCommandBox& tBox);
 void Command_Unlock(TCommandBox& tBox);
 
@@ -89,18 +98,18 @@ bool Command_IsBusy(TVernierLensdInfo* pThis, const TAxis& tAxis);
 void Command_Leave(TVernierLensdInfo* pThis, const TAxis& tAxis);
 
 // Clears the wake flag, counts the thread as busy, and copies block and channel to the box's running command, which
-// carries out its own wish.  If a correction was claimed, does nothing: the wake flag belongs to a later command.
-// Owner thread.
-void Command_Take(TVernierLensdInfo* pThis, const TAxis& tAxis);
+// carries out its own wish.  Then calls pfnTaken, unless it is null, under the box's lock.  If a correction was
+// claimed, does nothing: the wake flag belongs to a later command.  Owner thread.
+using FTaken = void (*)(TVernierLensdInfo* pThis);
+void Command_Take(TVernierLensdInfo* pThis, const TAxis& tAxis, FTaken pfnTaken);
 
 // Takes the wishes away whose commands have been written over.  Focus thread.
 TFocusWishes Command_TakeWishes(TVernierLensdInfo* pThis);
 
-// Writes a direct move to dwPosition (virtual steps) into an idle axis's block and takes it at once, for the dispatcher
-// that the thread calls next; nobody is woken.  ptCommand is the block.  Owner thread.  False: a command of somebody
-// else stands there or is on its way, and goes first, or the daemon is ending; nothing is written.
-bool Command_ClaimDirectMove(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 iChannel, TMotorCommand* ptCommand,
-                             u32 dwPosition);
+// A correction of the daemon's own: writes a direct move to dwPosition (virtual steps) into the block of an idle focus
+// and takes it at once, for the dispatcher that the thread calls next; nobody is woken.  Focus thread.  False: a
+// command of somebody else stands there or is on its way, and goes first, or the daemon is ending; nothing is written.
+bool Command_ClaimFocusMove(TVernierLensdInfo* pThis, i32 iChannel, u32 dwPosition);
 
 // True while no command stands in the block.  Owner thread.
 bool Command_IsIdle(TVernierLensdInfo* pThis, const TAxis& tAxis);

@@ -4,7 +4,6 @@
 #include <cstdio>
 
 #include "motor/command_box.h"
-#include "motor/positioning.h"
 #include "motor/reference.h"
 
 namespace {
@@ -27,7 +26,7 @@ void FocusRecovery_MakeWay(TVernierLensdInfo* pThis) {
   const TCommandBox& tBox = pThis->tFocusBox;
   if (tBox.bClaimed != 0 || tBox.dwRunningNumber == tBox.tRecovery.tGoesOn.dwNumber) return;
   // Under a wish a move or search of the same number was written over, and nobody has taken it.
-  if (tBox.bRunningWish != 0 && tBox.bRunningStop == 0) return;
+  if (Function_Demand(tBox.tRunning.dwFunction) == DEMAND_WISH && tBox.bRunningStop == 0) return;
   pThis->tFocusBox.tRecovery.bOvertaken = 1;
 }
 
@@ -59,8 +58,8 @@ void FocusRecovery_End(TVernierLensdInfo* pThis) {
   pThis->tFocusBox.tRecovery.aeMissing[pThis->tFocusBox.iRunningChannel] = RECOVERY_DONE;
 }
 
-bool FocusRecovery_IsOpen(const TVernierLensdInfo* pThis) {
-  return std::ranges::any_of(pThis->tFocusBox.tRecovery.aeMissing,
+bool FocusRecovery_HoldsLog(const TVernierLensdInfo* pThis, const TAxis& tAxis) {
+  return std::ranges::any_of((pThis->*tAxis.ptBox).tRecovery.aeMissing,
                              [](u32 eMissing) { return eMissing != RECOVERY_DONE; });
 }
 
@@ -73,6 +72,6 @@ bool FocusRecovery_Resume(TVernierLensdInfo* pThis) {
   const u32 dwFunction = eMissing == RECOVERY_NEEDS_SEARCH ? FUNCTION_AUTO : FUNCTION_POSITIONING;
   const i32 iWoken = Command_SendFollowUp(pThis, g_tFocusAxis, tRecovery.tGoesOn,
                                           [&](TMotorCommand& tBlock) { Word_Store(tBlock.dwFunction, dwFunction); });
-  if (iWoken != 0) std::puts("[vernierlensd] : Waking up focus motor thread failed.");
+  if (iWoken != 0) std::puts(g_tFocusAxis.szWakeFailed);
   return true;
 }

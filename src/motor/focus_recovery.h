@@ -37,8 +37,9 @@ void FocusRecovery_TakeSearch(TVernierLensdInfo* pThis);
 // The focus of the running channel is where it belongs.
 void FocusRecovery_End(TVernierLensdInfo* pThis);
 
-// True while something is missing on any channel.
-bool FocusRecovery_IsOpen(const TVernierLensdInfo* pThis);
+// True while something is missing on any channel, so that the working log has to stay.  Always false for the zoom.
+// Owner thread of the axis.
+bool FocusRecovery_HoldsLog(const TVernierLensdInfo* pThis, const TAxis& tAxis);
 
 // Sends the missing part after the running command, if the recovery goes on.  False: it does not, nothing is sent.
 bool FocusRecovery_Resume(TVernierLensdInfo* pThis);

@@ -104,10 +104,6 @@ void WaitForOther(TVernierLensdInfo* pThis, const TAxis& tOwn, const TAxis& tOth
   }
 }
 
-const TAxis& OtherOf(const TAxis& tAxis) {
-  return tAxis.bFocusLeads ? g_tFocusAxis : g_tZoomAxis;
-}
-
 }  // namespace
 
 i32 VernierLensd_SearchPI(const char* pszName, u32 bGoBack, i32 fd, u32 dwPosition, u32 dwSearchStep,
@@ -168,7 +164,7 @@ void VernierLensd_WaitFocusPISearch(TVernierLensdInfo* pThis, i32 iDev) {
 }
 
 void PIPass_Run(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd) {
-  const TAxis& tOther = OtherOf(tAxis);
+  const TAxis& tOther = *tAxis.ptOther;
   TCommandBox& tBox = Axis_Box(pThis, tAxis);
   tAxis.pfnCreateLog();
   PISearch_Begin(tAxis, fd);

@@ -21,6 +21,8 @@
 
 namespace {
 
+void FindFocus(TVernierLensdInfo* pThis, i32 fd);
+void FindZoomAtStart(TVernierLensdInfo* pThis, i32 fd);
 i32 WalkToFocusEnd(i32 fd);
 i32 WalkResult(i32 iAnswer);
 void SleepWalk(u32 dwDriverSteps, u32 dwOneStepTime, u32 dwOneStep);
@@ -46,7 +48,7 @@ void FocusMotorPositioning(TVernierLensdInfo* pThis, i32 fd) {
   Motor_Request(fd, MOTOR_SELECT_DEVICE, tBox.iRunningChannel);
   const bool bNeedsSearch = FocusRecovery_NeedsSearch(pThis);
   if (pThis->bSupportICS == 0) {
-    FocusReference_Find(pThis, fd);
+    FindFocus(pThis, fd);
   } else if (Word_Load(pThis->bICSDetached) == 0) {
     ICS_FocusMotorPositioning(pThis, fd);
   }
@@ -99,28 +101,20 @@ void VernierLensd_ResetFocus(TVernierLensdInfo* pThis, i32 fd) {
         Word_Store(tBlock.dwFunction, FUNCTION_FOCUS);
         Word_Store(pThis->bThermalRecheck, 0);
       });
-  if (iWoken != 0) std::puts("[vernierlensd] : Waking up focus thread failed.");
+  if (iWoken != 0) std::puts(szFocusWakeFailed);
 }
 
 void Positioning_Write(const TAxis& tAxis, TMotorCommand* ptBlock, u32 dwFunction) {
   Word_Store(ptBlock->dwFunction, dwFunction);
-  if (tAxis.bFocusLeads) Word_Store(ptBlock->dwPosition, Axis_Config(tAxis.pdwVirtualStart));
+  if (tAxis.bReferenceHasTarget) Word_Store(ptBlock->dwPosition, Axis_Config(tAxis.pdwVirtualStart));
 }
 
-void FocusReference_Find(TVernierLensdInfo* pThis, i32 fd) {
-  const bool bPI = g_tVernierLensdConfigInfo.bFocusPISupport != 0;
-  i32 iFound = iWalkRefused;
-  if (FocusReference_SetDirection(fd) >= 0) {
-    iFound = bPI ? FocusReference_SearchPI("FocusMotorPositioning", fd) : WalkToFocusEnd(fd);
+void Reference_Find(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd) {
+  if (tAxis.bReferenceHasTarget) {
+    FindZoomAtStart(pThis, fd);
+  } else {
+    FindFocus(pThis, fd);
   }
-  Reference_Arrive(pThis, g_tFocusAxis, iFound, FocusReference_Place());
-}
-
-void ZoomReference_Find(TVernierLensdInfo* pThis, i32 fd) {
-  const u32 dwStart = g_tVernierLensdConfigInfo.dwZoomVirtualStart;
-  // The words first: once the reference is known, a search goes by them.
-  ZoomTracking_SetWords(pThis, dwStart, pThis->tZoomBox.iRunningChannel);
-  FindZoom(pThis, fd, dwStart);
 }
 
 void Reference_Arrive(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 iFound, u32 dwReference) {
@@ -186,6 +180,22 @@ i32 VernierLensd_GotoPI() {
 }
 
 namespace {
+
+void FindFocus(TVernierLensdInfo* pThis, i32 fd) {
+  const bool bPI = g_tVernierLensdConfigInfo.bFocusPISupport != 0;
+  i32 iFound = iWalkRefused;
+  if (FocusReference_SetDirection(fd) >= 0) {
+    iFound = bPI ? FocusReference_SearchPI("FocusMotorPositioning", fd) : WalkToFocusEnd(fd);
+  }
+  Reference_Arrive(pThis, g_tFocusAxis, iFound, FocusReference_Place());
+}
+
+void FindZoomAtStart(TVernierLensdInfo* pThis, i32 fd) {
+  const u32 dwStart = g_tVernierLensdConfigInfo.dwZoomVirtualStart;
+  // The words first: once the reference is known, a search goes by them.
+  ZoomTracking_SetWords(pThis, dwStart, pThis->tZoomBox.iRunningChannel);
+  FindZoom(pThis, fd, dwStart);
+}
 
 // 0 or iWalkRefused.
 i32 WalkToFocusEnd(i32 fd) {

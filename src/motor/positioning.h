@@ -25,10 +25,9 @@ void VernierLensd_ResetFocus(TVernierLensdInfo* pThis, i32 fd);
 // Function 5 or 6 into a block, the zoom's with its first position for a target.  Under the box's lock, any thread.
 void Positioning_Write(const TAxis& tAxis, TMotorCommand* ptBlock, u32 dwFunction);
 
-// Walks an axis to its reference and sets its counter, without what a command does behind it: the zoom ends on its
-// first position.  The channel has been selected.
-void FocusReference_Find(TVernierLensdInfo* pThis, i32 fd);
-void ZoomReference_Find(TVernierLensdInfo* pThis, i32 fd);
+// Walks an axis to its reference and sets its counter, without what a command does after it: the zoom ends on its first
+// position.  The running channel has been selected.
+void Reference_Find(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd);
 
 // The pieces of the focus's way that a scan shares.
 u32 FocusReference_Place();               // the position at the reference, virtual steps

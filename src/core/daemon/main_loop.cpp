@@ -6,22 +6,21 @@
 
 #include "command/client_intake.h"
 #include "command/event_fifo.h"
+#include "command/event_frame.h"
 #include "core/daemon/inputs.h"
-#include "core/daemon/status_file.h"
+#include "core/daemon/recovery.h"
 #include "core/fail.h"
 #include "core/wait.h"
 #include "motor/command_box.h"
 
 namespace {
 
-constexpr u64 qwInputTimeOut_us = 3'000'000;
 // So many frames in a row, and the FIFO rests: a thread that never waits gets its turn late when a client wakes it.
 constexpr u32 dwFlood = 8;
 constexpr u64 qwFIFORest_us = 1000;
 // Clients go first.  After so many requests with a frame waiting the frame gets its turn: a button's release ends a
 // zoom, and a crowd of clients would let that zoom run on.
 constexpr u32 dwMaxRequestsInARow = 8;
-constexpr u64 qwSelectPause_us = 100'000;  // after a failed select, so that a dead descriptor costs no processor
 
 struct TTurns {
   u32 dwFrames;    // in a row
@@ -33,15 +32,11 @@ bool IsReady(i32 fd, const fd_set& fdsReady) {
   return fd >= 0 && FD_ISSET(fd, &fdsReady);
 }
 
-timeval TimeOf(u64 qw_us) {
-  return {.tv_sec = static_cast<time_t>(qw_us / 1'000'000), .tv_usec = static_cast<suseconds_t>(qw_us % 1'000'000)};
-}
-
 // The bytes of a wake-up may have been lost although the pair had room.  A client that asks for the status all the time
 // lets no select time out, so what counts is the time waited in all of them.
 void WakeAgain(TVernierLensdInfo* pThis, TTurns* ptTurns, u64 qwWaited_us) {
   ptTurns->qwQuiet_us += qwWaited_us;
-  if (ptTurns->qwQuiet_us < qwInputTimeOut_us) return;
+  if (ptTurns->qwQuiet_us < qwIdlePeriod_us) return;
   ptTurns->qwQuiet_us = 0;
   for (const TAxis* ptAxis : {&g_tFocusAxis, &g_tZoomAxis}) {
     const bool bReady = pThis->*ptAxis->pbSupport != 0 && Word_Take(pThis->*ptAxis->pbWakeReady) != 0;
@@ -67,9 +62,9 @@ void WaitAndServe(TVernierLensdInfo* pThis, TTurns* ptTurns) {
   if (bFIFORests && pThis->fdFIFO >= 0) FD_CLR(pThis->fdFIFO, &fdsReady);
   u32 dwLeft_ms = 0;
   const bool bAwaited = EventFrame_IsAwaited(pThis, &dwLeft_ms);
-  u64 qwTimeOut_us = bFIFORests ? qwFIFORest_us : qwInputTimeOut_us;
+  u64 qwTimeOut_us = bFIFORests ? qwFIFORest_us : qwIdlePeriod_us;
   if (bAwaited) qwTimeOut_us = std::min(qwTimeOut_us, u64{dwLeft_ms} * 1000);
-  timeval tLeft = TimeOf(qwTimeOut_us);
+  timeval tLeft = Select_Time(qwTimeOut_us);
   const i32 iReady = select(pThis->iMaxFd + 1, &fdsReady, nullptr, nullptr, &tLeft);
   if (iReady < 0) {
     if (errno == EINTR) return;
@@ -83,7 +78,7 @@ void WaitAndServe(TVernierLensdInfo* pThis, TTurns* ptTurns) {
   if (bLate) FD_SET(pThis->fdFIFO, &fdsReady);
   if (iReady > 0 || bLate) return Serve(pThis, ptTurns, fdsReady);
   ptTurns->dwFrames = 0;
-  if (qwTimeOut_us == qwInputTimeOut_us) std::puts("[vernierlensd] : select timeout");
+  if (qwTimeOut_us == qwIdlePeriod_us) std::puts("[vernierlensd] : select timeout");
 }
 
 }  // namespace

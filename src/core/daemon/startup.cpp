@@ -15,14 +15,17 @@
 #include "config/saved_state.h"
 #include "core/daemon/inputs.h"
 #include "core/daemon/instance.h"
+#include "core/daemon/recovery.h"
 #include "core/daemon/status_file.h"
 #include "core/fail.h"
 #include "core/paths.h"
 #include "core/regular_file.h"
 #include "core/table.h"
 #include "ics/curve_tables.h"
+#include "ics/ics_day_night.h"
 #include "ics/ics_setup.h"
-#include "motor/axis.h"
+#include "motor/positioning.h"
+#include "motor/reference.h"
 #include "motor/thread/motor_thread.h"
 #include "sxmlparser/sxmlparser.h"
 #include "temperature/temperature.h"
@@ -30,6 +33,8 @@
 namespace {
 
 void ClearContext(TVernierLensdInfo* pThis);
+i32 PrepareICS(TVernierLensdInfo* pThis);
+i32 RestorePositions(TVernierLensdInfo* pThis);
 i32 StartFocusThread(TVernierLensdInfo* pThis);
 void InitConfigSemaphore(TVernierLensdInfo* pThis);
 i32 CreatePanTable(TVernierLensdInfo* pThis);
@@ -48,8 +53,12 @@ i32 VernierLensd_Init(TVernierLensdInfo* pThis) {
     return Fail("[vernierlensd] : VernierLensd_InitSXMLParser failed.");
   }
   if (VernierLensd_CheckLensType(pThis) != 0) return Fail("[vernierlensd] : VernierLensd_CheckLensType failed.");
-  if (VernierLensd_LoadConfigFile(pThis) != 0) return Fail("[vernierlensd] : VernierLensd_LoadConfigFile failed.");
-  PowerLoss_LookAtLogs(pThis);
+  // An ICS lens is parked and set up from its driver before its files are read; its positions are sent to it after
+  // that.
+  if (PrepareICS(pThis) != 0 || VernierLensd_LoadConfigFile(pThis) != 0 || RestorePositions(pThis) != 0) {
+    return Fail("[vernierlensd] : VernierLensd_LoadConfigFile failed.");
+  }
+  Recovery_LookAtLogs(pThis);
   if (VernierLensd_LoadStatusFile(pThis) != 0) return Fail("[vernierlensd] : VernierLensd_LoadStatusFile failed.");
   if (VernierLensd_InitGateLink(pThis) != 0) return Fail("[vernierlensd] : VernierLensd_InitGateLink failed.");
   if (VernierLensd_InitFIFO(pThis) != 0) return Fail("[vernierlensd] : VernierLensd_InitFIFO failed.");
@@ -124,6 +133,34 @@ void ClearContext(TVernierLensdInfo* pThis) {
     std::fill_n(pThis->*ptAxis->paiWakePair, 2, -1);
     pthread_mutex_init(&Axis_Box(pThis, *ptAxis).mutex, nullptr);
   }
+}
+
+i32 PrepareICS(TVernierLensdInfo* pThis) {
+  if (pThis->bSupportICS == 0) return 0;
+  if (VernierLensd_GotoPI() != 0) return Fail("[vernierlensd] : [ICS]VernierLensd_GotoPI fial");
+  ICS_Setup(pThis);  // a lens that is not there ends the daemon when the focus thread starts
+  return 0;
+}
+
+// The file has one set of positions: all channels start from the same values.
+i32 RestorePositions(TVernierLensdInfo* pThis) {
+  const i32 iChannels = g_tVernierLensdConfigInfo.iMaxDevNum;
+  if (iChannels < 1) {
+    std::printf("[vernierlensd] : nvideoin = %d is no number of channels, channel 0 is not known.\n", iChannels);
+    pThis->bPowerLost = 1;  // channel 0 is served all the same, from a position that nobody has saved
+  }
+  for (i32 iChannel = 0; iChannel < iChannels; iChannel++) {
+    if (pThis->bSupportICS != 0) {
+      ICS_RestorePosition(pThis, iChannel);
+    } else if (Config_LoadPositions(pThis, iChannel) != 0) {
+      return -1;
+    }
+  }
+  for (const TAxis* ptAxis : {&g_tZoomAxis, &g_tFocusAxis}) {
+    const bool bPass = g_tVernierLensdConfigInfo.*ptAxis->pbPISupport != 0;
+    if (iChannels > 1 && !bPass) Reference_DoubtAll(pThis, *ptAxis);
+  }
+  return 0;
 }
 
 i32 StartFocusThread(TVernierLensdInfo* pThis) {

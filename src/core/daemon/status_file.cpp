@@ -2,41 +2,23 @@
 
 #include <unistd.h>
 
-#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <string_view>
 
+#include "core/daemon/recovery.h"
 #include "core/fail.h"
 #include "core/paths.h"
 #include "core/regular_file.h"
-#include "core/working_log.h"
 #include "courier.h"
-#include "motor/command_box.h"
-#include "motor/focus_recovery.h"
-#include "motor/positioning.h"
-#include "motor/reference.h"
 
 namespace {
 
 constexpr std::size_t dwStatusSize = 50;  // of the text with its NUL
 constexpr const char* szFopenFail = "[vernierlensd] : VernierlensStatusFILE fopen fail!";
 
-// A cut between here and the end of the restore must lead to another one.
-void MarkRestore(const TVernierLensdInfo* pThis) {
-  if (pThis->bSupportZoom != 0) VernierLensd_ZoomCreateLogFile();
-  if (pThis->bSupportFocus != 0) VernierLensd_FocusCreateLogFile();
-}
-
-void LoseReferences(TVernierLensdInfo* pThis) {
-  Reference_LoseAll(pThis, g_tZoomAxis);
-  Reference_LoseAll(pThis, g_tFocusAxis);
-  std::ranges::fill(pThis->abNightModeUnknown, 1U);
-}
-
 i32 CreateStatusFile(TVernierLensdInfo* pThis) {
-  MarkRestore(pThis);
-  LoseReferences(pThis);
+  Recovery_LoseReferences(pThis);
   FILE* pFile = RegularFile_Write(szStatusPath);
   if (pFile == nullptr) return Fail(szFopenFail);
   std::fputs("normal\n", pFile);
@@ -79,24 +61,7 @@ i32 WriteNormal() {
   return 0;
 }
 
-void SendPositioning(TVernierLensdInfo* pThis, const TAxis& tAxis, TCommandId tId, const char* szFailed) {
-  if (pThis->*tAxis.pbSupport == 0) return;
-  const i32 iWoken = Command_Send(pThis, tAxis, tId, [&](TMotorCommand& tBlock) {
-    Positioning_Write(tAxis, &tBlock, FUNCTION_POSITIONING);
-    Axis_Box(pThis, tAxis).bReferenceDue = 1;
-  });
-  if (iWoken != 0) std::puts(szFailed);
-}
-
 }  // namespace
-
-void PowerLoss_LookAtLogs(TVernierLensdInfo* pThis) {
-  const bool bWrongPositions = pThis->bPowerLost != 0;
-  if (VernierLensd_ZoomLogExists() == 0 || VernierLensd_FocusLogExists() == 0) pThis->bPowerLost = 1;
-  if (pThis->bPowerLost == 0) return;
-  LoseReferences(pThis);
-  if (bWrongPositions) MarkRestore(pThis);  // they are no mark that outlives the next save of either axis
-}
 
 i32 VernierLensd_LoadStatusFile(TVernierLensdInfo* pThis) {
   if (access(szStatusPath, F_OK) != 0) return CreateStatusFile(pThis);
@@ -110,10 +75,7 @@ i32 VernierLensd_LoadStatusFile(TVernierLensdInfo* pThis) {
   std::printf("Vernierlens Status: %s\n", szText);
   std::fclose(pFile);
   g_tVernierLensdConfigInfo.dwRestoreStatus = StatusOf(szText);
-  if (LosesReferences(pThis)) {
-    MarkRestore(pThis);
-    LoseReferences(pThis);
-  }
+  if (LosesReferences(pThis)) Recovery_LoseReferences(pThis);
   return 0;
 }
 
@@ -138,15 +100,4 @@ i32 VernierLensd_WriteRestoreFIFO() {
 
 i32 VernierLensd_WriteBackupFIFO() {
   return SendMessage({"fifocmd", "-p", szFIFOPath, "-e", "<message><autofocus>rising</autofocus></message>"});
-}
-
-void VernierLensd_CheckPowerLoss(TVernierLensdInfo* pThis) {
-  if (pThis->bPowerLost != 0) {
-    std::puts("[vernierlensd] : Power loss unexpectedly! Need positioning.");
-    const TCommandId tId = Command_New(0);
-    if (pThis->bSupportFocus != 0) FocusRecovery_Begin(pThis, tId);
-    SendPositioning(pThis, g_tFocusAxis, tId, "[vernierlensd] : Waking up focus motor thread failed.");
-    SendPositioning(pThis, g_tZoomAxis, tId, "[vernierlensd] : Waking up zoom motor thread failed.");
-  }
-  Word_Publish(pThis->bPowerLossChecked, 1);
 }

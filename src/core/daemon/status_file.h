@@ -1,13 +1,7 @@
-// The status file, which can name an action due at this start, and the recovery after a power loss.
+// The status file, which can name an action that is due at this start.
 #pragma once
 
 #include "core/context.h"
-
-// Values of dwRestoreStatus.
-enum ERestoreStatus : u32 { STATUS_RESTORE = 0, STATUS_BACKUP = 1, STATUS_NORMAL = 2 };
-
-// Looks for working logs that the last life left behind: bPowerLost.  Start-up, before anything makes a log.
-void PowerLoss_LookAtLogs(TVernierLensdInfo* pThis);
 
 // Reads the action due; without a status file it is a restore, and the file is made.  A restore that is due counts both
 // references as lost, and leaves its mark on flash, before the word "normal" gets there; so does a backup of several
@@ -20,7 +14,3 @@ i32 VernierLensd_LoadStatusFile(TVernierLensdInfo* pThis);
 i32 VernierLensd_RestoreAutoFocus();
 i32 VernierLensd_WriteRestoreFIFO();
 i32 VernierLensd_WriteBackupFIFO();
-
-// After a power loss, sends both axes of channel 0 to positioning.  Main thread, once, before the first input is
-// served.
-void VernierLensd_CheckPowerLoss(TVernierLensdInfo* pThis);

@@ -23,12 +23,12 @@ constexpr u32 dwSingleStepHold_ms = 1000;  // a zoom button held longer moves in
 using FStep = void (*)(TVernierLensdInfo* pThis, i32 fd);
 
 void RunFocusCommand(TVernierLensdInfo* pThis, i32 fd);
-void Bracket(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, FStep pfnStep);
+void RunUnderLog(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, FStep pfnStep);
 void MoveFocus(TVernierLensdInfo* pThis, i32 fd);
 void MoveZoom(TVernierLensdInfo* pThis, i32 fd);
 void Search(TVernierLensdInfo* pThis, i32 fd, FStep pfnSearch);
 bool FindLostReference(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd);
-void Position(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, FStep pfnStep);
+void RunReferenceWalk(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, FStep pfnStep);
 bool FindOtherReferences(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd);
 bool SaveRunningChannel(TVernierLensdInfo* pThis, const TAxis& tAxis);
 void CloseLog(TVernierLensdInfo* pThis, const TAxis& tAxis, bool bSaved);
@@ -43,10 +43,11 @@ u32 HeldZoomSteps(const TVernierLensdInfo* pThis);
 
 void VernierLensd_DispatchFocusCommand(TVernierLensdInfo* pThis, i32 fd) {
   if (pThis->bSupportFocus == 0) return;
-  Command_Take(pThis, g_tFocusAxis);
+  Command_Take(pThis, g_tFocusAxis, nullptr);
   FocusRecovery_MakeWay(pThis);
   VernierLensd_CarryOutFocusWishes(pThis);  // first, since they were asked for first
   RunFocusCommand(pThis, fd);
+  EndWithoutWalk(pThis, g_tFocusAxis);
   EndThermalRecheck(pThis);
   Command_Leave(pThis, g_tFocusAxis);
 }
@@ -66,53 +67,46 @@ void VernierLensd_CarryOutFocusWishes(TVernierLensdInfo* pThis) {
 
 void VernierLensd_DispatchZoomCommand(TVernierLensdInfo* pThis, i32 fd) {
   if (pThis->bSupportZoom == 0) return;
-  Command_Take(pThis, g_tZoomAxis);
+  Command_Take(pThis, g_tZoomAxis, ZoomPositioning_Taken);
   RunZoomCommand(pThis, fd);
+  EndWithoutWalk(pThis, g_tZoomAxis);
   Command_Leave(pThis, g_tZoomAxis);
 }
 
 namespace {
 
 void RunFocusCommand(TVernierLensdInfo* pThis, i32 fd) {
-  switch (pThis->tFocusBox.tRunning.dwFunction) {
+  const TMotorCommand& tRunning = pThis->tFocusBox.tRunning;
+  switch (static_cast<EFunction>(tRunning.dwFunction)) {
     case FUNCTION_FOCUS:
-      Bracket(pThis, g_tFocusAxis, fd, MoveFocus);
-      break;
+      return RunUnderLog(pThis, g_tFocusAxis, fd, MoveFocus);
     case FUNCTION_AUTO:
-      Search(pThis, fd, VernierLensd_PerformAutoFocus);
-      break;
+      return Search(pThis, fd, VernierLensd_PerformAutoFocus);
     case FUNCTION_SCAN:
-      Search(pThis, fd, PerformFocusScan);
-      break;
+      return Search(pThis, fd, PerformFocusScan);
     case FUNCTION_POSITIONING:
     case FUNCTION_MOTORRESET:
-      Position(pThis, g_tFocusAxis, fd, FocusMotorPositioning);
-      break;
-    case FUNCTION_STOP:
-      EndWithoutWalk(pThis, g_tFocusAxis);
-      break;
-    case FUNCTION_IRISOPEN:
-      VernierLensd_RequestIris(pThis, 1);
-      EndWithoutWalk(pThis, g_tFocusAxis);
-      break;
-    case FUNCTION_IRISENABLE:
-      VernierLensd_RequestIris(pThis, 0);
-      EndWithoutWalk(pThis, g_tFocusAxis);
-      break;
+      return RunReferenceWalk(pThis, g_tFocusAxis, fd, FocusMotorPositioning);
     case FUNCTION_RESETFOCUS:
-      Position(pThis, g_tFocusAxis, fd, VernierLensd_ResetFocus);
-      break;
+      return RunReferenceWalk(pThis, g_tFocusAxis, fd, VernierLensd_ResetFocus);
+    case FUNCTION_IRISOPEN:
+      return VernierLensd_RequestIris(pThis, 1);
+    case FUNCTION_IRISENABLE:
+      return VernierLensd_RequestIris(pThis, 0);
     case FUNCTION_SETFOCUSDEFAULT:
-      StoreFocusDefault(pThis, pThis->tFocusBox.tRunning.dwDefaultPosition);
-      EndWithoutWalk(pThis, g_tFocusAxis);
-      break;
-    default:
-      break;
+      return StoreFocusDefault(pThis, tRunning.dwDefaultPosition);
+    case FUNCTION_STOP:
+    case FUNCTION_IDLE:
+    case FUNCTION_ZOOM:
+    case FUNCTION_GETSTATUS:
+    case FUNCTION_GETPARAM:
+    case FUNCTION_GETFOCUSDEFAULT:
+      return;
   }
 }
 
 // A move: the log stands on flash before the motor starts, and goes when the result is saved.
-void Bracket(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, FStep pfnStep) {
+void RunUnderLog(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, FStep pfnStep) {
   tAxis.pfnCreateLog();
   Axis_ResolveTarget(pThis, tAxis);  // from the position that the client has seen, not from the reference
   const bool bFound = FindLostReference(pThis, tAxis, fd);
@@ -151,7 +145,7 @@ void Search(TVernierLensdInfo* pThis, i32 fd, FStep pfnSearch) {
 
 // A walk to the reference.  After a power loss every channel's counter is false, and on a lens without focus a restore
 // sends all channels at once and runs one of them: the others go first, in the same bracket.
-void Position(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, FStep pfnStep) {
+void RunReferenceWalk(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, FStep pfnStep) {
   tAxis.pfnCreateLog();
   const bool bOthers = pThis->bPowerLost != 0 || pThis->bSupportFocus == 0;
   const bool bFound = bOthers && FindOtherReferences(pThis, tAxis, fd);
@@ -182,7 +176,7 @@ bool FindLostReference(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd) {
   const i32 iChannel = Axis_Box(pThis, tAxis).iRunningChannel;
   if (!Reference_IsToBeFound(pThis, tAxis, iChannel)) return false;
   Motor_Request(fd, MOTOR_SELECT_DEVICE, iChannel);
-  tAxis.pfnFindReference(pThis, fd);
+  Reference_Find(pThis, tAxis, fd);
   return true;
 }
 
@@ -195,17 +189,20 @@ bool SaveRunningChannel(TVernierLensdInfo* pThis, const TAxis& tAxis) {
 // A position that is not saved, or not known, leaves the log standing: the next start then finds the lens itself.  So
 // does a focus whose recovery is not over: the counter is true, but the focus stands where nobody has put it.
 void CloseLog(TVernierLensdInfo* pThis, const TAxis& tAxis, bool bSaved) {
-  if (bSaved && Reference_NeedsNoLog(pThis, tAxis) && !(tAxis.bRecovers && FocusRecovery_IsOpen(pThis))) {
+  if (bSaved && Reference_NeedsNoLog(pThis, tAxis) && !FocusRecovery_HoldsLog(pThis, tAxis)) {
     tAxis.pfnDeleteLog();
   } else {
     tAxis.pfnCreateLog();  // it may have failed before the move
   }
 }
 
-// The command may have come over a walk to a lost reference, or over a recovery.  What follows is written in place of
-// an idle word, with no idle moment in between: a search that waits for the zoom waits for that too.
+// Ends a running command that does not walk.  It may have come over a walk to a lost reference, or over a recovery.
+// What follows is written in place of an idle word, with no idle moment in between: a search that waits for the zoom
+// waits for that too.
 void EndWithoutWalk(TVernierLensdInfo* pThis, const TAxis& tAxis) {
   const TCommandBox& tBox = Axis_Box(pThis, tAxis);
+  const EDemand eDemand = Function_Demand(tBox.tRunning.dwFunction);
+  if (eDemand != DEMAND_STOP && eDemand != DEMAND_WISH) return;
   const TCommandId tRunning = Command_Running(pThis, tAxis);
   const bool bStop = tBox.bRunningStop != 0;
   if (!bStop && FocusRecovery_Resume(pThis)) return;
@@ -245,20 +242,26 @@ void EndThermalRecheck(TVernierLensdInfo* pThis) {
 }
 
 void RunZoomCommand(TVernierLensdInfo* pThis, i32 fd) {
-  switch (pThis->tZoomBox.tRunning.dwFunction) {
+  switch (static_cast<EFunction>(pThis->tZoomBox.tRunning.dwFunction)) {
     case FUNCTION_ZOOM:
-      Bracket(pThis, g_tZoomAxis, fd, MoveZoom);
-      RepeatHeldZoom(pThis);
-      break;
+      RunUnderLog(pThis, g_tZoomAxis, fd, MoveZoom);
+      return RepeatHeldZoom(pThis);
     case FUNCTION_POSITIONING:
     case FUNCTION_MOTORRESET:
-      Position(pThis, g_tZoomAxis, fd, ZoomMotorPositioning);
-      break;
+      return RunReferenceWalk(pThis, g_tZoomAxis, fd, ZoomMotorPositioning);
     case FUNCTION_STOP:
-      EndWithoutWalk(pThis, g_tZoomAxis);
-      break;
-    default:
-      break;
+    case FUNCTION_IDLE:
+    case FUNCTION_FOCUS:
+    case FUNCTION_AUTO:
+    case FUNCTION_SCAN:
+    case FUNCTION_GETSTATUS:
+    case FUNCTION_GETPARAM:
+    case FUNCTION_IRISOPEN:
+    case FUNCTION_IRISENABLE:
+    case FUNCTION_RESETFOCUS:
+    case FUNCTION_GETFOCUSDEFAULT:
+    case FUNCTION_SETFOCUSDEFAULT:
+      return;
   }
 }
 
@@ -279,7 +282,7 @@ void RepeatHeldZoom(TVernierLensdInfo* pThis) {
   }
   Command_Unlock(tBox);
   if (bHeld && Command_Wake(pThis, g_tZoomAxis) != 0) {
-    std::puts("[vernierlensd] : Waking up zoom motor thread failed.");
+    std::puts(g_tZoomAxis.szWakeFailed);
   }
 }
 

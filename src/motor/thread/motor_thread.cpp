@@ -10,19 +10,17 @@
 #include <cstdio>
 
 #include "autofocus/zoom_tracking.h"
-#include "compensation/day_night.h"
-#include "core/daemon/status_file.h"
+#include "compensation/periodic.h"
 #include "core/fail.h"
 #include "core/wait.h"
 #include "motor/command_box.h"
 #include "motor/pi_search.h"
+#include "motor/thread/dispatch.h"
+#include "taskshim.h"
 
 namespace {
 
-constexpr time_t tWakeTimeOut_s = 3;
 constexpr u64 qwReadyPoll_us = 1000;
-constexpr u64 qwPairlessPoll_us = 3'000'000;  // the pace of an idle daemon
-constexpr u64 qwSelectPause_us = 100'000;     // after a failed select, so that a dead descriptor costs no processor
 constexpr u64 qwEndPoll_us = 10'000;
 
 enum EReceived : u32 {
@@ -31,24 +29,55 @@ enum EReceived : u32 {
   RECEIVED_ERROR,    // of the wait: no time has passed that would make the periodic work due
 };
 
-i32 MotorThread_Run(TVernierLensdInfo* pThis, const TAxis& tAxis);
-i32 MotorThread_Serve(TVernierLensdInfo* pThis, const TAxis& tAxis);
+// What the thread of an axis runs.
+struct TMotorThread {
+  const TAxis& tAxis;
+  i32 (*pfnEntry)(void* pvThis);                       // the body, as the thread library calls it
+  void (*pfnBegin)(TVernierLensdInfo* pThis, i32 fd);  // ahead of the loop; null nothing
+  void (*pfnDispatch)(TVernierLensdInfo* pThis, i32 fd);
+  // While the axis is idle: true if the dispatcher is to run a command that this has claimed.  Null nothing.
+  bool (*pfnCorrect)(TVernierLensdInfo* pThis, TIRCutState* ptIRCut, i32 fd);
+  void (*pfnEnd)(TVernierLensdInfo* pThis);  // after the loop; null nothing
+};
+
+constexpr TMotorThread g_tZoomThread = {
+    .tAxis = g_tZoomAxis,
+    .pfnEntry = VernierLensd_ZoomMotorThread,
+    .pfnBegin = nullptr,
+    .pfnDispatch = VernierLensd_DispatchZoomCommand,
+    .pfnCorrect = nullptr,
+    .pfnEnd = nullptr,
+};
+
+constexpr TMotorThread g_tFocusThread = {
+    .tAxis = g_tFocusAxis,
+    .pfnEntry = VernierLensd_FocusMotorThread,
+    .pfnBegin = Compensation_Begin,
+    .pfnDispatch = VernierLensd_DispatchFocusCommand,
+    .pfnCorrect = Compensation_Check,
+    .pfnEnd = VernierLensd_CarryOutFocusWishes,
+};
+
+i32 MotorThread_Run(TVernierLensdInfo* pThis, const TMotorThread& tThread);
+i32 MotorThread_Serve(TVernierLensdInfo* pThis, const TMotorThread& tThread);
+void MotorThread_Loop(TVernierLensdInfo* pThis, const TMotorThread& tThread, i32 fd);
 void FollowSavedZoom(TVernierLensdInfo* pThis);
 void MotorThread_AwaitPair(TVernierLensdInfo* pThis, const TAxis& tAxis);
 void MotorThread_SetRange(TVernierLensdInfo* pThis, const TAxis& tAxis);
 EReceived MotorThread_Receive(TVernierLensdInfo* pThis, const TAxis& tAxis);
-i32 MotorThread_Initial(TVernierLensdInfo* pThis, const TAxis& tAxis);
+i32 MotorThread_Initial(TVernierLensdInfo* pThis, const TMotorThread& tThread);
 i32 MotorThread_Start(TVernierLensdInfo* pThis, const TAxis& tAxis);
 
 // Whatever the way out, the last act is the ended word: from there on the release may free what the thread used.
-i32 MotorThread_Run(TVernierLensdInfo* pThis, const TAxis& tAxis) {
-  const i32 iResult = pThis->*tAxis.pbSupport == 0 ? 0 : MotorThread_Serve(pThis, tAxis);
+i32 MotorThread_Run(TVernierLensdInfo* pThis, const TMotorThread& tThread) {
+  const TAxis& tAxis = tThread.tAxis;
+  const i32 iResult = pThis->*tAxis.pbSupport == 0 ? 0 : MotorThread_Serve(pThis, tThread);
   Word_Publish(Axis_Box(pThis, tAxis).bEnded, 1);
   return iResult;
 }
 
-i32 MotorThread_Serve(TVernierLensdInfo* pThis, const TAxis& tAxis) {
-  TIRCutState tIRCut = {};
+i32 MotorThread_Serve(TVernierLensdInfo* pThis, const TMotorThread& tThread) {
+  const TAxis& tAxis = tThread.tAxis;
   const i32 fd = pThis->bSupportICS != 0 ? pThis->fdICS : open(tAxis.szDevice, O_WRONLY | O_CLOEXEC);
   if (fd < 0) {
     std::puts("[vernierlensd] : Failed to open device");
@@ -61,18 +90,24 @@ i32 MotorThread_Serve(TVernierLensdInfo* pThis, const TAxis& tAxis) {
   // Before the pass, which takes minutes: by then others may have set these words for a newer target.
   if (tAxis.bFocusLeads) FollowSavedZoom(pThis);
   if (bPass) PIPass_Run(pThis, tAxis, fd);
-  if (tAxis.pfnBegin != nullptr) tAxis.pfnBegin(pThis, fd);
+  if (tThread.pfnBegin != nullptr) tThread.pfnBegin(pThis, fd);
   MotorThread_AwaitPair(pThis, tAxis);
-  // At the end of a start-up that got no further the pair is missing.
-  while (Word_Take(pThis->*tAxis.pbWakeReady) != 0 && g_bRunThread.load() != 0) {
-    const EReceived eReceived = MotorThread_Receive(pThis, tAxis);
-    if (eReceived == RECEIVED_COMMAND) tAxis.pfnDispatch(pThis, fd);
-    if (eReceived != RECEIVED_ERROR && tAxis.pfnPeriodic != nullptr) tAxis.pfnPeriodic(pThis, &tIRCut, fd);
-  }
-  if (tAxis.pfnEnd != nullptr) tAxis.pfnEnd(pThis);
+  MotorThread_Loop(pThis, tThread, fd);
+  if (tThread.pfnEnd != nullptr) tThread.pfnEnd(pThis);
   if (pThis->bSupportICS == 0) close(fd);
   g_bRunThread = 0;
   return 0;
+}
+
+void MotorThread_Loop(TVernierLensdInfo* pThis, const TMotorThread& tThread, i32 fd) {
+  TIRCutState tIRCut = {};
+  // At the end of a start-up that got no further the pair is missing.
+  while (Word_Take(pThis->*tThread.tAxis.pbWakeReady) != 0 && g_bRunThread.load() != 0) {
+    const EReceived eReceived = MotorThread_Receive(pThis, tThread.tAxis);
+    if (eReceived == RECEIVED_COMMAND) tThread.pfnDispatch(pThis, fd);
+    if (eReceived == RECEIVED_ERROR || tThread.pfnCorrect == nullptr) continue;
+    while (tThread.pfnCorrect(pThis, &tIRCut, fd)) tThread.pfnDispatch(pThis, fd);
+  }
 }
 
 // Pan focus and search bound as the saved zoom positions give them.
@@ -87,7 +122,7 @@ void FollowSavedZoom(TVernierLensdInfo* pThis) {
 void MotorThread_AwaitPair(TVernierLensdInfo* pThis, const TAxis& tAxis) {
   const auto IsOver = [&] { return Word_Take(pThis->*tAxis.pbWakeReady) != 0 || Daemon_IsEnding(); };
   Wait_Poll(qwReadyPoll_us, qwNoBound_us, [&] { return IsOver() || Word_Take(pThis->bPowerLossChecked) != 0; });
-  Wait_Poll(qwPairlessPoll_us, qwNoBound_us, IsOver);
+  Wait_Poll(qwIdlePeriod_us, qwNoBound_us, IsOver);
 }
 
 void MotorThread_SetRange(TVernierLensdInfo* pThis, const TAxis& tAxis) {
@@ -103,7 +138,7 @@ EReceived MotorThread_Receive(TVernierLensdInfo* pThis, const TAxis& tAxis) {
   fd_set fdsWake;
   FD_ZERO(&fdsWake);
   FD_SET(fdWake, &fdsWake);
-  timeval tTimeOut = {.tv_sec = tWakeTimeOut_s, .tv_usec = 0};
+  timeval tTimeOut = Select_Time(qwIdlePeriod_us);
   const i32 iReady = select(fdWake + 1, &fdsWake, nullptr, nullptr, &tTimeOut);
   if (iReady < 0 && errno == EINTR) return RECEIVED_ERROR;
   if (iReady < 0) {
@@ -123,14 +158,15 @@ EReceived MotorThread_Receive(TVernierLensdInfo* pThis, const TAxis& tAxis) {
   return RECEIVED_COMMAND;
 }
 
-i32 MotorThread_Initial(TVernierLensdInfo* pThis, const TAxis& tAxis) {
+i32 MotorThread_Initial(TVernierLensdInfo* pThis, const TMotorThread& tThread) {
+  const TAxis& tAxis = tThread.tAxis;
   MotorThread_SetRange(pThis, tAxis);  // before the thread: it would overwrite what others have set by the time it runs
   const TTaskShimOptions tOptions = {.dwReserved = 0,
                                      .pvArgument = pThis,
                                      .dwStackSize_KiB = 120,
                                      .dwPriority = 2,
                                      .dwFlags = 0,
-                                     .pfnEntry = tAxis.pfnThread};
+                                     .pfnEntry = tThread.pfnEntry};
   if (TaskShim_Initial(&(pThis->*tAxis.phThread), &tOptions) != 0) {
     return Fail("[vernierlensd] : TaskShim_Initial failed.");
   }
@@ -156,19 +192,19 @@ i32 MotorThread_Start(TVernierLensdInfo* pThis, const TAxis& tAxis) {
 }  // namespace
 
 i32 VernierLensd_FocusMotorThread(void* pvThis) {
-  return MotorThread_Run(static_cast<TVernierLensdInfo*>(pvThis), g_tFocusAxis);
+  return MotorThread_Run(static_cast<TVernierLensdInfo*>(pvThis), g_tFocusThread);
 }
 
 i32 VernierLensd_ZoomMotorThread(void* pvThis) {
-  return MotorThread_Run(static_cast<TVernierLensdInfo*>(pvThis), g_tZoomAxis);
+  return MotorThread_Run(static_cast<TVernierLensdInfo*>(pvThis), g_tZoomThread);
 }
 
 i32 VernierLensd_InitFocusMotorThread(TVernierLensdInfo* pThis) {
-  return MotorThread_Initial(pThis, g_tFocusAxis);
+  return MotorThread_Initial(pThis, g_tFocusThread);
 }
 
 i32 VernierLensd_InitZoomMotorThread(TVernierLensdInfo* pThis) {
-  return MotorThread_Initial(pThis, g_tZoomAxis);
+  return MotorThread_Initial(pThis, g_tZoomThread);
 }
 
 i32 MotorThreads_WaitForEnd(TVernierLensdInfo* pThis) {
