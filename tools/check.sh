@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # The static checks: format, clang-tidy, borders between the rooms, symbols that the simulated clock must know, and figures of the
 # docs that a build can tell.
-#   tools/check.sh [format|tidy|borders|symbols|libraries|footprint|proportion]...     all of them if none is named
+#   tools/check.sh [format|tidy|borders|floors|symbols|libraries|footprint|proportion]...     all of them if none is named
 # Needs a build of the release preset.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -25,6 +25,11 @@ check_borders() {
   lines=$(sources src | xargs grep --line-number --extended-regexp '^[[:space:]]*(class|try|throw)\b|\bdynamic_cast\b|#define' || true)
   [ -z "$lines" ] || { printf '%s: not in this style, use a record, a result or a constexpr\n' "$lines"; failed=1; }
   return $failed
+}
+
+# Inside src/ units form no cycle, and folders know each other in the order of src/floors.txt.
+check_floors() {
+  tools/check_floors.py src
 }
 
 check_symbols() {
@@ -73,7 +78,7 @@ check_proportion() {
   [ $((3 * tests)) -le "$code" ]
 }
 
-[ $# -gt 0 ] || set -- format borders symbols libraries footprint proportion tidy
+[ $# -gt 0 ] || set -- format borders floors symbols libraries footprint proportion tidy
 for check in "$@"; do
   echo "-- $check"
   "check_$check"

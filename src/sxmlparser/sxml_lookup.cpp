@@ -2,6 +2,7 @@
 #include <cstring>
 
 #include "sxmlparser/sxml_tree.h"
+#include "sxmlparser/sxmlparser.h"
 
 static const TXMLElement* Lookup_Element(const TSXMLParser* pThis, i32 iIndex) {
   if (pThis == nullptr || iIndex <= 0 || iIndex > pThis->iXMLElementCount) return nullptr;

@@ -25,7 +25,7 @@
 #include <string_view>
 
 #include "core/types.h"
-#include "sxmlparser/sxmlparser.h"
+#include "sxmlparser/sxml_records.h"
 
 enum EXMLClass : u8 { CLASS_BLANK = 1, CLASS_LETTER = 2, CLASS_TAG_START = 4, CLASS_NAME = 8 };
 

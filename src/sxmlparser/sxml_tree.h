@@ -5,7 +5,7 @@
 #include <string_view>
 
 #include "core/types.h"
-#include "sxmlparser/sxmlparser.h"
+#include "sxmlparser/sxml_records.h"
 
 // The block holds, in this order: the strings; iXMLElementCount + 1 element records; iXMLAttributeCount + 1 attribute
 // records; the stack.  Slot 0 of both arrays takes no record: element n is pXMLElement[n].  The stack keeps its place,
