@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
 # Holds the floors of src/: which folder may include which, and that no units form a cycle.  A header and its source
 # are one unit.
-#   tools/check_floors.py [FOLDER]     the folder that holds floors.txt and the sources; src if none is named
+#   tools/check_floors.py [FOLDER [PAGE]]     the folder that holds floors.txt and the sources; src if none is named
+# PAGE draws the floors: its first fenced block has a line for each folder, the highest first.
 # floors.txt beside the sources is the one place where the order stands, lowest floor first.  A line is a floor (folders
 # on one line do not include each other), or `up: UNIT -> UNIT: why` for an arrow that runs against the order.
 import pathlib
@@ -64,6 +65,12 @@ def find_cycle(units, arrows):
     return None
 
 
+def read_page(path):
+    lines = path.read_text().splitlines()
+    begin = lines.index('```') + 1
+    return [line.split()[0] for line in lines[begin:lines.index('```', begin)]]
+
+
 def main():
     root = pathlib.Path(sys.argv[1] if len(sys.argv) > 1 else 'src')
     order = root / 'floors.txt'
@@ -89,6 +96,8 @@ def main():
     if cycle:
         complaints.append(f'{arrows[cycle[0], cycle[1]]}: units form a cycle: {" -> ".join(cycle)}; '
                           'move what both need into a unit of its own')
+    if len(sys.argv) > 2 and list(reversed(read_page(pathlib.Path(sys.argv[2])))) != list(floor_of):
+        complaints.append(f'{sys.argv[2]}: the floors drawn are not those of {order}, draw them again')
     for complaint in complaints:
         print(complaint)
     return 1 if complaints else 0
