@@ -8,11 +8,11 @@
 #include <cstdlib>
 #include <random>
 
-#include "camera/world_image.h"
 #include "campaign.h"
+#include "lens/lens_model.h"
 #include "lens/optics.h"
-#include "lenses/lens_model.h"
 #include "support.h"
+#include "world/world_image.h"
 
 namespace {
 

@@ -18,10 +18,10 @@
 #include <random>
 #include <thread>
 
-#include "camera/world.h"
 #include "campaign.h"
 #include "gate_attacks.h"
 #include "gate_client.h"
+#include "world/world.h"
 
 namespace {
 

@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "campaign.h"
-#include "lenses/drawn_lens.h"
+#include "lens/drawn_lens.h"
 #include "orderly_life.h"
 
 namespace {

@@ -9,12 +9,12 @@
 #include <chrono>
 #include <cstdio>
 
-#include "camera/world_image.h"
 #include "campaign.h"
 #include "clock/clock.h"
 #include "day/day.h"
 #include "judge.h"
 #include "life_story.h"
+#include "world/world_image.h"
 
 namespace {
 

@@ -3,8 +3,8 @@
 #include <regex>
 
 #include "config/saved_state.h"
+#include "lens/lens_model.h"
 #include "lens/shift_tables.h"
-#include "lenses/lens_model.h"
 #include "whole_lives.h"
 
 namespace {

@@ -1,4 +1,4 @@
-// Pairs of commands in every schedule with one deviation: see bench/explore.
+// Pairs of commands in every schedule with one deviation: see trials/explore.
 #include <gtest/gtest.h>
 
 #include <algorithm>

@@ -5,7 +5,7 @@
 #include <regex>
 
 #include "autofocus/zoom_tracking.h"
-#include "lenses/lens_model.h"
+#include "lens/lens_model.h"
 #include "motor/command_box.h"
 #include "motor/pi_search.h"
 #include "motor/positioning.h"

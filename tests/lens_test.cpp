@@ -4,9 +4,9 @@
 #include <cmath>
 #include <cstring>
 
+#include "lens/lens_model.h"
 #include "lens/optics.h"
 #include "lens/shift_tables.h"
-#include "lenses/lens_model.h"
 #include "motor/motor_device.h"
 #include "whole_lives.h"
 

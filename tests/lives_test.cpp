@@ -4,7 +4,7 @@
 
 #include <gtest/gtest.h>
 
-#include "lenses/drawn_lens.h"
+#include "lens/drawn_lens.h"
 #include "orderly_life.h"
 
 namespace {

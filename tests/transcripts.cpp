@@ -6,9 +6,9 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "camera/world_image.h"
 #include "cuts.h"
 #include "life_story.h"
+#include "world/world_image.h"
 
 namespace {
 

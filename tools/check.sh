@@ -9,7 +9,7 @@ cd "$(dirname "$0")/.."
 sources() { git ls-files --cached --others --exclude-standard -- "$@" | grep --extended-regexp '\.(c|cpp|h)$'; }
 
 check_format() {
-  sources src platform simcamera tests tools bench | xargs clang-format --dry-run -Werror
+  sources src platform simcamera trials tests tools bench | xargs clang-format --dry-run -Werror
 }
 
 check_tidy() {
@@ -20,7 +20,7 @@ check_tidy() {
 check_borders() {
   local failed=0
   local lines
-  lines=$(sources src platform | xargs grep --line-number --extended-regexp 'simcamera|SIMCAMERA|getenv|#include "(hooks|clock|life|lens|lenses|camera)/' || true)
+  lines=$(sources src platform | xargs grep --line-number --extended-regexp 'simcamera|SIMCAMERA|getenv|#include "(hooks|clock|life|lens|world|cli)/' || true)
   [ -z "$lines" ] || { printf '%s: the daemon must not know this, take it out\n' "$lines"; failed=1; }
   lines=$(sources src | xargs grep --line-number --extended-regexp '^[[:space:]]*(class|try|throw)\b|\bdynamic_cast\b|#define' || true)
   [ -z "$lines" ] || { printf '%s: not in this style, use a record, a result or a constexpr\n' "$lines"; failed=1; }
@@ -72,7 +72,7 @@ check_footprint() {
 # Tests are at most a third of the code.
 check_proportion() {
   local tests code
-  tests=$(sources tests | xargs cat | grep --count --invert-match '^[[:space:]]*$')
+  tests=$(sources trials tests | xargs cat | grep --count --invert-match '^[[:space:]]*$')
   code=$(sources src platform simcamera tools | xargs cat | grep --count --invert-match '^[[:space:]]*$')
   echo "tests $tests lines, code $code lines: $((100 * tests / code))%"
   [ $((3 * tests)) -le "$code" ]

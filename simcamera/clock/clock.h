@@ -8,7 +8,7 @@
 
 #include <signal.h>
 
-#include "camera/world.h"
+#include "world/world.h"
 
 enum EClockMode : u32 { CLOCK_OFF = 0, CLOCK_AT_A_SPEED = 1, CLOCK_VIRTUAL = 2 };
 extern constinit EClockMode

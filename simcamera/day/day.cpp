@@ -6,10 +6,10 @@
 #include <cmath>
 #include <cstdlib>
 
-#include "camera/world_image.h"
 #include "clock/clock.h"
+#include "lens/lens_model.h"
 #include "lens/optics.h"
-#include "lenses/lens_model.h"
+#include "world/world_image.h"
 
 namespace {
 

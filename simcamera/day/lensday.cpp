@@ -7,7 +7,7 @@
 
 #include "day/day.h"
 #include "day/day_plot.h"
-#include "lenses/lens_model.h"
+#include "lens/lens_model.h"
 
 namespace {
 

@@ -3,8 +3,8 @@
 // same bits.
 #pragma once
 
+#include "lens/lens_model.h"
 #include "lens/scene.h"
-#include "lenses/lens_model.h"
 
 // The sharp focus position in virtual steps, with fractions.  dZoom is the true zoom position in virtual steps (of no
 // account to a lens without zoom), the distance that of the object in metres, above 0.  Not limited to the lens's

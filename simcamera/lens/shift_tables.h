@@ -2,7 +2,7 @@
 // that goes by them may be off for that alone.  Focus and zoom in virtual steps.
 #pragma once
 
-#include "lenses/lens_model.h"
+#include "lens/lens_model.h"
 
 // Night: the zoom is cut into equal ranges; zoom position p belongs to table index p - 1.
 constexpr u32 dwNightRanges = 16;

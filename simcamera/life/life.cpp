@@ -15,10 +15,10 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "camera/world_image.h"
 #include "hooks/flash.h"
 #include "hooks/hooks.h"
 #include "life/gatelink_script.h"
+#include "world/world_image.h"
 
 // Of the daemon's objects, where the test program has them.
 [[gnu::weak]] i32 VernierLensd_Main(i32 iCount, char** apszArgs);

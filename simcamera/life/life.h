@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "camera/world.h"
+#include "world/world.h"
 
 // Things that happen from outside during a life.  Handed out in order of time.
 struct TLifeEvent {

@@ -1,4 +1,4 @@
-#include "camera/camera_files.h"
+#include "world/camera_files.h"
 
 #include <errno.h>
 #include <stdio.h>
@@ -9,10 +9,10 @@
 #include <bit>
 #include <string_view>
 
-#include "camera/world.h"
 #include "lens/ics_optics.h"
 #include "lens/optics.h"
 #include "lens/shift_tables.h"
+#include "world/world.h"
 
 namespace {
 

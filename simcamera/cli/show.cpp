@@ -1,9 +1,9 @@
 // Belief and truth side by side.
 #include <cstdio>
 
-#include "camera/cli.h"
-#include "camera/client.h"
-#include "camera/world_image.h"
+#include "cli/cli.h"
+#include "cli/client.h"
+#include "world/world_image.h"
 
 namespace {
 

@@ -7,11 +7,11 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "camera/camera_files.h"
-#include "camera/world.h"
 #include "lens/ics_optics.h"
+#include "lens/lens_model.h"
 #include "lens/optics.h"
-#include "lenses/lens_model.h"
+#include "world/camera_files.h"
+#include "world/world.h"
 
 namespace {
 

@@ -7,7 +7,7 @@
 #include <iostream>
 #include <sstream>
 
-#include "camera/cli.h"
+#include "cli/cli.h"
 
 namespace {
 

@@ -8,7 +8,7 @@
 
 #include <string>
 
-#include "lenses/lens_model.h"
+#include "lens/lens_model.h"
 
 std::string DrawnLens_Name(u64 qwNumber);  // below 1,000,000,000
 

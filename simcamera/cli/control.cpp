@@ -9,7 +9,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "camera/cli.h"
+#include "cli/cli.h"
 
 namespace {
 

@@ -1,9 +1,9 @@
 // What the campaigns hold of every life.  Each gives what does not hold, in words; "" it does.
 #pragma once
 
-#include "camera/world_image.h"
-#include "lenses/lens_model.h"
+#include "lens/lens_model.h"
 #include "support.h"
+#include "world/world_image.h"
 
 // The life was let go to its end, and the daemon released everything.
 std::string Judge_Order(const TLifeResult& tResult);

@@ -1,8 +1,8 @@
 #include <cstring>
 #include <string_view>
 
-#include "lenses/drawn_lens.h"
-#include "lenses/lens_model.h"
+#include "lens/drawn_lens.h"
+#include "lens/lens_model.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "camera/world.h"
+#include "world/world.h"
 
 #include <errno.h>
 #include <fcntl.h>

@@ -6,11 +6,11 @@
 #include <algorithm>
 #include <cmath>
 
-#include "camera/world_image.h"
 #include "core/paths.h"
 #include "judge.h"
 #include "lens/optics.h"
 #include "lens/shift_tables.h"
+#include "world/world_image.h"
 
 namespace {
 

@@ -1,7 +1,7 @@
 // The command line of the simulated camera.
 #include <cstdio>
 
-#include "camera/cli.h"
+#include "cli/cli.h"
 
 namespace {
 

@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "camera/world.h"
-#include "lenses/lens_model.h"
+#include "lens/lens_model.h"
+#include "world/world.h"
 
 constexpr i32 iExitFailed = 1;
 constexpr i32 iExitUsage = 2;

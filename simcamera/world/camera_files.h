@@ -4,7 +4,7 @@
 
 #include <stddef.h>
 
-#include "lenses/lens_model.h"
+#include "lens/lens_model.h"
 
 constexpr size_t iCameraPath = 4096;  // bytes of a path, its NUL among them
 

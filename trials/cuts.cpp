@@ -9,12 +9,12 @@
 #include <sstream>
 #include <string_view>
 
-#include "camera/world_image.h"
 #include "clock/clock.h"
 #include "core/paths.h"
 #include "judge.h"
+#include "lens/lens_model.h"
 #include "lens/optics.h"
-#include "lenses/lens_model.h"
+#include "world/world_image.h"
 
 namespace {
 

@@ -1,7 +1,7 @@
-#include "camera/world_image.h"
+#include "world/world_image.h"
 
+#include "lens/lens_model.h"
 #include "lens/optics.h"
-#include "lenses/lens_model.h"
 
 namespace {
 

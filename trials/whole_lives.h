@@ -7,9 +7,9 @@
 #include <cmath>
 #include <sstream>
 
-#include "camera/world_image.h"
 #include "core/paths.h"
 #include "judge.h"
+#include "world/world_image.h"
 
 constexpr const char* szStatus = "function=getstatus";
 constexpr ELensAxis g_aeAxes[] = {LENS_ZOOM, LENS_FOCUS};

@@ -1,4 +1,4 @@
-#include "camera/client.h"
+#include "cli/client.h"
 
 #include <sys/socket.h>
 #include <sys/time.h>

@@ -5,7 +5,7 @@
 #include <optional>
 #include <string>
 
-#include "camera/cli.h"
+#include "cli/cli.h"
 
 struct TReply {
   i32 iStatus;  // of HTTP

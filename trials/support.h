@@ -5,10 +5,10 @@
 #include <string_view>
 #include <vector>
 
-#include "camera/world.h"
 #include "core/types.h"
 #include "life/life.h"
 #include "motor/axis.h"
+#include "world/world.h"
 
 // A laid-out camera for one test, removed at its end.
 struct TCamera {

@@ -1,4 +1,4 @@
-#include "lenses/drawn_lens.h"
+#include "lens/drawn_lens.h"
 
 #include <algorithm>
 #include <bit>

@@ -1,4 +1,4 @@
-#include "camera/cli.h"
+#include "cli/cli.h"
 
 #include <fcntl.h>
 #include <sys/file.h>

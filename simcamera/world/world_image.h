@@ -2,7 +2,7 @@
 // from them.  A block is eight 32-bit words in memory that the daemon shares, the file ROOT/shm/N of channel N.
 #pragma once
 
-#include "camera/world.h"
+#include "world/world.h"
 
 enum EBlockWord : u32 {
   BLOCK_FOCUS_VALUE_WANTED,

@@ -4,7 +4,7 @@
 #include <random>
 #include <vector>
 
-#include "lenses/lens_model.h"
+#include "lens/lens_model.h"
 #include "support.h"
 
 // One draw to a statement: a compiler may take the operands and arguments of one call in any order, and a seed would be

@@ -9,7 +9,7 @@
 #include "core/paths.h"
 #include "explore/oracle.h"
 #include "judge.h"
-#include "lenses/lens_model.h"
+#include "lens/lens_model.h"
 #include "life/gatelink_script.h"
 
 namespace {

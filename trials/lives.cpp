@@ -9,12 +9,12 @@
 #include <cstring>
 #include <map>
 
-#include "camera/world_image.h"
 #include "clock/clock.h"
 #include "clock/inside.h"
 #include "core/daemon/entry.h"
 #include "core/paths.h"
 #include "judge.h"
+#include "world/world_image.h"
 
 namespace {
 

@@ -17,10 +17,10 @@
 #include <cstring>
 #include <ctime>
 
-#include "camera/cli.h"
-#include "camera/client.h"
-#include "camera/world_image.h"
+#include "cli/cli.h"
+#include "cli/client.h"
 #include "hooks/flash.h"
+#include "world/world_image.h"
 
 namespace {
 
