@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # The static checks: format, clang-tidy, borders between the rooms, symbols that the simulated clock must know, and figures of the
 # docs that a build can tell.
-#   tools/check.sh [format|tidy|borders|floors|symbols|libraries|footprint|proportion]...     all of them if none is named
+#   tools/check.sh [format|tidy|borders|floors|symbols|libraries|footprint|told|proportion]...     all of them if none is named
 # Needs a build of the release preset.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -69,6 +69,33 @@ check_footprint() {
     }' docs/performance.md -
 }
 
+# What the daemon and the simulation have in tables stands in the page of its reader.  PAGE NAME... complains.
+check_told_in() {
+  local page=$1 failed=0 name
+  shift
+  [ $# -gt 0 ] || { echo "$page: the table of what it has to tell cannot be read"; return 1; }
+  for name in "$@"; do
+    grep --quiet --word-regexp --fixed-strings -- "$name" "$page" || { echo "$page: does not tell of $name, add it"; failed=1; }
+  done
+  return $failed
+}
+
+check_told() {
+  local failed=0 words keys models
+  words=$(sed --quiet '/g_atFunctions\[\]/,/^};/p; /g_atKeys\[\]/,/^};/p' src/command/client_parser.cpp | sed --quiet 's/^ *{"\([a-z]*\)".*/\1/p')
+  keys=$(sed --quiet 's/.*"\/root\/vernierlensd\/\([^"]*\)".*/\1/p' src/config/config_rows.cpp)
+  models=$(sed --quiet 's/.*\.pszName = "\([^"]*\)".*/\1/p' simcamera/lens/lenses.cpp)
+  # shellcheck disable=SC2086
+  check_told_in docs/queries.md $words || failed=1
+  # shellcheck disable=SC2086
+  check_told_in docs/integration.md $keys || failed=1
+  # shellcheck disable=SC2086
+  check_told_in simcamera/world/camera_files.cpp $keys || failed=1
+  # shellcheck disable=SC2086
+  check_told_in docs/simcamera.md $models || failed=1
+  return $failed
+}
+
 # Tests are at most a third of the code.
 check_proportion() {
   local tests code
@@ -78,7 +105,7 @@ check_proportion() {
   [ $((3 * tests)) -le "$code" ]
 }
 
-[ $# -gt 0 ] || set -- format borders floors symbols libraries footprint proportion tidy
+[ $# -gt 0 ] || set -- format borders floors symbols libraries footprint told proportion tidy
 for check in "$@"; do
   echo "-- $check"
   "check_$check"
