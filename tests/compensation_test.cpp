@@ -1,6 +1,5 @@
 // Day/night and temperature corrections: whole lives, judged by the true lens, the state file and the transcript.
 #include <csignal>
-#include <regex>
 
 #include "config/saved_state.h"
 #include "lens/lens_model.h"
@@ -121,8 +120,7 @@ TEST(DayNight, LedsDecideAndTheModeIsKeptAllTheSame) {
     const TCamera tCamera("focus");
     tCamera.Write(szIRCutPath, Element("root", Element("ircutcontrol", tCase.sSettings)));
     const std::string sFlange = "<FlangeBackCompensation>";
-    tCamera.Write(szConfigPath, std::regex_replace(tCamera.Read(szConfigPath), std::regex(sFlange + "0"),
-                                                   sFlange + (tCase.bFlange ? "1" : "0")));
+    ReplaceInConfig(tCamera, sFlange + "0", sFlange + (tCase.bFlange ? "1" : "0"));
     tCamera.Write(szPositionsPath, "focus_motor=520\nnight_mode=0\n");
     const TLifeResult tResult =
         Live(tCamera, {SetNight(20'000), SetNight(30'000, false), SetNight(40'000), Ask(50'000, szStatus)}, 51'000);
@@ -254,9 +252,7 @@ const std::string g_sTable = ThermalTable("-10,0,10,20", "4", "100,300", "2",
 
 // A thermal lens with a table of its own.
 void WriteThermalTable(const TCamera& tCamera, const std::string& sTable = g_sTable) {
-  tCamera.Write(szConfigPath,
-                std::regex_replace(tCamera.Read(szConfigPath), std::regex("<shift_table>[^]*</shift_table>"),
-                                   Element("shift_table", Element("thermal", sTable))));
+  ReplaceInConfig(tCamera, "<shift_table>[^]*</shift_table>", Element("shift_table", Element("thermal", sTable)));
 }
 
 TEST(Thermal, RowsAndColumns) {
@@ -325,10 +321,8 @@ TEST(Thermal, MinutesOfTheChecks) {
     ChangeWorld(tCamera, [&](TWorld& tWorld) { tWorld.qwWallAtZero_us += tCase.qwStart_min * 60'000'000; });
     const TLifeResult tResult = Live(tCamera, {}, 6 * 60'000 + 30'000);
     std::string sChecks;
-    const std::string sPrinted = Printed(tResult);
-    const std::regex tLine("tm_min = ([0-9]+), iInitTime = ([0-9]+)\n");
-    for (std::sregex_iterator it(sPrinted.begin(), sPrinted.end(), tLine), tEnd; it != tEnd; ++it) {
-      sChecks += it->str(1) + "<" + it->str(2) + " ";
+    for (const auto& asMatch : Matches(Printed(tResult), "tm_min = ([0-9]+), iInitTime = ([0-9]+)\n")) {
+      sChecks += asMatch[1] + "<" + asMatch[2] + " ";
     }
     EXPECT_EQ(sChecks, tCase.szChecks) << tCase.qwStart_min;
   }

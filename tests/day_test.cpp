@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
-#include <regex>
 #include <sstream>
 
 #include "day/day.h"
@@ -14,7 +13,7 @@ void LoseThermalTable(const std::string& sRoot, TWorld*) {
   const std::string sPath = sRoot + "/etc/conf.d/vernierlensd/config_vernierlensd.xml";
   std::stringstream tText;
   tText << std::ifstream(sPath).rdbuf();
-  std::ofstream(sPath) << std::regex_replace(tText.str(), std::regex("<shift_table>[^]*</shift_table>"), "");
+  std::ofstream(sPath) << Replaced(tText.str(), "<shift_table>[^]*</shift_table>", "");
 }
 void SwitchLedsOff(const std::string& sRoot, TWorld*) {
   std::ofstream(sRoot + "/" + pszIRCutFile) << "<root><ircutcontrol><disableirled>1</disableirled>"

@@ -2,7 +2,6 @@
 #include <fcntl.h>
 
 #include <csignal>
-#include <regex>
 
 #include "autofocus/zoom_tracking.h"
 #include "lens/lens_model.h"
@@ -247,9 +246,8 @@ TEST(State, RecoveryOfSlowMotorsWaitsForEachSearch) {
   const TCamera tCamera("quad");
   tCamera.Write(szZoomLogPath, "");
   tCamera.Write(szFocusLogPath, "");
-  const std::string sSlow =
-      std::regex_replace(tCamera.Read(szConfigPath), std::regex("<onesteptime>2000"), "<onesteptime>24000");
-  tCamera.Write(szConfigPath, std::regex_replace(sSlow, std::regex("<onestepsearchtime>[0-9]+"), "$&0"));
+  ReplaceInConfig(tCamera, "<onesteptime>2000", "<onesteptime>24000");
+  ReplaceInConfig(tCamera, "<onestepsearchtime>[0-9]+", "$&0");
   ChangeWorld(tCamera, [](TWorld& tWorld) {
     for (TAxisModel& tAxis : tWorld.tLens.atModel) tAxis.qwStepTime_ns *= 12;
   });

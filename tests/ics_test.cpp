@@ -5,7 +5,6 @@
 #include <cstdio>
 #include <deque>
 #include <map>
-#include <regex>
 
 #include "whole_lives.h"
 
@@ -17,21 +16,18 @@ constexpr u64 qwReady_ms = 8'000;
 // those of one thread from a line on.
 std::string Story(const TLifeResult& tResult, const std::string& sThread, std::string_view sBehind = "") {
   std::string sStory;
-  std::istringstream tLines(
-      tResult.sTranscript.substr(std::min(tResult.sTranscript.find(sBehind), tResult.sTranscript.size())));
+  const std::string& sAll = tResult.sTranscript;
+  const std::string sLines = "\n" + sAll.substr(std::min(sAll.find(sBehind), sAll.size()));
   u64 qwSlept_ms = 0;
-  for (std::string sLine; std::getline(tLines, sLine);) {
-    std::smatch tMatch;
-    if (std::regex_search(sLine, tMatch, std::regex("^ *[0-9.]+ " + sThread + " +sleep ([0-9.]+)"))) {
-      qwSlept_ms += static_cast<u64>(std::llround(std::stod(tMatch[1]) / 1000));
+  for (const auto& asMatch :
+       Matches(sLines, "\n *[0-9.]+ " + sThread + " +(?:sleep ([0-9.]+)|icsdriver ICS_([A-Z_]+(?: -?[0-9]+)?))")) {
+    if (!asMatch[1].empty()) {
+      qwSlept_ms += static_cast<u64>(std::llround(std::stod(asMatch[1]) / 1000));
       continue;
     }
-    if (!std::regex_search(sLine, tMatch,
-                           std::regex("^ *[0-9.]+ " + sThread + " +icsdriver ICS_([A-Z_]+( -?[0-9]+)?)")))
-      continue;
     if (qwSlept_ms > 0) sStory += "SLEEP " + std::to_string(qwSlept_ms) + ", ";
     qwSlept_ms = 0;
-    sStory += tMatch[1].str() + ", ";
+    sStory += asMatch[2] + ", ";
   }
   return sStory;
 }
@@ -103,12 +99,13 @@ TEST(ICS, CommandsInTheirOrder) {
     const TCamera tCamera("ics");
     const TLifeResult tResult = Live(tCamera, {Ask(qwReady_ms, tCase.szQuery)}, 14'000);
     const std::string sTale = std::string(tCase.szQuery) + Tale(tResult);
-    std::smatch tMatch;  // the focus thread is the one that looks whether the lens is there
-    ASSERT_TRUE(std::regex_search(tResult.sTranscript, tMatch, std::regex("(t[12]) +icsdriver ICS_CHECK_DETACHED")));
-    const std::string sFocusThread = tMatch[1];
+    // The focus thread is the one that looks whether the lens is there.
+    const auto asLooks = Matches(tResult.sTranscript, "(t[12]) +icsdriver ICS_CHECK_DETACHED");
+    ASSERT_FALSE(asLooks.empty());
+    const std::string& sFocusThread = asLooks[0][1];
     // Which of the two is first decides whether the focus waits for the zoom, half a second and again.
-    const std::regex tOften("CHECK_DETACHED 1, |GET_AD_VALUE, |SLEEP 500, ");
-    std::string sFocus = std::regex_replace(Story(tResult, sFocusThread, "request 0"), tOften, "");
+    const char* szOften = "CHECK_DETACHED 1, |GET_AD_VALUE, |SLEEP 500, ";
+    std::string sFocus = Replaced(Story(tResult, sFocusThread, "request 0"), szOften, "");
     const bool bSweeps = tCase.sFocus.find("SLEEP 1000") != tCase.sFocus.npos;
     if (bSweeps) sFocus.resize(std::min(sFocus.size(), tCase.sFocus.size()));
     EXPECT_EQ(sFocus, tCase.sFocus) << sTale;
@@ -151,14 +148,12 @@ TEST(ICS, FocusIsKept) {
   const TLifeResult tResult = Live(tCamera, std::move(atEvents), qwAt_ms + 500);
   ExpectRest(tCamera, tResult);
   EXPECT_TRUE(HasPrinted(tResult, "Tracking Curve update  [2]")) << "5 m" << Tale(tResult);
-  const std::string sPrinted = Printed(tResult);
-  const std::regex tLine("(zoom|temperature|night) off by (-?[0-9.]+)\n");
-  u32 dwLooks = 0;
-  for (std::sregex_iterator it(sPrinted.begin(), sPrinted.end(), tLine), tEnd; it != tEnd; ++it, dwLooks++) {
+  const auto asLooks = Matches(Printed(tResult), "(zoom|temperature|night) off by (-?[0-9.]+)\n");
+  for (const auto& asLook : asLooks) {
     // Positions are whole, the band tolerates 2 degrees of up to 2.5 positions each, and a start that AF found.
-    EXPECT_LT(std::fabs(std::stod(it->str(2))), it->str(1) == "zoom" ? 5 : 10) << it->str(0) << Tale(tResult);
+    EXPECT_LT(std::fabs(std::stod(asLook[2])), asLook[1] == "zoom" ? 5 : 10) << asLook[0] << Tale(tResult);
   }
-  EXPECT_EQ(dwLooks, 12U) << Tale(tResult);
+  EXPECT_EQ(asLooks.size(), 12U) << Tale(tResult);
 }
 
 // A life in which every kind of request is made.

@@ -4,7 +4,6 @@
 
 #include <csignal>
 #include <filesystem>
-#include <regex>
 
 #include "whole_lives.h"
 
@@ -89,7 +88,7 @@ TEST(Start, EndThatNoLensHasHoldsNothingUp) {
   for (const char* szModel : {"zoom", "focus"}) {  // whose reference is 0, and the end
     for (const char* szQuery : {"function=scan", "function=positioning"}) {
       const TCamera tCamera(szModel);
-      tCamera.Write(szConfigPath, std::regex_replace(tCamera.Read(szConfigPath), std::regex("<end>[0-9]+"), "<end>-1"));
+      ReplaceInConfig(tCamera, "<end>[0-9]+", "<end>-1");
       const TLifeResult tResult =
           Live(tCamera,
                {Ask(100, szQuery), Ask(90'000, "function=focus&direction=direct&position=9"), Ask(100'000, szStatus)},
@@ -200,8 +199,7 @@ TEST(Start, BackupOfSeveralChannelsFindsTheLens) {
 
 // Four channels without sensors, whose low stops are their positions 0.
 void TakeSensorsAway(const TCamera& tCamera) {
-  const std::regex tSensor("<support>1");
-  tCamera.Write(szConfigPath, std::regex_replace(tCamera.Read(szConfigPath), tSensor, "<support>0"));
+  ReplaceInConfig(tCamera, "<support>1", "<support>0");
   ChangeWorld(tCamera, [](TWorld& tWorld) {
     for (const ELensAxis eAxis : g_aeAxes) tWorld.tLens.atModel[eAxis].iOrigin = 0;
   });

@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <fstream>
 #include <map>
+#include <regex>
 #include <sstream>
 
 TCamera::TCamera(const char* pszModel) : sRoot(Life_MakeRoot(pszModel)) {}
@@ -145,6 +146,19 @@ i32 StatusValue(std::string_view sReply, std::string_view sKey) {
   const std::string sWanted = "vernier_lens_" + std::string(sKey) + "='";
   const std::size_t dwAt = sReply.find(sWanted);
   return dwAt == std::string_view::npos ? -1 : std::atoi(sReply.substr(dwAt + sWanted.size()).data());
+}
+
+std::string Replaced(const std::string& sText, const std::string& sPattern, const std::string& sWith) {
+  return std::regex_replace(sText, std::regex(sPattern), sWith);
+}
+
+std::vector<std::vector<std::string>> Matches(const std::string& sText, const std::string& sPattern) {
+  const std::regex tPattern(sPattern);
+  std::vector<std::vector<std::string>> asMatches;
+  for (std::sregex_iterator it(sText.begin(), sText.end(), tPattern), itEnd; it != itEnd; ++it) {
+    asMatches.emplace_back(it->begin(), it->end());
+  }
+  return asMatches;
 }
 
 std::string Tale(const TLifeResult& tResult) {

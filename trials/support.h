@@ -50,6 +50,10 @@ bool HasPrinted(const TLifeResult& tResult, std::string_view sLine);
 // The number behind "vernier_lens_KEY='" of a status reply, -1 if it has no such key.
 i32 StatusValue(std::string_view sReply, std::string_view sKey);
 
+// A text with each match of a pattern replaced; "$&" is the match.  The groups of each match, the whole of it first.
+std::string Replaced(const std::string& sText, const std::string& sPattern, const std::string& sWith);
+std::vector<std::vector<std::string>> Matches(const std::string& sText, const std::string& sPattern);
+
 // What a failure shows: how the life ended, its messages, the transcript's last lines.
 std::string Tale(const TLifeResult& tResult);
 

@@ -60,6 +60,10 @@ inline void SetConfig(const TCamera& tCamera, const std::string& sPath, const st
   SetElement(tCamera, szConfigPath, "vernierlensd/" + sPath, sValue);
 }
 
+inline void ReplaceInConfig(const TCamera& tCamera, const std::string& sPattern, const std::string& sWith) {
+  tCamera.Write(szConfigPath, Replaced(tCamera.Read(szConfigPath), sPattern, sWith));
+}
+
 // How far the glass stands from sharp, in depths of focus.
 inline double DepthsOff(const TCamera& tCamera, i32 iChannel = 0) {
   double dDepths = 0;

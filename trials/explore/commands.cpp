@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <csignal>
 #include <cstdlib>
-#include <regex>
 
 #include "clock/clock.h"
 #include "core/paths.h"
@@ -97,7 +96,7 @@ std::vector<TArrival> Arrivals(const TPairLens& tLens, const TPairCommand& tComm
     atArrivals.push_back(Request(qwLatest_ms, (*pdwRequests)++, FullQuery(tLens, tCommand)));
   } else if (tCommand.szFrame != nullptr) {
     atArrivals.push_back(Message(qwLatest_ms, tCamera, tCommand.szFrame));
-    const std::string sReleased = std::regex_replace(tCommand.szFrame, std::regex("pressed"), "released");
+    const std::string sReleased = Replaced(tCommand.szFrame, "pressed", "released");
     if (tCommand.qwHeld_ms != 0) atArrivals.push_back(Message(tCommand.qwHeld_ms, tCamera, sReleased));
   } else if (tCommand.eSeenBy == SEEN_BY_ANYONE) {
     atArrivals.push_back({.qwLatest_us = qwLatest_ms * 1000, .eSeenBy = SEEN_BY_ANYONE, .fnHappen = [](TWorld*) {
