@@ -53,12 +53,6 @@ int Hook_poll(pollfd* ptFds, nfds_t dwCount, int iTime_ms) asm("poll");
 int Hook_poll_chk(pollfd* ptFds, nfds_t dwCount, int iTime_ms, size_t dwRoom) asm("__poll_chk");
 ssize_t Hook_read(int fd, void* pv, size_t dwLength) asm("read");
 ssize_t Hook_read_chk(int fd, void* pv, size_t dwLength, size_t dwRoom) asm("__read_chk");
-// A file that was opened while there was room.
-static bool IsOnFullFlash(const TDescriptor& tDescriptor) {
-  return tDescriptor.eKind == DESCRIPTOR_FILE && tDescriptor.bWritten && Flash_Holds(tDescriptor.szPath) &&
-         Word_Load(Clock_World()->bFlashFull) != 0;
-}
-
 ssize_t Hook_write(int fd, const void* pv, size_t dwLength) asm("write");
 ssize_t Hook_recv(int fd, void* pv, size_t dwLength, int iFlags) asm("recv");
 ssize_t Hook_recv_chk(int fd, void* pv, size_t dwLength, size_t dwRoom, int iFlags) asm("__recv_chk");
@@ -308,6 +302,12 @@ static bool IsOutput(i32 fd) {
 static ssize_t PrintedOutput(const void* pv, ssize_t iWritten) {
   if (iWritten > 0) Transcript_Printed(static_cast<const char*>(pv), static_cast<size_t>(iWritten));
   return iWritten;
+}
+
+// A file that was opened for writing while the flash had room.
+static bool IsOnFullFlash(const TDescriptor& tDescriptor) {
+  return tDescriptor.eKind == DESCRIPTOR_FILE && tDescriptor.bWritten && Flash_Holds(tDescriptor.szPath) &&
+         Word_Load(Clock_World()->bFlashFull) != 0;
 }
 
 ssize_t Hook_write(int fd, const void* pv, size_t dwLength) {

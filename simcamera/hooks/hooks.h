@@ -57,11 +57,11 @@ i32 Device_Request(i32 fd, u32 dwRequest, i32 iArgument);
 // The shared memory of that number where this process has it attached, or null.
 u32* Memory_Block(i32 iNumber);
 
-// Lines of the transcript, "time thread event".  A fact (driver request, file change) is recorded on either clock, a
-// note (sleep, printed line) on the virtual one only.
 // Mutexes that the calling thread holds by pthread_mutex_lock.
 i32 Hooks_HeldMutexes();
 
+// Lines of the transcript, "time thread event".  A fact (driver request, file change) is recorded on either clock, a
+// note (sleep, printed line) on the virtual one only.
 [[gnu::format(printf, 1, 2)]] void Transcript_Fact(const char* szFormat, ...);
 [[gnu::format(printf, 1, 2)]] void Transcript_Note(const char* szFormat, ...);
 // Printed text: whole lines are noted, the rest waits for its end.
