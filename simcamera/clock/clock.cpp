@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "clock/tasks.h"
+#include "world/draw.h"
 
 namespace {
 
@@ -103,11 +104,7 @@ TLifeRecord* Clock_Record() {
 }
 
 u32 Clock_Draw(u32 dwBelow) {
-  g_qwDraw += 0x9E3779B97F4A7C15u;
-  u64 qw = g_qwDraw;
-  qw = (qw ^ (qw >> 30)) * 0xBF58476D1CE4E5B9u;
-  qw = (qw ^ (qw >> 27)) * 0x94D049BB133111EBu;
-  return static_cast<u32>(((qw ^ (qw >> 31)) >> 32) * dwBelow >> 32);
+  return Draw_Below(g_qwDraw, dwBelow);
 }
 
 u64 Clock_Deadline(u64 qwDuration_us) {

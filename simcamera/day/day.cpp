@@ -9,6 +9,7 @@
 #include "clock/clock.h"
 #include "lens/lens_model.h"
 #include "lens/optics.h"
+#include "world/draw.h"
 #include "world/world_image.h"
 
 namespace {
@@ -41,10 +42,7 @@ u64 Minutes(const TDayPlan& tPlan) {
 
 // From 0 to below 1.
 double Share(u64 qwSeed, u64 qwNumber) {
-  u64 qw = qwSeed + (qwNumber + 1) * 0x9E3779B97F4A7C15u;
-  qw = (qw ^ (qw >> 30)) * 0xBF58476D1CE4E5B9u;
-  qw = (qw ^ (qw >> 27)) * 0x94D049BB133111EBu;
-  return static_cast<double>((qw ^ (qw >> 31)) >> 11) / static_cast<double>(u64{1} << 53);
+  return Draw_Share(Draw_Mix(qwSeed + (qwNumber + 1) * qwDrawStep));
 }
 
 // The first coldest and the first hottest moment are the plan's own.

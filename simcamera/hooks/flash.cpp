@@ -16,6 +16,7 @@
 
 #include "clock/clock.h"
 #include "clock/inside.h"
+#include "world/draw.h"
 
 namespace {
 constexpr u32 iMaxContent = 64 * 1024;
@@ -254,19 +255,11 @@ void Flash_SyncOne(i32 fd, const char* szPath) {
   if (ptFile != nullptr) ptFile->qwInode = 0;
 }
 
-static u32 Draw(u64& qwState, u32 dwBelow) {
-  qwState += 0x9E3779B97F4A7C15u;
-  u64 qw = qwState;
-  qw = (qw ^ (qw >> 30)) * 0xBF58476D1CE4E5B9u;
-  qw = (qw ^ (qw >> 27)) * 0x94D049BB133111EBu;
-  return static_cast<u32>(((qw ^ (qw >> 31)) >> 32) * dwBelow >> 32);
-}
-
 // Settles what the file holds from now on, in tLast.  Torn: the head of what was written last, of drawn length, and
 // behind it, by draw, what was there before.
 static void SettleContent(const TUnsafeFile& tFile, u64& qwState) {
   if (!tFile.bWritten) return;
-  const EFate eFate = static_cast<EFate>(Draw(qwState, FATES));
+  const EFate eFate = static_cast<EFate>(Draw_Below(qwState, FATES));
   if (eFate == FATE_NEW) return;
   const TContent& tSafe = ContentsOf(tFile).tSafe;
   TContent& tLast = ContentsOf(tFile).tLast;
@@ -274,8 +267,8 @@ static void SettleContent(const TUnsafeFile& tFile, u64& qwState) {
     tLast = tSafe;
     return;
   }
-  const u32 dwHead = Draw(qwState, tLast.dwLength + 1);
-  const bool bTail = Draw(qwState, 2) == 0 && tSafe.dwLength > dwHead;
+  const u32 dwHead = Draw_Below(qwState, tLast.dwLength + 1);
+  const bool bTail = Draw_Below(qwState, 2) == 0 && tSafe.dwLength > dwHead;
   tLast.dwLength = bTail ? tSafe.dwLength : dwHead;
   if (bTail) memcpy(tLast.ac + dwHead, tSafe.ac + dwHead, tSafe.dwLength - dwHead);
 }
@@ -318,12 +311,11 @@ static std::vector<TOutcome> DrawOutcomes(const char* szRoot, u64& qwState) {
     if (!sPath.empty()) atOutcomes.push_back({sPath, true, ContentOf(szRoot, tFile.qwInode)});
   }
   const u64 qwNames = qwState;
-  Draw(qwState, 2);
+  Draw_Below(qwState, 2);
   for (const TUnsafeName& tName : g_ptFlash->atNames) {
     if (tName.szPath[0] == '\0') continue;
-    u64 qwGroup =
-        qwNames + tName.dwGroup * 0x9E3779B97F4A7C15u;  // one draw for each group, whatever order they are met in
-    if (Draw(qwGroup, 2) == 0) continue;
+    u64 qwGroup = qwNames + tName.dwGroup * qwDrawStep;  // one draw for each group, whatever order they are met in
+    if (Draw_Below(qwGroup, 2) == 0) continue;
     const bool bExists = tName.qwSafeInode != 0;
     atOutcomes.push_back(
         {std::string(szRoot) + tName.szPath, bExists, bExists ? ContentOf(szRoot, tName.qwSafeInode) : ""});

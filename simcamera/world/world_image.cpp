@@ -2,30 +2,20 @@
 
 #include "lens/lens_model.h"
 #include "lens/optics.h"
+#include "world/draw.h"
 
 namespace {
 
 constexpr u32 dwBackwardsFrom = 100'000'000;  // counted down from, at 30 frames a second for more than a month
-
-u64 Mix(u64 qw) {
-  qw = (qw ^ (qw >> 30)) * 0xBF58476D1CE4E5B9;
-  qw = (qw ^ (qw >> 27)) * 0x94D049BB133111EB;
-  return qw ^ (qw >> 31);
-}
 
 // The draws of one frame of one channel, each from 0 to below 1.
 struct TFrameDraws {
   double dNoise, dOutlier;
 };
 
-double Share(u64 qwDraw) {
-  constexpr double dOneShare = 1.0 / (u64{1} << 53);
-  return static_cast<double>(qwDraw >> 11) * dOneShare;
-}
-
 TFrameDraws DrawFrame(u64 qwSeed, i32 iChannel, u64 qwFrame) {
-  const u64 qwDraw = Mix(qwSeed + Mix(qwFrame * iLensChannels + static_cast<u64>(iChannel) + 1));
-  return {Share(qwDraw), Share(Mix(qwDraw + 1))};
+  const u64 qwDraw = Draw_Mix(qwSeed + Draw_Mix(qwFrame * iLensChannels + static_cast<u64>(iChannel) + 1));
+  return {Draw_Share(qwDraw), Draw_Share(Draw_Mix(qwDraw + 1))};
 }
 
 // A wave of straight lines from -1 at time 0 up to 1 and back.
