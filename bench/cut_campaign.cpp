@@ -41,7 +41,7 @@ std::string NameOf(const TCutRow& tRow) {
 }
 
 u64 EveryOf(const TOptions& tOptions, const TCutRow& tRow) {
-  return tOptions.qwEvery != 0 ? tOptions.qwEvery : tRow.qwEvery;
+  return tOptions.qwEvery != 0 ? tOptions.qwEvery : tRow.tOptions.qwEvery;
 }
 
 void TryOne(const TOptions& tOptions, const TCutRow& tRow, const TCamera& tCamera, const TCutMoment& tMoment,

@@ -158,9 +158,7 @@ std::string LiveWeek(const TCamera& tCamera, const TLensModel& tModel, const TWe
 
 std::string LiveYear(const TLensModel& tModel, u64 qwDays, TYear& tYear) {
   const TCamera tCamera(tModel.pszName);
-  TWorld* ptWorld = World_Map(tCamera.sRoot.c_str());
-  tYear.qwStart_us = ptWorld->qwBase_us;
-  World_Unmap(ptWorld);
+  tYear.qwStart_us = NextStart_us(tCamera.sRoot);
   TDraw tDraw(tYear.tWeather.qwSeed);
   for (u64 qwFrom_ms = 0, qwDay = 0; qwDay < qwDays;) {
     const u64 qwNext = std::min(qwDay + qwWeek_days, qwDays);

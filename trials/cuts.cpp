@@ -55,14 +55,14 @@ void StandSharp(const TCamera& tCamera, const TLensModel& tModel) {
 
 // Every channel stands elsewhere: the one set of positions that is saved is true of the first at most.
 void StandApart(const TCamera& tCamera, const TLensModel& tModel) {
-  TWorld* ptWorld = World_Map(tCamera.sRoot.c_str());
-  for (i32 i = 1; i < tModel.iChannels; i++) {
-    for (const ELensAxis eAxis : {LENS_ZOOM, LENS_FOCUS}) {
-      TAxisTruth& tAxis = ptWorld->tLens.atAxis[i][eAxis];
-      tAxis.iRotor = tAxis.iGlass = tAxis.iRotor + i * 25 * static_cast<i32>(Model_Sheet(tModel, eAxis).dwOneStep);
+  ChangeWorld(tCamera, [&](TWorld& tWorld) {
+    for (i32 i = 1; i < tModel.iChannels; i++) {
+      for (const ELensAxis eAxis : {LENS_ZOOM, LENS_FOCUS}) {
+        TAxisTruth& tAxis = tWorld.tLens.atAxis[i][eAxis];
+        tAxis.iRotor = tAxis.iGlass = tAxis.iRotor + i * 25 * static_cast<i32>(Model_Sheet(tModel, eAxis).dwOneStep);
+      }
     }
-  }
-  World_Unmap(ptWorld);
+  });
 }
 
 void CutPower(TWorld* ptWorld) {
@@ -138,8 +138,9 @@ bool IsBackup(const char* pszStatus) {
 bool EndsInSearch(const TCutRow& tRow) {
   const TLensModel& tModel = *Lenses_Find(tRow.szModel);
   const auto IsNormal = [](const char* pszStatus) { return pszStatus != nullptr && pszStatus[0] == 'n'; };
-  if (!Model_HasFocus(tModel) || IsBackup(tRow.pszStatus) || IsBackup(tRow.pszNextStatus)) return false;
-  return Model_HasZoom(tModel) || IsNormal(tRow.pszStatus);
+  if (!Model_HasFocus(tModel) || IsBackup(tRow.tOptions.pszStatus) || IsBackup(tRow.tOptions.pszNextStatus))
+    return false;
+  return Model_HasZoom(tModel) || IsNormal(tRow.tOptions.pszStatus);
 }
 
 // A search ends on a whole step of its last level.
@@ -151,7 +152,7 @@ double SearchAccuracy(const TLensModel& tModel) {
 
 // A backup sends one channel.  Where nobody moves the others, they stay lost, and the logs tell the next start.
 bool LeavesOthersLost(const TCutRow& tRow) {
-  return IsBackup(tRow.pszStatus) && tRow.atEvents.empty() && Lenses_Find(tRow.szModel)->iChannels > 1;
+  return IsBackup(tRow.tOptions.pszStatus) && tRow.atEvents.empty() && Lenses_Find(tRow.szModel)->iChannels > 1;
 }
 
 // A move can overtake the recovery: the other channels are then found at their next command, and the log tells of them.
@@ -159,7 +160,7 @@ std::string JudgeRecovery(const TCamera& tCamera, const TCutRow& tRow, const TLi
   const TLensModel& tModel = *Lenses_Find(tRow.szModel);
   std::string sWhy = Judge_Order(tResult);
   if (sWhy.empty()) sWhy = Judge_Channels(tCamera, tModel, Judge_HasLog(tCamera) ? 1 : tModel.iChannels, tResult);
-  if (sWhy.empty() && tRow.bSharp) sWhy = Judge_Sharpness(tCamera);
+  if (sWhy.empty() && tRow.tOptions.bSharp) sWhy = Judge_Sharpness(tCamera);
   return sWhy;
 }
 
@@ -168,16 +169,8 @@ std::string JudgeNextStart(const TCamera& tCamera, const TCutRow& tRow, const TL
   std::string sWhy = Judge_Order(tResult);
   if (sWhy.empty()) sWhy = Judge_Channels(tCamera, tModel, tModel.iChannels, tResult);
   if (sWhy.empty() && Judge_HasLog(tCamera)) sWhy = "a working log stands for good";
-  if (sWhy.empty() && tRow.bSharp) sWhy = Judge_Sharpness(tCamera);
+  if (sWhy.empty() && tRow.tOptions.bSharp) sWhy = Judge_Sharpness(tCamera);
   return sWhy;
-}
-
-TLifeEvent FallOfNight(u64 qwFallAt_ms) {
-  return Call(qwFallAt_ms, [](TWorld* ptWorld) { ptWorld->bNight = 1; });
-}
-
-TLifeEvent Warmth(u64 qwWarmAt_ms) {
-  return Call(qwWarmAt_ms, [](TWorld* ptWorld) { ptWorld->dTemperature_C = 40; });
 }
 
 // Of all channels that a backup does not send.
@@ -206,83 +199,77 @@ const std::vector<TCutRow>& Cuts_Rows() {
       {"direct", "zoom", {Ask(qwAt_ms, "function=focus&direction=direct&position=520")}, 1'500},
       {"take-up", "zoom", {Ask(qwAt_ms, "function=focus&direction=backward&steps=20")}, 1'500},
       {"zoom-following", "zoom", {Ask(qwAt_ms, "function=zoom&direction=direct&position=170")}, 3'000},
-      {"end-stop", "zoom", {Ask(qwAt_ms, "function=positioning")}, 60'000, "normal\n", 3},
+      {"end-stop", "zoom", {Ask(qwAt_ms, "function=positioning")}, 60'000, {.qwEvery = 3}},
       {"motorreset", "zoom", {Ask(qwAt_ms, "function=motorreset")}, 12'000},
-      {"auto-focus", "zoom", {Ask(qwAt_ms, "function=auto")}, 40'000, "normal\n", 5},
-      {"scan", "zoom", {Ask(qwAt_ms, "function=scan")}, 90'000, "normal\n", 11},
+      {"auto-focus", "zoom", {Ask(qwAt_ms, "function=auto")}, 40'000, {.qwEvery = 5}},
+      {"scan", "zoom", {Ask(qwAt_ms, "function=scan")}, 90'000, {.qwEvery = 11}},
       {"scan-stopped",
        "zoom",
        {Ask(qwAt_ms, "function=scan"), Ask(3'000, "function=stop"),
         Ask(3'010, "function=focus&direction=direct&position=300")},
        20'000,
-       "normal\n",
-       5},
-      {"restore", "zoom", {}, 60'000, "restore\n", 3, nullptr, true},
-      {"backup", "zoom", {}, 5'000, "backup\n"},
-      {"first-start", "zoom", {}, 60'000, pszNoStatus, 3, nullptr, true},
+       {.qwEvery = 5}},
+      {"restore", "zoom", {}, 60'000, {.pszStatus = "restore\n", .qwEvery = 3, .bDisplaced = true}},
+      {"backup", "zoom", {}, 5'000, {.pszStatus = "backup\n"}},
+      {"first-start", "zoom", {}, 60'000, {.pszStatus = pszNoStatus, .qwEvery = 3, .bDisplaced = true}},
       {"relative", "zoomonly", {Ask(qwAt_ms, "function=zoom&direction=forward&steps=20")}, 1'500},
       {"take-up", "zoomonly", {Ask(qwAt_ms, "function=zoom&direction=direct&position=20")}, 1'500},
       {"end-stop", "zoomonly", {Ask(qwAt_ms, "function=positioning")}, 3'000},
-      {"backup", "zoomonly", {}, 3'000, "backup\n"},
-      {"first-start", "zoomonly", {}, 5'000, pszNoStatus, 1, nullptr, true},
+      {"backup", "zoomonly", {}, 3'000, {.pszStatus = "backup\n"}},
+      {"first-start", "zoomonly", {}, 5'000, {.pszStatus = pszNoStatus, .bDisplaced = true}},
       {"start", "focus", {}, qwFocusAt_ms},
-      {"start-then-backup", "focus", {}, qwFocusAt_ms, "normal\n", 1, "backup\n"},
+      {"start-then-backup", "focus", {}, qwFocusAt_ms, {.pszNextStatus = "backup\n"}},
       {"relative", "focus", {Ask(qwFocusAt_ms, "function=focus&direction=forward&steps=20")}, qwFocusAt_ms + 1'500},
       {"take-up", "focus", {Ask(qwFocusAt_ms, "function=focus&direction=direct&position=500")}, qwFocusAt_ms + 1'500},
-      {"sensor", "focus", {Ask(qwFocusAt_ms, "function=positioning")}, qwFocusAt_ms + 30'000, "normal\n", 3},
+      {"sensor", "focus", {Ask(qwFocusAt_ms, "function=positioning")}, qwFocusAt_ms + 30'000, {.qwEvery = 3}},
       {"motorreset", "focus", {Ask(qwFocusAt_ms, "function=motorreset")}, qwFocusAt_ms + 8'000},
       {"reset-focus", "focus", {Ask(qwFocusAt_ms, "function=resetfocus")}, qwFocusAt_ms + 8'000},
-      {"auto-focus", "focus", {Ask(qwFocusAt_ms, "function=auto")}, qwFocusAt_ms + 30'000, "normal\n", 5},
-      {"scan", "focus", {Ask(qwFocusAt_ms, "function=scan")}, qwFocusAt_ms + 60'000, "normal\n", 11},
-      {"restore", "focus", {}, 20'000, "restore\n", 1, nullptr, true},
-      {"backup", "focus", {}, 20'000, "backup\n"},
-      {"first-start", "focus", {}, 20'000, pszNoStatus, 1, nullptr, true},
-      {"start", "quad", {}, qwQuadAt_ms, "normal\n", 3},
-      {"start-then-backup", "quad", {}, qwQuadAt_ms, "normal\n", 3, "backup\n"},
+      {"auto-focus", "focus", {Ask(qwFocusAt_ms, "function=auto")}, qwFocusAt_ms + 30'000, {.qwEvery = 5}},
+      {"scan", "focus", {Ask(qwFocusAt_ms, "function=scan")}, qwFocusAt_ms + 60'000, {.qwEvery = 11}},
+      {"restore", "focus", {}, 20'000, {.pszStatus = "restore\n", .bDisplaced = true}},
+      {"backup", "focus", {}, 20'000, {.pszStatus = "backup\n"}},
+      {"first-start", "focus", {}, 20'000, {.pszStatus = pszNoStatus, .bDisplaced = true}},
+      {"start", "quad", {}, qwQuadAt_ms, {.qwEvery = 3}},
+      {"start-then-backup", "quad", {}, qwQuadAt_ms, {.qwEvery = 3, .pszNextStatus = "backup\n"}},
       {"take-up",
        "quad",
        {Ask(qwQuadAt_ms, "channel=2&function=zoom&direction=direct&position=80")},
        qwQuadAt_ms + 4'000,
-       "normal\n",
-       3},
-      {"sensor", "quad", {Ask(qwQuadAt_ms, "channel=1&function=positioning")}, qwQuadAt_ms + 60'000, "normal\n", 7},
-      {"backup", "quad", {}, 10'000, "backup\n"},
-      {"backup-then-moves", "quad", MovesOfOthers(), 160'000, "backup\n", 7},
-      {"first-start", "quad", {}, 240'000, pszNoStatus, 19, nullptr, true},
-      {"night", "zoom", {FallOfNight(qwAt_ms)}, 5'000, "normal\n", 1, nullptr, false, true},
-      {"night-zooming",
-       "zoom",
-       {Ask(2'500, "function=zoom&direction=forward&steps=20"), FallOfNight(qwAt_ms)},
-       6'000,
-       "normal\n"},
-      {"night", "focus", {FallOfNight(qwFocusAt_ms)}, qwFocusAt_ms + 5'000, "normal\n", 1, nullptr, false, true},
-      {"night", "quad", {FallOfNight(qwQuadAt_ms)}, qwQuadAt_ms + 8'000, "normal\n", 3},
-      {"night", "thermal", {FallOfNight(qwAt_ms)}, 5'000, "normal\n", 1, nullptr, false, true},
+       {.qwEvery = 3}},
+      {"sensor", "quad", {Ask(qwQuadAt_ms, "channel=1&function=positioning")}, qwQuadAt_ms + 60'000, {.qwEvery = 7}},
+      {"backup", "quad", {}, 10'000, {.pszStatus = "backup\n"}},
+      {"backup-then-moves", "quad", MovesOfOthers(), 160'000, {.pszStatus = "backup\n", .qwEvery = 7}},
+      {"first-start", "quad", {}, 240'000, {.pszStatus = pszNoStatus, .qwEvery = 19, .bDisplaced = true}},
+      {"night", "zoom", {SetNight(qwAt_ms)}, 5'000, {.bSharp = true}},
+      {"night-zooming", "zoom", {Ask(2'500, "function=zoom&direction=forward&steps=20"), SetNight(qwAt_ms)}, 6'000},
+      {"night", "focus", {SetNight(qwFocusAt_ms)}, qwFocusAt_ms + 5'000, {.bSharp = true}},
+      {"night", "quad", {SetNight(qwQuadAt_ms)}, qwQuadAt_ms + 8'000, {.qwEvery = 3}},
+      {"night", "thermal", {SetNight(qwAt_ms)}, 5'000, {.bSharp = true}},
       {"start", "ics", {}, qwICSAt_ms},
       {"direct", "ics", {Ask(qwICSAt_ms, "function=focus&direction=direct&position=1500")}, qwICSAt_ms + 1'500},
       {"zoom-following", "ics", {Ask(qwICSAt_ms, "function=zoom&direction=direct&position=900")}, qwICSAt_ms + 2'500},
-      {"positioning", "ics", {Ask(qwICSAt_ms, "function=positioning")}, qwICSAt_ms + 12'000, "normal\n", 3},
-      {"scan", "ics", {Ask(qwICSAt_ms, "function=scan")}, qwICSAt_ms + 40'000, "normal\n", 11},
-      {"restore", "ics", {}, 30'000, "restore\n", 3},
-      {"first-start", "ics", {}, 30'000, pszNoStatus, 3},
-      {"night", "ics", {FallOfNight(qwICSAt_ms)}, qwICSAt_ms + 5'000, "normal\n", 1, nullptr, false, true},
-      {"warming", "ics", {Warmth(qwICSAt_ms)}, 65'000, "normal\n", 3},
-      {"warming", "thermal", {Warmth(qwAt_ms)}, 125'000, "normal\n", 3},
+      {"positioning", "ics", {Ask(qwICSAt_ms, "function=positioning")}, qwICSAt_ms + 12'000, {.qwEvery = 3}},
+      {"scan", "ics", {Ask(qwICSAt_ms, "function=scan")}, qwICSAt_ms + 40'000, {.qwEvery = 11}},
+      {"restore", "ics", {}, 30'000, {.pszStatus = "restore\n", .qwEvery = 3}},
+      {"first-start", "ics", {}, 30'000, {.pszStatus = pszNoStatus, .qwEvery = 3}},
+      {"night", "ics", {SetNight(qwICSAt_ms)}, qwICSAt_ms + 5'000, {.bSharp = true}},
+      {"warming", "ics", {SetTemperature(qwICSAt_ms, 40)}, 65'000, {.qwEvery = 3}},
+      {"warming", "thermal", {SetTemperature(qwAt_ms, 40)}, 125'000, {.qwEvery = 3}},
   };
   return atRows;
 }
 
 void Cuts_SetScene(const TCamera& tCamera, const TCutRow& tRow) {
   if (Life_ResetRoot(tCamera.sRoot) != 0) std::abort();
-  if (tRow.pszStatus == nullptr) {
+  if (tRow.tOptions.pszStatus == nullptr) {
     unlink(tCamera.Path(szStatusPath).c_str());
   } else {
-    tCamera.Write(szStatusPath, tRow.pszStatus);
+    tCamera.Write(szStatusPath, tRow.tOptions.pszStatus);
   }
   const TLensModel& tModel = *Lenses_Find(tRow.szModel);
-  if (tRow.bDisplaced && Model_HasZoom(tModel)) tCamera.Place(LENS_ZOOM, tModel.tZoom.dwFirstPosition + 33);
-  if (tRow.bDisplaced && Model_HasFocus(tModel)) tCamera.Place(LENS_FOCUS, tModel.tFocus.dwFirstPosition - 44);
-  if (tRow.bSharp) StandSharp(tCamera, tModel);
+  if (tRow.tOptions.bDisplaced && Model_HasZoom(tModel)) tCamera.Place(LENS_ZOOM, tModel.tZoom.dwFirstPosition + 33);
+  if (tRow.tOptions.bDisplaced && Model_HasFocus(tModel)) tCamera.Place(LENS_FOCUS, tModel.tFocus.dwFirstPosition - 44);
+  if (tRow.tOptions.bSharp) StandSharp(tCamera, tModel);
   if (tModel.iChannels > 1) StandApart(tCamera, tModel);
   tCamera.Write(szBackupPath, "zoom_motor=150\nfocus_motor=300\n");
 }
@@ -326,19 +313,12 @@ u64 TimeOf_us(const TLifeResult& tResult, std::string_view sText, u64 qwStarted_
   return static_cast<u64>(std::llround(dAt_s * 1e6)) - qwStarted_us;
 }
 
-u64 Now_us(const TCamera& tCamera) {
-  TWorld* ptWorld = World_Map(tCamera.sRoot.c_str());
-  const u64 qwNow_us = ptWorld->qwBase_us;
-  World_Unmap(ptWorld);
-  return qwNow_us;
-}
-
 // The row's life, cut, and the whole start after it.  tMarks: times of that start.
 TLifeResult CutAndStart(const TCamera& tCamera, const TCutRow& tRow, u64 qwEvent, u64 qwSeed, TMarks* ptMarks) {
   const TLensModel& tModel = *Lenses_Find(tRow.szModel);
   Cuts_SetScene(tCamera, tRow);
   CutLife(tCamera, tRow, {.qwEvent = qwEvent}, qwSeed);
-  if (tRow.pszNextStatus != nullptr) tCamera.Write(szStatusPath, tRow.pszNextStatus);
+  if (tRow.tOptions.pszNextStatus != nullptr) tCamera.Write(szStatusPath, tRow.tOptions.pszNextStatus);
   return RestingLife(tCamera, tModel.iChannels, PatienceOf(tRow.szModel).qwRecovery_ms, qwSeed, 0, ptMarks);
 }
 
@@ -348,7 +328,7 @@ bool AddCutRecovery(const TCamera& tCamera, const TCutRow& tRow, u64 qwEvent, u6
   constexpr u64 qwSearchEvents = 300;
   std::mt19937_64 tDraw(qwSeed);
   const TLifeResult tWhole = CutAndStart(tCamera, tRow, qwEvent, qwSeed, nullptr);
-  const u64 qwStarted_us = Now_us(tCamera) - tWhole.qwTime_us;
+  const u64 qwStarted_us = NextStart_us(tCamera.sRoot) - tWhole.qwTime_us;
   const u64 qwRecovers_us = TimeOf_us(tWhole, sRecovers, qwStarted_us);
   if (qwRecovers_us == qwNever_us) return false;
   const u64 qwSearch_us = TimeOf_us(tWhole, "-level searching", qwStarted_us);
@@ -397,7 +377,7 @@ TCutOutcome Cuts_Try(const TCamera& tCamera, const TCutRow& tRow, const TCutMome
   if (tCut.eEnd != LIFE_CUT) {
     return {.bSurvived = false, .sLoss = "the first life was not cut: " + tCut.sStderr, .sTale = Tail("cut", tCut)};
   }
-  if (tRow.pszNextStatus != nullptr) tCamera.Write(szStatusPath, tRow.pszNextStatus);
+  if (tRow.tOptions.pszNextStatus != nullptr) tCamera.Write(szStatusPath, tRow.tOptions.pszNextStatus);
   bool bRecovered = false;
   if (tMoment.qwAgain != 0) {
     bRecovered = HasRecovered(RestingLife(tCamera, tModel.iChannels, tPatience.qwRecovery_ms, qwSeed, tMoment.qwAgain));

@@ -9,16 +9,20 @@
 
 #include "support.h"
 
+struct TCutOptions {
+  const char* pszStatus = "normal\n";   // status file at the start of the life that is cut, null none
+  u64 qwEvery = 1;                      // sensible sample: one event in so many
+  const char* pszNextStatus = nullptr;  // status file at the start after the cut; null: what the cut has left
+  bool bDisplaced = false;              // the lens stands elsewhere than the saved state says, as a new camera's may
+  bool bSharp = false;                  // channel 0 ends sharp in the light of the end
+};
+
 struct TCutRow {
   const char* szName;
   const char* szModel;
-  std::vector<TLifeEvent> atEvents;     // of the life that is cut
-  u64 qwEnd_ms;                         // of that life, should it not be cut
-  const char* pszStatus = "normal\n";   // status file at its start, null none
-  u64 qwEvery = 1;                      // sensible sample: one event in so many
-  const char* pszNextStatus = nullptr;  // status file at the start behind the cut; null: what the cut has left
-  bool bDisplaced = false;              // the lens stands elsewhere than the saved state says, as a new camera's may
-  bool bSharp = false;                  // channel 0 ends sharp in the light of the end
+  std::vector<TLifeEvent> atEvents;  // of the life that is cut
+  u64 qwEnd_ms;                      // of that life, should it not be cut
+  TCutOptions tOptions = {};
 };
 
 const std::vector<TCutRow>& Cuts_Rows();

@@ -138,8 +138,7 @@ void AddScene(TDraw& tDraw, TStory& tStory) {
     tStory.atEvents.push_back(
         Call(tStory.DrawTime_ms(tDraw), [](TWorld* ptWorld) { ptWorld->bNight = 1 - ptWorld->bNight; }));
     const double dTemperature_C = static_cast<double>(tDraw.Below(60)) - 10;
-    tStory.atEvents.push_back(
-        Call(tStory.DrawTime_ms(tDraw), [=](TWorld* ptWorld) { ptWorld->dTemperature_C = dTemperature_C; }));
+    tStory.atEvents.push_back(SetTemperature(tStory.DrawTime_ms(tDraw), dTemperature_C));
   }
   if (tDraw.OneIn(4)) tStory.atEvents.push_back(Signal(1 + tStory.DrawTime_ms(tDraw), SIGPIPE));
 }

@@ -404,9 +404,7 @@ void Live(TLived& tLived, u64 qwSeed, u64 qwSignal_ms, u64 qwCutAtEvent) {
   const u64 qwEnd_ms = tLived.bRests ? qwRest_ms + 2000 : qwSignal_ms;
   tPlan.qwEnd_us = qwEnd_ms * 1000;
   tPlan.atEvents.push_back(Call(qwEnd_ms + qwHang_ms, Hang));
-  TWorld* ptWorld = World_Map(tPlan.sRoot.c_str());
-  tLived.qwStarted_us = ptWorld->qwBase_us;
-  World_Unmap(ptWorld);
+  tLived.qwStarted_us = NextStart_us(tPlan.sRoot);
   tLived.tResult = Life_Run(tPlan);
   tLived.qwEnded_us = tLived.qwStarted_us + tLived.tResult.qwTime_us;
   tLived.tTold = Read(tLived.tModel, tLived.tResult.sTranscript);
@@ -419,9 +417,7 @@ bool FindsItself(const TLensModel& tModel) {
 }
 
 void SetSlowestSync(const TCamera& tCamera, u32 dwSlowest_us) {
-  TWorld* ptWorld = World_Map(tCamera.sRoot.c_str());
-  ptWorld->dwSlowestSync_us = dwSlowest_us;
-  World_Unmap(ptWorld);
+  ChangeWorld(tCamera, [=](TWorld& tWorld) { tWorld.dwSlowestSync_us = dwSlowest_us; });
 }
 
 // The simulated driver of an ICS lens has one lens: its channels move one another's.

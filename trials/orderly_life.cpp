@@ -107,14 +107,6 @@ TStep& AddAsk(TOrderly& t, const std::string& sQuery, u64 qwTakes_ms) {
   return tStep;
 }
 
-TLifeEvent SetNight(bool bNight) {
-  return Call(0, [=](TWorld* ptWorld) { ptWorld->bNight = bNight ? 1 : 0; });
-}
-
-TLifeEvent SetTemperature(i32 i_C) {
-  return Call(0, [=](TWorld* ptWorld) { ptWorld->dTemperature_C = i_C; });
-}
-
 // A start that does not go by what was saved finds the lens wherever it stands.
 void AddStart(const TCamera& tCamera, TOrderly& t) {
   const TLensModel& tModel = t.tModel;
@@ -181,7 +173,7 @@ void AddNightAndDay(const TCamera& tCamera, TOrderly& t) {
   for (const bool bNight : {true, false}) {
     const i64 llOffset = bOffset ? NightOffset(t.tModel, t.dwZoom) : 0;
     TStep& tStep = Add(t, bNight ? "night" : "day", t.qwNight_ms);
-    tStep.atEvents.push_back(SetNight(bNight));
+    tStep.atEvents.push_back(SetNight(0, bNight));
     if (t.llFocus == llAnything) continue;
     t.llFocus = ClampFocus(t.tModel, t.llFocus + (bNight ? llOffset : -llOffset));
     tStep.llFocus = t.llFocus;
@@ -204,7 +196,7 @@ void AddTemperatures(TOrderly& t) {
   const i64 llShift = ThermalFocus(t.tModel, t.dwZoom, i_C) - ThermalFocus(t.tModel, t.dwZoom, iPan_C);
   for (const i32 iThen_C : {i_C, iPan_C}) {
     TStep& tStep = Add(t, "temperature " + std::to_string(iThen_C), qwChecks_ms);
-    tStep.atEvents.push_back(SetTemperature(iThen_C));
+    tStep.atEvents.push_back(SetTemperature(0, iThen_C));
     tStep.bFromHere = true;
     tStep.llFocus = !bMoves ? 0 : iThen_C == i_C ? llShift : -llShift;
   }
@@ -218,7 +210,7 @@ void AddSearches(TOrderly& t) {
   tStep.atEvents.insert(tStep.atEvents.begin(), Call(0, [=](TWorld* ptWorld) { ptWorld->dDistance_m = dDistance_m; }));
   AddTemperatures(t);
   const bool bNight = t.tDraw.OneIn(2);
-  Add(t, bNight ? "night" : "day", t.qwNight_ms).atEvents.push_back(SetNight(bNight));
+  Add(t, bNight ? "night" : "day", t.qwNight_ms).atEvents.push_back(SetNight(0, bNight));
   AddSearch(t, "function=scan", t.qwScan_ms);
   if (Model_IsICS(t.tModel) || !Model_HasZoom(t.tModel) || t.tModel.iChannels == 1) return;
   const TAxisSheet& tZoom = t.tModel.tZoom;

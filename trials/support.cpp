@@ -48,6 +48,13 @@ double TCamera::Truth(ELensAxis eAxis, i32 iChannel) const {
   return dTruth;
 }
 
+u64 NextStart_us(const std::string& sRoot) {
+  TWorld* ptWorld = World_Map(sRoot.c_str());
+  const u64 qwNow_us = ptWorld->qwBase_us;
+  World_Unmap(ptWorld);
+  return qwNow_us;
+}
+
 u64 FirstSeed() {
   const char* pszSeed = std::getenv("VERNIER_TEST_SEED");
   return pszSeed != nullptr ? std::strtoull(pszSeed, nullptr, 10) : 1;
@@ -71,6 +78,14 @@ TLifeEvent Signal(u64 qwAt_ms, i32 iSignal) {
 
 TLifeEvent Call(u64 qwAt_ms, std::function<void(TWorld*)> fnCall) {
   return {.qwAt_us = qwAt_ms * 1000, .eKind = TLifeEvent::CALL, .fnCall = std::move(fnCall)};
+}
+
+TLifeEvent SetNight(u64 qwAt_ms, bool bNight) {
+  return Call(qwAt_ms, [=](TWorld* ptWorld) { ptWorld->bNight = bNight ? 1 : 0; });
+}
+
+TLifeEvent SetTemperature(u64 qwAt_ms, double dTemperature_C) {
+  return Call(qwAt_ms, [=](TWorld* ptWorld) { ptWorld->dTemperature_C = dTemperature_C; });
 }
 
 TLifeEvent Frame(u64 qwAt_ms, const TCamera& tCamera, std::string sBytes) {

@@ -26,6 +26,17 @@ struct TCamera {
   std::string sRoot;
 };
 
+// Looks at the world between two lives, or changes it.
+template <typename TChange>
+void ChangeWorld(const TCamera& tCamera, TChange fnChange) {
+  TWorld* ptWorld = World_Map(tCamera.sRoot.c_str());
+  fnChange(*ptWorld);
+  World_Unmap(ptWorld);
+}
+
+// Camera time at which the next life on a ROOT begins.
+u64 NextStart_us(const std::string& sRoot);
+
 // First seed of the tests that draw: VERNIER_TEST_SEED, 1 if not set.
 u64 FirstSeed();
 // Number of lives: all of them in a plain build, a tenth under a sanitizer or in an emulator.
@@ -34,6 +45,8 @@ u64 Lives(u64 qwPlain);
 TLifeEvent Ask(u64 qwAt_ms, std::string sQuery);
 TLifeEvent Signal(u64 qwAt_ms, i32 iSignal);
 TLifeEvent Call(u64 qwAt_ms, std::function<void(TWorld*)> fnCall);
+TLifeEvent SetNight(u64 qwAt_ms, bool bNight = true);
+TLifeEvent SetTemperature(u64 qwAt_ms, double dTemperature_C);
 // A frame on the camera's event FIFO.
 TLifeEvent Frame(u64 qwAt_ms, const TCamera& tCamera, std::string sBytes);
 std::string EventFrame(std::string_view sPayload);

@@ -32,14 +32,6 @@ inline void ExpectRest(const TCamera& tCamera, const TLifeResult& tResult, i32 i
   EXPECT_FALSE(Exists(tCamera, szZoomLogPath) || Exists(tCamera, szFocusLogPath)) << Tale(tResult);
 }
 
-// Looks at the world between two lives, or changes it.
-template <typename TChange>
-void ChangeWorld(const TCamera& tCamera, TChange fnChange) {
-  TWorld* ptWorld = World_Map(tCamera.sRoot.c_str());
-  fnChange(*ptWorld);
-  World_Unmap(ptWorld);
-}
-
 // Puts a value into a file, at the first place of a path of elements.
 inline void SetElement(const TCamera& tCamera, const char* szFile, const std::string& sPath,
                        const std::string& sValue) {
@@ -72,13 +64,6 @@ inline double DepthsOff(const TCamera& tCamera, i32 iChannel = 0) {
     dDepths = std::fabs(dOff) / World_DepthOfFocus(&tWorld, iChannel);
   });
   return dDepths;
-}
-
-inline TLifeEvent SetNight(u64 qwAt_ms, bool bNight = true) {
-  return Call(qwAt_ms, [=](TWorld* ptWorld) { ptWorld->bNight = bNight ? 1 : 0; });
-}
-inline TLifeEvent SetTemperature(u64 qwAt_ms, double dTemperature_C) {
-  return Call(qwAt_ms, [=](TWorld* ptWorld) { ptWorld->dTemperature_C = dTemperature_C; });
 }
 
 // A button's frame, "zoomin" or "zoomout" or "af", pressed or released.

@@ -10,6 +10,7 @@
 
 #include "clock/tasks.h"
 #include "hooks/hooks.h"
+#include "support.h"
 
 namespace {
 
@@ -147,9 +148,7 @@ TLifeResult Schedule_Live(const TSchedule& tSchedule, TLifePlan tPlan) {
                                 if (g_dwArrived == 0) Arrive(nullptr);
                               }});
   }
-  TWorld* ptWorld = World_Map(tPlan.sRoot.c_str());
-  g_qwStart_us = ptWorld->qwBase_us;
-  World_Unmap(ptWorld);
+  g_qwStart_us = NextStart_us(tPlan.sRoot);
   Clock_SetChoices({.pfnGivesWay = &NeverGivesWay, .pfnNext = &NextTask, .pfnOverrun_us = &Overrun_us});
   TLifeResult tResult = Life_Run(tPlan);
   g_bWhole = !tRecord.bFull && tRecord.dwTaken == tSchedule.atDeviations.size();
