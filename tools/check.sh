@@ -16,7 +16,18 @@ check_tidy() {
   sources src | grep '\.cpp$' | xargs --max-procs=2 --max-args=4 clang-tidy --quiet -p build 2>/dev/null
 }
 
-# src/ knows the platform headers and POSIX, never the simulated camera; nothing but tests and simcamera knows both.
+# Prints each line of the folder ROOM that includes a header of the folder OTHER, or that builds from that folder.
+takes_from() { # ROOM OTHER
+  sources "$2" | awk -v room="$1" -v other="$2" '
+    FILENAME == "-" { sub("^" other "/", ""); headers[$0]; next }
+    /^[[:space:]]*#include "/ { split($0, parts, "\""); taken = parts[2] in headers || parts[2] ~ "(^|/)" other "/" }
+    /^[^#]*(\.\.|SOURCE_DIR})\// && FILENAME ~ /\.txt$/ { taken = $0 ~ "(\\.\\.|SOURCE_DIR})/" other "([/ )]|$)" }
+    taken { print FILENAME ":" FNR ": " room "/ must not know " other "/, move what both need to trials/" }
+    { taken = 0 }' - $(sources "$1") $(git ls-files --cached --others --exclude-standard -- "$1/*CMakeLists.txt")
+}
+
+# src/ knows the platform headers and POSIX, never the simulated camera; nothing but tests and simcamera knows both.  Tests and
+# benchmarks stand on trials/ and know nothing of one another.
 check_borders() {
   local failed=0
   local lines
@@ -24,6 +35,8 @@ check_borders() {
   [ -z "$lines" ] || { printf '%s: the daemon must not know this, take it out\n' "$lines"; failed=1; }
   lines=$(sources src | xargs grep --line-number --extended-regexp '^[[:space:]]*(class|try|throw)\b|\bdynamic_cast\b|#define' || true)
   [ -z "$lines" ] || { printf '%s: not in this style, use a record, a result or a constexpr\n' "$lines"; failed=1; }
+  lines=$(takes_from tests bench; takes_from bench tests; takes_from trials tests; takes_from trials bench)
+  [ -z "$lines" ] || { printf '%s\n' "$lines"; failed=1; }
   return $failed
 }
 
