@@ -1,4 +1,4 @@
-// The way out of a step that failed: one line on the log, then -1.
+// Prints the line of a step that failed and returns -1.
 #pragma once
 
 #include <cstdio>

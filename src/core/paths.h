@@ -20,12 +20,11 @@ constexpr const char* szConfigPath = "/etc/conf.d/vernierlensd/config_vernierlen
 constexpr const char* szLensProfilePath = "/etc/conf.d/image_cfgs/c0/imgsys/mdp_lens_profile.xml";
 constexpr const char* szIRCutPath = "/etc/conf.d/config_ircutctrl.xml";
 constexpr const char* szPositionsPath = "/etc/conf.d/vernierlensd/vernierlensd.conf";
-constexpr const char* szBackupPath =
-    "/etc/conf.d/vernierlensd/vernierlensd_backup.conf";  // comes from outside, read only
+constexpr const char* szBackupPath = "/etc/conf.d/vernierlensd/vernierlensd_backup.conf";  // another program writes it
 constexpr const char* szICSDriverPath = "/dev/icsdriver";
 constexpr const char* szICSConfigPath = "/etc/conf.d/config_ics.xml";
 constexpr const char* szICSPositionsPath = "/etc/conf.d/vernierlensd/ics.conf";
-// Each takes the file's number.
+// %d stands for the number of the file.
 constexpr const char* szTrackingCurvePaths = "/etc/conf.d/vernierlensd/tracking_curve_y%d";
 constexpr const char* szTempCurvePaths = "/etc/conf.d/vernierlensd/temp_curve_y%d";
 constexpr const char* szADCurvePaths = "/etc/conf.d/vernierlensd/ad_curve_y%d";

@@ -6,11 +6,12 @@
 
 #include "core/types.h"
 
-// A row with more entries is refused: a plain lens has no target above 0xFFFF, and no ICS lens comes near it, so more
-// is a broken file.
+// A row with more entries means a broken file and is refused: a plain lens has no target above 0xFFFF, and no ICS lens
+// comes near a million.
 constexpr u32 dwMaxTableEntries = 1'000'000;
 
-// Zeroed; null when a row has too many entries or there is no memory.  An empty table still has an address.
+// Allocates a zeroed table.  Returns null if a row has too many entries or there is no memory; an empty table is not
+// null.
 template <typename TEntry>
 TEntry* Table_New(i64 llEntries, i64 llRows = 1) {
   if (llEntries > dwMaxTableEntries) return nullptr;
@@ -18,7 +19,7 @@ TEntry* Table_New(i64 llEntries, i64 llRows = 1) {
   return static_cast<TEntry*>(std::calloc(static_cast<std::size_t>(std::max<i64>(llAll, 1)), sizeof(TEntry)));
 }
 
-// Null stays null.
+// Frees a table, which may be null, and sets the pointer to null.
 template <typename TEntry>
 void Table_Free(TEntry*& ptTable) {
   std::free(ptTable);

@@ -10,9 +10,9 @@ using u32 = std::uint32_t;
 using i64 = std::int64_t;
 using u64 = std::uint64_t;
 
-// A word that another thread or process may touch is touched through these everywhere, also by its owner: mixing in one
-// plain access is the race.  Load/Store carry a value and order nothing.  Take/Publish carry a flag whose reader goes
-// on to read what the writer wrote before it.
+// A word that another thread or process may touch is touched through these everywhere, also by its owner: a single
+// plain access is a data race.  Load and Store carry a value and order nothing.  Publish and Take carry a flag: a
+// thread that takes it set may then read what the publisher wrote before it.
 inline u32 Word_Load(const u32& dw) {
   return std::atomic_ref(const_cast<u32&>(dw)).load(std::memory_order_relaxed);
 }

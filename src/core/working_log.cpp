@@ -10,7 +10,7 @@
 namespace {
 
 void CreateLog(const char* szPath, const char* szFailed) {
-  // Without the marker a cut in this move would go unseen, so a failure is worth a second try.
+  // Without the log a power cut in this move would leave no sign, so a failure is tried once more.
   FILE* pFile = RegularFile_Write(szPath);
   if (pFile == nullptr) pFile = RegularFile_Write(szPath);
   if (pFile == nullptr) {

@@ -1,8 +1,8 @@
-// The working log of an axis: an empty file that stands while a command of that axis is at work.  One found at a start
-// means that the last move never ended and the counter is not to be trusted.  Both making and removing are brought to
-// flash before they return: the marker is there before the motor starts.
+// The working log of an axis: an empty file that exists while a command walks that axis.  A log found at a start means
+// that the counter is not to be trusted.  Creating and removing a log both reach the flash before they return, so the
+// log is there before the motor starts.  core/daemon/recovery.h tells when a log is made and removed.
 //
-// Owner thread of the axis; core/daemon/recovery.h: start-up, before the threads.
+// Owner thread of the axis, or start-up before the threads.
 #pragma once
 
 #include "core/context.h"
@@ -12,6 +12,6 @@ void VernierLensd_ZoomDeleteLogFile();
 void VernierLensd_FocusCreateLogFile();
 void VernierLensd_FocusDeleteLogFile();
 
-// 0 while the focus log exists, -1 when it does not.
+// Return 0 if the log exists, or -1.
 i32 VernierLensd_FocusLogExists();
 i32 VernierLensd_ZoomLogExists();

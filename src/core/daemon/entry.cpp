@@ -23,11 +23,11 @@ constexpr const char* szUsage =
 constexpr const char* szVersion = "1.0.4.0";
 constexpr const char* szLastModifyDate = "2018/06/10";
 
-// Printing is not safe inside a signal handler.
+// For the signal handler, in which puts and printf are not safe.
 void WriteLine(std::string_view sLine) {
   const int iSaved = errno;
   if (Log_WriteFromHandler(sLine) != 0 && errno == EPIPE) {
-    // Nobody reads the log any more, and each line of this handler would bring the next signal, for ever.
+    // Nobody reads the log any more.  Each line written here would raise the next SIGPIPE, for ever.
     struct sigaction tIgnore = {};
     tIgnore.sa_handler = SIG_IGN;
     sigaction(SIGPIPE, &tIgnore, nullptr);
@@ -51,7 +51,7 @@ i32 VernierLensd_Main(i32 argc, char** argv) {
   }
   if (VernierLensd_Release(&tInfo) == 0) return 0;
   std::puts("[vernierlensd] : VernierLensd_Release failed.");
-  // A motor thread may still be at work on this frame's context, so the frame must not end before the process.
+  // A motor thread may still use tInfo, so the process must end before this stack frame does.
   std::fflush(nullptr);
   _exit(1);
 }
@@ -74,7 +74,7 @@ void VernierLensd_ParseOptions(i32 argc, char** argv) {
   if (!bDaemon) return;
   std::puts("[vernierlensd] : Entering daemon mode...");
   if (daemon(0, 0) != 0) {
-    // Goes on in the foreground: a camera without a detached daemon still wants its lens.
+    // The daemon goes on in the foreground: the camera still needs its lens.
   }
   Log_Open();  // standard output is /dev/null from here on
 }

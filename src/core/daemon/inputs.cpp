@@ -18,7 +18,7 @@ constexpr mode_t wFIFOMode = 0777;
 constexpr std::size_t dwNewPathRoom = 64;
 constexpr u32 dwNewPathTries = 8;
 
-// A descriptor that an fd_set has no room for would be written beyond it.
+// Refuses a descriptor of FD_SETSIZE or more: FD_SET would write beyond the end of the set.
 i32 Input_Enter(TVernierLensdInfo* pThis, i32 fd) {
   if (fd < 0 || fd >= FD_SETSIZE) return -1;
   FD_SET(fd, &pThis->fdsRead);
@@ -30,8 +30,8 @@ void Input_Leave(TVernierLensdInfo* pThis, i32 fd) {
   if (fd >= 0) FD_CLR(fd, &pThis->fdsRead);
 }
 
-// Makes a FIFO beside the path, to be renamed over what stands there.  Everybody may write in that folder: the
-// microseconds in the name keep others from taking all the names in advance.
+// Makes a FIFO beside the path, to be renamed over what stands there.  Everybody may write in that folder.  The name
+// contains the microseconds, so nobody can take all names in advance.
 i32 MakeNewFIFO(char (&szNew)[dwNewPathRoom]) {
   for (u32 dwTry = 0; dwTry < dwNewPathTries; dwTry++) {
     timeval tNow = {};
@@ -69,7 +69,7 @@ i32 VernierLensd_InitFIFO(TVernierLensdInfo* pThis) {
     VernierLensd_CloseFIFO(pThis);
     return Fail("[vernierlensd] : Failed to open FIFO.");
   }
-  // A link, also a dangling one, is replaced and not followed.  Only a folder is in the way.
+  // rename replaces a link, also a dangling one, and does not follow it.  Only a folder has to be removed first.
   if (std::rename(szNew, szFIFOPath) == 0) return 0;
   const bool bRemoved = std::remove(szFIFOPath) == 0;
   if (bRemoved && std::rename(szNew, szFIFOPath) == 0) return 0;

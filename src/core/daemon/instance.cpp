@@ -14,8 +14,8 @@
 namespace {
 
 constexpr u64 qwPoll_us = 100'000;
-constexpr u64 qwBound_us = qwEndBound_us + 30'000'000;  // the predecessor's release, and what it frees and closes
-constexpr mode_t wOwnerOnly = 0600;                     // who can open the file can lock the daemon out
+constexpr u64 qwBound_us = qwEndBound_us + 30'000'000;  // the other daemon's whole release
+constexpr mode_t wOwnerOnly = 0600;                     // whoever can open the file could lock the daemon out
 
 bool IsTaken(i32 fd) {
   return flock(fd, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK;

@@ -18,7 +18,7 @@
 namespace {
 
 enum EWay : u32 {
-  WAY_WRITE,  // a file, /dev/null, or a description of our own, on which no write waits
+  WAY_WRITE,  // a file, /dev/null, or an open file description of our own: no write waits
   WAY_SEND,   // a socket
   WAY_ASK,    // a pipe or terminal that cannot be opened once more: poll first
 };
@@ -33,17 +33,17 @@ i32 g_fdLog = STDOUT_FILENO;
 FILE* g_pStream = nullptr;
 char g_acStream[dwStreamBuffer];
 
-// The stream's lock orders its writers.  This word tells a race detector, which does not see that lock.
+// The lock of the stream orders its writers.  A race detector does not see that lock; this word shows it the order.
 u32 g_dwOrder = 0;
 char g_acLine[dwLineRoom];  // the line that is being printed
 std::size_t g_dwLine = 0;
-char g_acRest[dwLineRoom];      // end of a line of which the reader has taken the beginning; always at its buffer's end
-std::atomic<u32> g_dwRest = 0;  // bytes of it; a handler looks whether there are any
-std::atomic<u32> g_dwDropped = 0;  // lines since the reader last took one
+char g_acRest[dwLineRoom];         // the rest of a line that the reader has begun to take; stands at the buffer's end
+std::atomic<u32> g_dwRest = 0;     // bytes in g_acRest; a signal handler reads it
+std::atomic<u32> g_dwDropped = 0;  // lines dropped since the reader last took one
 
-// Nothing here waits.  As write; errno is EAGAIN where the reader takes nothing.
+// As write, but never waits: fails with EAGAIN if the reader takes nothing.
 ssize_t Give(const char* pcText, std::size_t dwText) {
-  // A pipe takes so much in one piece or not at all, and has room for it when poll says so.
+  // A pipe takes up to PIPE_BUF bytes in one piece or not at all, and has room for them when poll says so.
   const std::size_t dwPiece = std::min<std::size_t>(dwText, PIPE_BUF);
   if (g_eWay == WAY_SEND) return send(g_fdLog, pcText, dwPiece, MSG_DONTWAIT);
   pollfd tPoll = {.fd = g_fdLog, .events = POLLOUT, .revents = 0};
@@ -54,7 +54,7 @@ ssize_t Give(const char* pcText, std::size_t dwText) {
   return write(g_fdLog, pcText, dwPiece);
 }
 
-// Gives what the reader takes, and keeps the rest of a line that it has begun to take.  False: it took nothing.
+// Writes as much of a line as the reader takes, and keeps the rest in g_acRest.  Returns false if it took nothing.
 bool GiveLine(const char* pcLine, std::size_t dwLine) {
   std::size_t dwGiven = 0;
   while (dwGiven < dwLine) {
@@ -69,7 +69,7 @@ bool GiveLine(const char* pcLine, std::size_t dwLine) {
   return true;
 }
 
-// True: nothing of an earlier line is left.
+// Writes the rest of an earlier line.  Returns true if none is left.
 bool GiveRest() {
   const std::size_t dwRest = g_dwRest;
   return dwRest == 0 || (GiveLine(g_acRest + dwLineRoom - dwRest, dwRest) && g_dwRest == 0);
@@ -90,7 +90,7 @@ void EndLine() {
   g_dwLine = 0;
 }
 
-// The stream's write.  It runs under the stream's lock, and errno belongs to whoever prints.
+// The write function of the stream.  Runs under the stream's lock, and leaves errno to the thread that prints.
 ssize_t TakeText(void* /*pvCookie*/, const char* pcText, std::size_t dwText) {
   const int iSaved = errno;
   Word_Take(g_dwOrder);
@@ -103,8 +103,8 @@ ssize_t TakeText(void* /*pvCookie*/, const char* pcText, std::size_t dwText) {
   return static_cast<ssize_t>(dwText);
 }
 
-// The flag O_NONBLOCK belongs to a description, which others share: a shell, a terminal's other programs.  So a pipe or
-// terminal is opened once more.
+// O_NONBLOCK belongs to the open file description, which a shell or other programs of the terminal share.  So a pipe or
+// a terminal is opened once more, for a description of our own.
 void FindWay() {
   if (g_fdLog != STDOUT_FILENO) close(g_fdLog);
   g_fdLog = STDOUT_FILENO;
@@ -130,7 +130,7 @@ void Log_Open() {
 }
 
 int Log_WriteFromHandler(std::string_view sLine) {
-  // A thread may be in the middle of its line; nothing of what that thread works on is touched.
+  // A thread may be in the middle of a line, so this function leaves that thread's buffers alone.
   errno = EAGAIN;
   if (g_dwRest == 0 && Give(sLine.data(), sLine.size()) == static_cast<ssize_t>(sLine.size())) return 0;
   ++g_dwDropped;

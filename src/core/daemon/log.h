@@ -1,14 +1,15 @@
-// The log on standard output.  Whoever reads it may stall, a logger that has stopped or a serial console that somebody
-// holds; no thread of the daemon waits for it.  A line that the reader does not take at once is dropped and counted,
-// and when the reader takes lines again, the first one says how many are missing.  Printing stays what it is: puts,
-// printf.
+// The log on standard output.  Its reader may stall, for instance a stopped logger or a serial console that somebody
+// holds, but no thread of the daemon waits for the reader.  A line that the reader does not take at once is dropped and
+// counted.  When the reader takes lines again, the first one says how many are missing.  The daemon prints with puts
+// and printf as usual.
 #pragma once
 
 #include <string_view>
 
-// Puts a stream of the daemon's own in the place of stdout and finds out how standard output is written without
-// waiting. Start-up, before the first line; again whenever standard output has become another file.
+// Replaces stdout by a stream of the daemon's own, and finds out how to write to standard output without waiting.  Call
+// it at start-up before the first line, and again whenever standard output has become another file.
 void Log_Open();
 
-// Writes a whole line.  For a signal handler, on any thread.  0; -1: it was not taken, and errno says why.
+// Writes a whole line.  For a signal handler, on any thread.  Returns 0, or -1 with errno set if the line was not
+// taken.
 int Log_WriteFromHandler(std::string_view sLine);

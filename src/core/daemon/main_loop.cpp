@@ -15,25 +15,26 @@
 
 namespace {
 
-// So many frames in a row, and the FIFO rests: a thread that never waits gets its turn late when a client wakes it.
+// After this many frames in a row the FIFO rests.  The scheduler is slow to wake a thread that never waits, and a
+// client would have to wait.
 constexpr u32 dwFlood = 8;
 constexpr u64 qwFIFORest_us = 1000;
-// Clients go first.  After so many requests with a frame waiting the frame gets its turn: a button's release ends a
-// zoom, and a crowd of clients would let that zoom run on.
+// Clients go first, but after this many requests in a row a waiting frame gets its turn.  The frame may be the release
+// of a zoom button, and many clients must not let that zoom run on.
 constexpr u32 dwMaxRequestsInARow = 8;
 
 struct TTurns {
-  u32 dwFrames;    // in a row
-  u32 dwRequests;  // in a row with a frame waiting
-  u64 qwQuiet_us;  // waited for inputs since the axes were woken again
+  u32 dwFrames;    // served in a row
+  u32 dwRequests;  // served in a row while a frame waited
+  u64 qwQuiet_us;  // time waited for inputs since the axes were last woken again
 };
 
 bool IsReady(i32 fd, const fd_set& fdsReady) {
   return fd >= 0 && FD_ISSET(fd, &fdsReady);
 }
 
-// The bytes of a wake-up may have been lost although the pair had room.  A client that asks for the status all the time
-// lets no select time out, so what counts is the time waited in all of them.
+// Sends pending wake-ups once more, since the bytes of a wake-up may have been lost.  A client that asks for the status
+// all the time keeps select from timing out, so the time waited in all selects counts.
 void WakeAgain(TVernierLensdInfo* pThis, TTurns* ptTurns, u64 qwWaited_us) {
   ptTurns->qwQuiet_us += qwWaited_us;
   if (ptTurns->qwQuiet_us < qwIdlePeriod_us) return;
@@ -44,7 +45,7 @@ void WakeAgain(TVernierLensdInfo* pThis, TTurns* ptTurns, u64 qwWaited_us) {
   }
 }
 
-// One input's turn.  A frame whose rest has not come in time counts as ready.
+// Serves one input.  A frame whose rest has not come in time counts as ready.
 void Serve(TVernierLensdInfo* pThis, TTurns* ptTurns, fd_set fdsReady) {
   const bool bRequest = IsReady(pThis->fdGateLink, fdsReady);
   const bool bFrame = IsReady(pThis->fdFIFO, fdsReady);
@@ -86,7 +87,7 @@ void WaitAndServe(TVernierLensdInfo* pThis, TTurns* ptTurns) {
 i32 VernierLensd_MainLoop(TVernierLensdInfo* pThis) {
   VernierLensd_CheckPowerLoss(pThis);
   for (TTurns tTurns = {};;) {
-    // The signal first: when both words stand, the end is the orderly one.
+    // Look at the signal first: if a motor thread has stopped too, the end still counts as orderly.
     if (g_bTerminated.load() != 0) {
       g_bRunThread = 0;
       return 0;

@@ -5,9 +5,10 @@
 
 #include "core/context.h"
 
-// Main thread.  0: a signal asked for the end, and g_bRunThread is cleared.  -1: a motor thread has stopped.
+// Runs until the daemon is to end.  Returns 0 after a signal, with g_bRunThread cleared, or -1 with a line printed if a
+// motor thread has stopped.  Main thread.
 i32 VernierLensd_MainLoop(TVernierLensdInfo* pThis);
 
-// Serves one input of the set that select returned: the gateway first; the FIFO stays readable for the next pass.
-// 0; -1 after a refused request, a gateway that could not be opened anew, or an unreadable FIFO.
+// Serves one input of the set that select returned, the gateway before the FIFO; the FIFO stays readable for the next
+// pass.  Returns 0, or -1 after a refused request, a gateway that could not be opened again, or an unreadable FIFO.
 i32 VernierLensd_SelectHandler(TVernierLensdInfo* pThis, fd_set fdsReady);

@@ -38,7 +38,7 @@ void Recovery_LookAtLogs(TVernierLensdInfo* pThis) {
   if (VernierLensd_ZoomLogExists() == 0 || VernierLensd_FocusLogExists() == 0) pThis->bPowerLost = 1;
   if (pThis->bPowerLost == 0) return;
   LoseAll(pThis);
-  if (bWrongPositions) MarkOnFlash(pThis);  // the next save of either axis would hide them from the start after it
+  if (bWrongPositions) MarkOnFlash(pThis);  // the next save would hide the wrong positions from the next start
 }
 
 void Recovery_LoseReferences(TVernierLensdInfo* pThis) {

@@ -44,7 +44,7 @@ void ReleaseICS(TVernierLensdInfo* pThis) {
 i32 VernierLensd_Release(TVernierLensdInfo* pThis) {
   std::printf("[vernierlensd] : Release resources...");
   g_bRunThread = 0;
-  // Before anything is freed or detached: a thread may still be finishing its move.
+  // Wait before anything is freed or detached: a thread may still be finishing its move.
   if (MotorThreads_WaitForEnd(pThis) != 0) return Fail("[vernierlensd] : TaskShim_Release failed.");
   if (FocusBlock_Release(pThis) != 0) return -1;
   if (MotorThread_Release(pThis, g_tFocusAxis) != 0) return Fail("[vernierlensd] : TaskShim_Release failed.");

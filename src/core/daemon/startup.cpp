@@ -53,8 +53,8 @@ i32 VernierLensd_Init(TVernierLensdInfo* pThis) {
     return Fail("[vernierlensd] : VernierLensd_InitSXMLParser failed.");
   }
   if (VernierLensd_CheckLensType(pThis) != 0) return Fail("[vernierlensd] : VernierLensd_CheckLensType failed.");
-  // An ICS lens is parked and set up from its driver before its files are read; its positions are sent to it after
-  // that.
+  // An ICS lens is parked and set up from its driver before its files are read.  After that its positions are sent to
+  // it.
   if (PrepareICS(pThis) != 0 || VernierLensd_LoadConfigFile(pThis) != 0 || RestorePositions(pThis) != 0) {
     return Fail("[vernierlensd] : VernierLensd_LoadConfigFile failed.");
   }
@@ -106,7 +106,7 @@ i32 VernierLensd_InitTemperatureSensor(TVernierLensdInfo* pThis) {
 i32 VernierLensd_WritePidFile() {
   FILE* pFile = RegularFile_Write(szPidPath);
   if (pFile == nullptr) return -1;
-  RegularFile_TakeMode(szPidPath, szPidPath);  // whoever writes this file chooses what the next signal ends
+  RegularFile_TakeMode(szPidPath, szPidPath);  // whoever can write it decides which process gets a signal
   char szPid[8] = {};
   // A longer number is cut; a kernel hands out at most 4194304.
   if (std::snprintf(szPid, sizeof szPid, "%d", getpid()) > 0) std::fputs(szPid, pFile);
@@ -116,7 +116,7 @@ i32 VernierLensd_WritePidFile() {
 
 namespace {
 
-// main zeroed the record, but descriptor 0 is standard input, not "none".
+// The record comes zeroed, but descriptor 0 would be standard input: -1 stands for none.
 void ClearContext(TVernierLensdInfo* pThis) {
   Word_Store(pThis->bFocusWake, 0);
   Word_Store(pThis->bZoomWake, 0);
@@ -138,16 +138,16 @@ void ClearContext(TVernierLensdInfo* pThis) {
 i32 PrepareICS(TVernierLensdInfo* pThis) {
   if (pThis->bSupportICS == 0) return 0;
   if (VernierLensd_GotoPI() != 0) return Fail("[vernierlensd] : [ICS]VernierLensd_GotoPI fial");
-  ICS_Setup(pThis);  // a lens that is not there ends the daemon when the focus thread starts
+  ICS_Setup(pThis);  // without its driver the daemon ends when the focus thread starts
   return 0;
 }
 
-// The file has one set of positions: all channels start from the same values.
+// The file holds one set of positions, so all channels start from the same values.
 i32 RestorePositions(TVernierLensdInfo* pThis) {
   const i32 iChannels = g_tVernierLensdConfigInfo.iMaxDevNum;
   if (iChannels < 1) {
     std::printf("[vernierlensd] : nvideoin = %d is no number of channels, channel 0 is not known.\n", iChannels);
-    pThis->bPowerLost = 1;  // channel 0 is served all the same, from a position that nobody has saved
+    pThis->bPowerLost = 1;  // channel 0 is served all the same, but no position was loaded for it
   }
   for (i32 iChannel = 0; iChannel < iChannels; iChannel++) {
     if (pThis->bSupportICS != 0) {
@@ -177,7 +177,7 @@ i32 CreatePanTable(TVernierLensdInfo* pThis) {
   return g_pdwtabFocusPanTable != nullptr ? VernierLensd_LoadPanFocusTable() : -1;
 }
 
-// Without a sensor the lens works on, uncompensated.
+// Without a sensor the lens works, but without thermal compensation.
 void PrepareTemperature(TVernierLensdInfo* pThis) {
   if (Word_Load(pThis->bThermalShift) == 0 || pThis->bSupportICS != 0) return;
   if (VernierLensd_InitTemperatureSensor(pThis) != 0) {
@@ -191,7 +191,7 @@ void PrepareTemperature(TVernierLensdInfo* pThis) {
 
 i32 PrepareDayNight(TVernierLensdInfo* pThis) {
   if (pThis->bSupportICS == 0) return pThis->bSupportFocus != 0 ? DayNightFocusShift_Initial(pThis) : 0;
-  // Without its driver the positions have not been restored, and must not be saved.
+  // Without the driver the positions have not been restored, so nothing must be saved.
   if (ICS_LoadIRValue(pThis) == 0 && pThis->fdICS >= 0) return ICS_LoadNightMode(pThis);
   Word_Store(pThis->bDayNightCorrection, 0);
   NightMode_Keep(pThis, szICSPositionsPath);
@@ -202,7 +202,7 @@ i32 StartZoomThread(TVernierLensdInfo* pThis) {
   return pThis->bSupportZoom != 0 ? VernierLensd_InitZoomMotorThread(pThis) : 0;
 }
 
-// Without its pair an axis takes no commands, and its thread idles.
+// Without its socket pair an axis takes no commands, and its thread only waits for the end.
 void CreateWakePair(TVernierLensdInfo* pThis, const TAxis& tAxis) {
   i32* aiPair = pThis->*tAxis.paiWakePair;
   if (socketpair(AF_UNIX, SOCK_STREAM, 0, aiPair) < 0) {
@@ -213,7 +213,7 @@ void CreateWakePair(TVernierLensdInfo* pThis, const TAxis& tAxis) {
     Word_Publish(pThis->*tAxis.pbWakeReady, 1);
     return;
   }
-  for (const i32 fd : {aiPair[0], aiPair[1]}) close(fd);  // no fd_set has room for them
+  for (const i32 fd : {aiPair[0], aiPair[1]}) close(fd);  // they are too high for an fd_set
   std::fill_n(aiPair, 2, -1);
 }
 

@@ -4,17 +4,19 @@
 
 #include "core/context.h"
 
-// 0, or -1 at the first step that failed, with its line printed; what exists by then is VernierLensd_Release's.
+// Runs start-up.  Returns 0, or -1 at the first step that failed, with its line printed.  VernierLensd_Release then
+// releases what exists.
 i32 VernierLensd_Init(TVernierLensdInfo* pThis);
 
-// Makes the XML reader with its options.  0, or -1: a null slot, without a line, or no memory.
+// Makes the XML reader with its options.  Returns 0, or -1 if phParser is null (without a line) or memory is short.
 i32 VernierLensd_InitSXMLParser(TSXMLParser** phParser);
 
-// Makes the Expat parser for the message library.  0 or -1.
+// Makes the Expat parser for the message library.  Returns 0, or -1 with a line printed.
 i32 VernierLensd_InitXMLParser(TVernierLensdInfo* pThis);
 
-// Sets the temperature sensor up.  0, or -1: no sensor, hTemperature stays null.
+// Sets up the temperature sensor.  Returns 0, or -1 if there is no sensor; hTemperature then stays null.
 i32 VernierLensd_InitTemperatureSensor(TVernierLensdInfo* pThis);
 
-// Writes the process id, at most 7 digits, no line end.  0, or -1 when the file cannot be made, without a line.
+// Writes the process id into the PID file: at most 7 digits, no line end.  Returns 0, or -1 without a line if the file
+// cannot be made.
 i32 VernierLensd_WritePidFile();

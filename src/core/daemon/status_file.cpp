@@ -33,8 +33,8 @@ u32 StatusOf(std::string_view sWord) {
   return STATUS_NORMAL;
 }
 
-// A restore does.  So does a backup on several channels: all start from one saved set, and the word passes over the
-// search for the sensors that would find the others.
+// Returns true for a restore, and for a backup on several channels.  These channels all start from one saved set of
+// positions, and the word "backup" skips the PI pass that would find the others.
 bool LosesReferences(const TVernierLensdInfo* pThis) {
   const TVernierLensdConfigInfo& tConfig = g_tVernierLensdConfigInfo;
   if (tConfig.dwRestoreStatus == STATUS_RESTORE) return true;
@@ -69,7 +69,7 @@ i32 VernierLensd_LoadStatusFile(TVernierLensdInfo* pThis) {
   if (pFile == nullptr) return Fail(szFopenFail);
   char szText[dwStatusSize] = {};
   if (std::fgets(szText, sizeof szText, pFile) == nullptr) szText[0] = '\0';
-  // The line end goes, whatever it is: a word without one loses its last letter and so is another word.
+  // Cut off the line end, without looking: a word that has none loses its last letter and becomes another word.
   const std::size_t dwLength = std::strlen(szText);
   if (dwLength > 0) szText[dwLength - 1] = '\0';
   std::printf("Vernierlens Status: %s\n", szText);
