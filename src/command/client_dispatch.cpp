@@ -32,8 +32,8 @@ void DispatchFocus(TVernierLensdInfo* pThis, i32 iChannel, const TMotorCommand& 
 }
 
 void DispatchSearch(TVernierLensdInfo* pThis, i32 iChannel, const TMotorCommand& tCommand) {
-  // A search needs a zoom at rest.  The search is newer than this stop, so nothing that follows from a stopped zoom is
-  // written over it.
+  // A search needs the zoom at rest.  The search has a newer number than this stop, so no follow-up of the stopped zoom
+  // is written over the search.
   SendFunction(pThis, g_tZoomAxis, Command_New(iChannel), FUNCTION_STOP);
   Send(pThis, g_tFocusAxis, Command_New(iChannel), [&](TMotorCommand& tBlock) {
     Word_Store(tBlock.bIris, g_bIrisFullyOpenStatus.load() == 1 ? 1 : tCommand.bIris);
@@ -42,7 +42,7 @@ void DispatchSearch(TVernierLensdInfo* pThis, i32 iChannel, const TMotorCommand&
   });
 }
 
-// One command for both axes, each as far as the lens has it.  The focus is woken first.
+// Sends one command to both axes, as far as the lens has them.  The focus is woken first.
 template <typename TWrite>
 void SendBoth(TVernierLensdInfo* pThis, i32 iChannel, TWrite fnWriteZoom, u32 dwFocusFunction) {
   const TCommandId tId = Command_New(iChannel);
@@ -61,7 +61,7 @@ void DispatchStop(TVernierLensdInfo* pThis, i32 iChannel) {
   SendBoth(pThis, iChannel, WriteZoom, FUNCTION_STOP);
 }
 
-// The words that later searches and status replies read change after the wake-up, also when it failed.
+// After the wake-up, even a failed one, sets the words that later searches and status replies read.
 void DispatchIris(TVernierLensdInfo* pThis, i32 iChannel, const TMotorCommand& tCommand) {
   SendFunction(pThis, g_tFocusAxis, Command_New(iChannel), tCommand.dwFunction);
   const u32 bOpen = tCommand.dwFunction == FUNCTION_IRISOPEN ? 1 : 0;

@@ -3,6 +3,6 @@
 
 #include "core/context.h"
 
-// Runs atCommand[iChannel] of the request.  A command for an axis that the lens lacks does nothing; a wake-up that
-// fails prints its line and the rest goes on.
+// Sends atCommand[iChannel] of the request to its axes.  A command for an axis that the lens lacks does nothing.  A
+// wake-up that fails prints its line, and the rest goes on.
 void VernierLensd_DispatchClientCommand(TVernierLensdInfo* pThis, const TClientRequest* ptRequest);

@@ -36,7 +36,7 @@ void Answer(TVernierLensdInfo* pThis, const TClientRequest& tRequest) {
     case FUNCTION_IRISENABLE:
     case FUNCTION_RESETFOCUS:
     case FUNCTION_SETFOCUSDEFAULT:
-      // The wake-ups first: a client that has its OK may ask for the status at once.
+      // Wake the threads before the reply: a client that has its OK may ask for the status at once.
       VernierLensd_DispatchClientCommand(pThis, &tRequest);
       return VernierLensd_ReplyOK(tRequest.fdRequest);
   }

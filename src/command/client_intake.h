@@ -3,5 +3,5 @@
 
 #include "core/context.h"
 
-// 0; -1 after a refused request, or when the gateway failed and could not be opened anew.
+// Returns 0, or -1 after a refused request or if the gateway failed and could not be opened again.
 i32 VernierLensd_GateLinkCommandHandler(TVernierLensdInfo* pThis);

@@ -39,7 +39,7 @@ constexpr TWord g_atFunctions[] = {
 constexpr TWord g_atDirections[] = {
     {"forward", DIRECTION_FORWARD}, {"backward", DIRECTION_BACKWARD}, {"direct", DIRECTION_DIRECT}};
 
-// A word that begins with another would be shadowed by it or shadow it, by order.
+// If a word began with another word of its table, the order of the rows would decide which of them is found.
 constexpr bool WordsDistinct(std::span<const TWord> atWords) {
   for (const TWord& tOne : atWords) {
     for (const TWord& tOther : atWords) {
@@ -54,7 +54,7 @@ bool IsFocusOnly() {
   return g_tVernierLensdConfigInfo.dwCapability == CAPABILITY_FOCUS_ONLY;
 }
 
-// The word that the text begins with, or null.
+// Returns the word that the text begins with, or null.
 const TWord* FindWord(std::span<const TWord> atWords, std::string_view sText) {
   const auto it =
       std::find_if(atWords.begin(), atWords.end(), [&](const TWord& tWord) { return sText.starts_with(tWord.sWord); });
@@ -89,7 +89,7 @@ i32 TakePosition(TMotorCommand* ptCommand, const char* pszValue) {
   return TakeNumber(&ptCommand->dwPosition, pszValue);
 }
 
-// Compared unsigned, so that a negative number lands on the end as well.
+// The comparison is unsigned, so a negative number becomes the end of the range too.
 i32 TakeDefaultPosition(TMotorCommand* ptCommand, const char* pszValue) {
   if (!IsFocusOnly()) return Fail(szUnknownCommand);
   if (TakeNumber(&ptCommand->dwDefaultPosition, pszValue) != 0) return -1;
@@ -121,7 +121,7 @@ struct TQueryToken {
   char szValue[dwMaxWord + 1];
 };
 
-// -1: the key or the value is longer than any of the language.
+// Returns 0, or -1 with a line printed if the key or the value is longer than any of the language.
 i32 SplitToken(std::string_view sToken, TQueryToken* ptToken) {
   const std::size_t dwEquals = std::min(sToken.find('='), sToken.size());
   const std::string_view sKey = sToken.substr(0, dwEquals);

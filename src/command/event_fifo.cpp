@@ -9,7 +9,7 @@
 
 namespace {
 
-// Control characters could forge lines of the log.
+// Prints control characters as \xNN, since they could forge lines of the log.
 void PrintPayload(const TEventFrame& tFrame) {
   char szShown[4 * dwMaxEventFrame + 1];
   std::size_t dwShown = 0;
@@ -39,7 +39,7 @@ i32 VernierLensd_FIFOCommandHandler(TVernierLensdInfo* pThis) {
 
 i32 VernierLensd_ParseFIFOCmd(TVernierLensdInfo* pThis, const char* pszPayload, u32 dwLength, u32 dwType) {
   if (dwType != COURIER_TYPE_EVENT) return 0;
-  union {  // the library may use all of the storage, which is no whole number of records
+  union {  // the library may use all of this storage, whose size is no whole number of records
     TCourierEvent atEvents[COURIER_MAX_EVENTS];
     u8 abStorage[COURIER_EVENT_STORAGE];
   } tStorage = {};

@@ -12,7 +12,7 @@
 
 namespace {
 
-// A header without its rest is waited for this long only: both ends are the daemon's, so it would never read as ended.
+// How long the rest of a frame may take.  The daemon holds both ends of the FIFO, so it never reads end of file.
 constexpr u32 dwRestTimeOut_ms = 1000;
 
 i32 ReadingFailed(TEventFrame* ptFrame) {
@@ -36,7 +36,7 @@ i32 ReadHeader(TVernierLensdInfo* pThis, TEventFrame* ptFrame) {
     return Fail("[vernierlensd] : Courier_GetTypeLength failed.");
   }
   const u64 qwTotal = u64{ptFrame->dwHeaderLength} + dwPayload;
-  // A frame without room could not be skipped in step either: made anew, the FIFO is in step.
+  // After a wrong length nobody knows where the next frame begins.  A new FIFO begins with a whole frame.
   if (qwTotal < COURIER_HEADER_LENGTH || qwTotal > dwMaxEventFrame) return ReadingFailed(ptFrame);
   ptFrame->dwTotal = static_cast<u32>(qwTotal);
   ptFrame->dwHave = COURIER_HEADER_LENGTH;
@@ -44,7 +44,7 @@ i32 ReadHeader(TVernierLensdInfo* pThis, TEventFrame* ptFrame) {
   return 0;
 }
 
-// 0, also where nothing has come yet.
+// Returns 0, also if nothing has come yet, or -1 if reading failed.
 i32 ReadRest(TVernierLensdInfo* pThis, TEventFrame* ptFrame) {
   if (ptFrame->dwHave == ptFrame->dwTotal) return 0;
   const ssize_t iRead = read(pThis->fdFIFO, ptFrame->abBytes + ptFrame->dwHave, ptFrame->dwTotal - ptFrame->dwHave);
@@ -76,7 +76,7 @@ i32 EventFrame_Read(TVernierLensdInfo* pThis, bool* pbWhole) {
 bool EventFrame_IsAwaited(const TVernierLensdInfo* pThis, u32* pdwLeft_ms) {
   const TEventFrame& tFrame = pThis->tEventFrame;
   if (pThis->fdFIFO < 0 || tFrame.dwHave == 0) return false;
-  // A clock that is set back makes the difference a large one, and the frame late.
+  // If the clock is set back, the difference becomes very large and the frame counts as late.
   const u32 dwSince_ms = Clock_Milliseconds() - tFrame.dwBegun_ms;
   *pdwLeft_ms = dwSince_ms < dwRestTimeOut_ms ? dwRestTimeOut_ms - dwSince_ms : 0;
   return true;

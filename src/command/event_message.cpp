@@ -18,7 +18,7 @@ namespace {
 enum EEventCode : u32 { EVENT_FOCUS = 19, EVENT_ZOOM_IN = 21, EVENT_ZOOM_OUT = 22 };
 enum ESubCode : u32 { BUTTON_RELEASED = 1, BUTTON_PRESSED = 2, FOCUS_BACKUP = 4, FOCUS_RESTORE = 5 };
 
-constexpr u32 dwLongPress_ms = 2000;  // an autofocus button held longer asks for more than an auto focus
+constexpr u32 dwLongPress_ms = 2000;  // an autofocus button held longer asks for a focus scan or a focus reset
 constexpr u64 qwRestorePoll_us = 1'000'000;
 
 struct TZoomButton {
@@ -64,7 +64,7 @@ void HandleZoomButton(TVernierLensdInfo* pThis, const TZoomButton& tButton, u32 
   }
 }
 
-// Which action a press of that length asks for, with its line.
+// Returns the action that a press of this length asks for, and prints its line.
 u32 FunctionOfPress(const TVernierLensdInfo* pThis, u32 dwHeld_ms) {
   if (dwHeld_ms <= dwLongPress_ms) {
     std::printf("[vernierlensd] : Press AF button over %ld seconds. Perform auto focus...\n", 0L);
@@ -107,8 +107,9 @@ bool IsAtWork(TVernierLensdInfo* pThis, const TAxis& tAxis) {
   return pThis->*tAxis.pbSupport != 0 && Word_Take(pThis->*tAxis.pbWakeReady) != 0 && Command_IsBusy(pThis, tAxis);
 }
 
-// The one place where the main thread waits for the lens.  It waits for the threads' work, not for dwFunction, which a
-// failed search leaves standing, nor for the log, which stays while a reference is not known.
+// This is the only place where the main thread waits for the lens.  It waits until both threads are out of work.  It
+// must not wait for dwFunction, which stays set after a failed search, or for the log, which stays while a reference is
+// not known.
 void WaitForRestore(TVernierLensdInfo* pThis) {
   if (pThis->bSupportFocus == 0) return;
   Wait_Poll(qwRestorePoll_us, qwNoBound_us, [&] {
@@ -118,11 +119,11 @@ void WaitForRestore(TVernierLensdInfo* pThis) {
   });
 }
 
-// Restore frames that came while a restore ran asked for that one.
+// A restore frame that came while a restore ran asked for that same restore.
 void Restore(TVernierLensdInfo* pThis) {
   if (pThis->qwFIFORead <= pThis->qwFIFORestored) return;
   const i32 iChannels = std::min(g_tVernierLensdConfigInfo.iMaxDevNum, iMaxChannels);
-  EndZoomHold(pThis);  // it would arm itself anew over the restore, and its release could not be read meanwhile
+  EndZoomHold(pThis);  // a held zoom would be sent again over the restore, and its release could not be read meanwhile
   for (i32 i = 0; i < iChannels && !Daemon_IsEnding(); i++) {
     Word_Store(pThis->iCurChannel, i);
     SendRestore(pThis, i);
@@ -145,7 +146,7 @@ i32 Backup(TVernierLensdInfo* pThis) {
   FILE* pFile = RegularFile_Read(szBackupPath);
   if (pFile == nullptr) return Fail("[vernierlensd] : fopen failed!");
   const i32 iChannel = Word_Load(pThis->iCurChannel);
-  // Whatever the order of the lines, the focus's command is the newer one, and the zoom does not send the focus away.
+  // The focus gets the newer number, whatever the order of the lines, so that the zoom does not send the focus away.
   const TCommandId tZoom = Command_New(iChannel);
   const TCommandId tFocus = Command_New(iChannel);
   TToken tToken = {};
@@ -187,7 +188,7 @@ i32 VernierLensd_HandleEventMessage(TVernierLensdInfo* pThis, i32 /*iCount*/, co
   const i32 iChannels = std::min(g_tVernierLensdConfigInfo.iMaxDevNum, iMaxChannels);
   const bool bChannel = ptEvent->iChannel > 0 && ptEvent->iChannel < iChannels;
   Word_Store(pThis->iCurChannel, bChannel ? ptEvent->iChannel : 0);
-  // An event of another kind keeps its place between two restores.
+  // A restore that comes after an event of another kind is a new one.
   if (ptEvent->dwCode != EVENT_FOCUS || ptEvent->dwSubCode != FOCUS_RESTORE) pThis->qwFIFORestored = 0;
   switch (ptEvent->dwCode) {
     case EVENT_ZOOM_IN:
