@@ -15,7 +15,7 @@ struct TLimit {
   u32 dwHighest;
 };
 
-constexpr u32 dwMaxOneStep = 32767;  // times dwMaxVirtual still fits a driver's count
+constexpr u32 dwMaxOneStep = 32767;  // multiplied by dwMaxVirtual it still fits a driver's count
 static_assert(u64{dwMaxOneStep} * dwMaxVirtual <= 0x7FFFFFFF);
 constexpr u32 dwMaxOneStepTime_us = 1'000'000;
 constexpr u32 dwMaxDriverWalk = 1'000'000;  // driver steps, far beyond the travel of most lenses; see WalkLimit
@@ -40,15 +40,15 @@ constexpr TLimit g_atLimits[] = {
     {"openiristime", &TVernierLensdConfigInfo::dwOpenIrisTime, dwMaxIrisTime_us},
 };
 
-// What the walks of an axis to its reference depend on.
+// The configuration that the walks of an axis to its reference depend on.
 struct TReferenceWalk {
-  const char* szKey;  // of the walk to the stop
+  const char* szKey;  // key of pdwPositioningStep, for the log
   u32 TVernierLensdConfigInfo::*pdwPositioningStep;
   u32 TVernierLensdConfigInfo::*pdwEnd;
   u32 TVernierLensdConfigInfo::*pdwOneStep;
   u32 TVernierLensdConfigInfo::*pdwOneStepTime;
   u32 TVernierLensdConfigInfo::*pbPISupport;
-  u32 dwWithout;  // ECapability of the lens that lacks the axis
+  u32 dwWithout;  // ECapability of a lens that lacks the axis
 };
 
 constexpr TReferenceWalk g_tZoomWalk = {.szKey = "zoom/motor/positioningstep",
@@ -78,7 +78,7 @@ void Limit(std::span<const TLimit> atLimits, EValueSource eSource) {
   }
 }
 
-// Driver steps: a walk that is to reach the stop may be twice the range, where that is long.
+// Returns the longest walk to a reference that is allowed, driver steps: twice the range on a long lens.
 u32 WalkLimit(const TReferenceWalk& tWalk) {
   const u64 qwRange = u64{g_tVernierLensdConfigInfo.*tWalk.pdwEnd} * (g_tVernierLensdConfigInfo.*tWalk.pdwOneStep);
   return static_cast<u32>(std::clamp<u64>(2 * qwRange, dwMaxDriverWalk, std::numeric_limits<i32>::max()));
@@ -111,7 +111,7 @@ void Config_CheckReferenceWalks() {
   if (tConfig.bBlockingMode != 0) return;
   for (const TReferenceWalk& tWalk : {g_tZoomWalk, g_tFocusWalk}) {
     const u32 dwOneStep = tConfig.*tWalk.pdwOneStep;
-    // A focus-only lens goes to the stop for a focus reset, sensor or not.
+    // A focus-only lens walks to the stop for a focus reset, even if it has a sensor.
     const bool bToStop = tConfig.*tWalk.pbPISupport == 0 || tConfig.dwCapability == CAPABILITY_FOCUS_ONLY;
     if (!bToStop || dwOneStep == 0 || tConfig.dwCapability == CAPABILITY_NONE ||
         tConfig.dwCapability == tWalk.dwWithout)
@@ -125,7 +125,7 @@ void Config_CheckReferenceWalks() {
 }
 
 bool Config_LimitPosition(u32* pdwPosition, u32 dwVirtualEnd) {
-  // A configuration without an end does not tell a position from a wrong one.
+  // Without a configured end nobody can tell a right position from a wrong one.
   const u32 dwHighest = dwVirtualEnd == 0 ? dwMaxVirtual : dwVirtualEnd;
   const u32 dwPosition = Word_Load(*pdwPosition);
   if (dwPosition <= dwHighest) return false;

@@ -16,7 +16,7 @@
 
 namespace {
 
-constexpr std::string_view sThermalModel = "Q31";  // the first three characters decide
+constexpr std::string_view sThermalModel = "Q31";  // a model name that begins with this
 constexpr std::string_view sICSType = "ics";
 
 i32 ProcessFile(TVernierLensdInfo* pThis, const char* szPath);
@@ -58,7 +58,8 @@ i32 VernierLensd_LoadConfigFile(TVernierLensdInfo* pThis) {
   std::puts(szHeader);
   PrintSettings();
   if (pThis->bSupportICS == 0) Config_LimitRanges();
-  Config_Limit(pThis->bSupportICS == 0 ? VALUES_OF_FILE : VALUES_OF_DRIVER);  // the file's were limited for the parking
+  // Config_ReadForParking has already limited what the file of an ICS lens gave.
+  Config_Limit(pThis->bSupportICS == 0 ? VALUES_OF_FILE : VALUES_OF_DRIVER);
   if (pThis->bSupportICS == 0) Config_CheckReferenceWalks();
   SetSupport(pThis);
   if (CreateFocusStartTable(pThis) != 0) return -1;
@@ -152,7 +153,7 @@ i32 LoadRows(TVernierLensdInfo* pThis) {
   TVernierLensdConfigInfo& tConfig = g_tVernierLensdConfigInfo;
   if (ReadRows(szCapabilityPath, g_atChannelCountRows) != 0) return -1;
   if (pThis->bSupportICS != 0) return 0;
-  // The capability before the configuration, which has the same key and in most trees no such element.
+  // First the capability: the configuration has a row for the same key, but in most cameras no such element.
   if (ReadRows(szImageFeaturePath, g_atCapabilityRows) != 0) return -1;
   if (ReadRows(szConfigPath, g_atConfigRows) != 0) return -1;
   tConfig.iFocusValueTableSize = static_cast<i32>(tConfig.dwFocusVirtualTotalStep);

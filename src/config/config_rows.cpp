@@ -31,7 +31,7 @@ constinit const TTreeRow g_atICSCurveRows[] = {
     tEnd,
 };
 
-// The capability stands in a file of its own.  It is read first, and one that is absent here leaves it alone.
+// The capability has a file of its own, which is read first.  If the key is absent here, that value stays.
 constinit const TTreeRow g_atConfigRows[] = {
     Integer("/root/capability/image/c0/vernierlens", tConfig.dwCapability),
     Integer("/root/vernierlensd/zoom/virtual/start", tConfig.dwZoomVirtualStart),

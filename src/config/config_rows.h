@@ -1,4 +1,4 @@
-// The rows that the table-driven reader fills g_tVernierLensdConfigInfo from.  Each table ends in a row of zeroes.
+// The rows by which the table-driven reader fills g_tVernierLensdConfigInfo.  Each table ends with a row of zeroes.
 #pragma once
 
 #include <span>

@@ -3,13 +3,12 @@
 
 #include "core/types.h"
 
-// False for a text, or a field of a list, that has something in it but no number at its beginning.  An empty one counts
-// as 0.
+// Returns true if a text, or the first field of a list, begins with a number or is empty.  An empty one counts as 0.
 bool Text_MayBeNumber(const char* psz);
 
-// True if the list has at least iCount fields, and none of these is a word.
+// Returns true if the list has at least iCount fields and each of them may be a number.
 bool NumberList_Holds(const char* pszList, i32 iCount);
 
-// Takes the first field off the list, which NumberList_Holds has passed: *ppszList becomes what follows it, null behind
-// the last.  Numbers stop at the ends of i32.
+// Takes the first field off a list that NumberList_Holds has checked, and returns its number, limited to i32. *ppszList
+// becomes the text after that field, or null after the last one.
 i32 NumberList_Take(const char** ppszList);

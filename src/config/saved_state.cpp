@@ -27,7 +27,7 @@ i32 VernierLensd_SaveConfigFile(TVernierLensdInfo* pThis) {
 i32 SavedState_Save(TVernierLensdInfo* pThis, i32 iChannel, ESaveMode eMode) {
   LockFiles(pThis);
   if (eMode == SAVE_WITH_MODE) Word_Store(pThis->aiSavedNightMode[iChannel], Word_Load(pThis->aiNightMode[iChannel]));
-  // Read inside the bracket: the later of two saves then writes both axes' later values.
+  // Read under the lock: the later of two saves then writes the later positions of both axes.
   const u32 dwZoom = Word_Load(pThis->adwZoomMotorPosition[iChannel]);
   const u32 dwFocus = Word_Load(pThis->adwFocusMotorPosition[iChannel]);
   FocusBlock_StorePositions(pThis, iChannel, dwZoom, dwFocus);

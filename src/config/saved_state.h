@@ -1,28 +1,29 @@
-// What the daemon saves: the positions and the day/night mode after every command, and the default focus position.
+// What the daemon saves: positions and day/night mode after every command that walks, and the default focus position.
 #pragma once
 
 #include "core/context.h"
 
-// Saves the positions of iCurChannel, and puts them into its shared block first.  Any thread but inside another save;
-// waits for another thread's save, and for the flash.  0; -1 with a line printed: the file stands as it was.
+// Saves the positions of iCurChannel, and puts them into its shared block first.  Any thread, but not inside another
+// save.  Waits for another thread's save and for the flash.  Returns 0, or -1 with a line printed if StateFile_Replace
+// failed.  The daemon itself does not call this: it uses SavedState_Save.
 i32 VernierLensd_SaveConfigFile(TVernierLensdInfo* pThis);
 
-// What a save says of the day/night mode.  A mode is acted on by moving the focus, so a save beside that move must not
-// tell of it: a power cut between the two would leave the new mode with the old focus.
+// Which day/night mode a save writes.  The daemon acts on a new mode by moving the focus.  A save of the zoom during
+// that move must not write the new mode: a power cut would leave the new mode with the old focus position.
 enum ESaveMode : u32 {
-  SAVE_WITH_MODE,       // the mode acted on last belongs to the focus position: start-up and focus thread
-  SAVE_WITH_SAVED_MODE  // the one of the last such save: zoom thread
+  SAVE_WITH_MODE,       // the mode that was acted on last: start-up and focus thread
+  SAVE_WITH_SAVED_MODE  // the mode of the last save by those: zoom thread
 };
 
-// The same for a channel: the motor threads save the one that they have moved.
+// Saves the positions of iChannel.  All else as VernierLensd_SaveConfigFile.
 i32 SavedState_Save(TVernierLensdInfo* pThis, i32 iChannel, ESaveMode eMode);
 
-// Puts a channel's positions into its shared block, and saves nothing: of a channel that has moved beside the running
-// one.  As above.
+// Puts the positions of iChannel into its shared block and saves nothing.  For a channel that was moved on the way to
+// the running one.  Any thread, but not inside a save; waits for another thread's save.
 void SavedState_Publish(TVernierLensdInfo* pThis, i32 iChannel);
 
-// Saves g_dwFocusDefault.  As above.
+// Saves g_dwFocusDefault.  Thread, waits and result as VernierLensd_SaveConfigFile.
 i32 VernierLensd_SaveFocusDefault(TVernierLensdInfo* pThis);
 
-// Reads g_dwFocusDefault.  Start-up.  0; -1 with a line printed: it is as it was.
+// Reads g_dwFocusDefault.  Start-up.  Returns 0, or -1 with a line printed; the value is then as it was.
 i32 VernierLensd_LoadFocusDefault();

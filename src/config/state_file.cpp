@@ -34,13 +34,14 @@ i32 StateFile_Replace(const char* pszPath, const char* pszText) {
     unlink(szNew);
     return -1;
   }
-  // Without this a power cut could lose the rename and keep what is done to other names after it.
+  // Without the sync of the folder, a power cut could lose this rename and keep later changes.
   return SyncFolder(tPath.szText);
 }
 
 namespace {
 
-// A rename over a symbolic link would replace the link and leave its target old.  False: a link too many, or too long.
+// Follows symbolic links to the real path, since a rename over a link would leave its target old.  Returns false if the
+// links are too many or a path is too long.
 bool FollowLinks(TPath* ptPath) {
   for (i32 i = 0; i < iMaxLinks; i++) {
     char szTarget[dwMaxPath];
@@ -48,7 +49,7 @@ bool FollowLinks(TPath* ptPath) {
     if (nTarget < 0) return errno == EINVAL || errno == ENOENT;  // no link, or no file yet
     szTarget[nTarget] = '\0';
     const char* pszSlash = std::strrchr(ptPath->szText, '/');
-    const bool bBeside = szTarget[0] != '/' && pszSlash != nullptr;  // it counts from the link's own folder
+    const bool bBeside = szTarget[0] != '/' && pszSlash != nullptr;  // relative to the link's own folder
     const int iFolder = bBeside ? static_cast<int>(pszSlash - ptPath->szText) + 1 : 0;
     TPath tNext;
     const int iLength = std::snprintf(tNext.szText, dwMaxPath, "%.*s%s", iFolder, ptPath->szText, szTarget);
