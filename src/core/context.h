@@ -145,7 +145,7 @@ struct TCorrections {
 struct TCommandBox {
   pthread_mutex_t mutex;          // held while block, channel and wake flag are written or taken, or the block set idle
   i32 iChannel;                   // under the lock: channel of the command in the block
-  TMotorCommand tRunning;         // owner thread; others may read its dwFunction under the lock
+  TMotorCommand tRunning;         // owner thread; writes dwFunction under the lock, where others may read that word
   i32 iRunningChannel;            // owner thread only: channel of tRunning
   u32 dwNumber;                   // under the lock: number of the command in the block (TCommandId)
   u32 dwRunningNumber;            // owner thread only: number of tRunning

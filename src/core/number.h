@@ -1,4 +1,4 @@
-// The one reader of decimal numbers: from clients, state files and tables.
+// The only reader of decimal numbers, for clients, state files and tables.
 #pragma once
 
 #include "core/types.h"

@@ -20,7 +20,7 @@ namespace {
 enum EWay : u32 {
   WAY_WRITE,  // a file, /dev/null, or an open file description of our own: no write waits
   WAY_SEND,   // a socket
-  WAY_ASK,    // a pipe or terminal that cannot be opened once more: poll first
+  WAY_POLL,   // a pipe or terminal that cannot be opened once more: poll first
 };
 
 constexpr std::size_t dwStreamBuffer = 1024;
@@ -47,7 +47,7 @@ ssize_t Give(const char* pcText, std::size_t dwText) {
   const std::size_t dwPiece = std::min<std::size_t>(dwText, PIPE_BUF);
   if (g_eWay == WAY_SEND) return send(g_fdLog, pcText, dwPiece, MSG_DONTWAIT);
   pollfd tPoll = {.fd = g_fdLog, .events = POLLOUT, .revents = 0};
-  if (g_eWay == WAY_ASK && poll(&tPoll, 1, 0) < 1) {
+  if (g_eWay == WAY_POLL && poll(&tPoll, 1, 0) < 1) {
     errno = EAGAIN;
     return -1;
   }
@@ -115,7 +115,7 @@ void FindWay() {
   if (!S_ISFIFO(tStat.st_mode) && isatty(STDOUT_FILENO) == 0) return;
   const i32 fdOwn = open("/proc/self/fd/1", O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
   if (fdOwn >= 0) g_fdLog = fdOwn;
-  if (fdOwn < 0) g_eWay = WAY_ASK;
+  if (fdOwn < 0) g_eWay = WAY_POLL;
 }
 
 }  // namespace

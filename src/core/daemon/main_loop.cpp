@@ -17,7 +17,7 @@ namespace {
 
 // After this many frames in a row the FIFO rests.  The scheduler is slow to wake a thread that never waits, and a
 // client would have to wait.
-constexpr u32 dwFlood = 8;
+constexpr u32 dwMaxFramesInARow = 8;
 constexpr u64 qwFIFORest_us = 1000;
 // Clients go first, but after this many requests in a row a waiting frame gets its turn.  The frame may be the release
 // of a zoom button, and many clients must not let that zoom run on.
@@ -58,7 +58,7 @@ void Serve(TVernierLensdInfo* pThis, TTurns* ptTurns, fd_set fdsReady) {
 }
 
 void WaitAndServe(TVernierLensdInfo* pThis, TTurns* ptTurns) {
-  const bool bFIFORests = ptTurns->dwFrames >= dwFlood;
+  const bool bFIFORests = ptTurns->dwFrames >= dwMaxFramesInARow;
   fd_set fdsReady = pThis->fdsRead;
   if (bFIFORests && pThis->fdFIFO >= 0) FD_CLR(pThis->fdFIFO, &fdsReady);
   u32 dwLeft_ms = 0;

@@ -11,7 +11,7 @@
 
 namespace {
 
-void MarkOnFlash(const TVernierLensdInfo* pThis) {
+void CreateLogs(const TVernierLensdInfo* pThis) {
   if (pThis->bSupportZoom != 0) VernierLensd_ZoomCreateLogFile();
   if (pThis->bSupportFocus != 0) VernierLensd_FocusCreateLogFile();
 }
@@ -38,11 +38,11 @@ void Recovery_LookAtLogs(TVernierLensdInfo* pThis) {
   if (VernierLensd_ZoomLogExists() == 0 || VernierLensd_FocusLogExists() == 0) pThis->bPowerLost = 1;
   if (pThis->bPowerLost == 0) return;
   LoseAll(pThis);
-  if (bWrongPositions) MarkOnFlash(pThis);  // the next save would hide the wrong positions from the next start
+  if (bWrongPositions) CreateLogs(pThis);  // the next save would hide the wrong positions from the next start
 }
 
 void Recovery_LoseReferences(TVernierLensdInfo* pThis) {
-  MarkOnFlash(pThis);
+  CreateLogs(pThis);
   LoseAll(pThis);
 }
 
