@@ -31,7 +31,7 @@ constexpr TWord g_atFunctions[] = {
     {"stop", FUNCTION_STOP},
     {"irisopen", FUNCTION_IRISOPEN},
     {"irisenable", FUNCTION_IRISENABLE},
-    {"resetfocus", FUNCTION_RESETFOCUS},  // with capability 4 only
+    {"resetfocus", FUNCTION_RESETFOCUS},  // focus-only lens only
     {"getfocusdefault", FUNCTION_GETFOCUSDEFAULT},
     {"setfocusdefault", FUNCTION_SETFOCUSDEFAULT},
 };

@@ -9,6 +9,6 @@ bool Text_MayBeNumber(const char* psz);
 // Returns true if the list has at least iCount fields and each of them may be a number.
 bool NumberList_Holds(const char* pszList, i32 iCount);
 
-// Takes the first field off a list that NumberList_Holds has checked, and returns its number, limited to i32. *ppszList
-// becomes the text after that field, or null after the last one.
+// Takes the first field off a list that NumberList_Holds has checked.  Returns its number, limited to i32.  Moves
+// *ppszList to the next field, or sets it to null after the last one.
 i32 NumberList_Take(const char** ppszList);

@@ -49,8 +49,8 @@ bool FollowLinks(TPath* ptPath) {
     if (nTarget < 0) return errno == EINVAL || errno == ENOENT;  // no link, or no file yet
     szTarget[nTarget] = '\0';
     const char* pszSlash = std::strrchr(ptPath->szText, '/');
-    const bool bBeside = szTarget[0] != '/' && pszSlash != nullptr;  // relative to the link's own folder
-    const int iFolder = bBeside ? static_cast<int>(pszSlash - ptPath->szText) + 1 : 0;
+    const bool bRelative = szTarget[0] != '/' && pszSlash != nullptr;  // to the folder of the link
+    const int iFolder = bRelative ? static_cast<int>(pszSlash - ptPath->szText) + 1 : 0;
     TPath tNext;
     const int iLength = std::snprintf(tNext.szText, dwMaxPath, "%.*s%s", iFolder, ptPath->szText, szTarget);
     if (iLength >= static_cast<int>(dwMaxPath)) return false;
