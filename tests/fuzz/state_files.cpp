@@ -5,9 +5,9 @@
 #include "config/config_load.h"
 #include "config/saved_state.h"
 #include "config/token_file.h"
+#include "core/daemon/status_file.h"
 #include "core/number.h"
 #include "core/paths.h"
-#include "core/daemon/status_file.h"
 #include "core/table.h"
 #include "fuzz.h"
 
