@@ -1,5 +1,5 @@
-// What zoom and focus do alike is written once, over a record that describes an axis: where its words are, its requests
-// and its texts.  The named operations of each axis are one line over it.
+// The record that describes an axis: where its words are, its requests and its texts.  What zoom and focus do alike is
+// written once, over this record; the named operations of each axis are one line over it.
 #pragma once
 
 #include <algorithm>
@@ -10,7 +10,7 @@
 #include "motor/motor_device.h"
 
 struct TAxis {
-  // The context's side.
+  // Members of the context.
   u32 TVernierLensdInfo::*pbSupport;
   u32 TVernierLensdInfo::*pbWake;
   u32 TVernierLensdInfo::*pbWakeReady;
@@ -20,7 +20,7 @@ struct TAxis {
   void* TVernierLensdInfo::*phThread;
   u32 (TVernierLensdInfo::*padwPosition)[iMaxChannels];  // virtual steps, by channel
 
-  // The configuration's side.
+  // Members of the configuration.
   u32 TVernierLensdConfigInfo::*pdwVirtualStart;    // lowest target
   u32 TVernierLensdConfigInfo::*pdwVirtualEnd;      // highest target
   u32 TVernierLensdConfigInfo::*pdwVirtualOneStep;  // driver steps in one virtual step
@@ -33,25 +33,25 @@ struct TAxis {
   u32 TVernierLensdConfigInfo::*pdwPISearchStep;  // driver steps, as the next one
   u32 TVernierLensdConfigInfo::*pdwPIBackwardShift;
 
-  const TAxis* ptOther;  // the lens's other axis
+  const TAxis* ptOther;  // the other axis of the lens
   ESaveMode eSaveMode;
   void (*pfnCreateLog)();
   void (*pfnDeleteLog)();
   const char* szDevice;
   EICSRequest eICSSetPosition;
   EICSRequest eICSGetPosition;
-  bool bFocusLeads;          // the focus follows each move of this axis and starts ahead of it
-  bool bReferenceHasTarget;  // the walk to the reference ends at a position that is given, not at the reference
-  bool bStartNeedsZoom;      // dwStart is the configuration's only on a lens with zoom, else 0
-  const char* szWakeFailed;  // no wake-up could be sent to the axis's thread
-  const char* szInitDev;     // one %d: channel that the PI pass begins
-  const char* szPassName;    // of the PI pass's searches
-  const char* szWaitOther;   // the rendezvous waits for the other axis
-  const char* szRemaining;   // one %d: driver steps left
+  bool bFocusLeads;          // zoom only: the focus follows each move and starts first
+  bool bReferenceHasTarget;  // zoom only: the walk to the reference goes on to a given position
+  bool bStartNeedsZoom;      // focus only: dwStart stays 0 on a lens without zoom
+  const char* szWakeFailed;  // the axis's thread could not be woken
+  const char* szInitDev;     // one %d: channel that the PI pass searches next
+  const char* szPassName;    // the PI pass's name for its searches
+  const char* szWaitOther;   // the PI pass waits for the other axis
+  const char* szRemaining;   // one %d: driver steps left of a stopped walk
   const char* szICSMoved;    // two numbers: present position, target
 };
 
-// In place of szWakeFailed where the focus has been sent to a position.
+// Replaces szWakeFailed for a client's focus move, and for what follows a zoom, a positioning or a focus reset.
 constexpr const char* szFocusWakeFailed = "[vernierlensd] : Waking up focus thread failed.";
 
 extern const TAxis g_tZoomAxis;
@@ -64,12 +64,12 @@ inline TCommandBox& Axis_Box(TVernierLensdInfo* pThis, const TAxis& tAxis) {
   return pThis->*tAxis.ptBox;
 }
 
-// Position of the channel that the running command is for.  Owner thread; shared, so through Word_Load and Word_Store.
+// Position of the running command's channel.  Owner thread; shared, so use Word_Load and Word_Store.
 inline u32& Axis_Position(TVernierLensdInfo* pThis, const TAxis& tAxis) {
   return (pThis->*tAxis.padwPosition)[Axis_Box(pThis, tAxis).iRunningChannel];
 }
 
-// Driver steps of a count of steps of the given size, limited to what a request can carry.
+// Driver steps of dwSteps steps that have dwOneStep each, limited to what a request can carry.
 inline i32 Steps_ToDriver(u32 dwSteps, u32 dwOneStep) {
   return static_cast<i32>(std::min<u64>(u64{dwSteps} * dwOneStep, std::numeric_limits<i32>::max()));
 }

@@ -14,12 +14,12 @@
 namespace {
 
 constexpr u32 dwMaxRelativeSteps = 30;
-constexpr u64 qwFocusLead_us = 300'000;  // the focus runs ahead of the zoom
-constexpr i32 iUnknownWalk = std::numeric_limits<i32>::max();
+constexpr u64 qwFocusLead_us = 300'000;                        // the focus starts this long before the zoom
+constexpr i32 iUnknownWalk = std::numeric_limits<i32>::max();  // any answer is possible
 
-// A walk that is broken off.
+// A walk that was interrupted.
 struct TBrokenWalk {
-  u32 dwLeft;  // virtual steps of it that are not counted
+  u32 dwLeft;  // virtual steps that are not yet counted
   EDirection eDirection;
   i32 iAsked;  // driver steps of the whole walk
 };
@@ -55,7 +55,7 @@ i32 Axis_MoveStepper(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, u32 d
   return Axis_TakeUpBacklash(pThis, tAxis, fd, dwTarget);
 }
 
-// A start above the end is no start.
+// A configured start above the end counts as the end.
 u32 Axis_Clamp(const TVernierLensdInfo* pThis, const TAxis& tAxis, u32 dwTarget) {
   if (pThis->bSupportICS != 0) {
     const i32 iHighest = static_cast<i32>(Axis_Config(tAxis.pdwVirtualEnd));
@@ -96,7 +96,7 @@ i32 Axis_Walk(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, u32 dwTarget
   if (!Axis_SetDirection(pThis, tAxis, fd, eDirection)) return -1;
   if (bBlocking) Word_Store(Axis_Position(pThis, tAxis), dwTarget);
   if (!Axis_RequestWalk(pThis, tAxis, fd, Axis_DriverSteps(tAxis, dwDelta))) {
-    Word_Store(Axis_Position(pThis, tAxis), dwPosition);  // of all places the likeliest
+    Word_Store(Axis_Position(pThis, tAxis), dwPosition);  // a refused walk has most likely not begun
     return -1;
   }
   return bBlocking ? 0 : Axis_CountSteps(pThis, tAxis, fd, dwDelta, eDirection);
@@ -106,7 +106,7 @@ i32 Axis_CountSteps(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, u32 dw
   for (u32 dwLeft = dwDelta; dwLeft-- > 0;) {
     Delay_us(Axis_Config(tAxis.pdwOneStepTime));
     Axis_AddToPosition(pThis, tAxis, eDirection == DIRECTION_FORWARD ? 1 : ~0U);
-    // Counted first, then the flag: an interrupted last step is still a step.
+    // Count first, then look at the flag: an interrupted last step is still a step.
     if (Word_Take(pThis->*tAxis.pbWake) == 0) continue;
     std::puts("[vernierlensd] : Operation interrupted!");
     Axis_Recover(pThis, tAxis, fd,
@@ -116,7 +116,7 @@ i32 Axis_CountSteps(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, u32 dw
   return 0;
 }
 
-// Backward beyond the target and forward again, so that the gears stand as after a forward move.  The counter stays.
+// Walks on backward and comes forward again: the gears then stand as after a forward move.  The counter stays.
 i32 Axis_TakeUpBacklash(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, u32 dwTarget) {
   const u32 dwBacklash = Axis_Config(tAxis.pdwAdjustStep);
   if (dwTarget < dwBacklash) return 0;  // too near 0 to overshoot
@@ -134,13 +134,14 @@ i32 Axis_DriverSteps(const TAxis& tAxis, u32 dwVirtualSteps) {
   return Steps_ToDriver(dwVirtualSteps, Axis_Config(tAxis.pdwVirtualOneStep));
 }
 
-// dwChange is added in 32 bits and wraps: ~0 is one step down.
+// The sum wraps in 32 bits: ~0 is one step down.
 void Axis_AddToPosition(TVernierLensdInfo* pThis, const TAxis& tAxis, u32 dwChange) {
   u32& dwPosition = Axis_Position(pThis, tAxis);
   Word_Store(dwPosition, Word_Load(dwPosition) + dwChange);
 }
 
-// A driver with nothing left is ahead of the sleeps, which all run over a little: what is uncounted has been walked.
+// The sleeps run over a little, so the driver may be ahead of the count.  If the driver has nothing left, all steps are
+// walked.
 void Axis_Recover(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, const TBrokenWalk& tWalk) {
   if (pThis->*tAxis.pbSupport == 0) return;
   const i32 iDriverLeft = Motor_Request(fd, MOTOR_STOP_WALK);
@@ -149,7 +150,7 @@ void Axis_Recover(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, const TB
   const i32 iOneStep = static_cast<i32>(Axis_Config(tAxis.pdwVirtualOneStep));
   const i32 iWholeLeft = iOneStep == 0 ? 0 : iDriverLeft / iOneStep;
   const i32 iPart = iDriverLeft - iWholeLeft * iOneStep;
-  // Time and driver may disagree either way, so the correction may be negative.
+  // The driver may also be slower than the sleeps: the correction is then negative.
   const i64 llCorrection = i64{tWalk.dwLeft} - iWholeLeft;
   u32& dwPosition = Axis_Position(pThis, tAxis);
   const i64 llPosition =
@@ -168,21 +169,21 @@ void Axis_Recover(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, const TB
   if (g_tVernierLensdConfigInfo.bBlockingMode == 0) Delay_us(Axis_Config(tAxis.pdwOneStepTime));
 }
 
-// 0: the move is done.  -1: no such axis, interrupted, or refused.  After an interruption a newer command stands in the
-// block, which is then left alone.
+// Returns 0, or -1 if the lens lacks the axis, or the move was interrupted or refused.  A newer command in the block is
+// left alone.
 i32 Axis_RunCommand(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd) {
   if (pThis->*tAxis.pbSupport == 0) return -1;
   Axis_ResolveTarget(pThis, tAxis);
   const TMotorCommand& tRunning = Axis_Box(pThis, tAxis).tRunning;
   const bool bMoves = tRunning.dwDirection == DIRECTION_DIRECT;
   const i32 iResult = bMoves ? Axis_Move(pThis, tAxis, fd, tRunning.dwPosition) : 0;
-  // A held button would ask a driver that refuses for ever.
+  // A held button must not ask a refusing driver for ever.
   if (iResult != 0) Command_WriteBack(pThis, tAxis, &TMotorCommand::bZoomContinuous, 0);
   Command_Finish(pThis, tAxis);
   return iResult;
 }
 
-// Starts the focus search that was asked for after this zoom, on the zoom's channel.
+// Starts the focus search that was to follow this zoom, on the zoom's channel.
 void StartChainedFocus(TVernierLensdInfo* pThis) {
   const u32 dwFunction = pThis->dwChainedFocusCommand;
   pThis->dwChainedFocusCommand = FUNCTION_IDLE;

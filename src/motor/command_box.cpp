@@ -7,15 +7,15 @@
 
 namespace {
 
-std::atomic<u32> g_dwLastNumber = 0;  // of both axes' commands together
+std::atomic<u32> g_dwLastNumber = 0;  // the last number given, for both axes together
 
 bool IsIdle(TVernierLensdInfo* pThis, const TAxis& tAxis) {
   return Word_Load(pThis->*tAxis.pbWake) == 0 && Word_Load(Axis_Command(pThis, tAxis).dwFunction) == FUNCTION_IDLE;
 }
 
-// Where the block's function says nothing of where the lens is to be, it is a wish: noted, or with bNote false struck
-// out.  Under the lock.  False: it is no wish.
-bool NoteWish(TCommandBox& tBox, const TMotorCommand& tBlock, bool bNote) {
+// If the block holds a wish, notes it in the box, or removes the note if bNote is false.  Returns false if the block
+// holds no wish.  Under the lock.
+bool SetWishNote(TCommandBox& tBox, const TMotorCommand& tBlock, bool bNote) {
   TFocusWishes& tWishes = tBox.tWishes;
   const u32 dwFunction = Word_Load(tBlock.dwFunction);
   if (Function_Demand(dwFunction) != DEMAND_WISH) return false;
@@ -99,7 +99,7 @@ void Command_Publish(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 iChannel,
   TCommandBox& tBox = Axis_Box(pThis, tAxis);
   tBox.iChannel = iChannel;
   const TMotorCommand& tBlock = Axis_Command(pThis, tAxis);
-  if (!NoteWish(tBox, tBlock, true)) {
+  if (!SetWishNote(tBox, tBlock, true)) {
     tBox.dwNumber = dwNumber;
     tBox.bStop = Function_Demand(Word_Load(tBlock.dwFunction)) == DEMAND_STOP ? 1 : 0;
   }
@@ -110,7 +110,7 @@ i32 Command_Wake(TVernierLensdInfo* pThis, const TAxis& tAxis) {
   const i32* aiPair = pThis->*tAxis.paiWakePair;
   const u32 bWake = 1;
   u32 dwDrained = 0;
-  // Nobody reads the pair of an axis without a thread: without this, years of auto focus would fill it.
+  // An axis that the lens lacks has no thread to read its pair.  Without this, years of auto focus would fill the pair.
   if (pThis->*tAxis.pbSupport == 0) {
     while (recv(aiPair[1], &dwDrained, sizeof dwDrained, MSG_DONTWAIT) > 0) {
     }
@@ -128,7 +128,7 @@ void Command_Take(TVernierLensdInfo* pThis, const TAxis& tAxis, FTaken pfnTaken)
   Command_Lock(tBox);
   Word_Publish(pThis->*tAxis.pbWake, 0);
   CopyToRunning(tBox, Axis_Command(pThis, tAxis));
-  const bool bWish = NoteWish(tBox, Axis_Command(pThis, tAxis), false);
+  const bool bWish = SetWishNote(tBox, Axis_Command(pThis, tAxis), false);
   if (!bWish && tBox.bRunningStop == 0) tBox.bReferenceDue = 0;
   if (tBox.dwFollowOwed == tBox.dwNumber) tBox.dwFollowOwed = 0;
   if (pfnTaken != nullptr) pfnTaken(pThis);
@@ -151,7 +151,7 @@ bool Command_ClaimFocusMove(TVernierLensdInfo* pThis, i32 iChannel, u32 dwPositi
     Word_Store(tBlock.dwFunction, FUNCTION_FOCUS);
     Word_Store(tBlock.dwDirection, DIRECTION_DIRECT);
     Word_Store(tBlock.dwPosition, dwPosition);
-    Word_Store(pThis->bThermalRecheck, 0);  // the daemon's own move: of an idle axis nobody waits for a recheck
+    Word_Store(pThis->bThermalRecheck, 0);  // no client has chosen this position
     tBox.iChannel = iChannel;
     CopyToRunning(tBox, tBlock);
     tBox.bClaimed = 1;

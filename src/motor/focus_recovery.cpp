@@ -8,8 +8,8 @@
 
 namespace {
 
-// It is a part of the running command from here on.
-void GoOn(TVernierLensdInfo* pThis, i32 iChannel) {
+// From here on the recovery of the channel is a part of the running command.
+void JoinRunningCommand(TVernierLensdInfo* pThis, i32 iChannel) {
   TCommandBox& tBox = pThis->tFocusBox;
   tBox.tRecovery.tGoesOn = {.iChannel = iChannel, .dwNumber = tBox.dwRunningNumber};
   tBox.tRecovery.bOvertaken = 0;
@@ -25,13 +25,13 @@ void FocusRecovery_Begin(TVernierLensdInfo* pThis, TCommandId tOf) {
 void FocusRecovery_MakeWay(TVernierLensdInfo* pThis) {
   const TCommandBox& tBox = pThis->tFocusBox;
   if (tBox.bClaimed != 0 || tBox.dwRunningNumber == tBox.tRecovery.tGoesOn.dwNumber) return;
-  // Under a wish a move or search of the same number was written over, and nobody has taken it.
+  // The wish has the number of a newer move or search that it was written over.  Nobody has taken that one.
   if (Function_Demand(tBox.tRunning.dwFunction) == DEMAND_WISH && tBox.bRunningStop == 0) return;
   pThis->tFocusBox.tRecovery.bOvertaken = 1;
 }
 
-// The mode of day or night is unknown from the power cut on until a search has found focus.  A motor reset asks for the
-// reference itself, and leaves a search only where a recovery has not been there.
+// After a power cut the day/night mode is unknown until a search has found focus.  A motor reset asks only for the
+// reference: a search follows only if the reference was lost or a recovery is not complete.
 bool FocusRecovery_NeedsSearch(const TVernierLensdInfo* pThis) {
   const TCommandBox& tBox = pThis->tFocusBox;
   const i32 iChannel = tBox.iRunningChannel;
@@ -43,7 +43,7 @@ bool FocusRecovery_NeedsSearch(const TVernierLensdInfo* pThis) {
 void FocusRecovery_LeaveSearch(TVernierLensdInfo* pThis) {
   TCommandBox& tBox = pThis->tFocusBox;
   tBox.tRecovery.aeMissing[tBox.iRunningChannel] = RECOVERY_NEEDS_SEARCH;
-  if (tBox.tRunning.dwFunction == FUNCTION_POSITIONING) GoOn(pThis, tBox.iRunningChannel);
+  if (tBox.tRunning.dwFunction == FUNCTION_POSITIONING) JoinRunningCommand(pThis, tBox.iRunningChannel);
 }
 
 void FocusRecovery_TakeSearch(TVernierLensdInfo* pThis) {
@@ -51,7 +51,7 @@ void FocusRecovery_TakeSearch(TVernierLensdInfo* pThis) {
   u32& eMissing = pThis->tFocusBox.tRecovery.aeMissing[iChannel];
   if (eMissing == RECOVERY_DONE) return;
   eMissing = RECOVERY_NEEDS_SEARCH;
-  GoOn(pThis, iChannel);
+  JoinRunningCommand(pThis, iChannel);
 }
 
 void FocusRecovery_End(TVernierLensdInfo* pThis) {
@@ -68,7 +68,7 @@ bool FocusRecovery_Resume(TVernierLensdInfo* pThis) {
   const i32 iChannel = tRecovery.tGoesOn.iChannel;
   const u32 eMissing = tRecovery.aeMissing[iChannel];
   if (eMissing == RECOVERY_DONE || tRecovery.bOvertaken != 0) return false;
-  GoOn(pThis, iChannel);
+  JoinRunningCommand(pThis, iChannel);
   const u32 dwFunction = eMissing == RECOVERY_NEEDS_SEARCH ? FUNCTION_AUTO : FUNCTION_POSITIONING;
   const i32 iWoken = Command_SendFollowUp(pThis, g_tFocusAxis, tRecovery.tGoesOn,
                                           [&](TMotorCommand& tBlock) { Word_Store(tBlock.dwFunction, dwFunction); });

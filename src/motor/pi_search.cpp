@@ -18,8 +18,8 @@ constexpr u64 qwRendezvousPoll_us = 500'000;
 std::atomic<u32> g_bSearchingPI = 0;
 std::atomic<u32> g_dwSearchesEnded = 0;
 
-// Guards "power on, not done" against "both done, power off": else one axis could switch the sensor off under the
-// other.
+// Keeps "power on, mark as not done" apart from "both are done, power off".  Else one axis could switch the sensor off
+// while the other searches.
 pthread_mutex_t g_mutexPIPower = PTHREAD_MUTEX_INITIALIZER;
 
 bool IsDone(u32 TVernierLensdConfigInfo::*pbDone) {
@@ -30,8 +30,8 @@ void SetDone(const TAxis& tAxis, u32 bDone) {
   Word_Store(g_tVernierLensdConfigInfo.*tAxis.pbPIDone, bDone);
 }
 
-// One search of the axis, at the pace that its step time allows a driver: to the stop, back over the sensor, and
-// forward to the far end.
+// One search of the axis, at one step time for each virtual step: to the stop, back over the sensor, and forward to the
+// far end.
 u64 SearchTime_us(const TAxis& tAxis) {
   const u64 qwOneStep = Axis_Config(tAxis.pdwVirtualOneStep);
   if (Axis_Config(tAxis.pbPISupport) == 0 || qwOneStep == 0) return 0;
@@ -46,9 +46,9 @@ u64 MaxSearchWaits() {
   return std::clamp(qwTime_us / qwSearchWait_us + 1, qwLeastSearchWaits, qwMostSearchWaits);
 }
 
-// Waits until no other search is under way and takes the turn.  Each one that ends begins the wait anew: a recovery
-// makes one for each channel, too close upon another for a turn between them.  False: waited too long for one, or the
-// daemon is to end.
+// Waits until no other search is under way and takes the turn.  Each search that ends restarts the wait's bound: a
+// recovery searches channel after channel and leaves no turn in between.  Returns false if one search took too long, or
+// if the daemon is ending.
 bool TakeTurn(const char* pszName) {
   u32 dwEnded = g_dwSearchesEnded;
   const u64 qwMaxWaits = MaxSearchWaits();
@@ -86,7 +86,7 @@ i32 EndSearch(const char* pszName, bool bThere, i32 iForward) {
   return bThere ? 0 : -1;
 }
 
-// The other axis, if it makes a pass and has not ended.
+// Returns true if the other axis makes a PI pass and its thread has not ended.
 bool OtherTakesPart(TVernierLensdInfo* pThis, const TAxis& tOther) {
   return g_tVernierLensdConfigInfo.*tOther.pbPISupport != 0 && pThis->*tOther.pbSupport != 0 &&
          Word_Take(Axis_Box(pThis, tOther).bEnded) == 0;
@@ -97,7 +97,7 @@ void WaitForOther(TVernierLensdInfo* pThis, const TAxis& tOwn, const TAxis& tOth
   u32& dwOwn = g_tVernierLensdConfigInfo.*tOwn.pdwPIDev;
   const u32& dwOther = g_tVernierLensdConfigInfo.*tOther.pdwPIDev;
   Word_Store(dwOwn, static_cast<u32>(iDev));
-  // While the other is behind, not while it differs: it may have gone on by the time that this one looks.
+  // Compare with less, not with unequal: the other axis may already have reached a later channel.
   while (Word_Load(dwOther) < static_cast<u32>(iDev) && OtherTakesPart(pThis, tOther) && !Daemon_IsEnding()) {
     std::puts(tOwn.szWaitOther);
     Delay_us(qwRendezvousPoll_us);
@@ -110,7 +110,7 @@ i32 VernierLensd_SearchPI(const char* pszName, u32 bGoBack, i32 fd, u32 dwPositi
                           u32 dwBackwardShift, u32 dwOneStep) {
   if (!TakeTurn(pszName)) return iSearchNotBegun;
   std::printf("[vernierlensd] : %s searching PI.\n", pszName);
-  // Whatever this walk comes to: the search that follows finds the sensor or does not.
+  // The result of this walk does not matter: the search after it finds the sensor or fails.
   Motor_Request(fd, MOTOR_WALK_STEPS_BLOCK, Steps_ToDriver(dwSearchStep, 1));
   if (Motor_Request(fd, MOTOR_SEARCH_PI, Steps_ToDriver(dwSearchStep, 1)) != 0) {
     std::printf("[vernierlensd] : %s search PI fail.\n", pszName);
@@ -188,7 +188,7 @@ void PIPass_Run(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd) {
     SetDone(tAxis, 1);
   }
   WaitForOther(pThis, tAxis, tOther, g_tVernierLensdConfigInfo.iMaxDevNum);
-  SetDone(tAxis, 1);  // also where the pass was left in the middle: the sensor must not stay powered
+  SetDone(tAxis, 1);  // also if the pass was broken off: the sensor must not stay powered
   VernierLensd_SetPIPowerOff(fd);
   if (Reference_NeedsNoLog(pThis, tAxis)) tAxis.pfnDeleteLog();
 }

@@ -21,14 +21,14 @@
 
 namespace {
 
-void FindFocus(TVernierLensdInfo* pThis, i32 fd);
-void FindZoomAtStart(TVernierLensdInfo* pThis, i32 fd);
+void FindFocusReference(TVernierLensdInfo* pThis, i32 fd);
+void FindZoomReferenceAndStart(TVernierLensdInfo* pThis, i32 fd);
 i32 WalkToFocusEnd(i32 fd);
 i32 WalkResult(i32 iAnswer);
 void SleepWalk(u32 dwDriverSteps, u32 dwOneStepTime, u32 dwOneStep);
 u32 ZoomTarget(const TVernierLensdInfo* pThis);
 u32 LimitToRange(u32 dwZoom);
-i32 FindZoom(TVernierLensdInfo* pThis, i32 fd, u32 dwPosition);
+i32 FindZoomReference(TVernierLensdInfo* pThis, i32 fd, u32 dwPosition);
 i32 SearchZoomPI(i32 fd, u32 dwPosition);
 i32 WalkZoomToEnd(i32 fd, u32 dwPosition);
 bool WalkZoom(i32 fd, u32 dwDirection, i32 iSteps);
@@ -48,7 +48,7 @@ void FocusMotorPositioning(TVernierLensdInfo* pThis, i32 fd) {
   Motor_Request(fd, MOTOR_SELECT_DEVICE, tBox.iRunningChannel);
   const bool bNeedsSearch = FocusRecovery_NeedsSearch(pThis);
   if (pThis->bSupportICS == 0) {
-    FindFocus(pThis, fd);
+    FindFocusReference(pThis, fd);
   } else if (Word_Load(pThis->bICSDetached) == 0) {
     ICS_FocusMotorPositioning(pThis, fd);
   }
@@ -65,7 +65,7 @@ void ZoomMotorPositioning(TVernierLensdInfo* pThis, i32 fd) {
   const TCommandBox& tBox = pThis->tZoomBox;
   Motor_Request(fd, MOTOR_SELECT_DEVICE, tBox.iRunningChannel);
   if (pThis->bSupportICS == 0) {
-    FindZoom(pThis, fd, ZoomTarget(pThis));
+    FindZoomReference(pThis, fd, ZoomTarget(pThis));
   } else if (Word_Load(pThis->bICSDetached) == 0) {
     ICS_ZoomMotorPositioning(pThis, &tBox.tRunning, fd);
   }
@@ -90,8 +90,8 @@ void VernierLensd_ResetFocus(TVernierLensdInfo* pThis, i32 fd) {
   if (g_tVernierLensdConfigInfo.iMaxDevNum <= 1 || iFound != 0) {
     Reference_Arrive(pThis, g_tFocusAxis, iFound, FocusReference_Place());
   } else {
-    // Without a selected channel this may have been another one's motor: then a lost reference stays lost, and the move
-    // that follows finds it.
+    // No channel was selected: another one's motor may have walked.  So a lost reference stays lost, and the next move
+    // finds it.
     Word_Store(Axis_Position(pThis, g_tFocusAxis), FocusReference_Place());
   }
   const i32 iWoken =
@@ -111,9 +111,9 @@ void Positioning_Write(const TAxis& tAxis, TMotorCommand* ptBlock, u32 dwFunctio
 
 void Reference_Find(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd) {
   if (tAxis.bReferenceHasTarget) {
-    FindZoomAtStart(pThis, fd);
+    FindZoomReferenceAndStart(pThis, fd);
   } else {
-    FindFocus(pThis, fd);
+    FindFocusReference(pThis, fd);
   }
 }
 
@@ -125,7 +125,7 @@ void Reference_Arrive(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 iFound, 
   if (iFound == iWalkRefused) {
     std::printf("[vernierlensd] : %s answered the walk to the reference with an error.\n", tAxis.szDevice);
   } else {
-    // Also after a search that failed: the reference word remembers that.
+    // Also after a failed search: the reference word remembers the failure.
     Word_Store(Axis_Position(pThis, tAxis), dwReference);
   }
   Reference_Set(pThis, tAxis, iFound == 0);
@@ -171,7 +171,7 @@ i32 VernierLensd_GotoPI() {
   const bool bReverse = tConfig.dwFocusMotorReverseCalibration != 0;
   const u32 dwEnd = tConfig.dwFocusVirtualEnd;
   u32 dwDefault = g_dwFocusDefault.load();
-  Config_LimitPosition(&dwDefault, dwEnd);  // the walk must end
+  Config_LimitPosition(&dwDefault, dwEnd);  // a wrong default must not make the walk endless
   const u32 dwDistance = bReverse ? dwEnd - std::min(dwDefault, dwEnd) : dwDefault;
   Motor_Request(fd, bReverse ? MOTOR_SET_BACKWARD : MOTOR_SET_FORWARD);
   Motor_Request(fd, MOTOR_WALK_STEPS_BLOCK, Steps_ToDriver(dwDistance, tConfig.dwFocusVirtualOneStep));
@@ -181,7 +181,7 @@ i32 VernierLensd_GotoPI() {
 
 namespace {
 
-void FindFocus(TVernierLensdInfo* pThis, i32 fd) {
+void FindFocusReference(TVernierLensdInfo* pThis, i32 fd) {
   const bool bPI = g_tVernierLensdConfigInfo.bFocusPISupport != 0;
   i32 iFound = iWalkRefused;
   if (FocusReference_SetDirection(fd) >= 0) {
@@ -190,14 +190,14 @@ void FindFocus(TVernierLensdInfo* pThis, i32 fd) {
   Reference_Arrive(pThis, g_tFocusAxis, iFound, FocusReference_Place());
 }
 
-void FindZoomAtStart(TVernierLensdInfo* pThis, i32 fd) {
+void FindZoomReferenceAndStart(TVernierLensdInfo* pThis, i32 fd) {
   const u32 dwStart = g_tVernierLensdConfigInfo.dwZoomVirtualStart;
-  // The words first: once the reference is known, a search goes by them.
+  // Set the search words first: a search uses them as soon as the reference is known.
   ZoomTracking_SetWords(pThis, dwStart, pThis->tZoomBox.iRunningChannel);
-  FindZoom(pThis, fd, dwStart);
+  FindZoomReference(pThis, fd, dwStart);
 }
 
-// 0 or iWalkRefused.
+// Returns 0 or iWalkRefused.
 i32 WalkToFocusEnd(i32 fd) {
   const TVernierLensdConfigInfo& tConfig = g_tVernierLensdConfigInfo;
   const i32 iAnswer = FocusReference_RequestWalk(fd);
@@ -213,24 +213,24 @@ i32 WalkResult(i32 iAnswer) {
   return iAnswer < 0 ? iWalkRefused : 0;
 }
 
-// The quotient first: a step time that its driver steps do not divide loses the rest for each of them.
+// Divides first: what dwOneStepTime / dwOneStep cuts off is lost for each driver step.
 void SleepWalk(u32 dwDriverSteps, u32 dwOneStepTime, u32 dwOneStep) {
   const u64 qwDriverStep_us = dwOneStep == 0 ? 0 : dwOneStepTime / dwOneStep;
   Delay_us(static_cast<u64>(Steps_ToDriver(dwDriverSteps, 1)) * qwDriverStep_us);
 }
 
-// Of the running functions 5 and 6.
+// The target of the running positioning or motor reset.
 u32 ZoomTarget(const TVernierLensdInfo* pThis) {
   const u32 dwPosition = pThis->tZoomBox.tRunning.dwPosition;
   return pThis->bSupportICS != 0 ? dwPosition : LimitToRange(dwPosition);
 }
 
-// The walk must end, and at a place that the counter can name.
+// Limits a target so that the walk ends, and ends at a position that the counter can name.
 u32 LimitToRange(u32 dwZoom) {
   return static_cast<i32>(dwZoom) < 0 ? 0 : std::min(dwZoom, g_tVernierLensdConfigInfo.dwZoomVirtualEnd);
 }
 
-i32 FindZoom(TVernierLensdInfo* pThis, i32 fd, u32 dwPosition) {
+i32 FindZoomReference(TVernierLensdInfo* pThis, i32 fd, u32 dwPosition) {
   dwPosition = LimitToRange(dwPosition);
   const bool bPI = g_tVernierLensdConfigInfo.bZoomPISupport != 0;
   const i32 iFound = bPI ? SearchZoomPI(fd, dwPosition) : WalkZoomToEnd(fd, dwPosition);
@@ -247,7 +247,7 @@ i32 SearchZoomPI(i32 fd, u32 dwPosition) {
   return iFound;
 }
 
-// 0, iWalkRefused, or -1: the lens stands at the stop, and the way from it was refused.
+// Returns 0, iWalkRefused, or -1 if the lens stands at the stop and the walk away from it was refused.
 i32 WalkZoomToEnd(i32 fd, u32 dwPosition) {
   const TVernierLensdConfigInfo& tConfig = g_tVernierLensdConfigInfo;
   if (!WalkZoom(fd, MOTOR_SET_BACKWARD, Steps_ToDriver(tConfig.dwZoomMotorPositioningStep, 1))) return iWalkRefused;

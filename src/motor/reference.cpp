@@ -28,7 +28,7 @@ void Reference_DoubtAll(TVernierLensdInfo* pThis, const TAxis& tAxis) {
 
 void Reference_Set(TVernierLensdInfo* pThis, const TAxis& tAxis, bool bFound) {
   TCommandBox& tBox = Axis_Box(pThis, tAxis);
-  // A search that sees the reference found must see the words of the zoom's new target too.
+  // Publish: a focus search that sees the reference found must also see the search words of the zoom's new target.
   Word_Publish(tBox.aeReference[tBox.iRunningChannel], bFound ? REFERENCE_KNOWN : REFERENCE_FAILED);
 }
 

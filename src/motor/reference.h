@@ -1,32 +1,33 @@
-// Whether the counter of an axis can be trusted, by channel.  Words are shared; start-up and the owner thread write
-// them.
+// Whether the counter of an axis can be trusted (EReference), by channel.  The words are shared; start-up and the owner
+// thread write them.
 #pragma once
 
 #include "motor/axis.h"
 
-// Every channel of the axis is taken as lost.  Does nothing where the lens lacks the axis or has a driver that knows
-// where it stands.  Start-up, before the axis's thread.
+// Marks every channel of the axis as lost, or as doubted.  Does nothing if the lens lacks the axis or is an ICS lens,
+// whose driver knows where it stands.  Start-up, before the axis's thread.
 void Reference_LoseAll(TVernierLensdInfo* pThis, const TAxis& tAxis);
-
-// Every channel of the axis is taken as in doubt.  As above.
 void Reference_DoubtAll(TVernierLensdInfo* pThis, const TAxis& tAxis);
 
-// What the walk to the reference of the running channel came to.  Owner thread.
+// Notes whether the walk has found the running channel's reference.  Owner thread.
 void Reference_Set(TVernierLensdInfo* pThis, const TAxis& tAxis, bool bFound);
 
-// The counter of a channel is not to be trusted any more.  Owner thread.
+// Marks a channel's counter as lost.  Owner thread.
 void Reference_Lose(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 iChannel);
 
-// The same for the running channel, with a line: the driver's answer to a request leaves open where the motor stands.
+// Marks the running channel's counter as lost, with a line: the driver's answer leaves open where the motor stands.
+// Owner thread.
 void Reference_LoseByAnswer(TVernierLensdInfo* pThis, const TAxis& tAxis, const char* szRequest, i32 iAnswer);
 
+// Returns true if the channel is lost, not doubted or failed.  Any thread.
 bool Reference_IsLost(const TVernierLensdInfo* pThis, const TAxis& tAxis, i32 iChannel);
 
-// Lost or in doubt: the channel's next move is preceded by the walk to the reference.
+// Returns true if the channel is lost or doubted: its next move begins with the walk to the reference.  Any thread.
 bool Reference_IsToBeFound(const TVernierLensdInfo* pThis, const TAxis& tAxis, i32 iChannel);
 
-// A channel whose counter is lost: the running one, else the first; -1 if none is.
+// Returns the running channel if its counter is lost, else the first lost channel, or -1 if there is none.  Owner
+// thread.
 i32 Reference_FirstLost(const TVernierLensdInfo* pThis, const TAxis& tAxis);
 
-// True if no channel's counter is lost and no search has failed: only then may the working log go.
+// Returns true if no channel is lost or failed: only then may the working log be deleted.  Any thread.
 bool Reference_NeedsNoLog(const TVernierLensdInfo* pThis, const TAxis& tAxis);

@@ -105,20 +105,19 @@ void RunFocusCommand(TVernierLensdInfo* pThis, i32 fd) {
   }
 }
 
-// A move: the log stands on flash before the motor starts, and goes when the result is saved.
+// Runs a move: the log stands on flash before the motor starts, and goes when the result is saved.
 void RunUnderLog(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, FStep pfnStep) {
   tAxis.pfnCreateLog();
-  Axis_ResolveTarget(pThis, tAxis);  // from the position that the client has seen, not from the reference
+  Axis_ResolveTarget(pThis, tAxis);  // before the walk: the client means the position that it has seen
   const bool bFound = FindLostReference(pThis, tAxis, fd);
-  const bool bBegun = !bFound || !Daemon_IsEnding();  // no move is begun after the end
+  const bool bBegun = !bFound || !Daemon_IsEnding();  // the daemon's end may have come during that walk
   if (bBegun) pfnStep(pThis, fd);
   CloseLog(pThis, tAxis, SaveRunningChannel(pThis, tAxis) && bBegun);
 }
 
 void MoveFocus(TVernierLensdInfo* pThis, i32 fd) {
   const bool bThere = VernierLensd_FocusCommand(pThis, fd) == 0;
-  // A client has chosen this place, whatever waits to come next.  A correction shifts the focus from wherever it
-  // stands.
+  // A client has chosen this position, whatever comes next.  A correction only shifts the focus from where it stood.
   if (bThere && pThis->tFocusBox.bClaimed == 0) FocusRecovery_End(pThis);
 }
 
@@ -126,7 +125,7 @@ void MoveZoom(TVernierLensdInfo* pThis, i32 fd) {
   VernierLensd_ZoomCommand(pThis, fd);
 }
 
-// A search: the image side is told.
+// Runs a search.  The image side is told that it runs.
 void Search(TVernierLensdInfo* pThis, i32 fd, FStep pfnSearch) {
   g_tFocusAxis.pfnCreateLog();
   VernierLensd_SetAutoFocusBusy(pThis, 1);
@@ -143,8 +142,9 @@ void Search(TVernierLensdInfo* pThis, i32 fd, FStep pfnSearch) {
   CloseLog(pThis, g_tFocusAxis, bSaved);
 }
 
-// A walk to the reference.  After a power loss every channel's counter is false, and on a lens without focus a restore
-// sends all channels at once and runs one of them: the others go first, in the same bracket.
+// Runs a walk to the reference.  After a power loss every channel's counter is false; on a lens without focus, a
+// restore sends a command to all channels and only one of them runs.  The other channels then go first, under the same
+// log.
 void RunReferenceWalk(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, FStep pfnStep) {
   tAxis.pfnCreateLog();
   const bool bOthers = pThis->bPowerLost != 0 || pThis->bSupportFocus == 0;
@@ -153,25 +153,26 @@ void RunReferenceWalk(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd, FSte
   CloseLog(pThis, tAxis, SaveRunningChannel(pThis, tAxis));
 }
 
-// True: at least one was walked to.
+// Returns true if at least one reference was walked to.
 bool FindOtherReferences(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd) {
   TCommandBox& tBox = Axis_Box(pThis, tAxis);
   const i32 iChannel = tBox.iRunningChannel;
   bool bFound = false;
   for (i32 i = 0; i < g_tVernierLensdConfigInfo.iMaxDevNum && !Daemon_IsEnding(); i++) {
-    if (i == iChannel || !Reference_IsLost(pThis, tAxis, i)) continue;  // one in doubt waits for its own first move
+    if (i == iChannel || !Reference_IsLost(pThis, tAxis, i)) continue;  // a doubted one waits for its own first move
     tBox.iRunningChannel = i;
     if (!FindLostReference(pThis, tAxis, fd)) continue;
     SavedState_Publish(pThis, i);
     bFound = true;
   }
   tBox.iRunningChannel = iChannel;
-  // The step may rely on what was selected before.
+  // The step may rely on the channel that was selected before.
   if (bFound) Motor_Request(fd, MOTOR_SELECT_DEVICE, iChannel);
   return bFound;
 }
 
-// A newer command has overtaken the recovery: what it asks for must not start from a false counter.  True: walked to.
+// Walks to the running channel's reference if it is lost or doubted, so that no command starts from a false counter.
+// Returns true if it has walked.
 bool FindLostReference(TVernierLensdInfo* pThis, const TAxis& tAxis, i32 fd) {
   const i32 iChannel = Axis_Box(pThis, tAxis).iRunningChannel;
   if (!Reference_IsToBeFound(pThis, tAxis, iChannel)) return false;
@@ -186,19 +187,18 @@ bool SaveRunningChannel(TVernierLensdInfo* pThis, const TAxis& tAxis) {
   return false;
 }
 
-// A position that is not saved, or not known, leaves the log standing: the next start then finds the lens itself.  So
-// does a focus whose recovery is not over: the counter is true, but the focus stands where nobody has put it.
+// Deletes the log if the position is saved and known; else the log stays, and the next start finds the lens itself.  It
+// also stays while a recovery of the focus is incomplete: the counter is true, but nobody has chosen this position.
 void CloseLog(TVernierLensdInfo* pThis, const TAxis& tAxis, bool bSaved) {
   if (bSaved && Reference_NeedsNoLog(pThis, tAxis) && !FocusRecovery_HoldsLog(pThis, tAxis)) {
     tAxis.pfnDeleteLog();
   } else {
-    tAxis.pfnCreateLog();  // it may have failed before the move
+    tAxis.pfnCreateLog();  // before the move this may have failed
   }
 }
 
-// Ends a running command that does not walk.  It may have come over a walk to a lost reference, or over a recovery.
-// What follows is written in place of an idle word, with no idle moment in between: a search that waits for the zoom
-// waits for that too.
+// Ends a running stop or wish.  If that command has interrupted a recovery or was written over its walk, the missing
+// part follows.  There is no idle moment before it: a search that waits for the zoom waits for that too.
 void EndWithoutWalk(TVernierLensdInfo* pThis, const TAxis& tAxis) {
   const TCommandBox& tBox = Axis_Box(pThis, tAxis);
   const EDemand eDemand = Function_Demand(tBox.tRunning.dwFunction);
@@ -206,13 +206,13 @@ void EndWithoutWalk(TVernierLensdInfo* pThis, const TAxis& tAxis) {
   const TCommandId tRunning = Command_Running(pThis, tAxis);
   const bool bStop = tBox.bRunningStop != 0;
   if (!bStop && FocusRecovery_Resume(pThis)) return;
-  // A reference that was lost in another way sends nothing: a stop of a lens at rest must not set it going.
+  // A reference that was lost otherwise sends nothing: a stop must not set a lens at rest going.
   if (tBox.bReferenceDue == 0) {
     Command_Finish(pThis, tAxis);
     return;
   }
-  // The recovery's walk has not begun, and a count that is known to be false must not stand.  Function 6, as no search
-  // starts by itself after a stop.
+  // The recovery's walk has not begun, and a false counter must not stay.  Function 6: no search starts by itself after
+  // a stop.
   const i32 iLost = Reference_FirstLost(pThis, tAxis);
   Command_SendFollowUp(pThis, tAxis, {.iChannel = std::max(iLost, 0), .dwNumber = tRunning.dwNumber},
                        [&](TMotorCommand& tBlock) { Positioning_Write(tAxis, &tBlock, FUNCTION_MOTORRESET); });
@@ -225,8 +225,8 @@ void StoreFocusDefault(TVernierLensdInfo* pThis, u32 dwDefaultPosition) {
   VernierLensd_SaveFocusDefault(pThis);
 }
 
-// The focus that a client has chosen is right for the temperature of this moment.  With the wake flag set, the recheck
-// was asked for by the command that waits, and is taken at that one's end.
+// The focus that a client has chosen is right for the present temperature.  If the wake flag is set, the pending
+// command has asked for the recheck, and it is done when that one ends.
 void EndThermalRecheck(TVernierLensdInfo* pThis) {
   Command_Lock(pThis->tFocusBox);
   const bool bTaken = Word_Load(pThis->bFocusWake) == 0 && Word_Load(pThis->bThermalShift) != 0 &&
@@ -270,10 +270,10 @@ void RepeatHeldZoom(TVernierLensdInfo* pThis) {
   TMotorCommand& tBlock = pThis->tZoomCommand;
   TCommandBox& tBox = pThis->tZoomBox;
   Command_Lock(tBox);
-  // Under the lock, as the release is: after a release no command that waits is overwritten.
+  // The release takes the lock too: after it, no pending command is overwritten.
   const bool bHeld = Word_Load(tBlock.bZoomContinuous) != 0;
   if (bHeld) {
-    // A newer zoom in the block brought its own direction, and so its own channel.
+    // A newer zoom in the block has brought its own direction and channel.
     const bool bNewerZoom = Word_Load(pThis->bZoomWake) != 0 && Word_Load(tBlock.dwFunction) == FUNCTION_ZOOM;
     const TCommandId tRepeat = Command_New(bNewerZoom ? tBox.iChannel : tBox.iRunningChannel);
     Word_Store(tBlock.dwSteps, dwSteps);
@@ -287,7 +287,7 @@ void RepeatHeldZoom(TVernierLensdInfo* pThis) {
 }
 
 u32 HeldZoomSteps(const TVernierLensdInfo* pThis) {
-  // The press first: a second one in between must not make the time negative.
+  // Read the press time before the clock: a second press in between must not make the difference negative.
   const u32 dwPressed_ms = Word_Load(pThis->dwButtonPressTime);
   if (Clock_Milliseconds() - dwPressed_ms <= dwSingleStepHold_ms) return 1;
   const i32 iLargeStep = static_cast<i32>(g_tVernierLensdConfigInfo.dwZoomMotorTotalStep) / 10;

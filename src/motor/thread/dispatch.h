@@ -3,16 +3,16 @@
 
 #include "core/context.h"
 
-// Takes tFocusCommand (command_box.h) and runs it to its end or its interruption.  Focus thread only; fd is the focus
-// device or fdICS, borrowed.  A code without a row does nothing and stays in the block: the axis counts as busy until
-// the next command.
+// Takes tFocusCommand (command_box.h) and runs it until it ends or is interrupted.  A function that the axis lacks does
+// nothing and stays in the block: the axis counts as busy until the next command.  Focus thread only; fd is the focus
+// device or fdICS, borrowed.
 void VernierLensd_DispatchFocusCommand(TVernierLensdInfo* pThis, i32 fd);
 
-// The same for tZoomCommand, on the zoom thread.  While the zoom button is held, a finished or interrupted zoom arms
-// the next one.
+// Takes and runs tZoomCommand, on the zoom thread.  While the zoom button is held, each zoom that ends or is
+// interrupted sends the next one.
 void VernierLensd_DispatchZoomCommand(TVernierLensdInfo* pThis, i32 fd);
 
-// Carries out what the focus has been asked for without a walk by commands that other ones were written over: iris by
-// channel, default position.  The dispatcher does so itself before each command.  Focus thread; call it once more when
-// the thread takes no commands any more.  An iris that opens is waited for, until the daemon ends.
+// Carries out the wishes (iris by channel, focus default) that other commands have been written over.  The dispatcher
+// calls this before each command; call it once more when the thread takes no more commands.  Waits for an iris that
+// opens, until the daemon ends.  Focus thread.
 void VernierLensd_CarryOutFocusWishes(TVernierLensdInfo* pThis);

@@ -25,19 +25,20 @@ constexpr u64 qwEndPoll_us = 10'000;
 
 enum EReceived : u32 {
   RECEIVED_COMMAND,  // woken, and a command stands in the block
-  RECEIVED_NOTHING,  // a time-out, or a wake-up whose command has run already
-  RECEIVED_ERROR,    // of the wait: no time has passed that would make the periodic work due
+  RECEIVED_NOTHING,  // a timeout, or a spurious wake-up: its command has already run
+  RECEIVED_ERROR,    // select has failed: the period of the corrections has not passed
 };
 
 // What the thread of an axis runs.
 struct TMotorThread {
   const TAxis& tAxis;
-  i32 (*pfnEntry)(void* pvThis);                       // the body, as the thread library calls it
-  void (*pfnBegin)(TVernierLensdInfo* pThis, i32 fd);  // ahead of the loop; null nothing
+  i32 (*pfnEntry)(void* pvThis);                       // the body, called by the thread library
+  void (*pfnBegin)(TVernierLensdInfo* pThis, i32 fd);  // before the loop; null: nothing
   void (*pfnDispatch)(TVernierLensdInfo* pThis, i32 fd);
-  // While the axis is idle: true if the dispatcher is to run a command that this has claimed.  Null nothing.
+  // Called while the axis is idle.  Returns true if the dispatcher is to run a command that this has claimed.  Null:
+  // nothing.
   bool (*pfnCorrect)(TVernierLensdInfo* pThis, TIRCutState* ptIRCut, i32 fd);
-  void (*pfnEnd)(TVernierLensdInfo* pThis);  // after the loop; null nothing
+  void (*pfnEnd)(TVernierLensdInfo* pThis);  // after the loop; null: nothing
 };
 
 constexpr TMotorThread g_tZoomThread = {
@@ -61,14 +62,14 @@ constexpr TMotorThread g_tFocusThread = {
 i32 MotorThread_Run(TVernierLensdInfo* pThis, const TMotorThread& tThread);
 i32 MotorThread_Serve(TVernierLensdInfo* pThis, const TMotorThread& tThread);
 void MotorThread_Loop(TVernierLensdInfo* pThis, const TMotorThread& tThread, i32 fd);
-void FollowSavedZoom(TVernierLensdInfo* pThis);
+void SetTrackingWords(TVernierLensdInfo* pThis);
 void MotorThread_AwaitPair(TVernierLensdInfo* pThis, const TAxis& tAxis);
 void MotorThread_SetRange(TVernierLensdInfo* pThis, const TAxis& tAxis);
 EReceived MotorThread_Receive(TVernierLensdInfo* pThis, const TAxis& tAxis);
 i32 MotorThread_Initial(TVernierLensdInfo* pThis, const TMotorThread& tThread);
 i32 MotorThread_Start(TVernierLensdInfo* pThis, const TAxis& tAxis);
 
-// Whatever the way out, the last act is the ended word: from there on the release may free what the thread used.
+// The last act sets bEnded, whatever the way out: after it, the release may free what the thread used.
 i32 MotorThread_Run(TVernierLensdInfo* pThis, const TMotorThread& tThread) {
   const TAxis& tAxis = tThread.tAxis;
   const i32 iResult = pThis->*tAxis.pbSupport == 0 ? 0 : MotorThread_Serve(pThis, tThread);
@@ -84,11 +85,11 @@ i32 MotorThread_Serve(TVernierLensdInfo* pThis, const TMotorThread& tThread) {
     g_bRunThread = 0;
     return -1;
   }
-  const bool bPass = pThis->bSupportICS == 0 &&  // whose driver knows where it stands
+  const bool bPass = pThis->bSupportICS == 0 &&  // an ICS driver knows its position without a pass
                      g_tVernierLensdConfigInfo.*tAxis.pbPISupport != 0 &&
                      g_tVernierLensdConfigInfo.dwRestoreStatus == STATUS_NORMAL;
-  // Before the pass, which takes minutes: by then others may have set these words for a newer target.
-  if (tAxis.bFocusLeads) FollowSavedZoom(pThis);
+  // Do this before the pass, which takes minutes: meanwhile others may set these words for a newer target.
+  if (tAxis.bFocusLeads) SetTrackingWords(pThis);
   if (bPass) PIPass_Run(pThis, tAxis, fd);
   if (tThread.pfnBegin != nullptr) tThread.pfnBegin(pThis, fd);
   MotorThread_AwaitPair(pThis, tAxis);
@@ -101,7 +102,7 @@ i32 MotorThread_Serve(TVernierLensdInfo* pThis, const TMotorThread& tThread) {
 
 void MotorThread_Loop(TVernierLensdInfo* pThis, const TMotorThread& tThread, i32 fd) {
   TIRCutState tIRCut = {};
-  // At the end of a start-up that got no further the pair is missing.
+  // The pair is missing if start-up has failed before making it.
   while (Word_Take(pThis->*tThread.tAxis.pbWakeReady) != 0 && g_bRunThread.load() != 0) {
     const EReceived eReceived = MotorThread_Receive(pThis, tThread.tAxis);
     if (eReceived == RECEIVED_COMMAND) tThread.pfnDispatch(pThis, fd);
@@ -110,14 +111,14 @@ void MotorThread_Loop(TVernierLensdInfo* pThis, const TMotorThread& tThread, i32
   }
 }
 
-// Pan focus and search bound as the saved zoom positions give them.
-void FollowSavedZoom(TVernierLensdInfo* pThis) {
+// Sets pan focus and search bound of each channel for its saved zoom position.
+void SetTrackingWords(TVernierLensdInfo* pThis) {
   for (i32 i = 0; i < g_tVernierLensdConfigInfo.iMaxDevNum; i++) {
     ZoomTracking_SetWords(pThis, Word_Load(pThis->adwZoomMotorPosition[i]), i);
   }
 }
 
-// The main loop begins after the pairs have been made: one that is missing then stays missing, and nothing is left to
+// The pairs are made before bPowerLossChecked is set: one that is missing then stays missing, and nothing is left to
 // wait for but the end.
 void MotorThread_AwaitPair(TVernierLensdInfo* pThis, const TAxis& tAxis) {
   const auto IsOver = [&] { return Word_Take(pThis->*tAxis.pbWakeReady) != 0 || Daemon_IsEnding(); };
@@ -132,7 +133,8 @@ void MotorThread_SetRange(TVernierLensdInfo* pThis, const TAxis& tAxis) {
   Word_Store(tBlock.dwEnd, Axis_Config(tAxis.pdwVirtualEnd));
 }
 
-// The flag carries the command, not the bytes: several wake-ups may have left several, and run the block once.
+// The wake flag says that a command is pending, not the bytes: several wake-ups may leave several, and the block runs
+// once.
 EReceived MotorThread_Receive(TVernierLensdInfo* pThis, const TAxis& tAxis) {
   const i32 fdWake = (pThis->*tAxis.paiWakePair)[1];
   fd_set fdsWake;
@@ -152,7 +154,7 @@ EReceived MotorThread_Receive(TVernierLensdInfo* pThis, const TAxis& tAxis) {
   }
   u32 dwDiscarded = 0;
   if (read(fdWake, &dwDiscarded, sizeof dwDiscarded) < 0) {
-    // Nothing depends on the bytes.
+    // The bytes do not matter, so neither does an error.
   }
   if (Daemon_IsEnding() || Word_Take(pThis->*tAxis.pbWake) == 0) return RECEIVED_NOTHING;
   return RECEIVED_COMMAND;
@@ -160,7 +162,7 @@ EReceived MotorThread_Receive(TVernierLensdInfo* pThis, const TAxis& tAxis) {
 
 i32 MotorThread_Initial(TVernierLensdInfo* pThis, const TMotorThread& tThread) {
   const TAxis& tAxis = tThread.tAxis;
-  MotorThread_SetRange(pThis, tAxis);  // before the thread: it would overwrite what others have set by the time it runs
+  MotorThread_SetRange(pThis, tAxis);  // before the thread starts: later, others may have set these
   const TTaskShimOptions tOptions = {.dwReserved = 0,
                                      .pvArgument = pThis,
                                      .dwStackSize_KiB = 120,
@@ -173,8 +175,8 @@ i32 MotorThread_Initial(TVernierLensdInfo* pThis, const TMotorThread& tThread) {
   return MotorThread_Start(pThis, tAxis);
 }
 
-// A signal on a motor thread would end a sleep early and count a step that the motor has not made, or break a blocking
-// walk: the thread inherits a mask without them.
+// A signal on a motor thread could break a blocking walk, or end a sleep early: a step would be counted that the motor
+// has not made.  The thread inherits a mask that blocks both.
 i32 MotorThread_Start(TVernierLensdInfo* pThis, const TAxis& tAxis) {
   sigset_t tBlocked;
   sigset_t tFormer;
@@ -210,7 +212,7 @@ i32 VernierLensd_InitZoomMotorThread(TVernierLensdInfo* pThis) {
 i32 MotorThreads_WaitForEnd(TVernierLensdInfo* pThis) {
   const auto IsOutOfTheWay = [](const TCommandBox& tBox) { return tBox.bStarted == 0 || Word_Take(tBox.bEnded) != 0; };
   for (const TAxis* ptAxis : {&g_tFocusAxis, &g_tZoomAxis}) {
-    // Bytes without a flag: the thread looks at g_bRunThread and dispatches nothing.
+    // These bytes come without a flag: the thread looks at g_bRunThread and dispatches nothing.
     if (Axis_Box(pThis, *ptAxis).bStarted != 0) Command_Wake(pThis, *ptAxis);
   }
   const bool bEnded = Wait_Poll(qwEndPoll_us, qwEndBound_us,
