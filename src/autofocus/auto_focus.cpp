@@ -46,7 +46,7 @@ i32 CountDownToReference(TVernierLensdInfo* pThis, bool bWalking);
 void VernierLensd_PerformAutoFocus(TVernierLensdInfo* pThis, i32 fd) {
   if (pThis->bSupportFocus == 0) return;
   const u32 bIris = OpenIris(pThis);
-  // Worked out before the wait, from the pan focus that the zoom's target gave.
+  // Take the range before the wait: the pan focus already belongs to the zoom's target.
   const TRange tFirst = FirstRange(pThis);
   WaitForZoom(pThis);
   std::puts("[vernierlensd] : Start first-level searching...");
@@ -61,7 +61,7 @@ void PerformFocusScan(TVernierLensdInfo* pThis, i32 fd) {
   Motor_Request(fd, MOTOR_SELECT_DEVICE, pThis->tFocusBox.iRunningChannel);
   const u32 bIris = OpenIris(pThis);
   ClearTableRow(pThis->tFocusBox.iRunningChannel);
-  const bool bGoesOn = !Daemon_IsEnding();  // no walk is begun behind the end
+  const bool bGoesOn = !Daemon_IsEnding();  // no walk is begun when the daemon is ending
   if (bGoesOn && pThis->bSupportZoom != 0) SendZoomToReference(pThis);
   i32 iResult = bGoesOn ? 0 : -1;
   if (bGoesOn) iResult = ScanFindReference(pThis, fd);
@@ -78,14 +78,14 @@ void PerformFocusScan(TVernierLensdInfo* pThis, i32 fd) {
 
 namespace {
 
-// Result: the iris was wished for, and is to be given back.
+// Returns 1 if the command asks for an open iris, which is then to be given back.
 u32 OpenIris(TVernierLensdInfo* pThis) {
   const u32 bIris = Word_Load(pThis->tFocusCommand.bIris);
   if (bIris != 0) VernierLensd_RequestIris(pThis, 1);
   return bIris;
 }
 
-// Held fully open by command, it stays open.
+// An iris that is held fully open by command stays open.
 void GiveIrisBack(TVernierLensdInfo* pThis, u32 bIris) {
   if (bIris != 0 && g_bIrisFullyOpenStatus.load() == 0) VernierLensd_RequestIris(pThis, 0);
 }
@@ -100,12 +100,12 @@ TBounds PresentBounds(TVernierLensdInfo* pThis) {
   return SearchBounds(pThis, ZoomTracking_SearchWords(pThis, pThis->tFocusBox.iRunningChannel).dwStart);
 }
 
-// A range of iLength round dwCentre, moved so that it lies within the bounds, and never longer than they are.
+// Returns a range of iLength round dwCentre, moved into the bounds and never longer than they are.
 TRange CentredRange(const TBounds& tBounds, i32 iLength, u32 dwCentre) {
   const u32 dwLength = std::min(static_cast<u32>(iLength), tBounds.dwEnd - tBounds.dwStart);
   const u32 dwHalf = dwLength >> 1;
   if (dwCentre < dwHalf + tBounds.dwStart) return {.dwStart = tBounds.dwStart, .dwLength = dwLength};
-  // The upper part of an odd length is the longer one.
+  // The upper half of an odd length is the longer one.
   if (dwCentre > tBounds.dwEnd || dwLength - dwHalf > tBounds.dwEnd - dwCentre) {
     return {.dwStart = tBounds.dwEnd - dwLength, .dwLength = dwLength};
   }
@@ -116,7 +116,7 @@ TRange FirstRange(TVernierLensdInfo* pThis) {
   const TSearchWords tWords = ZoomTracking_SearchWords(pThis, pThis->tFocusBox.iRunningChannel);
   const TBounds tBounds = SearchBounds(pThis, tWords.dwStart);
   u32 dwPanFocus = tWords.dwPanFocus;
-  // A tracking curve, or a broken table, can lead below 0, which is no place at the far end.
+  // A tracking curve or a broken table can give a pan focus below 0, which must not count as the far end.
   if (static_cast<i32>(dwPanFocus) < 0) dwPanFocus = 0;
   const u32 dwWhole = tBounds.dwEnd - tBounds.dwStart;
   const i32 iFirst = g_tVernierLensdConfigInfo.iSearchRangeFirstLevel;
@@ -124,7 +124,7 @@ TRange FirstRange(TVernierLensdInfo* pThis) {
   return CentredRange(tBounds, iFirst, dwPanFocus);
 }
 
-// The zoom's word falls when it is at rest; one that nobody will ever take down must not hold the focus.
+// The zoom's dwFunction becomes 0 when the zoom is at rest.  The wait also ends if no thread will ever set it to 0.
 void WaitForZoom(TVernierLensdInfo* pThis) {
   if (pThis->bSupportZoom == 0) return;
   Wait_Poll(qwZoomPoll_us, qwNoBound_us, [&] {
@@ -134,7 +134,7 @@ void WaitForZoom(TVernierLensdInfo* pThis) {
   });
 }
 
-// Each level goes on from where the one before has left the lens, on its best position.
+// Sweeps level by level.  A sweep leaves the lens on its best position, and the next one is centred there.
 i32 SweepLevels(TVernierLensdInfo* pThis, i32 fd, const TRange& tFirst, u32 dwFirstStep, const char* szThird) {
   const TVernierLensdConfigInfo& tConfig = g_tVernierLensdConfigInfo;
   if (VernierLensd_FocusSweep(pThis, fd, tFirst.dwStart, tFirst.dwLength, dwFirstStep) != 0) return -1;
@@ -158,8 +158,8 @@ void ClearTableRow(i32 iChannel) {
   std::for_each(pdwRow, pdwRow + dwSize, [](u32& dwEntry) { Word_Store(dwEntry, 0); });
 }
 
-// The zoom walks to its reference and back to where it is.  This is left out where a newer command has come: the iris
-// may have taken seconds, a stop would be followed by a walk that nothing stops, and a zoom be lost.
+// Sends the zoom to its reference and back to where it is, unless a newer command has come while the iris opened.  Else
+// a walk that nothing stops would follow a client's stop, or a client's zoom would be lost.
 void SendZoomToReference(TVernierLensdInfo* pThis) {
   if (Word_Take(pThis->bFocusWake) != 0) return;
   const TCommandId tScan = Command_Running(pThis, g_tFocusAxis);
@@ -180,12 +180,12 @@ i32 ScanFindReference(TVernierLensdInfo* pThis, i32 fd) {
   const bool bMoved = iFound != iSearchNotBegun && iFound != iWalkRefused;
   i32 iResult = 0;
   if (bMoved && g_tVernierLensdConfigInfo.bBlockingMode == 0) iResult = CountDownToReference(pThis, bWalking);
-  // The lens stands there, whatever the count has run down to, and the counter must not say anything else.
+  // Whatever the position was counted down to, the lens stands at the reference: the counter must say so.
   Reference_Arrive(pThis, g_tFocusAxis, iFound, FocusReference_Place());
   return iResult;
 }
 
-// Result: as Reference_Arrive takes it.  *pbWalking becomes true if the walk runs on in the driver.
+// Returns what Reference_Arrive takes.  Sets *pbWalking if the walk still runs in the driver.
 i32 ScanWalkToReference(i32 fd, bool* pbWalking) {
   const TVernierLensdConfigInfo& tConfig = g_tVernierLensdConfigInfo;
   if (FocusReference_SetDirection(fd) < 0) return iWalkRefused;
@@ -201,9 +201,9 @@ i32 ScanWalkToReference(i32 fd, bool* pbWalking) {
   return Motor_Request(fd, MOTOR_WALK_STEPS_BLOCK, iSteps) < 0 ? iWalkRefused : 0;
 }
 
-// A new command ends the scan, but not a walk that runs on to the stop in the driver: its time is slept out, else the
-// next walk would be asked of a running motor from a place that nobody knows.  Where none runs, a new command and the
-// daemon's end are given way to at once.
+// Counts the position down while the driver walks to the stop.  A new command ends the scan, but a walk that still runs
+// is slept out first.  Else the next walk would be asked of a running motor, from an unknown position.  If no walk
+// runs, a new command or the daemon's end ends this at once.
 i32 CountDownToReference(TVernierLensdInfo* pThis, bool bWalking) {
   const TVernierLensdConfigInfo& tConfig = g_tVernierLensdConfigInfo;
   const i32 iOneStep = static_cast<i32>(tConfig.dwFocusVirtualOneStep);

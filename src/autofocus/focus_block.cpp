@@ -25,7 +25,7 @@ TFocusBlock* RunningBlock(const TVernierLensdInfo* pThis) {
 
 i32 AttachBlock(TVernierLensdInfo* pThis, i32 iChannel) {
   const key_t tKey = ftok(szBlockKeyPath, iChannel);
-  // A key that could not be made would give all channels one segment.
+  // Never use a key that could not be made: it would give all channels one segment.
   const i32 iId = tKey == -1 ? -1 : shmget(tKey, sizeof(TFocusBlock), iBlockMode);
   if (iId == -1) {
     std::printf("key is %x, errno is \"%s\"\n", static_cast<u32>(tKey), std::strerror(errno));
@@ -78,7 +78,7 @@ void VernierLensd_RequestIris(TVernierLensdInfo* pThis, u32 dwRequest) {
   TFocusBlock* ptBlock = RunningBlock(pThis);
   if (pThis->bSupportFocus == 0 || ptBlock == nullptr) return;
   Word_Store(ptBlock->dwIrisRequest, dwRequest);
-  Word_Publish(ptBlock->bIrisPending, 1);  // behind the request: the peer looks at this one first
+  Word_Publish(ptBlock->bIrisPending, 1);  // after the request: the image side looks at this word first
   if (dwRequest != 1) return;
   const u64 qwPeriod_us = std::max<u64>(g_tVernierLensdConfigInfo.dwOpenIrisTime, qwLeastIrisPeriod_us);
   const u64 qwBound_us = std::max(qwIrisPeriods * qwPeriod_us, qwLeastIrisBound_us);

@@ -16,8 +16,8 @@ struct TSweep {
   u32 dwRange;
   u32 dwStep;
   u32 dwBest;      // highest value so far
-  u32 dwBestStep;  // its distance from dwStart
-  u32 dwOffset;    // distance of the present place
+  u32 dwBestStep;  // distance of that value from dwStart
+  u32 dwOffset;    // distance of the present position from dwStart
 };
 
 i32 ReadStart(TVernierLensdInfo* pThis, i32 fd, TSweep* ptSweep);
@@ -58,7 +58,7 @@ i32 ReadStart(TVernierLensdInfo* pThis, i32 fd, TSweep* ptSweep) {
   std::printf("[vernierlensd] : [CH %d] Initial position: %d, Focus Value: %d.\n", pThis->tFocusBox.iRunningChannel,
               static_cast<i32>(ptSweep->dwStart), static_cast<i32>(ptSweep->dwBest));
   if (pThis->bSupportICS != 0) return 0;
-  return Axis_SetDirection(pThis, g_tFocusAxis, fd, DIRECTION_FORWARD) ? 0 : -1;  // once: the steps rely on it
+  return Axis_SetDirection(pThis, g_tFocusAxis, fd, DIRECTION_FORWARD) ? 0 : -1;  // set once, for all steps
 }
 
 i32 StepThrough(TVernierLensdInfo* pThis, i32 fd, TSweep* ptSweep) {
@@ -75,8 +75,8 @@ i32 StepThrough(TVernierLensdInfo* pThis, i32 fd, TSweep* ptSweep) {
   return 0;
 }
 
-// In stepped mode the one sleep covers the walk and a fresh reading; the configuration gives it.  -1: an ICS lens that
-// does not answer any more, or a driver that has refused the walk.
+// One sleep of the configured time covers the walk and a fresh reading.  Returns 0, or -1 if the ICS lens is detached
+// or the driver has refused the walk.
 i32 StepOnce(TVernierLensdInfo* pThis, i32 fd, const TSweep& tSweep) {
   const TVernierLensdConfigInfo& tConfig = g_tVernierLensdConfigInfo;
   if (pThis->bSupportICS != 0) {
@@ -91,7 +91,7 @@ i32 StepOnce(TVernierLensdInfo* pThis, i32 fd, const TSweep& tSweep) {
   return 0;
 }
 
-// A lens that has not arrived by the last look is left where it is.
+// A lens that has not arrived by the last look is not waited for.
 void StepICS(i32 fd, u32 dwTarget) {
   constexpr i32 iLooks = 3;
   constexpr u64 qwLook_us = 150'000;
@@ -114,16 +114,16 @@ void TakeReading(TVernierLensdInfo* pThis, TSweep* ptSweep) {
   std::printf("[vernierlensd] : Position: %d, Step: %d, Focus Value: %d.\n",
               static_cast<i32>(ptSweep->dwStart + ptSweep->dwOffset), static_cast<i32>(ptSweep->dwOffset),
               static_cast<i32>(dwValue));
-  // The block, not the running command: a value behind a stop is no part of the scan's curve.
+  // The block, not the running command: a value that is read after a stop is no part of the scan's curve.
   if (Word_Load(pThis->tFocusCommand.dwFunction) == FUNCTION_SCAN) {
     StoreInTable(pThis->tFocusBox.iRunningChannel, ptSweep->dwOffset, dwValue);
   }
-  if (dwValue <= ptSweep->dwBest) return;  // of equal values the first one stands
+  if (dwValue <= ptSweep->dwBest) return;  // of equal values the first counts
   ptSweep->dwBest = dwValue;
   ptSweep->dwBestStep = ptSweep->dwOffset;
 }
 
-// What lies beyond the channel's row is dropped: a sweep over the whole range reaches one entry past it.
+// Drops a value beyond the channel's row: a sweep over the whole range reaches one entry too far.
 void StoreInTable(i32 iChannel, u32 dwOffset, u32 dwValue) {
   const TVernierLensdConfigInfo& tConfig = g_tVernierLensdConfigInfo;
   const u32 dwSize = static_cast<u32>(std::max(tConfig.iFocusValueTableSize, 0));
@@ -131,7 +131,7 @@ void StoreInTable(i32 iChannel, u32 dwOffset, u32 dwValue) {
   Word_Store(g_pdwtabFocusValueTable[static_cast<std::size_t>(iChannel) * dwSize + dwOffset], dwValue);
 }
 
-// Backward, unless the best was the last step, and so with the backlash taken up.
+// Moves back to the best position.  The move runs backward and so takes up backlash, unless the last step was the best.
 i32 GoToBest(TVernierLensdInfo* pThis, i32 fd, const TSweep& tSweep) {
   const u32 dwPosition = Word_Load(Axis_Position(pThis, g_tFocusAxis));
   if (VernierLensd_MoveFocus(pThis, fd, dwPosition - (tSweep.dwOffset - tSweep.dwBestStep)) != 0) return -1;

@@ -13,12 +13,12 @@
 
 namespace {
 
-// |a - b| / interval * rem: divided before it is multiplied, in double precision, and cut.
+// Divides before it multiplies, in double precision, and cuts the result.
 u32 Interpolate(u32 dwDifference, i32 iInterval, u32 dwRemainder) {
   return static_cast<u32>(static_cast<double>(dwDifference) / iInterval * dwRemainder);
 }
 
-// False: left out, since the focus's command is newer than tOf.
+// Returns false, with nothing sent, if the focus's command is newer than tOf.
 bool SendToPanFocus(TVernierLensdInfo* pThis, TCommandId tOf) {
   const bool bWritten = Command_WriteFollowUp(pThis, g_tFocusAxis, tOf, [&](TMotorCommand& tBlock) {
     pThis->tFocusBox.dwFollowOwed = tOf.dwNumber;
@@ -53,8 +53,8 @@ u32 PanFocusAt(const TVernierLensdInfo* pThis, u32 dwZoomPos, i32 iChannel) {
   return g_pdwtabFocusPanTable[dwZoomPos == 0 ? 0 : std::min(dwZoomPos, dwEntries) - 1];
 }
 
-// True: a positioning waits in the zoom's block, or its reference is lost and a recovery or a move makes it walk there.
-// A lost reference of a zoom at rest sends it nowhere, and neither does a stop.
+// Returns true if the zoom is sure to walk to its reference: a positioning is pending, a recovery is due, or a walking
+// command finds the reference lost.  A lost reference alone moves nothing, and neither does a stop.
 bool IsBoundForReference(TVernierLensdInfo* pThis, i32 iChannel) {
   if (pThis->bSupportZoom == 0) return false;
   TCommandBox& tBox = pThis->tZoomBox;
@@ -80,7 +80,7 @@ i32 VernierLensd_LoadPanFocusTable() {
   }
   TToken tToken = {};
   u32 dwEntry = 0;
-  // A token that is too long fills its entry too: one left out would shift all that follow.
+  // A token that is too long fills its entry too: else all later entries would shift.
   while (dwEntry < g_tVernierLensdConfigInfo.dwZoomVirtualTotalStep && TokenFile_NextOfAnyLength(pFile, &tToken)) {
     g_pdwtabFocusPanTable[dwEntry++] = Text_ToU32(tToken.szText);
   }
@@ -124,7 +124,7 @@ TSearchWords ZoomTracking_SearchWords(TVernierLensdInfo* pThis, i32 iChannel) {
     return {.dwPanFocus = PanFocusAt(pThis, dwReference, iChannel),
             .dwStart = bTable ? FocusingStart(dwReference) : Word_Load(pThis->tFocusCommand.dwStart)};
   }
-  // The shared bound is that of the last zoom of any channel.
+  // The shared bound belongs to the last zoom of any channel.
   const bool bOwn = bTable && g_tVernierLensdConfigInfo.iMaxDevNum > 1;
   return {.dwPanFocus = Word_Load(pThis->adwPanFocus[iChannel]),
           .dwStart = Word_Load(bOwn ? pThis->adwSearchStart[iChannel] : pThis->tFocusCommand.dwStart)};
@@ -134,9 +134,9 @@ void VernierLensd_FollowZoom(TVernierLensdInfo* pThis, u32 dwZoomPos) {
   if (pThis->bSupportFocus == 0) return;
   const TCommandId tOf = Command_Running(pThis, g_tZoomAxis);
   ZoomTracking_SetWords(pThis, dwZoomPos, tOf.iChannel);
-  // A zoom that waits will send the focus itself, and a stop lets it rest.
+  // A pending zoom will send the focus itself, and after a pending stop the focus is to rest.
   if (Word_Take(pThis->bZoomWake) == 0 && SendToPanFocus(pThis, tOf)) return;
-  // A stop is written to the zoom's block first, so one that has kept the focus from following is seen here.
+  // A stop is written to the zoom's block first.  So a stop that has kept the focus from following is seen here.
   if (Word_Take(pThis->bZoomWake) == 0) return;
   Command_Lock(pThis->tFocusBox);
   pThis->tFocusBox.dwFollowOwed = tOf.dwNumber;
@@ -154,7 +154,7 @@ void VernierLensd_FollowStoppedZoom(TVernierLensdInfo* pThis) {
   Command_Lock(tBox);
   const bool bStopWaits =
       Word_Load(pThis->bZoomWake) != 0 && Word_Load(pThis->tZoomCommand.dwFunction) == FUNCTION_STOP;
-  // As new as the stop: the focus's half of that very stop does not keep it from going, whatever is newer does.
+  // The move gets the stop's number: that stop's own focus half does not hold it back, but every newer command does.
   const TCommandId tStop = {.iChannel = tBox.iRunningChannel, .dwNumber = tBox.dwNumber};
   Command_Unlock(tBox);
   if (bStopWaits) SendToPanFocus(pThis, tStop);
@@ -163,7 +163,7 @@ void VernierLensd_FollowStoppedZoom(TVernierLensdInfo* pThis) {
 void VernierLensd_AutoFocusAfterPositioning(TVernierLensdInfo* pThis) {
   if (pThis->bSupportFocus == 0) return;
   const TCommandId tOf = Command_Running(pThis, g_tFocusAxis);
-  // A newer zoom, perhaps of another channel, has set its own words, and its position is not this one's.
+  // A newer zoom, perhaps of another channel, has set its own words, and the block's position is not this command's.
   if (pThis->bSupportZoom != 0 && Command_StandsIn(pThis, g_tZoomAxis, tOf.dwNumber)) {
     ZoomTracking_SetWords(pThis, Word_Load(pThis->tZoomCommand.dwPosition), tOf.iChannel);
   }
