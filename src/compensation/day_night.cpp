@@ -11,7 +11,7 @@
 
 namespace {
 
-// A file without the key leaves the mode alone.
+// *piMode stays if the file lacks the key.
 i32 ReadMode(const char* pszPath, i32* piMode, bool* pbFound) {
   u32 dwMode = static_cast<u32>(*piMode);
   const TTokenRow tRow = {.sKey = "night_mode", .pdwDest = &dwMode, .pbFound = pbFound};
@@ -95,7 +95,7 @@ bool DayNight_Check(TVernierLensdInfo* pThis, TIRCutState* ptIRCut, FNightOffset
   i32& iChannel = pThis->tCorrections.iChannel;
   while (++iChannel < g_tVernierLensdConfigInfo.iMaxDevNum) {
     if (pThis->aptFocusBlock[iChannel] == nullptr) continue;
-    const i32 iMode = NightMode_Present(pThis, iChannel);  // read once: what is moved for is what is stored
+    const i32 iMode = NightMode_Present(pThis, iChannel);  // read once: the same mode is acted on and stored
     if (Word_Load(pThis->aiNightMode[iChannel]) == iMode) continue;
     std::puts("[vernierlensd] : day night switch");
     ReadLeds(pThis, ptIRCut);

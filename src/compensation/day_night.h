@@ -1,5 +1,5 @@
-// What the day/night correction of both kinds of lens does alike: the mode that was acted on last, and the check for a
-// switch.  When the image side switches between daylight and infra-red light, focus moves by an offset of the lens.
+// What the day/night corrections of both kinds of lens share: the mode that was acted on last, and the check for a
+// switch.  When the image side switches between daylight and infra-red light, the focus moves by an offset of the lens.
 #pragma once
 
 #include "core/context.h"
@@ -8,31 +8,32 @@
 struct TIRCutState {
   u32 bIRLedEnabled;  // the inverse of the key "disableirled"
   u32 bExtLedEnabled;
-  i32 iFocusOffset;  // of the switch that is handled
+  i32 iFocusOffset;  // virtual steps; of the switch that is handled
 };
 static_assert(sizeof(TIRCutState) == 12);
 
-// The offset of entering night, for the channel's zoom position; 0 where the switch moves nothing.
+// Returns the focus offset of a switch to night, or to day if bNight is false, at the channel's zoom position.  Returns
+// 0 if the switch moves nothing.
 using FNightOffset = i32 (*)(const TVernierLensdInfo* pThis, const TIRCutState& tIRCut, i32 iChannel, bool bNight);
 
-// Reads the mode that the daemon acted on last into each channel's aiNightMode from a state file.  A file without it:
-// the channel's present mode is taken and saved, with a line in front if szTaken (one %d) is given, and the next
-// channel finds it there.  Start-up.  0; -1: the file cannot be read, nothing is printed.
+// Reads the mode that the daemon acted on last from a state file into each channel's aiNightMode.  If the file lacks
+// it, takes the channel's present mode and saves it; the next channel finds it in the file.  Before the save szTaken
+// (one %d) is printed, unless it is null.  Returns 0, or -1 with nothing printed if the file cannot be read.  Start-up.
 i32 NightMode_Load(TVernierLensdInfo* pThis, const char* pszPath, const char* szTaken);
 
-// Reads the saved mode, if there is one, and does nothing else: where the correction stays off, a save must not lose
-// it. Start-up.
+// Reads the saved mode, if there is one, and does nothing else.  Call this where the correction stays off: a save must
+// not lose the mode.  Start-up.
 void NightMode_Keep(TVernierLensdInfo* pThis, const char* pszPath);
 
-// The channel's present mode; 0 where no block is attached.
+// Returns the channel's present mode, or 0 if no block is attached.
 i32 NightMode_Present(const TVernierLensdInfo* pThis, i32 iChannel);
 
-// A search that began in a mode has found focus: where the saved mode is not known to belong to the position, that one
+// Call this when a search that began in iMode has found focus: if the saved mode may not belong to the position, iMode
 // does now.  Focus thread, for the channel of the running command, before its save.
 void NightMode_FollowSearch(TVernierLensdInfo* pThis, i32 iMode);
 
 // Looks for the next channel whose mode has changed, and claims the move of its focus (command_box.h).  The new mode is
-// stored before the move, whose save writes both.  If a client's command has arrived meanwhile, that goes first, and
-// the switch waits for the next pass.  Focus thread, while the axis is idle.  True: a move has been claimed, and this
-// is to be called again after the dispatcher has run it.
+// stored before the move, whose save writes both.  A client's command that arrives meanwhile goes first, and the switch
+// waits for the next pass.  Returns true if a move has been claimed: call this again after the dispatcher has run it.
+// Focus thread, while the axis is idle.
 bool DayNight_Check(TVernierLensdInfo* pThis, TIRCutState* ptIRCut, FNightOffset pfnOffset);

@@ -21,7 +21,7 @@ const char* ProfileText(const TVernierLensdInfo* pThis, const char* pszKey) {
   return SXMLParser_GetElementText(pThis->hSXMLParser, "root", "Focus", "IRCORRECTION", pszKey, nullptr);
 }
 
-// Null with the line printed where the key is missing or its text is a word.
+// Returns null with szError printed if the key is missing or its text cannot be a number.
 const char* NumberText(const TVernierLensdInfo* pThis, const char* pszKey, const char* szError) {
   const char* pszText = ProfileText(pThis, pszKey);
   if (pszText != nullptr && Text_MayBeNumber(pszText)) return pszText;
@@ -29,14 +29,13 @@ const char* NumberText(const TVernierLensdInfo* pThis, const char* pszKey, const
   return nullptr;
 }
 
-// Entries from iFirst up to ahead of iNext.  What lies outside the table is left out.
+// Fills the entries iFirst to llNext - 1, as far as the table goes.
 void FillRange(i32 iFirst, i64 llNext, i32 iOffset) {
   const i64 llEnd = std::min<i64>(llNext, g_tVernierLensdConfigInfo.dwZoomVirtualTotalStep);
   for (i64 ll = std::max(iFirst, 0); ll < llEnd; ll++) g_pdwtabFocusShiftTable[ll] = iOffset;
 }
 
-// A range begins at its own first index and ends ahead of the next one's; one that begins behind that is passed over,
-// with its offset.
+// A range ends before the first index of the next one.  If the next one begins earlier, the range is empty.
 i32 LoadRanges(const TVernierLensdInfo* pThis) {
   const char* pszRanges = NumberText(pThis, "STEP_NUM", szStepNumError);
   if (pszRanges == nullptr) return -1;
@@ -77,7 +76,7 @@ u32 Entries(u32 bSupportZoom) {
   return bSupportZoom != 0 ? g_tVernierLensdConfigInfo.dwZoomVirtualTotalStep : 1;
 }
 
-// Position 0 reads what position 1 does, and one beyond the table its last entry.
+// Position 0 uses position 1's entry, and a position beyond the table the last entry.
 i32 NightOffset(const TVernierLensdInfo* pThis, const TIRCutState& tIRCut, i32 iChannel, bool bNight) {
   const bool bLed = tIRCut.bIRLedEnabled != 0 || tIRCut.bExtLedEnabled != 0;
   if (!bLed && g_tVernierLensdConfigInfo.dwFlangeBackCompensation == 0) return 0;
@@ -97,7 +96,7 @@ i32 DayNightFocusShift_Initial(TVernierLensdInfo* pThis) {
     return 0;
   }
   Word_Store(pThis->iCurChannel, 0);
-  Word_Store(pThis->bDayNightCorrection, 1);  // before the saves, which write the mode only while it is set
+  Word_Store(pThis->bDayNightCorrection, 1);  // before the saves: they write the mode only while this is set
   if (NightMode_Load(pThis, szPositionsPath, nullptr) == 0) return 0;
   std::printf("[vernierlensd] : fopen %s failed!\n", szPositionsPath);
   return -1;

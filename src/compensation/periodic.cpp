@@ -14,7 +14,7 @@ bool IsIdle(TVernierLensdInfo* pThis) {
   return Word_Load(pThis->tFocusCommand.dwFunction) == FUNCTION_IDLE && !Daemon_IsEnding();
 }
 
-void Begin(TCorrections* ptPass, ECorrection eCorrection) {
+void SetCorrection(TCorrections* ptPass, ECorrection eCorrection) {
   ptPass->eCorrection = eCorrection;
   ptPass->iChannel = -1;
 }
@@ -27,7 +27,7 @@ bool CorrectDayNight(TVernierLensdInfo* pThis, TIRCutState* ptIRCut) {
 bool CorrectTemperature(TVernierLensdInfo* pThis, i32 fd) {
   if (pThis->dwLensKind == LENS_KIND_THERMAL) return ThermalFocusShift_Check(pThis);
   if (pThis->dwLensKind != LENS_KIND_ICS || !ICS_TemperatureCheck(pThis, fd)) return false;
-  pThis->tCorrections.eCorrection = CORRECTION_OVER;  // that check is done
+  pThis->tCorrections.eCorrection = CORRECTION_OVER;  // the check of an ICS lens makes one move
   return true;
 }
 
@@ -45,14 +45,14 @@ bool Compensation_Check(TVernierLensdInfo* pThis, TIRCutState* ptIRCut, i32 fd) 
   TCorrections& tPass = pThis->tCorrections;
   if (tPass.eCorrection == CORRECTION_NONE) {
     if (Word_Take(pThis->bPowerLossChecked) == 0 || !IsIdle(pThis)) return false;
-    Begin(&tPass, CORRECTION_DAY_NIGHT);
+    SetCorrection(&tPass, CORRECTION_DAY_NIGHT);
   }
   if (tPass.eCorrection == CORRECTION_DAY_NIGHT) {
     if (CorrectDayNight(pThis, ptIRCut)) return true;
     const bool bTemperature = Word_Load(pThis->bThermalShift) != 0 && IsIdle(pThis);
-    Begin(&tPass, bTemperature ? CORRECTION_TEMPERATURE : CORRECTION_OVER);
+    SetCorrection(&tPass, bTemperature ? CORRECTION_TEMPERATURE : CORRECTION_OVER);
   }
   if (tPass.eCorrection == CORRECTION_TEMPERATURE && CorrectTemperature(pThis, fd)) return true;
-  Begin(&tPass, CORRECTION_NONE);
+  SetCorrection(&tPass, CORRECTION_NONE);
   return false;
 }

@@ -12,7 +12,7 @@
 namespace {
 
 constexpr i32 iPeriod_min = 2;
-constexpr u32 dwTolerance_C = 1;  // a drift up to this builds up until it is larger
+constexpr u32 dwTolerance_C = 1;  // a drift up to this is not corrected, and adds up
 
 u32 Distance(i32 iLeft, i32 iRight) {
   return iLeft > iRight ? static_cast<u32>(iLeft) - static_cast<u32>(iRight)
@@ -24,7 +24,7 @@ void PrintReading(const TTemperatureValue& tReading) {
               tReading.dTemperature);
 }
 
-// The last column not above each temperature.
+// Finds the last column that is not above each temperature.
 void FindColumns(const TVernierLensdInfo* pThis, i32 iReference, i32 iTemperature, TTableIndices* ptAt) {
   for (i32 i = 0; i < pThis->iThermalTempCount; i++) {
     if (iReference >= pThis->piThermalTemp[i]) ptAt->iRefTempIndex = i;
@@ -32,7 +32,7 @@ void FindColumns(const TVernierLensdInfo* pThis, i32 iReference, i32 iTemperatur
   }
 }
 
-// The last row not above the zoom position.
+// Finds the last row that is not above the zoom position.
 void FindRow(const TVernierLensdInfo* pThis, u32 dwZoom, TTableIndices* ptAt) {
   const auto IsAbove = [&](i32 iRow) { return static_cast<u32>(pThis->piThermalZoom[iRow]) > dwZoom; };
   if (pThis->iThermalZoomCount <= 0 || IsAbove(0)) return;
@@ -55,22 +55,22 @@ i32 LookUpShift(const TVernierLensdInfo* pThis, i32 iChannel, i32 iTemperature, 
   return iShift;
 }
 
-// The magnitude of the signed 32-bit product, as the maker of the lens counts it.
+// The magnitude of the product in signed 32 bits, as the maker of the lens counts it.
 u32 ShiftTime_us(i32 iShift) {
   const i32 iProduct = static_cast<i32>(g_tVernierLensdConfigInfo.dwFocusOneStepTime * static_cast<u32>(iShift));
   return Distance(iProduct, 0);
 }
 
-void SetReference(TVernierLensdInfo* pThis, i32 iChannel, i32 iTemperature) {
+void SetReferenceTemperature(TVernierLensdInfo* pThis, i32 iChannel, i32 iTemperature) {
   pThis->abRefTemperature[iChannel] = 1;
   pThis->aiRefTemperature[iChannel] = iTemperature;
 }
 
-// False: no check is due, or the sensor gives no reading.
+// Returns false if no check is due or the sensor gives no reading.
 bool BeginCheck(TVernierLensdInfo* pThis) {
   pThis->ptTime = Clock_UTC();
   const i32 iMinute = pThis->ptTime->tm_min;
-  // Of minute numbers, so that after minute 59 the next check comes at minute 0.
+  // Minute numbers, not minutes gone: after minute 59 the next check comes at minute 0.
   if (std::abs(iMinute - pThis->iInitTime) < iPeriod_min) return false;
   std::printf("[vernierlensd] : %d Mins fly\n", iPeriod_min);
   TTemperatureValue tReading = {};
@@ -85,7 +85,7 @@ bool BeginCheck(TVernierLensdInfo* pThis) {
   return bRead;
 }
 
-// After a move that was claimed: the lens gets the time of the walk, and the channel has its new reference.
+// Gives the lens the time of its claimed move, and the channel its new reference temperature.
 void EndMove(TVernierLensdInfo* pThis) {
   const TCorrections& tPass = pThis->tCorrections;
   Delay_WhileRunning(tPass.dwTravel_us);
@@ -94,9 +94,9 @@ void EndMove(TVernierLensdInfo* pThis) {
 
 bool NeedsMove(TVernierLensdInfo* pThis, i32 iChannel, i32 iTemperature) {
   if (pThis->abRefTemperature[iChannel] == 0) {
-    // Which temperature the present focus is right for, nobody has read.
+    // Nobody knows which temperature the present focus is right for.
     std::printf("[vernierlensd] : Channel %d had no reference temperature, takes %d.\n", iChannel, iTemperature);
-    SetReference(pThis, iChannel, iTemperature);
+    SetReferenceTemperature(pThis, iChannel, iTemperature);
     return false;
   }
   const i32 iReference = pThis->aiRefTemperature[iChannel];
@@ -104,7 +104,7 @@ bool NeedsMove(TVernierLensdInfo* pThis, i32 iChannel, i32 iTemperature) {
   return Distance(iReference, iTemperature) > dwTolerance_C;
 }
 
-// False: a client's command came first.
+// Returns false if a client's command came first.
 bool ClaimMove(TVernierLensdInfo* pThis) {
   TCorrections& tPass = pThis->tCorrections;
   const i32 iShift = LookUpShift(pThis, tPass.iChannel, tPass.iTemperature, &tPass.tAt);
@@ -126,7 +126,7 @@ i32 ThermalFocusShift_TemperatureUpdae(TVernierLensdInfo* pThis, u32 bAllChannel
     return Fail("[vernierlensd] : Temperature_ReadValue fail");
   }
   PrintReading(tReading);
-  for (i32 i = iFirst; i < iEnd; i++) SetReference(pThis, i, tReading.iTemperature);
+  for (i32 i = iFirst; i < iEnd; i++) SetReferenceTemperature(pThis, i, tReading.iTemperature);
   return 0;
 }
 

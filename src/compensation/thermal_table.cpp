@@ -25,7 +25,7 @@ void TakeNumbers(const char* pszList, i32* piValues, i32 iCount) {
   for (i32 i = 0; i < iCount; i++) piValues[i] = NumberList_Take(&pszList);
 }
 
-// Each count as soon as it is found.  Both lists are as long as their counts say, and the counts positive.
+// Stores each count as soon as it is found.  On success the counts are positive and the lists long enough.
 i32 LookUpLists(TVernierLensdInfo* pThis, const char** ppszTemps, const char** ppszZooms) {
   const char* pszTemps = TableText(pThis, "temperature", "total_step");
   if (pszTemps == nullptr) return Fail(szTempCountError);
@@ -73,7 +73,7 @@ i32 LoadTable(TVernierLensdInfo* pThis) {
     return -1;
   TakeNumbers(pszTemps, pThis->piThermalTemp, pThis->iThermalTempCount);
   TakeNumbers(pszZooms, pThis->piThermalZoom, iRows);
-  // A list that falls names no column and no row: the check would move the lens by chance.
+  // Both lists must rise: else the check would move the lens by chance.
   if (!std::is_sorted(pThis->piThermalTemp, pThis->piThermalTemp + pThis->iThermalTempCount)) {
     return Fail(szTempListError);
   }
