@@ -9,7 +9,7 @@ static_assert(std::numeric_limits<float>::is_iec559 && std::numeric_limits<doubl
 
 namespace {
 
-constexpr i32 iZeroCelsius = 273;  // kelvin, as the sensor's tables have it
+constexpr i32 iZeroCelsius = 273;  // kelvin; the sensor's curves are made for this rounded value
 
 }  // namespace
 
@@ -24,7 +24,7 @@ float ICS_EvaluateCurve(const TCurveRow* ptRow, float fX) {
   return fSum;
 }
 
-// A plain conversion of what does not fit differs from processor to processor.
+// A plain cast of a value that does not fit gives different results on different processors.
 i32 ICS_CutToInteger(float fValue) {
   constexpr float fBeyond = 2147483648.0F;
   if (std::isnan(fValue)) return 0;

@@ -18,21 +18,21 @@ namespace {
 constexpr const char* szNoTable = "[vernierlensd] : Create ICS curve table failed.";
 constexpr const char* szEnd = "=====";
 
-constexpr i32 iFirstCoefficient = 3;  // token that goes to word 0 of a row
+constexpr i32 iFirstCoefficient = 3;  // number of the token that becomes word 0 of a row
 constexpr i32 iMaxTokens = 15;
 constexpr u32 dwInfrared = 1;  // wave length code
-constexpr i32 iNoAnswer = -1;  // of a driver's request
+constexpr i32 iNoAnswer = -1;  // result of a request that the driver did not answer
 
 struct TCurveFile {
   char szPath[100];
   u32 adwToken[iMaxTokens];
-  i32 iTokens;  // read
+  i32 iTokens;  // tokens that were read
 };
 
-i32 g_iTrackingRows = 0;  // of the tables that are there
-i32 g_iTempRows = 0;
+i32 g_iTrackingRows = 0;  // rows of the loaded table; 0 without one
+i32 g_iTempRows = 0;      // likewise
 
-// False: the end, or no hexadecimal number of 32 bits.
+// Returns false at the end of the file, or at a token that is no 32-bit hexadecimal number.
 bool NextToken(FILE* pFile, u32* pdwToken) {
   constexpr i64 llMax = std::numeric_limits<u32>::max();
   TToken tToken = {};
@@ -67,7 +67,7 @@ void FreeRows(TCurveRow**& pptTable, i32& iRows) {
   Table_Free(pptTable);
 }
 
-// Null: the file is not whole, with a line printed, or no memory.
+// Returns null if the file is not whole, with a line printed, or if there is no memory.
 TCurveRow* NewRow(const TCurveFile& tFile) {
   if (tFile.iTokens < iFirstCoefficient + iCurveTerms) {
     std::printf("[vernierlensd] : %s holds no whole curve and is not used.\n", tFile.szPath);
@@ -79,7 +79,7 @@ TCurveRow* NewRow(const TCurveFile& tFile) {
   return ptRow;
 }
 
-// fnTake(file number, file) sees each file behind its row.
+// Calls fnTake(file number, file) for each file, after its row has been made.
 template <typename TTake>
 i32 LoadRows(const char* szPaths, TCurveRow** pptTable, i32 iRows, TTake fnTake) {
   for (i32 i = 0; i < iRows; i++) {
@@ -125,7 +125,7 @@ void AskADRange(const TVernierLensdInfo* pThis) {
               static_cast<i32>(tConfig.dwMaxAD), static_cast<i32>(tConfig.dwTotalAD));
 }
 
-// "Min" is the end of low temperatures, and the numerically larger one.
+// "Min" is the end of low temperatures; its reading is the larger number.
 void BuildADTable() {
   const i32 iMinAD = static_cast<i32>(g_tVernierLensdConfigInfo.dwMinAD);
   const i32 iMaxAD = static_cast<i32>(g_tVernierLensdConfigInfo.dwMaxAD);
@@ -136,7 +136,7 @@ void BuildADTable() {
   g_pdwtabADValueTable = piTable;
 }
 
-// The number of the file to use, or -1.
+// Returns the number of the file to use, or -1 if a file cannot be opened.
 i32 ChooseIRFile() {
   i32 iChosen = 0;
   for (i32 i = 0; i < g_tVernierLensdConfigInfo.iIRCurveCount; i++) {

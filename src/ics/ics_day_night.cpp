@@ -7,7 +7,8 @@
 
 namespace {
 
-// All along the range a position reads the entry one step below it.  The flange does not count on this lens.
+// Within the range a position takes the table entry of the position one step below.  The configuration's flange back
+// compensation does not apply to an ICS lens.
 i32 NightOffset(const TVernierLensdInfo* pThis, const TIRCutState& tIRCut, i32 iChannel, bool bNight) {
   const TVernierLensdConfigInfo& tConfig = g_tVernierLensdConfigInfo;
   if (tIRCut.bIRLedEnabled == 0 && tIRCut.bExtLedEnabled == 0) return 0;

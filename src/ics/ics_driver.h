@@ -1,15 +1,16 @@
-// What the ICS lens's moves have in common.  The driver goes to a position by itself and takes its time; the daemon
-// only waits for as long as the distance takes, holding gICSMutex, so that the axes move one after the other.
+// What the moves of an ICS lens have in common.  The driver goes to a position by itself; the daemon only waits for the
+// time that the distance takes.  The daemon holds gICSMutex meanwhile, so the axes move one after the other.
 #pragma once
 
 #include "motor/axis.h"
 
-constexpr u64 qwMaxTravel_us = 120'000'000;  // the longest that one move is waited for
+constexpr u64 qwMaxTravel_us = 120'000'000;  // longest wait for one move
 
-// Step time of the axis for the distance between two positions, limited to twice the axis's range: positions lie a
-// little outside of it at most.  And to qwMaxTravel_us, since the range and the speed are the driver's own answers: a
-// wrong one must not hold the lens's lock for hours.
+// Returns the time of a move: the axis's step time for each step between two positions.  The distance is limited to
+// twice the axis's range, since positions lie at most a little outside the range.  The time is limited to
+// qwMaxTravel_us: range and speed are the driver's answers, and a wrong one must not hold gICSMutex for hours.
 u64 ICS_TravelTime_us(const TAxis& tAxis, i32 iFrom, i32 iTo);
 
-// The lens does not answer any more: no request is made to it, and no move, until the daemon starts again.
+// Notes that the lens does not answer any more, and prints a line.  From then on, until the daemon starts again, the
+// lens is neither moved nor asked for a position or a temperature.
 void ICS_SetDetached(TVernierLensdInfo* pThis);

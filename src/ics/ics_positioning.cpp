@@ -8,21 +8,21 @@
 
 namespace {
 
-// Sends an axis to a position and waits for the distance.  Result: where it says it is then.
+// Sends an axis to a position and waits for the time of the move.  Returns the position that the driver then reports.
 i32 GoTo(const TAxis& tAxis, i32 fd, i32 iFrom, i32 iTo) {
   Motor_Request(fd, tAxis.eICSSetPosition, iTo);
   Delay_us(ICS_TravelTime_us(tAxis, iFrom, iTo));
   return Motor_Request(fd, tAxis.eICSGetPosition);
 }
 
-// The driver goes no farther than its ends, and the position must not say anything else.
+// The driver stops at the ends of its range, so the position must not lie beyond them.
 i32 LimitToRange(i32 iZoom) {
   const i32 iLowest = static_cast<i32>(g_tVernierLensdConfigInfo.dwZoomVirtualStart);
   const i32 iHighest = std::max(iLowest, static_cast<i32>(g_tVernierLensdConfigInfo.dwZoomVirtualEnd));
   return std::clamp(iZoom, iLowest, iHighest);
 }
 
-// szReached: two numbers, the reference and the position read.
+// szReached is printed with two numbers: the reference, and the position that the driver then reports.
 void GoToFocusReference(TVernierLensdInfo* pThis, i32 fd, const char* szReached) {
   u32& dwPosition = Axis_Position(pThis, g_tFocusAxis);
   pthread_mutex_lock(&gICSMutex);

@@ -1,14 +1,14 @@
-// The reference of an ICS lens: the driver knows it, and goes there by itself.  Thread of the axis, for the channel of
-// its running command; never on a detached lens.  Each holds gICSMutex through its waits.  A driver that gives no
-// reference counts as detached, and the position stays.
+// Sends an ICS lens to its reference.  The driver knows the reference, and goes there by itself.  Call these on the
+// axis's thread, for the channel of its running command, and never for a detached lens.  Each holds gICSMutex through
+// its waits.  If the driver gives no reference, the lens counts as detached, and the position stays as it was.
 #pragma once
 
 #include "core/context.h"
 
-// To the reference, then to the command's position.  ptCommand: the running command.
+// Goes to the zoom's reference, then to the position of ptCommand, the running command.
 void ICS_ZoomMotorPositioning(TVernierLensdInfo* pThis, const TMotorCommand* ptCommand, i32 fd);
 
-// To the reference, and no farther.
+// Go to the focus's reference and stay there.  These three differ only in the line that they print.
 void ICS_FocusMotorPositioning(TVernierLensdInfo* pThis, i32 fd);
 void ICS_FocusMotorReset(TVernierLensdInfo* pThis, i32 fd);
 void ICS_FocusScanReference(TVernierLensdInfo* pThis, i32 fd);

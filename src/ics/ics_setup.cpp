@@ -17,24 +17,24 @@
 
 namespace {
 
-constexpr i32 iFocusMargin = 50;      // of the driver's range that is left unused at either end
-constexpr u64 qwRestoreSteps = 3000;  // of an axis, whatever the distance: so long a restore waits
+constexpr i32 iFocusMargin = 50;      // positions at either end of the driver's range that are left unused
+constexpr u64 qwRestoreSteps = 3000;  // a restore waits for the time of this many steps, whatever the distance
 constexpr i64 llMicrosPerSecond = 1'000'000;
 
-// Reads an axis's speed and sends it back: the driver takes a speed only once it has been set.
+// Reads an axis's speed and sends it back, because the driver uses a speed only after it has been set.
 i32 TakeSpeed(i32 fd, EICSRequest eGet, EICSRequest eSet) {
   const i32 iSpeed = Motor_Request(fd, eGet);
   Motor_Request(fd, eSet, iSpeed);
   return iSpeed;
 }
 
-// An answer below 0 is no speed.
+// Returns 0 for a speed of 0, and for an answer below 0, which is no speed.
 u32 OneStepTime_us(u32 dwSpeed) {
   const i32 iSpeed = static_cast<i32>(dwSpeed);
   return iSpeed <= 0 ? 0 : static_cast<u32>(llMicrosPerSecond / iSpeed);
 }
 
-// A range whose end lies below its start, as wrong answers give, has no positions.
+// A driver that answers wrongly can put the end of a range below its start.  Such a range becomes empty.
 void SetRange(i32 iStart, i32 iEnd, u32* pdwStart, u32* pdwEnd, u32* pdwTotal) {
   *pdwStart = static_cast<u32>(iStart);
   *pdwEnd = static_cast<u32>(std::max(iStart, iEnd));
@@ -57,7 +57,7 @@ void FillFocus(const TVernierLensdInfo* pThis) {
   TVernierLensdConfigInfo& tConfig = g_tVernierLensdConfigInfo;
   const i32 iMin = Motor_Request(pThis->fdICS, ICS_GET_FOCUS_MIN);
   const i32 iMax = Motor_Request(pThis->fdICS, ICS_GET_FOCUS_MAX);
-  // Taken apart in 32 bits that wrap: an answer at the end of i32 is a wrong one in any case.
+  // Unsigned, because it may wrap: an answer so near an end of i32 is wrong in any case.
   SetRange(static_cast<i32>(static_cast<u32>(iMin) + iFocusMargin),
            static_cast<i32>(static_cast<u32>(iMax) - iFocusMargin), &tConfig.dwFocusVirtualStart,
            &tConfig.dwFocusVirtualEnd, &tConfig.dwFocusVirtualTotalStep);
@@ -67,7 +67,7 @@ void FillFocus(const TVernierLensdInfo* pThis) {
   tConfig.dwFocusOneStepTime = OneStepTime_us(pThis->dwICSFocusSpeed);
 }
 
-// Constants of the lens, and what follows from its ranges.
+// Fills in the constants of the lens, and the values that follow from its ranges.
 void FillRest() {
   TVernierLensdConfigInfo& tConfig = g_tVernierLensdConfigInfo;
   const i32 iRange = static_cast<i32>(tConfig.dwFocusMotorTotalStep);
@@ -88,19 +88,19 @@ void FillRest() {
 }
 
 i32 ReadPositions(TVernierLensdInfo* pThis, i32 iDev) {
-  // Such a lens may have positions below 0.
+  // bUnsigned, because an ICS lens may have positions below 0.
   const TTokenRow atRows[] = {
       {.sKey = "zoom_motor", .pdwDest = &pThis->adwZoomMotorPosition[iDev], .bUnsigned = true},
       {.sKey = "focus_motor", .pdwDest = &pThis->adwFocusMotorPosition[iDev], .bUnsigned = true}};
   return TokenFile_Read(szICSPositionsPath, atRows);
 }
 
-// A speed is the driver's own answer: a wrong one must not keep all clients waiting for an hour.
+// The step time comes from the driver's answer, and a wrong answer must not keep all clients waiting for an hour.
 void WaitForRestore(u32 dwOneStepTime) {
   Delay_WhileRunning(std::min(qwRestoreSteps * dwOneStepTime, qwMaxTravel_us));
 }
 
-// The waits are not the axes' own: each is measured in steps of the other one.
+// Each wait is measured in steps of the other axis: after the zoom's request in focus steps, then in zoom steps.
 void SendPositions(const TVernierLensdInfo* pThis, i32 iDev) {
   const TVernierLensdConfigInfo& tConfig = g_tVernierLensdConfigInfo;
   pthread_mutex_lock(&gICSMutex);
@@ -111,9 +111,9 @@ void SendPositions(const TVernierLensdInfo* pThis, i32 iDev) {
   WaitForRestore(tConfig.dwZoomOneStepTime);
 }
 
-// The driver goes no farther than its ends: behind a broken file the position is what it can be.
+// The driver stops at the ends of its range, so a position beyond them, from a broken file, becomes the nearer end.
 void LimitToDriver(u32* pdwPosition, u32 dwStart, u32 dwEnd, i32 iMargin) {
-  if (dwStart == dwEnd) return;  // the driver has not answered: what was saved stays as it was
+  if (dwStart == dwEnd) return;  // the driver has not answered: keep the saved position
   const i64 llLowest = i64{static_cast<i32>(dwStart)} - iMargin;
   const i64 llHighest = std::max(llLowest, i64{static_cast<i32>(dwEnd)} + iMargin);
   *pdwPosition = static_cast<u32>(std::clamp(i64{static_cast<i32>(*pdwPosition)}, llLowest, llHighest));

@@ -15,14 +15,14 @@ namespace {
 
 constexpr i64 llToleratedWidth_C = 2;
 
-// What a reading has done to the band.
+// How a reading has changed the band.
 struct TBandChange {
   i32 ideltaT;    // degrees to compensate, signed
-  i64 llWidth_C;  // of the band
+  i64 llWidth_C;  // width of the band now
 };
 
-// The rows of the temperature curves round a zoom position; the same one twice where that row alone counts.
-struct TBracket {
+// The rows of the temperature curves on either side of a zoom position.  If only one row counts, both are that row.
+struct TRowPair {
   i32 iLow, iUp;
 };
 
@@ -30,7 +30,7 @@ bool IsDetached(const TVernierLensdInfo* pThis) {
   return Word_Load(pThis->bICSDetached) != 0;
 }
 
-// Below 0: the lens does not answer.
+// Returns the sensor's reading.  Below 0 the lens does not answer, and counts as detached from then on.
 i32 ReadAD(TVernierLensdInfo* pThis, i32 fd) {
   pthread_mutex_lock(&gICSMutex);
   const i32 iAD = Motor_Request(fd, ICS_GET_AD_VALUE);
@@ -55,8 +55,8 @@ TBandChange WidenBand(TVernierLensdInfo* pThis, i32 iTemperature) {
   return {.ideltaT = 0, .llWidth_C = i64{pThis->iMax} - pThis->iMin};
 }
 
-// Nothing may be interpolated between curves that are not all there.
-bool HasCurves() {
+// Returns whether all curves have loaded.  A shift is never worked out from only a part of them.
+bool HasAllCurves() {
   const i32 iCurves = g_tVernierLensdConfigInfo.iTempCurveCount;
   for (i32 i = 0; i < iCurves; i++) {
     if (ICS_TempCurve(i) == nullptr) return false;
@@ -68,7 +68,7 @@ i64 ZoomDifference(u32 dwZoom, i32 iRow) {
   return i64{static_cast<i32>(dwZoom)} - g_pdwtabZoomTempTable[iRow];
 }
 
-// Of two rows equally far the lower one.
+// Returns the lower of two rows that are equally near.
 i32 NearestRow(u32 dwZoom) {
   i32 iNearest = 0;
   for (i32 i = 1; i < g_tVernierLensdConfigInfo.iTempCurveCount; i++) {
@@ -77,23 +77,24 @@ i32 NearestRow(u32 dwZoom) {
   return iNearest;
 }
 
-// Beyond the first and the last row the nearest one counts alone, and so where two rows stand at one zoom position.
-TBracket FindBracket(u32 dwZoom) {
+// Beyond the first or last row, and where both rows are for the same zoom position, only the nearest row counts.
+TRowPair FindRows(u32 dwZoom) {
   const i32 iNearest = NearestRow(dwZoom);
   const i64 llDifference = ZoomDifference(dwZoom, iNearest);
   std::printf("iMinZoomDiff=%d  iMinindex=%d\n", Saturate(llDifference), iNearest);
-  const TBracket tBracket = {.iLow = llDifference < 0 ? iNearest - 1 : iNearest,
-                             .iUp = llDifference > 0 ? iNearest + 1 : iNearest};
-  std::printf("[%d ~ %d]\n", tBracket.iLow, tBracket.iUp);
-  const bool bInTable = tBracket.iLow >= 0 && tBracket.iUp < g_tVernierLensdConfigInfo.iTempCurveCount;
-  if (bInTable && g_pdwtabZoomTempTable[tBracket.iLow] != g_pdwtabZoomTempTable[tBracket.iUp]) return tBracket;
+  const TRowPair tRows = {.iLow = llDifference < 0 ? iNearest - 1 : iNearest,
+                          .iUp = llDifference > 0 ? iNearest + 1 : iNearest};
+  std::printf("[%d ~ %d]\n", tRows.iLow, tRows.iUp);
+  const bool bInTable = tRows.iLow >= 0 && tRows.iUp < g_tVernierLensdConfigInfo.iTempCurveCount;
+  if (bInTable && g_pdwtabZoomTempTable[tRows.iLow] != g_pdwtabZoomTempTable[tRows.iUp]) return tRows;
   return {.iLow = iNearest, .iUp = iNearest};
 }
 
-// Linear between two rows, in single precision with one rounding; the slope is never negative.
-i32 Interpolate(u32 dwZoom, const TBracket& tBracket, i32 iLowShift, i32 iUpShift) {
-  const u32 dwLowZoom = static_cast<u32>(g_pdwtabZoomTempTable[tBracket.iLow]);
-  const u32 dwUpZoom = static_cast<u32>(g_pdwtabZoomTempTable[tBracket.iUp]);
+// Interpolates linearly between two rows, in single precision with one fused multiply-add.  The slope is never
+// negative: a falling line is subtracted instead.
+i32 Interpolate(u32 dwZoom, const TRowPair& tRows, i32 iLowShift, i32 iUpShift) {
+  const u32 dwLowZoom = static_cast<u32>(g_pdwtabZoomTempTable[tRows.iLow]);
+  const u32 dwUpZoom = static_cast<u32>(g_pdwtabZoomTempTable[tRows.iUp]);
   const float fFromLow = static_cast<float>(dwZoom - dwLowZoom);
   const float fSpan = static_cast<float>(dwUpZoom - dwLowZoom);
   const float fLow = static_cast<float>(iLowShift);
@@ -118,23 +119,23 @@ void PrintShifts(i32 ideltaT) {
 }
 
 i32 FocusShift(u32 dwZoom, i32 ideltaT) {
-  const TBracket tBracket = FindBracket(dwZoom);
+  const TRowPair tRows = FindRows(dwZoom);
   PrintShifts(ideltaT);
-  const i32 iLowShift = ICS_ShiftAt(ICS_TempCurve(tBracket.iLow), ideltaT);
-  if (tBracket.iLow == tBracket.iUp) {
-    std::printf("[%d=%d]iFocusDiffPos=%d\n", tBracket.iUp, tBracket.iUp, iLowShift);
+  const i32 iLowShift = ICS_ShiftAt(ICS_TempCurve(tRows.iLow), ideltaT);
+  if (tRows.iLow == tRows.iUp) {
+    std::printf("[%d=%d]iFocusDiffPos=%d\n", tRows.iUp, tRows.iUp, iLowShift);
     return iLowShift;
   }
-  const i32 iUpShift = ICS_ShiftAt(ICS_TempCurve(tBracket.iUp), ideltaT);
+  const i32 iUpShift = ICS_ShiftAt(ICS_TempCurve(tRows.iUp), ideltaT);
   std::printf("[low]ptFocusShift=%d\n", iLowShift);
   std::printf("[up]ptFocusShift=%d\n", iUpShift);
-  std::printf("[low]g_pdwtabZoomTempTable=%d\n", g_pdwtabZoomTempTable[tBracket.iLow]);
-  std::printf("[up]g_pdwtabZoomTempTable=%d\n", g_pdwtabZoomTempTable[tBracket.iUp]);
+  std::printf("[low]g_pdwtabZoomTempTable=%d\n", g_pdwtabZoomTempTable[tRows.iLow]);
+  std::printf("[up]g_pdwtabZoomTempTable=%d\n", g_pdwtabZoomTempTable[tRows.iUp]);
   std::printf("pThis->dwZoomMotorPosition=%d\n", static_cast<i32>(dwZoom));
-  return Interpolate(dwZoom, tBracket, iLowShift, iUpShift);
+  return Interpolate(dwZoom, tRows, iLowShift, iUpShift);
 }
 
-// False: a client's command came first.
+// Returns false if a client's command came first.
 bool ClaimMove(TVernierLensdInfo* pThis, i32 ideltaT) {
   const i32 iChannel = Word_Load(pThis->iCurChannel);
   const i32 iShift = FocusShift(Word_Load(pThis->adwZoomMotorPosition[iChannel]), ideltaT);
@@ -156,7 +157,7 @@ void ICS_TemperatureInitial(TVernierLensdInfo* pThis, i32 fd) {
 
 bool ICS_TemperatureCheck(TVernierLensdInfo* pThis, i32 fd) {
   pThis->ptTime = Clock_UTC();
-  // On each pass, and without the mutex: a move in progress must not hold it up.
+  // This is asked on each pass, and without the mutex, so that it need not wait for the end of a move.
   if (Motor_Request(fd, ICS_CHECK_DETACHED, 1) == 1) {
     std::puts("[vernierlensd] : [ICS] ICS Set Detached.");
     Word_Store(pThis->bICSDetached, 1);
@@ -172,9 +173,9 @@ bool ICS_TemperatureCheck(TVernierLensdInfo* pThis, i32 fd) {
   const i32 iFormerMax = pThis->iMax;
   const TBandChange tChange = WidenBand(pThis, iTemperature);
   std::printf("ideltaT =%d\n", tChange.ideltaT);
-  const bool bMoves = tChange.llWidth_C > llToleratedWidth_C && !IsDetached(pThis) && HasCurves();
+  const bool bMoves = tChange.llWidth_C > llToleratedWidth_C && !IsDetached(pThis) && HasAllCurves();
   if (bMoves && !ClaimMove(pThis, tChange.ideltaT)) {
-    pThis->iMin = iFormerMin;  // so that the next pass finds the same change
+    pThis->iMin = iFormerMin;  // the next pass must find the same change
     pThis->iMax = iFormerMax;
     return false;
   }
