@@ -14,7 +14,7 @@ static const TXMLElement* Lookup_Sibling(const TXMLElement* ptFrom, const char* 
   return ptFrom;
 }
 
-// Goes down the names of vaNames to their null.  No backing out: the first sibling of a name is the only one seen.
+// Goes down the tree by the names in vaNames, up to their null.  Of siblings with one name only the first is tried.
 static const TXMLElement* Lookup_Path(const TSXMLParser* pThis, va_list vaNames) {
   const TXMLElement* ptFound = nullptr;
   const TXMLElement* ptCandidate = Lookup_Element(pThis, 1);
@@ -83,7 +83,7 @@ const TXMLElement* SXMLParser_GetFirstElement(HSXMLParser hParser) {
 
 const TXMLElement* SXMLParser_GetNextElement(HSXMLParser hParser) {
   if (hParser == nullptr) return nullptr;
-  if (hParser->iElementIndex <= hParser->iXMLElementCount) ++hParser->iElementIndex;  // one past the last, no further
+  if (hParser->iElementIndex <= hParser->iXMLElementCount) ++hParser->iElementIndex;  // stops one past the last
   return Lookup_Element(hParser, hParser->iElementIndex);
 }
 

@@ -1,7 +1,7 @@
-// The first walk over a text: what it notes down is all that the tree is built from.
+// The first walk over a text.  The tree is built from its notes alone.
 //
-// The walk copies each string to where it will stay, the start of the block, and notes the place, as far as block and
-// notes reach.  What it counts is right in any case, so that the caller can make room and walk once more.
+// The walk copies each string to its final place at the start of the block, and notes that place, as long as block and
+// notes have room.  Its counts are right even without room, so that the caller can make room and walk once more.
 #pragma once
 
 #include <algorithm>
@@ -12,13 +12,14 @@
 #include "core/types.h"
 #include "sxmlparser/sxml_scanner.h"
 
-// Elements and attributes are numbered through the whole document, from 1.  Strings: bytes from the start of the block.
-// Note 0 stands for no element: it is written to like any other, which saves branches, and told to nobody.
+// Elements and attributes are numbered through the whole document, from 1.  A string is given as its distance from the
+// start of the block, in bytes.  Note 0 stands for "no element".  It is written like any other note, which saves
+// branches, but no part of the tree is built from it.
 struct TElementNote {
   u32 dwName;
   u32 dwText;    // 0: none
   u32 dwParent;  // 0 at top level
-  u32 dwNext;    // while the element is open the length of its name, then its next sibling, or 0
+  u32 dwNext;    // while the element is open: length of its name; later: number of its next sibling, or 0
   u32 dwChildren;
   u32 dwAttributes;
 };
@@ -28,32 +29,33 @@ struct TAttributeNote {
   u32 dwValue;
 };
 
-// No sum overflows: each byte counted for the strings, and each note, stands for a byte of the text.
+// No count overflows, because each counted byte of a string, and each note, corresponds to a byte of the text.
 struct TNotePass {
   const char* pTextEnd;
   char* pszStrings;
   u32 dwStringsRoom;  // bytes that may be filled: at least g_iStringsSlack more belong to the block
   u32 dwStringsSize;  // bytes, NULs included
   TElementNote* atElements;
-  TAttributeNote* pAttribute;  // noted last: they grow downwards, towards the elements
-  u32 dwNotesRoom;             // bytes between the two
+  TAttributeNote* pAttribute;  // the last note; attribute notes grow downwards, towards the elements
+  u32 dwNotesRoom;             // bytes free between the two
   u32 dwElements;
   u32 dwAttributes;
   u32 dwDepth;
   u32 dwDeepest;
   u32 dwOpen;      // innermost open element, or 0
-  u32 dwClosed;    // elder sibling of the element that would open next, or 0
-  bool bSpilled;   // the room didn't reach: only the counts are good
-  bool bMismatch;  // a closing tag names another element than the open one
+  u32 dwClosed;    // previous sibling of the element that would open next, or 0
+  bool bSpilled;   // there was too little room: only the counts are valid
+  bool bMismatch;  // a closing tag has named another element than the open one
 };
 
-// What a short string is copied as, in bytes: nearly all names, and nearly all values and texts, are no longer.
+// A short string is copied as a fixed number of bytes.  Nearly all names fit into the first number, nearly all values
+// and texts into the second.
 constexpr i32 g_iShortName = 16;
 constexpr i32 g_iShortText = 32;
 constexpr i32 g_iStringsSlack = g_iShortText;
 
-// Copies and NUL-terminates a string and tells its place.  A short one goes as iShort bytes at once, of which the tail
-// is soon overwritten.
+// Copies a string, ends it with a NUL and returns its place.  A short string is copied as iShort bytes at once; the
+// next string overwrites the bytes after it.
 [[gnu::always_inline]] inline u32 Note_String(TNotePass& t, std::string_view sv, i32 iShort) {
   const u32 dwPlace = t.dwStringsSize;
   t.dwStringsSize += static_cast<u32>(sv.size()) + 1;
@@ -111,12 +113,13 @@ constexpr i32 g_iStringsSlack = g_iShortText;
   if (!t.bSpilled) t.pAttribute->dwValue = dwValue;
 }
 
-// A text event comes for the element that is about to close; in a text of nothing but "</" there is none.
+// The text belongs to the open element, which is about to close.  If a closing tag comes first in the document, no
+// element is open, and note 0 takes the text.
 [[gnu::always_inline]] inline void Pass_Text(TNotePass& t, std::string_view svText) {
   t.atElements[t.dwOpen].dwText = Note_String(t, svText, g_iShortText);
 }
 
-// An element at top level is nobody's elder sibling.
+// Elements at top level are not linked as siblings.
 [[gnu::always_inline]] inline void Note_Close(TNotePass& t) {
   --t.dwDepth;
   const u32 dwParent = t.atElements[t.dwOpen].dwParent;
@@ -130,8 +133,8 @@ constexpr i32 g_iStringsSlack = g_iShortText;
   Note_Close(t);
 }
 
-// Nearly every closing tag is the open element's name and '>': found out by a comparison of eight bytes.  Further than
-// eight bytes behind a name, in text and block, nothing is read.
+// Nearly every closing tag is the open element's name and '>'.  For a name of up to eight bytes, one comparison of
+// eight bytes finds that out.  Neither in the text nor in the block is anything read beyond eight bytes after a name.
 [[gnu::always_inline]] inline size_t Pass_ExpectedName(const TNotePass& t, const char* p) {
   const size_t nLength = t.atElements[t.dwOpen].dwNext;
   if (t.dwOpen == 0 || static_cast<size_t>(t.pTextEnd - p) < nLength + 8) return 0;
@@ -144,8 +147,8 @@ constexpr i32 g_iStringsSlack = g_iShortText;
   return p[nLength] == '>' ? nLength : 0;
 }
 
-// Compares over the tag's length only: "</ab>" closes "abc", and "</>" anything.  A mismatch doesn't end the walk: what
-// is wrong further on is told first.
+// Compares only as many bytes as the tag's name has: "</ab>" closes "abc", and "</>" closes any element.  A mismatch
+// doesn't end the walk, because an error later in the text takes precedence.
 [[gnu::always_inline]] inline i32 Pass_Closing(TNotePass& t, std::string_view svTag) {
   if (t.dwDepth == 0) return Scan_Error(SXML_ERROR_NESTING);
   const char* const pszName = t.pszStrings + t.atElements[t.dwOpen].dwName;

@@ -1,18 +1,18 @@
-// The scanner of the XML reader: walks a text once and tells what it meets to a pass.
+// The scanner of the XML reader walks a text once and reports what it finds to a pass.
 //
 // A pass is a record with these overloads:
 //   void Pass_Opening(TPass&, std::string_view svName);         "<name"
 //   void Pass_AttributeName(TPass&, std::string_view svName);   comes before its value; the text may end in between
 //   void Pass_AttributeValue(TPass&, std::string_view svValue);
-//   void Pass_Text(TPass&, std::string_view svText);            before "</" that follows its own opening tag
+//   void Pass_Text(TPass&, std::string_view svText);            before a "</" that follows its own opening tag
 //   void Pass_SelfClosing(TPass&);                              "/>"
 //   i32  Pass_Closing(TPass&, std::string_view svName);         "</name"; an error (not 0) ends the walk
 //   size_t Pass_ExpectedName(const TPass&, const char* p);
-// The last is asked behind "</", where at least a byte of text is left: the length of the open element's name if that
-// and '>' stand at p.  The tag is then told as "</", which closes anything.  0 where it doesn't stand there or the pass
-// wants to be told each name.
-// Views point into the text.  All of it is inlined into one loop a pass, so that the walk's state lies in registers:
-// as calls it takes twice as long.
+// Pass_ExpectedName is called after "</", if at least one more byte follows.  It returns the length of the open
+// element's name if that name and '>' stand at p; the tag is then reported as "</", which closes any element.  It
+// returns 0 if they do not stand there, or if the pass wants each name reported.
+// Views point into the text.  Everything is inlined into one loop for each pass, to keep the walk's state in registers.
+// With calls instead, a walk takes twice as long.
 #pragma once
 
 #ifdef __SSE2__
@@ -29,7 +29,7 @@
 
 enum EXMLClass : u8 { CLASS_BLANK = 1, CLASS_LETTER = 2, CLASS_TAG_START = 4, CLASS_NAME = 8 };
 
-// By unsigned byte.  No byte from 0x80 up is in a class, nor is a line end.
+// Indexed by unsigned byte.  Bytes from 0x80 up and line ends are in no class.
 constexpr std::array<u8, 256> g_abXMLClass = [] {
   std::array<u8, 256> abClass{};
   for (const char c : std::string_view("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ")) {
@@ -45,7 +45,7 @@ inline bool Char_Is(char c, EXMLClass eClass) {
   return (g_abXMLClass[static_cast<u8>(c)] & eClass) != 0;
 }
 
-// Searches take eight or 64 bytes at a time, since a walk byte by byte pays for every byte with a branch.
+// Searches take 8 or 64 bytes at a time, because a search byte by byte costs a branch for each byte.
 
 constexpr u64 g_qwHighBits = 0x8080808080808080;
 
@@ -59,19 +59,19 @@ inline u64 Bytes_Load(const char* p) {
   return qw;
 }
 
-// Marks the bytes equal to cValue by their high bits.
+// Marks each byte that equals cValue: its high bit is set in the result, and no other bit is.
 constexpr u64 Bytes_Equal(u64 qw, char cValue) {
   const u64 qwDiffer = qw ^ Bytes_All(cValue);
   return ~(((qwDiffer & ~g_qwHighBits) + ~g_qwHighBits) | qwDiffer) & g_qwHighBits;
 }
 
-// Number of the first marked byte in the order of the text.
+// Returns the number of the first marked byte, in the order of the text.
 inline u32 Bytes_First(u64 qwMarks) {
   static_assert(std::endian::native == std::endian::little);
   return static_cast<u32>(std::countr_zero(qwMarks)) / 8;
 }
 
-// The eight marks as the low eight bits.
+// Moves the eight marks into the low eight bits.
 constexpr u64 Bytes_Gather(u64 qwMarks) {
   return ((qwMarks >> 7) * 0x0102040810204080) >> 56;
 }
@@ -80,7 +80,7 @@ static_assert(Bytes_Gather(Bytes_Equal(0x3c803d003b3c3cff, '<')) == 0b10000110);
 
 constexpr i32 g_iBlockLength = 64;
 
-// One bit for each '<' among 64 bytes.
+// Returns one bit for each of 64 bytes, set where the byte is '<'.
 inline u64 Block_Tags(const char* p) {
   u64 qwTags = 0;
 #ifdef __SSE2__
@@ -96,13 +96,13 @@ inline u64 Block_Tags(const char* p) {
 
 struct TScan {
   const char* p;
-  const char* pEnd;       // the NUL behind the text
-  const char* pBlockEnd;  // behind the 64 bytes that qwTags tells of, may lie behind pEnd
-  u64 qwTags;             // their '<' that haven't been passed
+  const char* pEnd;       // the NUL that ends the text
+  const char* pBlockEnd;  // end of the 64 bytes that qwTags describes; may lie beyond pEnd
+  u64 qwTags;             // a bit for each '<' in these 64 bytes that hasn't been passed
   bool bClosed;           // the last tag closed something
 };
 
-// The first cWanted from p on, or pEnd.
+// Returns the first cWanted from p on, or pEnd.
 [[gnu::always_inline]] inline const char* Scan_Find(const char* p, const char* pEnd, char cWanted) {
   for (; pEnd - p >= 8; p += 8) {
     if (const u64 qwMarks = Bytes_Equal(Bytes_Load(p), cWanted); qwMarks != 0) return p + Bytes_First(qwMarks);
@@ -111,8 +111,8 @@ struct TScan {
   return p;
 }
 
-// Moves behind a run of name characters and returns the run.  Names are short and alike: here a branch a byte, four to
-// a round, is guessed rightly and beats any arithmetic.
+// Moves past a run of name characters and returns the run.  Names are short and alike, so the processor predicts a
+// branch for each byte well: four of them a round are faster than any arithmetic.
 [[gnu::always_inline]] inline std::string_view Scan_Name(TScan& t) {
   const char* const pFrom = t.p;
   const char* p = pFrom;
@@ -132,7 +132,7 @@ struct TScan {
   return static_cast<i32>(eError);
 }
 
-// Looks for '<' in the next 64 bytes; false where the text has ended.
+// Looks for '<' in the next 64 bytes.  Returns false if the text has ended.
 [[gnu::always_inline]] inline bool Scan_NextBlock(TScan& t) {
   const i64 iLeft = t.pEnd - t.pBlockEnd;
   if (iLeft <= 0) return false;
@@ -147,8 +147,8 @@ struct TScan {
   return true;
 }
 
-// Moves to the next '<'; false at the end of the text.  Where it stands is known from the block alone, not from where
-// the last tag ended: so the processor need not wait for one tag to begin with the next.
+// Moves to the next '<'.  Returns false at the end of the text.  The place follows from qwTags alone, not from the end
+// of the last tag, so the processor can begin with this tag before it has finished the last one.
 template <typename TPass>
 [[gnu::always_inline]] inline bool Scan_ToMarkup(TScan& t, TPass& tPass) {
   const char* pTag;
@@ -164,7 +164,7 @@ template <typename TPass>
   return true;
 }
 
-// Behind "<!--" or "<?": moves behind svEnd.  The text may end at once, but neither inside nor directly behind.
+// Called after "<!--" or "<?"; moves past svEnd.  The text may end right here, but not before svEnd or right after it.
 [[gnu::always_inline]] inline i32 Scan_Past(TScan& t, std::string_view svEnd, ESXMLError eError) {
   if (t.p == t.pEnd) return 0;
   const char* const pFound = std::strstr(t.p, svEnd.data());
@@ -173,7 +173,7 @@ template <typename TPass>
   return 0;
 }
 
-// Up to the value: "name = ".
+// Reads "name = ", up to the value.
 template <typename TPass>
 [[gnu::always_inline]] inline i32 Scan_AttributeName(TScan& t, TPass& tPass) {
   Pass_AttributeName(tPass, Scan_Name(t));
@@ -217,7 +217,7 @@ template <typename TPass>
   Scan_SkipBlanks(t);
   while (Char_Is(*t.p, CLASS_LETTER)) {
     if (const i32 iError = Scan_AttributeName(t, tPass); iError != 0) return iError;
-    if (t.p == t.pEnd) return 0;  // a text that ends here simply ends: the nesting tells
+    if (t.p == t.pEnd) return 0;  // the text ends here; mode 1 then reports the element as still open
     if (const i32 iError = Scan_AttributeValue(t, tPass); iError != 0) return iError;
   }
   return Scan_OpeningTagEnd(t, tPass);
@@ -238,7 +238,7 @@ template <typename TPass>
   return 0;
 }
 
-// From a '<' to behind what it opens.
+// Reads a tag, a comment or an instruction, from its '<' to its end.
 template <typename TPass>
 [[gnu::always_inline]] inline i32 Scan_Markup(TScan& t, TPass& tPass) {
   ++t.p;
@@ -261,7 +261,7 @@ template <typename TPass>
   }
 }
 
-// Walks svText, behind which a NUL stands and in which none does.  0, or the first error.
+// Walks svText, which must hold no NUL and must be followed by one.  Returns 0, or the first error.
 template <typename TPass>
 [[gnu::always_inline]] inline i32 Scan_Run(std::string_view svText, TPass& tPass) {
   TScan t{.p = svText.data(),

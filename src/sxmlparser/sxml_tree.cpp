@@ -21,14 +21,14 @@ void Tree_Drop(TSXMLParser* pThis) {
   pThis->pCurAttribute = nullptr;
 }
 
-// What the element array may have to move up to be aligned: 3 bytes where pointers have 4, 7 where they have 8.
+// The most bytes that the element array has to move up for its alignment: 3 with pointers of 4 bytes, 7 with 8.
 constexpr i32 g_iAlignSlack = alignof(TXMLElement) - 1;
 
-static_assert(sizeof(TXMLElement) + sizeof(TXMLAttribute) >= g_iStringsSlack);  // both slots 0 lie behind the strings
+static_assert(sizeof(TXMLElement) + sizeof(TXMLAttribute) >= g_iStringsSlack);  // both slots 0 follow the strings
 static_assert(sizeof(TElementNote) % alignof(TAttributeNote) == 0);
 
-// Makes a buffer one of at least so many bytes.  One that is used again isn't cleared: whatever a count, a number or a
-// pointer leads to has been written first.
+// Makes a buffer at least qwSize bytes large.  A buffer that is used again isn't cleared, because whatever a count, a
+// number or a pointer leads to has been written first.
 static i32 Tree_Reserve(void*& pv, i32& iSize, u64 qwSize) {
   if (qwSize <= static_cast<u64>(iSize)) return 0;
   std::free(pv);
@@ -60,14 +60,14 @@ static TAttributeNote* Tree_NotesEnd(const TSXMLParser* pThis) {
   return static_cast<TAttributeNote*>(pvEnd);
 }
 
-// Walks the text with the room that there is.
+// Walks the text once, with the room that block and notes have.
 static i32 Tree_Note(const TSXMLParser* pThis, std::string_view svText, TNotePass& tNotes) {
-  constexpr i32 iBehindStrings = sizeof(TXMLElement) + sizeof(TXMLAttribute);
+  constexpr i32 iUnusedSlots = sizeof(TXMLElement) + sizeof(TXMLAttribute);  // bytes; they follow the strings
   TElementNote tNone{};
-  TNotePass t{};  // not tNotes itself: it can lie in registers as long as nobody points to it
+  TNotePass t{};  // a copy, which can stay in registers because no pointer to it exists
   t.pTextEnd = svText.data() + svText.size();
   t.pszStrings = static_cast<char*>(pThis->pvBlock);
-  t.dwStringsRoom = static_cast<u32>(std::max(pThis->iBlockSize - iBehindStrings, 0));
+  t.dwStringsRoom = static_cast<u32>(std::max(pThis->iBlockSize - iUnusedSlots, 0));
   t.atElements = &tNone;
   if (pThis->pvNotes != nullptr) {
     t.atElements = static_cast<TElementNote*>(pThis->pvNotes);
@@ -77,13 +77,13 @@ static i32 Tree_Note(const TSXMLParser* pThis, std::string_view svText, TNotePas
   }
   const i32 iError = Scan_Run(svText, t);
   tNotes = t;
-  tNotes.atElements = nullptr;  // tNone ends here
+  tNotes.atElements = nullptr;  // tNone goes out of scope
   if (iError != 0) return iError;
   return t.dwDepth == 0 ? 0 : Scan_Error(SXML_ERROR_NESTING);
 }
 
-// Makes block and notes large enough for the document.  Where they were too small, or the block had to go and the
-// strings with it, a second walk does what the first could not.
+// Makes block and notes large enough for the document.  If either was too small, or if a new block has replaced the one
+// with the strings, the text is walked a second time.
 static i32 Tree_MakeRoom(TSXMLParser* pThis, std::string_view svText, TNotePass& tNotes) {
   const i32 iBlockSize = pThis->iBlockSize;
   if (const i32 iError = Tree_LayOut(pThis, tNotes); iError != 0) return iError;
@@ -94,7 +94,7 @@ static i32 Tree_MakeRoom(TSXMLParser* pThis, std::string_view svText, TNotePass&
   return Tree_Note(pThis, svText, tNotes);
 }
 
-// Element n + 1 opens next behind element n: it is the first child, if there are any.
+// Element n + 1 is the next to open after element n.  So it is the first child of element n, if that has any.
 static void Build_Elements(TSXMLParser* pThis) {
   const auto* const atNotes = static_cast<const TElementNote*>(pThis->pvNotes);
   char* const pszStrings = pThis->pszXMLString;
@@ -131,7 +131,7 @@ static void Build_Attributes(TSXMLParser* pThis) {
   pThis->pCurAttribute = atAttributes + iCount;
 }
 
-// Writes each record once and whole, in the order in which they lie: none is gone back to.
+// Builds the tree from the notes.  Writes each record once and whole, in the order of the arrays.
 static void ConstructDOMCb(TSXMLParser* pThis, const TNotePass& tNotes) {
   assert(!tNotes.bSpilled);
   Build_Elements(pThis);

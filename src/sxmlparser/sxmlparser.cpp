@@ -9,7 +9,7 @@
 #include "sxmlparser/sxml_scanner.h"
 #include "sxmlparser/sxml_tree.h"
 
-constexpr i32 g_iMaxTextSize = std::numeric_limits<i32>::max() - 1;  // bytes, so that text and NUL count in 31 bits
+constexpr i32 g_iMaxTextSize = std::numeric_limits<i32>::max() - 1;  // bytes; with its NUL, a text then fits into i32
 
 static void Ignore_Element(void*, const char*, i32) {}
 static void Ignore_Attribute(void*, const char*, i32, const char*, i32, const char*, i32) {}
@@ -54,8 +54,8 @@ i32 SXMLParser_SetOption(HSXMLParser hParser, const TSXMLOption* ptOption) {
 
 struct TEventPass {
   const TSXMLParser* pThis;
-  std::string_view svElement;    // of the last opening tag
-  std::string_view svAttribute;  // told together with its value
+  std::string_view svElement;    // name in the last opening tag
+  std::string_view svAttribute;  // name; reported together with its value
 };
 
 static inline i32 Length(std::string_view sv) {
@@ -110,7 +110,7 @@ i32 SXMLParser_ProcessBuffer(HSXMLParser hParser, const char* pszText, i32 iMode
   return iMode == SXML_MODE_TREE ? Tree_Parse(hParser, svText) : Parser_RunEvents(hParser, svText);
 }
 
-// Length in bytes, or -1.  A directory reports the largest long, a pipe cannot be sought.
+// Returns the length in bytes, or -1.  A directory reports the largest long, and a pipe cannot seek.
 static long File_Length(FILE* pFile) {
   if (std::fseek(pFile, 0, SEEK_END) != 0) return -1;
   const long nLength = std::ftell(pFile);
@@ -118,7 +118,7 @@ static long File_Length(FILE* pFile) {
   return nLength;
 }
 
-// The text of the file with a NUL behind it, to be freed; null where it can't be had.
+// Returns the file's text, ended with a NUL, which the caller frees.  Returns null if the file can't be read.
 static char* File_Read(FILE* pFile) {
   const long nLength = File_Length(pFile);
   if (nLength < 0) return nullptr;
