@@ -22,11 +22,11 @@ constexpr const char* szInvalidHandle = "Invalid Handle!";
 constexpr const char* szWriteFailed = "i2c write failed.";
 constexpr const char* szReadFailed = "i2c read failed.";
 
-// What standard error is told when the slave is refused.  The request is the same for both.
+// Printed to standard error when the kernel refuses the slave.  Both texts belong to the same request.
 constexpr const char* szSlaveRefused = "ioctl I2C_SLAVE error!\n";
 constexpr const char* szWordSlaveRefused = "ioctl I2C_SLAVE_FORCE error!\n";
 
-constexpr u32 dwTwoTransfers = 1;  // the only dwStopMode
+constexpr u32 dwTwoTransfers = 1;  // the only dwStopMode that works
 
 // A register number as it goes over the bus: high byte first, 0 to dwIICMaxRegisterLength bytes.
 struct TRegister {
@@ -188,8 +188,8 @@ std::uint16_t Word(const std::array<u8, 2>& abyWord) {
   return static_cast<std::uint16_t>(abyWord[0] << 8 | abyWord[1]);
 }
 
-// Holds for the reads and writes that follow on the descriptor.  By force: a sensor driver of the kernel's may have
-// bound the slave, and would have the plain request refused.
+// Selects the slave for the reads and writes that follow on the descriptor.  The request must be the forced one: if a
+// sensor driver of the kernel has bound the slave, the kernel refuses the plain one.
 i32 SelectSlave(const TIICCtrl& tIIC, u32 dwAddress, const char* szRefused) {
   if (ioctl(tIIC.fdDevice, I2C_SLAVE_FORCE, static_cast<unsigned long>(dwAddress >> 1)) >= 0) return 0;
   std::fputs(szRefused, stderr);
@@ -206,11 +206,11 @@ i32 ReadSlave(const TIICCtrl& tIIC, u8* pbyData, std::size_t dwLength) {
   return iRead == static_cast<ssize_t>(dwLength) ? 0 : Fail(szReadFailed);
 }
 
-// Both in one message, so in one write.  Together at most dwIICMaxTransfer bytes.
+// Sends number and data in one message, so in one write.  Together they have at most dwIICMaxTransfer bytes.
 i32 WriteRegister(const TIICCtrl& tIIC, const TRegister& tRegister, const u8* pbyData, u32 dwLength) {
   std::array<u8, dwIICMaxTransfer> abyMessage;
-  u8* pbyBehindNumber = std::copy_n(tRegister.abyNumber.data(), tRegister.dwLength, abyMessage.data());
-  std::copy_n(pbyData, dwLength, pbyBehindNumber);
+  u8* pbyAfterNumber = std::copy_n(tRegister.abyNumber.data(), tRegister.dwLength, abyMessage.data());
+  std::copy_n(pbyData, dwLength, pbyAfterNumber);
   return WriteSlave(tIIC, abyMessage.data(), std::size_t{tRegister.dwLength} + dwLength);
 }
 
@@ -219,7 +219,7 @@ i32 ReadRegister(const TIICCtrl& tIIC, const TRegister& tRegister, u8* pbyData, 
   return ReadSlave(tIIC, pbyData, dwLength);
 }
 
-// The register number out and the data in, with a repeated start between: no other master comes in between.
+// Sends the register number and reads the data.  The repeated start between them keeps other bus masters out.
 i32 ReadInOneTransfer(const TIICCtrl& tIIC, u32 dwAddress, u32 dwReg, u8* pbyData, std::uint16_t wLength) {
   u8 byReg = static_cast<u8>(dwReg);
   const auto wSlave = static_cast<std::uint16_t>(dwAddress >> 1);

@@ -21,7 +21,7 @@ struct TSensor {
   i32 (*pfnInit)(TIICCtrl* ptIIC, u8 byAddress);
   i32 (*pfnRead)(TIICCtrl* ptIIC, u8 byAddress, u32* pdwRaw);
   void (*pfnConvert)(u32 dwRaw, TTemperatureValue* ptReading);
-  u8 byAddress;  // where the configuration gives none
+  u8 byAddress;  // used if the configuration gives none
 };
 
 struct TSetUpWrite {
@@ -30,7 +30,7 @@ struct TSetUpWrite {
   const char* szFailed;
 };
 
-// What the configuration says of a sensor, beside its bus device.
+// What the configuration says about a sensor, except its bus device.
 struct TSensorConfig {
   char szType[64];  // empty: there is none
   bool bAddress;    // byAddress is given
@@ -70,7 +70,7 @@ constexpr TSetUpWrite g_atTMP103BWrites[] = {
     {.dwReg = 1, .byValue = 0x22, .szFailed = "Set sensor to Continuous mode fail"},
 };
 
-// Registers 1 and 4 are the configuration, and control and status.
+// Register 1 is the configuration, register 4 is control and status.
 constexpr TSetUpWrite g_atLM73Writes[] = {
     {.dwReg = 1, .byValue = 0x48, .szFailed = "Set configuration register fail!"},
     {.dwReg = 4, .byValue = 0x80, .szFailed = "Set configuration register fail!"},
@@ -155,10 +155,10 @@ i32 InitParser(HSXMLParser* phParser) {
   return 0;
 }
 
-// Copies what there is: a lookup's text lies in the parser.
+// Copies the values that are configured, because the text of a lookup belongs to the parser.
 void TakeConfig(TTemperature* pThis, TSensorConfig* ptConfig, HSXMLParser hParser, i32 iDevice) {
   char szDevice[8];
-  // A number too long for the name has no element: cut, it would be another device's.
+  // A device number too long for szDevice has no element.  Cut short, it would name another device.
   if (std::snprintf(szDevice, sizeof szDevice, "dev%d", iDevice) >= static_cast<i32>(sizeof szDevice)) return;
   const auto fnText = [&](const char* szKey) {
     return SXMLParser_GetElementText(hParser, "root", "tsensor", szDevice, szKey, nullptr);
@@ -205,7 +205,7 @@ i32 OpenBus(TTemperature* pThis) {
   return IICCtrl_Initial(&pThis->ptIIC, &tOption);
 }
 
-// A negative age tells of a clock set back: how old the value really is, nobody knows.
+// A negative age means that the clock was set back, so the true age of the value is unknown.
 bool IsFresh(const TTemperature& tThis, const timeval& tNow) {
   const timeval& tLast = tThis.tLastRead;
   if (tThis.bLastReadFailed == 1 || (tLast.tv_sec == 0 && tLast.tv_usec == 0)) return false;
@@ -213,7 +213,7 @@ bool IsFresh(const TTemperature& tThis, const timeval& tNow) {
   return llAge_us >= 0 && llAge_us <= llMaxAge_us;
 }
 
-// A failed read keeps the last good value, which nobody is given.
+// A failed read keeps the last good value, but no caller gets it.
 i32 ReadRaw(TTemperature* pThis, const timeval& tNow) {
   u32 dwRaw = 0;
   const i32 iResult = pThis->pfnRead(pThis->ptIIC, pThis->byAddress, &dwRaw);
@@ -250,7 +250,7 @@ i32 LM73_Read(TIICCtrl* ptIIC, u8 byAddress, u32* pdwRaw) {
   return 0;
 }
 
-// Stops at the first write that fails.  szWritten is printed after each that does not; null prints nothing.
+// Stops at the first write that fails.  Prints szWritten after each successful write, unless it is null.
 i32 WriteSetUp(TIICCtrl* ptIIC, u32 dwBusAddress, std::span<const TSetUpWrite> atWrites, const char* szWritten) {
   for (const TSetUpWrite& tWrite : atWrites) {
     if (IICCtrl_WriteByte(ptIIC, dwBusAddress, tWrite.dwReg, tWrite.byValue) != 0) return Fail(tWrite.szFailed);

@@ -1,7 +1,7 @@
 // The temperature sensor of the lens, a TMP103B or an LM73 on the I2C bus, as config_temperature.xml names it.
 //
-// An object belongs to one thread at a time, nothing here locks.  0; -1 with lines printed.  Pointers are borrowed for
-// the call; a null one is refused.
+// An object belongs to one thread at a time; nothing here locks.  Operations return 0, or -1 with lines printed.
+// Pointers are borrowed for the call; a null one is refused.
 #pragma once
 
 #include <sys/time.h>
@@ -14,7 +14,7 @@
 struct TTemperatureValue {
   u8 byRaw;             // low byte of the raw value
   i32 iTemperature;     // whole degrees Celsius
-  double dTemperature;  // the same
+  double dTemperature;  // the same value
 };
 static_assert(offsetof(TTemperatureValue, iTemperature) == 4 && offsetof(TTemperatureValue, dTemperature) == 8);
 
@@ -23,29 +23,30 @@ struct TTemperature {
   i32 (*pfnInit)(TIICCtrl* ptIIC, u8 byAddress);
   i32 (*pfnRead)(TIICCtrl* ptIIC, u8 byAddress, u32* pdwRaw);
   void (*pfnConvert)(u32 dwRaw, TTemperatureValue* ptReading);
-  u32 dwLastRaw;        // of the last good read
+  u32 dwLastRaw;        // raw value of the last good read
   timeval tLastRead;    // wall clock at the last read, good or failed; all zero before the first
-  u8 byAddress;         // in the sensor's own form: of a TMP103B the 7-bit one, of an LM73 the 8-bit bus form
-  u32 bLastReadFailed;  // the next reading goes to the bus whatever the age
+  u8 byAddress;         // form depends on the sensor: 7-bit address for a TMP103B, 8-bit bus form for an LM73
+  u32 bLastReadFailed;  // 1: the next reading goes to the bus, however new the last value is
   char szDevPath[32];   // bus device; empty: szIICPath
 };
 static_assert(offsetof(TTemperature, pfnInit) == sizeof(void*) &&
               offsetof(TTemperature, dwLastRaw) == 4 * sizeof(void*));
 
-// Reads which sensor device iDevice is, opens its bus, sets the sensor up and fills the slot, to be given back by
-// Temperature_Release.  A slot is written on success only.  Blocks for the file and the bus.
+// Reads from the configuration which sensor iDevice is, opens its bus, sets the sensor up and puts a new object into
+// the slot, which is written on success only.  Temperature_Release frees the object.  Blocks for the file and the bus.
 i32 Temperature_Initial(TTemperature** phTemperature, i32 iDevice);
 
-// The temperature, at most 50,000 us old by the wall clock.  Blocks while it goes to the bus: when the last value is
-// older, was not to be had, or comes from a time that the clock has not reached.  A failed read leaves ptReading alone.
+// Gives the temperature, at most 50,000 us old by the wall clock.  Reads from the bus, and blocks meanwhile, if the
+// last value is older or missing, or if the clock was set back.  A failed read leaves ptReading unchanged.
 i32 Temperature_ReadValue(TTemperature* pThis, TTemperatureValue* ptReading);
 
-// Closes the bus, frees, clears the slot.  -1: nothing there, or no bus object in it, which keeps the object.
+// Closes the bus, frees the object and clears the slot.  Returns -1 if there is no object, or if the object has no bus;
+// the object is then kept.
 i32 Temperature_Release(TTemperature** phTemperature);
 
-// Raw value to degrees.  Leave byRaw alone.  Any thread.
+// Convert a raw value to degrees, and leave byRaw as it is.  Any thread.
 // TMP103B: the low 8 bits are whole degrees in two's complement.
 void TMP103B_Convert(u32 dwRaw, TTemperatureValue* ptReading);
-// LM73: the register's first byte is bits 0 to 7, its second bits 8 to 15; as a word, first byte on top, it counts
-// 1/128 degrees in two's complement.  Rounds down.  Prints the word.
+// LM73: bits 0 to 7 are the register's first byte, bits 8 to 15 its second.  The word with the first byte on top counts
+// 1/128 degrees in two's complement.  Rounds down to whole degrees, and prints the word.
 void LM73_Convert(u32 dwRaw, TTemperatureValue* ptReading);
