@@ -18,7 +18,7 @@ constexpr size_t dwMaxPayload = dwMaxFrame - COURIER_HEADER_LENGTH;
 static_assert(COURIER_MAX_EVENTS * sizeof(TCourierEvent) <= COURIER_EVENT_STORAGE);
 static_assert(dwMaxFrame <= PIPE_BUF, "a frame goes into the FIFO whole or not at all");
 
-// The words of an event element, each with its code.
+// An event's element and text, with the codes that they stand for.
 struct TEventWord {
   const char* pszElement;
   const char* pszText;
@@ -35,8 +35,7 @@ constexpr TEventWord g_atEventWords[] = {
 constexpr const char* g_pszMessage = "message";
 constexpr const char* g_pszChannel = "channel";
 
-// A message while it is parsed.  The element that is open is a word of the table above or g_pszChannel, so that nothing
-// of the parser's memory is kept.
+// The state of a message while it is parsed.  pszElement points to a word above, never into the parser's memory.
 struct TMessage {
   XML_Parser hParser;
   bool bRefused;
@@ -44,11 +43,11 @@ struct TMessage {
   uint32_t dwDepth;
   const char* pszElement;
   int32_t iChannel;
-  int32_t iRoom;  // records
+  int32_t iRoom;  // records that may be filled
   int32_t iCount;
   TCourierEvent atEvents[COURIER_MAX_EVENTS];
   size_t dwText;
-  char szText[dwMaxPayload + 1];  // of the open element
+  char szText[dwMaxPayload + 1];  // text of the open element
 };
 
 bool IsSpace(char c) {
@@ -60,7 +59,7 @@ void Message_Refuse(TMessage& tMessage) {
   XML_StopParser(tMessage.hParser, XML_FALSE);
 }
 
-// What may stand in a message next, or null.
+// Returns the word above that equals pszName, or null if this element may not stand here.
 const char* Message_FindElement(const TMessage& tMessage, const char* pszName) {
   if (tMessage.dwDepth == 0) return strcmp(pszName, g_pszMessage) == 0 ? g_pszMessage : nullptr;
   if (tMessage.dwDepth != 1) return nullptr;
@@ -73,7 +72,7 @@ const char* Message_FindElement(const TMessage& tMessage, const char* pszName) {
   return nullptr;
 }
 
-// Once refused, a message may still be told of the end of its last tag: hence the first line of each handler.
+// After a refusal the parser may still report the end of the last tag, so the handlers look at bRefused first.
 void XMLCALL Message_OnStart(void* pvMessage, const XML_Char* pszName, const XML_Char** apszAttributes) {
   TMessage& tMessage = *static_cast<TMessage*>(pvMessage);
   if (tMessage.bRefused) return;
@@ -132,13 +131,13 @@ void XMLCALL Message_OnEnd(void* pvMessage, const XML_Char*) {
   if (!(bChannel ? Message_TakeChannel(tMessage) : Message_TakeEvent(tMessage))) Message_Refuse(tMessage);
 }
 
-// A document type is where entities are declared, and with them expansion without end.
+// A document type is refused, because it can declare entities that expand without end.
 void XMLCALL Message_OnDoctype(void* pvMessage, const XML_Char*, const XML_Char*, const XML_Char*, int) {
   Message_Refuse(*static_cast<TMessage*>(pvMessage));
 }
 
-// Writes without the SIGPIPE that ends a process whose reader goes away between open and write.  The signal goes to the
-// writing thread; one that was pending before stays.
+// Writes without SIGPIPE, which would end the process if the reader goes away between open and write.  The signal goes
+// to the writing thread, which blocks it and then removes it.  A SIGPIPE that was pending before stays pending.
 ssize_t Write_Quietly(int fdFIFO, const uint8_t* pbFrame, size_t dwLength) {
   sigset_t tPipe;
   sigset_t tPending;
@@ -194,7 +193,7 @@ int32_t Courier_Parse_Event(void* hXMLParser, const char* pszPayload, uint32_t d
   XML_SetCharacterDataHandler(hParser, Message_OnText);
   XML_SetStartDoctypeDeclHandler(hParser, Message_OnDoctype);
   const XML_Status eStatus = XML_Parse(hParser, pszPayload, static_cast<int>(dwLength), XML_TRUE);
-  XML_ParserReset(hParser, nullptr);  // forgets tMessage too, which ends here
+  XML_ParserReset(hParser, nullptr);  // the parser must forget tMessage, which goes out of scope
   if (eStatus != XML_STATUS_OK || tMessage.bRefused || tMessage.iCount == 0) return -1;
   memcpy(ptEvents, tMessage.atEvents, static_cast<size_t>(tMessage.iCount) * sizeof(TCourierEvent));
   *piCount = tMessage.iCount;
@@ -209,7 +208,7 @@ int32_t Courier_Util_GetOptions(int32_t iCount, const char* const* apszArgs, TCo
     if (strcmp(apszArgs[i], "-p") == 0) pszFIFO = apszArgs[i + 1];
     if (strcmp(apszArgs[i], "-e") == 0) pszPayload = apszArgs[i + 1];
   }
-  // Five arguments hold two options: with both of them found, none is unknown or given twice.
+  // Five arguments hold two options.  If both are found, none is unknown or given twice.
   if (pszFIFO == nullptr || pszPayload == nullptr) return -1;
   const size_t dwFIFO = strlen(pszFIFO);
   const size_t dwPayload = strlen(pszPayload);
@@ -228,7 +227,7 @@ int32_t Courier_Util_SendbyFIFO(const TCourierSendOptions* ptOptions) {
   uint8_t abFrame[dwMaxFrame] = {COURIER_TYPE_EVENT, COURIER_VERSION, static_cast<uint8_t>(dwPayload >> 8),
                                  static_cast<uint8_t>(dwPayload & 0xFF)};
   memcpy(abFrame + COURIER_HEADER_LENGTH, ptOptions->szPayload, dwPayload);
-  // O_NONBLOCK: with nobody reading, or a FIFO that strangers filled, waiting could last for ever.
+  // O_NONBLOCK: if nobody reads, or if strangers have filled the FIFO, a wait could last for ever.
   const int fdFIFO = open(ptOptions->szFIFO, O_WRONLY | O_NONBLOCK | O_CLOEXEC);
   if (fdFIFO < 0) return -1;
   const int32_t iResult = FIFO_Write(fdFIFO, abFrame, COURIER_HEADER_LENGTH + dwPayload);

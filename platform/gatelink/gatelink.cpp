@@ -1,4 +1,4 @@
-// The C interface: a gateway is opened, read from and closed.
+// The C interface opens a gateway, reads from it and closes it.
 #include "gatelink.h"
 
 #include <signal.h>
@@ -24,14 +24,14 @@ i32 Open_Socket(TGate* ptGate, const char* pszPath) {
   std::memcpy(ptGate->tAddress.sun_path, pszPath, dwPath);
   ptGate->fdListen = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
   if (ptGate->fdListen < 0) return -1;
-  std::remove(pszPath);  // whatever it is, an empty directory too
+  std::remove(pszPath);  // removes any node, also an empty directory
   if (bind(ptGate->fdListen, reinterpret_cast<const sockaddr*>(&ptGate->tAddress), sizeof ptGate->tAddress) != 0)
     return -1;
   if (lstat(pszPath, &ptGate->tNode) != 0) return -1;
   ptGate->bBound = true;
-  // Before listen nobody can connect yet; a changed umask would reach into the files of the daemon's other threads.
+  // Nobody can connect before listen, so chmod is in time.  A umask would also change the files of other threads.
   if (chmod(pszPath, 0666) != 0) return -1;
-  return listen(ptGate->fdListen, SOMAXCONN);  // the kernel cuts it to what it allows
+  return listen(ptGate->fdListen, SOMAXCONN);  // the kernel lowers the number to its own limit
 }
 
 i32 Open_Descriptors(TGate* ptGate) {
@@ -43,7 +43,7 @@ i32 Open_Descriptors(TGate* ptGate) {
   return Watch(ptGate, EPOLL_CTL_ADD, ptGate->fdListen, EPOLLIN, dwListenTag);
 }
 
-// The signals stay with the daemon's threads, whose waits they are meant to interrupt.
+// Starts the service thread with all signals blocked: signals are meant to interrupt waits of the daemon's threads.
 i32 Open_Thread(TGate* ptGate) {
   sigset_t tAll;
   sigset_t tBefore;
@@ -54,7 +54,7 @@ i32 Open_Thread(TGate* ptGate) {
   return ptGate->bThread ? 0 : -1;
 }
 
-// Also of a half-open gateway.
+// Closes a gateway, even one that was opened only in part.
 void Gate_Close(TGate* ptGate) {
   if (ptGate->bThread) {
     Ready_Set(ptGate->fdStop);
@@ -65,7 +65,7 @@ void Gate_Close(TGate* ptGate) {
   }
   struct stat tNode = {};
   const char* pszPath = ptGate->tAddress.sun_path;
-  // Another gateway may have replaced the node by now; that one stays.
+  // Another gateway may have replaced the node by now; its node stays.
   if (ptGate->bBound && lstat(pszPath, &tNode) == 0 && tNode.st_ino == ptGate->tNode.st_ino &&
       tNode.st_dev == ptGate->tNode.st_dev) {
     unlink(pszPath);
@@ -75,7 +75,7 @@ void Gate_Close(TGate* ptGate) {
   std::free(ptGate);
 }
 
-// Swallows what the client sent beyond its request: the daemon's close would else turn into a reset of the connection.
+// Discards what the client sent after its request.  Unread bytes would make the daemon's close reset the connection.
 void Drain(i32 fd) {
   char acBytes[1024];
   for (u32 i = 0; i < dwDrainRounds; ++i) {
@@ -98,7 +98,7 @@ extern "C" {
 int32_t GATELINK_init(HGateLink* phGateLink, const char* pszPath) {
   if (phGateLink == nullptr) return -1;
   *phGateLink = nullptr;
-  // Buffers that are never used are never touched and so cost no memory.
+  // The buffers are not cleared, because a buffer that is never touched costs no memory.
   void* pMemory = std::malloc(sizeof(TGate));
   if (pMemory == nullptr) return -1;
   auto* ptGate = ::new (pMemory) TGate;

@@ -1,4 +1,4 @@
-// The places and the queue.
+// The places of connections, and the queue of whole requests.
 #include <sys/socket.h>
 #include <sys/time.h>
 
@@ -8,8 +8,9 @@ namespace {
 
 constexpr timeval tSendTimeout = {.tv_sec = 1, .tv_usec = 0};
 
-// Under the lock.  Clients that have not sent their request yet keep no more than half of the places in use from new
-// ones.  dwWaited is the service thread's: the reader's calls all come with a free place, and look no further.
+// Under the lock.  Clients that have not sent their request yet may hold half of the places in use; if they hold more,
+// new clients may replace them.  Only the service thread may read dwWaited.  Other threads never get here: they call
+// Places_AreLeft only while a place is free.
 bool Places_CanMakeRoom(const TGate* ptGate) {
   return std::popcount(ptGate->dwWaited) > std::popcount(~ptGate->dwFree) / 2;
 }
@@ -33,7 +34,7 @@ i32 Watch(const TGate* ptGate, i32 iOperation, i32 fd, u32 dwEvents, u64 dwTag) 
   return epoll_ctl(ptGate->fdEpoll, iOperation, fd, &tEvent);
 }
 
-// A full counter cannot happen: it is written at most twice between two reads.
+// The counter cannot overflow, because it is written at most twice between two reads.
 void Ready_Set(i32 fdReady) {
   const u64 dwOne = 1;
   [[maybe_unused]] const ssize_t iWritten = write(fdReady, &dwOne, sizeof dwOne);
@@ -85,7 +86,7 @@ bool Place_MakeRoom(TGate* ptGate) {
 
 u32 Place_Take(TGate* ptGate) {
   pthread_mutex_lock(&ptGate->tLock);
-  const bool bFree = ptGate->dwFree != 0;  // stays so: no other thread takes places
+  const bool bFree = ptGate->dwFree != 0;  // once true, it stays true: no other thread takes places
   pthread_mutex_unlock(&ptGate->tLock);
   if (!bFree) Place_MakeRoom(ptGate);
   pthread_mutex_lock(&ptGate->tLock);
@@ -108,7 +109,7 @@ void Place_Queue(TGate* ptGate, u32 dwPlace, EWatch eWatch) {
 
 void Queue_Announce(TGate* ptGate) {
   pthread_mutex_lock(&ptGate->tLock);
-  Listen_Adjust(ptGate);  // clients taken in this turn may by now be the ones that make room
+  Listen_Adjust(ptGate);  // clients that were accepted in this turn may now be replaceable
   if (ptGate->dwQueued != 0 && !ptGate->bReady) {
     ptGate->bReady = true;
     Ready_Set(ptGate->fdReady);

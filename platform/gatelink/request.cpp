@@ -22,7 +22,7 @@ bool HasControlByte(const char* acText, std::size_t dwText) {
   return std::any_of(acText, acText + dwText, [](char c) { return static_cast<unsigned char>(c) < ' '; });
 }
 
-// The limits of head and body keep it within dwQueryRoom.
+// The limits of head and body keep the query within dwQueryRoom.
 void AppendQuery(TRequest* ptRequest, const char* acText, std::size_t dwText) {
   std::memcpy(ptRequest->acQuery + ptRequest->dwQuery, acText, dwText);
   ptRequest->dwQuery += static_cast<u32>(dwText);
@@ -51,7 +51,7 @@ int OnHeaderName(llhttp_t* ptParser, const char* acText, std::size_t dwText) {
   return 0;
 }
 
-// "100-continue" is the only expectation there is, so the value is not looked at.
+// "100-continue" is the only expectation that exists, so the value is not checked.
 int OnHeaderValueEnd(llhttp_t* ptParser) {
   TRequest* ptRequest = Of(ptParser);
   if (ptRequest->dwExpectMatched == dwExpectLength) ptRequest->bContinue = true;
@@ -63,7 +63,7 @@ int OnHeadEnd(llhttp_t* ptParser) {
   TRequest* ptRequest = Of(ptParser);
   ptRequest->bHeadDone = true;
   if (ptParser->http_major != 1) return Refuse(ptRequest, REQUEST_MALFORMED);
-  if (ptParser->http_minor == 0) ptRequest->bContinue = false;  // HTTP/1.0 knows no interim answer
+  if (ptParser->http_minor == 0) ptRequest->bContinue = false;  // HTTP/1.0 has no interim answer
   const bool bLengthGiven = (ptParser->flags & F_CONTENT_LENGTH) != 0;
   if (bLengthGiven && ptParser->content_length > dwBodyMax) return Refuse(ptRequest, REQUEST_BODY_TOO_LARGE);
   return 0;
@@ -76,12 +76,12 @@ int OnBody(llhttp_t* ptParser, const char* acText, std::size_t dwText) {
   ptRequest->dwBody += static_cast<u32>(dwText);
   if (ptParser->method != HTTP_POST) return 0;
   if (HasControlByte(acText, dwText)) return Refuse(ptRequest, REQUEST_MALFORMED);
-  if (bFirst) ptRequest->dwQuery = 0;  // the body takes the place of the target's query
+  if (bFirst) ptRequest->dwQuery = 0;  // the body replaces the target's query
   AppendQuery(ptRequest, acText, dwText);
   return 0;
 }
 
-// Pausing keeps the parser from going on into what a client sends ahead.
+// The pause stops the parser before any bytes that the client has sent after its request.
 int OnEnd(llhttp_t* ptParser) {
   TRequest* ptRequest = Of(ptParser);
   ptRequest->acQuery[ptRequest->dwQuery] = '\0';
@@ -118,7 +118,7 @@ void Request_Start(TRequest* ptRequest, char* acQuery) {
 EProgress Request_Take(TRequest* ptRequest, const char* acBytes, std::size_t dwBytes) {
   if (ptRequest->eProgress != REQUEST_PART) return ptRequest->eProgress;
   if (!ptRequest->bHeadDone) {
-    // No more than a head's worth at first, so that an over-long head is refused before the parser has seen its end.
+    // The parser first gets at most dwHeadMax bytes, so that a longer head is refused before the parser sees its end.
     const std::size_t dwFirst = std::min<std::size_t>(dwBytes, dwHeadMax - ptRequest->dwHead);
     ptRequest->dwHead += static_cast<u32>(dwFirst);
     Parse(ptRequest, acBytes, dwFirst);
@@ -141,7 +141,7 @@ EProgress Request_Take(TRequest* ptRequest, const char* acBytes, std::size_t dwB
 bool Request_TakeContinue(TRequest* ptRequest) {
   const bool bDue = ptRequest->bContinue && ptRequest->bHeadDone && ptRequest->eProgress == REQUEST_PART;
   if (bDue) ptRequest->bContinue = false;
-  return bDue && ptRequest->dwBody == 0;  // a body on its way needs no go-ahead
+  return bDue && ptRequest->dwBody == 0;  // a body that is already coming needs no go-ahead
 }
 
 const char* Request_Method(const TRequest& tRequest) {

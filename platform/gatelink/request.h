@@ -1,4 +1,4 @@
-// One HTTP request as it comes in, piece by piece: the query and the method are kept, the rest is only looked at.
+// Takes in one HTTP request piece by piece, and keeps its query and method; the rest is only checked.
 // One thread at a time per record.  Nothing blocks, nothing allocates.
 #pragma once
 
@@ -13,11 +13,11 @@ using u64 = std::uint64_t;
 
 constexpr u32 dwHeadMax = 8192;              // bytes, request line to blank line
 constexpr u32 dwBodyMax = 4096;              // bytes, without the framing of a chunked body
-constexpr u32 dwBodyRawMax = 8 * dwBodyMax;  // with it: chunks of one byte each still fit
-constexpr u32 dwQueryRoom = dwHeadMax + 1;   // the longest query stands in the target
+constexpr u32 dwBodyRawMax = 8 * dwBodyMax;  // bytes, with the framing; the largest body fits in chunks of one byte
+constexpr u32 dwQueryRoom = dwHeadMax + 1;   // the longest query is one in the target
 static_assert(dwBodyMax < dwQueryRoom);
 
-// What the bytes so far amount to; from REQUEST_MALFORMED on it is the status to refuse them with.
+// How far a request has come.  A value from REQUEST_MALFORMED on is the HTTP status to refuse it with.
 enum EProgress : u32 {
   REQUEST_PART = 0,
   REQUEST_WHOLE = 1,
@@ -29,7 +29,7 @@ enum EProgress : u32 {
 struct TRequest {
   llhttp_t tParser;
   EProgress eProgress;
-  char* acQuery;        // dwQueryRoom bytes, lent; terminated only once the request is whole
+  char* acQuery;        // dwQueryRoom bytes, borrowed; NUL-terminated only once the request is whole
   u32 dwQuery;          // bytes in acQuery
   u32 dwHead;           // bytes of the head taken so far
   u32 dwBody;           // bytes of the body, without framing
@@ -40,13 +40,14 @@ struct TRequest {
   bool bContinue;  // the client waits for a go-ahead before it sends the body
 };
 
+// Begins a new request, whose query goes into the dwQueryRoom bytes at acQuery.
 void Request_Start(TRequest* ptRequest, char* acQuery);
 
-// Takes the next bytes.  Once the answer is not REQUEST_PART it stays, and further bytes are ignored.
+// Takes the next bytes.  Once the result is not REQUEST_PART, it stays the same, and further bytes are ignored.
 EProgress Request_Take(TRequest* ptRequest, const char* acBytes, std::size_t dwBytes);
 
-// Whether "100 Continue" is due now; true at most once a request.
+// Returns whether "100 Continue" is to be sent now; true at most once for each request.
 bool Request_TakeContinue(TRequest* ptRequest);
 
-// "GET" and so on, a text that lasts; only of a whole request.
+// Returns the method of a whole request, such as "GET".  The text is static.
 const char* Request_Method(const TRequest& tRequest);

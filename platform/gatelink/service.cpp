@@ -1,4 +1,4 @@
-// The service thread: takes connections in, reads and refuses.
+// The service thread: accepts connections, reads requests, and refuses bad ones.
 #include <sys/socket.h>
 #include <time.h>
 
@@ -11,9 +11,9 @@
 
 namespace {
 
-constexpr u64 dwSilence_ms = 5000;    // a client that sends nothing for so long is dropped
-constexpr u64 dwPatience_ms = 15000;  // and one that has not sent its request by then, however busy
-constexpr u64 dwFarewell_ms = 1000;   // to read a refusal in; what the client still sends is swallowed meanwhile
+constexpr u64 dwSilence_ms = 5000;    // a client that sends nothing for this time is dropped
+constexpr u64 dwPatience_ms = 15000;  // a client that takes longer for its whole request is dropped, however busy
+constexpr u64 dwFarewell_ms = 1000;   // time for a client to read its refusal; what it still sends is discarded
 constexpr u64 dwNoAccept_ms = 100;    // pause of accepting when descriptors or memory have run out
 
 u64 Now_ms() {
@@ -22,7 +22,7 @@ u64 Now_ms() {
   return static_cast<u64>(tNow.tv_sec) * 1000 + static_cast<u64>(tNow.tv_nsec) / 1'000'000;
 }
 
-// Goes out at once or not at all: the socket of a client that has sent no more than a request has room for it.
+// Sends at once or not at all.  The socket of a client that has sent no more than a request has room for the text.
 bool SendNow(i32 fd, const char* szText) {
   const std::size_t dwText = std::strlen(szText);
   return send(fd, szText, dwText, MSG_DONTWAIT | MSG_NOSIGNAL) == static_cast<ssize_t>(dwText);
@@ -42,8 +42,8 @@ const char* RefusalText(EProgress eProgress) {
   return "HTTP/1.1 400 Bad Request\r\nContent-length: 0\r\nConnection: close\r\n\r\n";
 }
 
-// The connection stays a while: closing it over unread bytes would give the client an error in place of the answer.
-// False: the client is gone.
+// Keeps the connection open for a while: closing it with bytes unread would give the client an error instead of the
+// answer.  Returns false if the client is gone.
 bool Place_Refuse(TPlace* ptPlace, u64 dwNow) {
   if (!SendNow(ptPlace->fd, RefusalText(ptPlace->tRequest.eProgress))) return false;
   shutdown(ptPlace->fd, SHUT_WR);
@@ -52,7 +52,7 @@ bool Place_Refuse(TPlace* ptPlace, u64 dwNow) {
   return true;
 }
 
-// Feeds what has come in to the request.  False: the connection is to be dropped.
+// Passes received bytes on to the request.  Returns false if the connection is to be dropped.
 bool Place_Feed(TPlace* ptPlace, const char* acBytes, std::size_t dwBytes, u64 dwNow) {
   if (ptPlace->bRefused) return true;
   ptPlace->dwDeadline = std::min(dwNow + dwSilence_ms, ptPlace->dwArrived + dwPatience_ms);
@@ -62,7 +62,7 @@ bool Place_Feed(TPlace* ptPlace, const char* acBytes, std::size_t dwBytes, u64 d
   return true;
 }
 
-// Reads once, so that a client that sends without end takes turns with the others.
+// Reads only once, so that a client that sends without end does not hold up the others.
 void Place_Receive(TGate* ptGate, u32 dwPlace, EWatch eWatch, u64 dwNow) {
   TPlace* ptPlace = &ptGate->atPlace[dwPlace];
   const ssize_t iReceived = recv(ptPlace->fd, ptGate->acReceived, dwReceiveRoom, MSG_DONTWAIT);
@@ -88,21 +88,21 @@ void Place_Start(TGate* ptGate, u32 dwPlace, i32 fd, u64 dwNow) {
   Request_Start(&ptPlace->tRequest, ptGate->aacQuery[dwPlace]);
 }
 
-void Accept_Rest(TGate* ptGate, bool bRest, u64 dwAgain) {
+void Accept_SetPause(TGate* ptGate, bool bPause, u64 dwAgain) {
   ptGate->dwAcceptAgain = dwAgain;
   pthread_mutex_lock(&ptGate->tLock);
-  ptGate->bNoAccept = bRest;
+  ptGate->bNoAccept = bPause;
   Listen_Adjust(ptGate);
   pthread_mutex_unlock(&ptGate->tLock);
 }
 
 enum EAccept : i32 {
-  ACCEPT_FAILED = -1,  // the gateway's end
-  ACCEPT_DONE = 0,     // until the next turn
-  ACCEPT_AGAIN = 1,    // room has been made
+  ACCEPT_FAILED = -1,  // the gateway cannot go on
+  ACCEPT_DONE = 0,     // nothing more to accept in this turn
+  ACCEPT_AGAIN = 1,    // room has been made, so accept is to be tried again
 };
 
-// What accept's failure means for the gateway.
+// Tells what a failure of accept means for the gateway.
 EAccept Accept_Failed(TGate* ptGate, i32 iError, u64 dwNow) {
   switch (iError) {
     case EAGAIN:
@@ -113,23 +113,23 @@ EAccept Accept_Failed(TGate* ptGate, i32 iError, u64 dwNow) {
     case ENFILE:
     case ENOBUFS:
     case ENOMEM:
-      // Out of descriptors or memory: silent clients keep them from those with a request, as they would keep places.
+      // Out of descriptors or memory.  As with places, silent clients must not keep them from clients with a request.
       if (Place_MakeRoom(ptGate)) return ACCEPT_AGAIN;
-      Accept_Rest(ptGate, true, dwNow + dwNoAccept_ms);
+      Accept_SetPause(ptGate, true, dwNow + dwNoAccept_ms);
       return ACCEPT_DONE;
     default:
       return ACCEPT_FAILED;
   }
 }
 
-// Takes every connection in before it reads from the first: a client that has just connected has then mostly sent its
-// request, and needs no turn through the epoll set.
+// Accepts every connection before it reads from the first.  By then most new clients have sent their request, and need
+// no turn through the epoll set.
 i32 Accept_All(TGate* ptGate, u64 dwNow) {
   u32 adwNew[dwPlaces];
   u32 dwNew = 0;
   EAccept eResult = ACCEPT_AGAIN;
   while (dwNew < dwPlaces && Place_CanTake(ptGate)) {
-    // Blocking, as the daemon wants it; here each call says MSG_DONTWAIT.
+    // The daemon wants a blocking descriptor, so each call in this library says MSG_DONTWAIT.
     const i32 fd = accept4(ptGate->fdListen, nullptr, nullptr, SOCK_CLOEXEC);
     if (fd < 0) {
       eResult = Accept_Failed(ptGate, errno, dwNow);
@@ -144,7 +144,7 @@ i32 Accept_All(TGate* ptGate, u64 dwNow) {
   return eResult == ACCEPT_FAILED ? -1 : 0;
 }
 
-// -1: until something happens.
+// Returns how long epoll_wait may wait; -1 is without limit.
 i32 Timeout_ms(const TGate* ptGate) {
   u64 dwNext = ptGate->dwAcceptAgain;
   ForEachWaited(ptGate, [&](u32 dwPlace) { dwNext = std::min(dwNext, ptGate->atPlace[dwPlace].dwDeadline); });
@@ -157,10 +157,10 @@ void Expire(TGate* ptGate, u64 dwNow) {
   ForEachWaited(ptGate, [&](u32 dwPlace) {
     if (ptGate->atPlace[dwPlace].dwDeadline <= dwNow) Place_Drop(ptGate, dwPlace);
   });
-  if (ptGate->dwAcceptAgain <= dwNow) Accept_Rest(ptGate, false, dwNever);
+  if (ptGate->dwAcceptAgain <= dwNow) Accept_SetPause(ptGate, false, dwNever);
 }
 
-// One turn of the service thread.  0: go on, 1: asked to stop, -1: the gateway has failed.
+// Runs one turn of the service thread.  Returns 0 to go on, 1 if asked to stop, or -1 if the gateway has failed.
 i32 Serve_Once(TGate* ptGate) {
   epoll_event atEvent[16];
   const i32 iEvents = epoll_wait(ptGate->fdEpoll, atEvent, std::size(atEvent), Timeout_ms(ptGate));
@@ -171,7 +171,7 @@ i32 Serve_Once(TGate* ptGate) {
     const u64 dwTag = atEvent[i].data.u64;
     if (dwTag == dwStopTag) return 1;
     if (dwTag == dwListenTag) {
-      // These come even while accepting rests, and would come for ever.
+      // These events come even during a pause of accepting, and would not stop by themselves.
       if ((atEvent[i].events & (EPOLLERR | EPOLLHUP)) != 0) return -1;
       bAccept = true;
     } else {
@@ -179,7 +179,7 @@ i32 Serve_Once(TGate* ptGate) {
     }
   }
   Expire(ptGate, dwNow);
-  // After the known ones: a place given back above may go to a new connection, and no event of its old one may be left.
+  // Accept last.  A new connection may get a place that was freed above, and no event of the old one may then be left.
   const i32 iResult = bAccept ? Accept_All(ptGate, dwNow) : 0;
   Queue_Announce(ptGate);
   return iResult;

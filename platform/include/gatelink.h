@@ -1,16 +1,18 @@
 /* libgatelink.so.0, the camera's gateway between its web side and a daemon: HTTP/1.x on a UNIX stream socket, one
-   request a connection.
+   request for each connection.
 
-   The query is what follows the first '?' of the request's target; of a POST it is the body, or the target's query
-   where there is no body.  There is no percent decoding.  Slow clients are waited for off the caller's thread: the
-   descriptor of GATELINK_GetSocketFd turns readable only when a whole request waits.  A client that is silent for 5
-   seconds is dropped. A head above 8 KiB, a body above 4 KiB, and what is malformed (a NUL in the query among it) is
-   answered here: 431, 413, 400.  At most 64 connections are waited for at a time, requests that wait to be read among
-   them.  Where all are taken, one more takes the place of the client that has not sent its request for longest, down to
-   half of the places; beyond that it stays in the socket's backlog.  Any local user may connect.
+   The query is the part of the request's target after the first '?'.  A POST with a body has the body as its query
+   instead.  There is no percent decoding.  The library waits for slow clients on its own thread: the descriptor of
+   GATELINK_GetSocketFd becomes readable only when a whole request waits.  A client that is silent for 5 seconds, or
+   takes longer than 15 seconds for its request, is dropped.  The library itself answers a head above 8 KiB (431), a
+   body above 4 KiB (413), and anything malformed, such as a NUL in the query (400).
 
-   A handle has a thread of its own that takes no signals.  No call blocks, but for GATELINK_close, which waits for that
-   thread to end.  One thread at a time may use a handle. */
+   The library holds at most 64 connections, and counts those whose request waits to be read.  If all places are taken,
+   a new connection replaces the client that has waited longest without sending its whole request.  That ends when such
+   clients have only half of the places; new connections then stay in the socket's backlog.  Any local user may connect.
+
+   A handle has a thread of its own, which takes no signals.  No call blocks, except GATELINK_close, which waits for
+   that thread to end.  Only one thread at a time may use a handle. */
 #ifndef GATELINK_H
 #define GATELINK_H
 
@@ -23,26 +25,27 @@ extern "C" {
 
 typedef void* HGateLink;
 
-/* Opens the gateway on a local socket; a node at the path is replaced.  0: *phGateLink is valid.  Else it is null: the
-   path is empty, longer than 107 bytes or not to be bound, or descriptors, memory or threads have run out. */
+/* Opens the gateway on a local socket; an existing node at the path is replaced.  Returns 0 with a valid *phGateLink,
+   or -1 with a null one: the path is empty, longer than 107 bytes or cannot be bound, or descriptors, memory or threads
+   have run out. */
 int32_t GATELINK_init(HGateLink* phGateLink, const char* pszPath);
 
-/* A descriptor that is readable while a request waits, or once the gateway has failed.  Owned by the library: poll or
-   select it, nothing else. */
+/* Returns a descriptor that is readable while a request waits, or once the gateway has failed.  The library owns it:
+   use it in poll or select only. */
 int32_t GATELINK_GetSocketFd(HGateLink hGateLink);
 
-/* Takes the next waiting request.  0: *ppszQuery is a writable text, valid until the next GATELINK_read or
-   GATELINK_close, and *pfdRequest is the connection to answer on, blocking with a send time-out of 1 second, now the
-   caller's to close. 1: no request waits, which cannot be while the descriptor is readable.  -1: the gateway has
-   failed, all that waited has been read, and it needs to be opened anew. */
+/* Takes the next waiting request.  Returns 0 with a query and a connection.  *ppszQuery is a writable text, valid until
+   the next GATELINK_read or GATELINK_close.  *pfdRequest is the connection to answer on, blocking with a send timeout
+   of 1 second; the caller closes it.  Returns 1 if no request waits, which cannot be while the descriptor is readable.
+   Returns -1 if the gateway has failed and no request is left; it must then be opened anew. */
 int32_t GATELINK_read(HGateLink hGateLink, char** ppszQuery, int32_t* pfdRequest);
 
-/* The method of the request read last, as "GET"; "" before the first.  Valid until the next
+/* Returns the method of the request that was read last, such as "GET"; "" before the first.  Valid until the next
    GATELINK_read or GATELINK_close. */
 const char* GATELINK_GetMethod(HGateLink hGateLink);
 
-/* Ends the gateway: requests in waiting are dropped, the descriptor is closed, and the socket's node is removed unless
-   another gateway has replaced it.  What GATELINK_read handed out stays open; its query ends here.  Null does nothing.
+/* Ends the gateway: drops waiting requests, closes the descriptor, and removes the socket's node unless another gateway
+   has replaced that.  Connections from GATELINK_read stay open, but the query is no longer valid.  Null does nothing.
  */
 void GATELINK_close(HGateLink hGateLink);
 

@@ -12,25 +12,27 @@ extern "C" {
 
 typedef void* HTaskShim;
 
-/* What a thread runs, and how.  Six words, the size of a pointer each on 64 bits where they hold one. */
+/* What a thread runs, and how.  Six words, each as large as a pointer. */
 typedef struct {
   uintptr_t dwReserved;      /* 0 */
-  void* pvArgument;          /* handed to pfnEntry */
-  uintptr_t dwStackSize_KiB; /* least stack of the thread; raised to the system's minimum where that is higher */
-  uintptr_t dwPriority;      /* recorded; the thread runs under the process's own policy */
+  void* pvArgument;          /* passed to pfnEntry */
+  uintptr_t dwStackSize_KiB; /* smallest stack of the thread; raised to the system's minimum if that is higher */
+  uintptr_t dwPriority;      /* kept but not used: the thread runs under the process's own policy */
   uintptr_t dwFlags;         /* 0 */
-  int32_t (*pfnEntry)(void* pvArgument); /* its result is not looked at */
+  int32_t (*pfnEntry)(void* pvArgument); /* its result is ignored */
 } TTaskShimOptions;
 
-/* Makes a thread that does not run yet.  The options are copied.  0: *phThread is valid, end it with TaskShim_Release.
-   -1: *phThread is null (no entry, or no memory). */
+/* Makes a thread that does not run yet.  The options are copied.  Returns 0 with a valid *phThread, to be ended with
+   TaskShim_Release; or -1 with a null one if there is no entry or no memory. */
 int32_t TaskShim_Initial(HTaskShim* phThread, const TTaskShimOptions* ptOptions);
 
-/* Lets the thread run.  It inherits the caller's signal mask.  0 or -1 (null handle, started before, no resources). */
+/* Lets the thread run, with the caller's signal mask.  Returns 0, or -1 if the handle is null, if the thread was
+   started before, or if resources have run out. */
 int32_t TaskShim_Start(HTaskShim hThread);
 
-/* Waits until a started thread's entry has returned, frees the handle and clears the slot.  0; -1 for a null slot or a
-   slot that holds null, and for a thread that would release itself: it cannot be waited for, and its handle stays. */
+/* Waits until a started thread's entry has returned, frees the handle and clears the slot.  Returns 0, or -1 for a null
+   slot or a slot that holds null.  Also returns -1 for a thread that releases itself: nobody can wait for it here, so
+   its handle stays. */
 int32_t TaskShim_Release(HTaskShim* phThread);
 
 #ifdef __cplusplus

@@ -9,7 +9,7 @@ namespace {
 // What a handle points to, from TaskShim_Initial to TaskShim_Release.
 struct TTaskShim {
   TTaskShimOptions tOptions;
-  bool bStarted;      // claimed by the first TaskShim_Start; touched with atomics, so that of two starts one is refused
+  bool bStarted;      // set by TaskShim_Start; accessed atomically, so that one of two simultaneous starts is refused
   pthread_t tThread;  // valid while bStarted
 };
 
@@ -19,10 +19,10 @@ void* Thread_Run(void* pvShim) {
   return nullptr;
 }
 
-// The stack wanted, in bytes, in whole pages; at least what the system asks for, thread-local storage included.  0:
-// more than an address can span.
+// Returns the stack's size in bytes, rounded up to whole pages: at least the system's minimum, which includes
+// thread-local storage.  Returns 0 if the size does not fit into an address.
 size_t Stack_Bytes(uintptr_t dwStackSize_KiB) {
-  constexpr size_t dwPage = 64 * 1024;  // the largest page of the machines this runs on
+  constexpr size_t dwPage = 64 * 1024;  // the largest page of any machine that this runs on
   if (dwStackSize_KiB > (SIZE_MAX - dwPage) / 1024) return 0;
   const long iLeast = sysconf(_SC_THREAD_STACK_MIN);
   const size_t dwLeast = iLeast > 0 ? static_cast<size_t>(iLeast) : dwPage;
@@ -64,7 +64,7 @@ int32_t TaskShim_Start(HTaskShim hThread) {
 int32_t TaskShim_Release(HTaskShim* phThread) {
   if (phThread == nullptr || *phThread == nullptr) return -1;
   TTaskShim* ptShim = static_cast<TTaskShim*>(*phThread);
-  // A thread that releases itself cannot be waited for: its record must outlive it, so the handle stays.
+  // A thread that releases itself cannot wait for itself.  Its record must outlive it, so the handle stays.
   if (__atomic_load_n(&ptShim->bStarted, __ATOMIC_ACQUIRE) && pthread_join(ptShim->tThread, nullptr) != 0) return -1;
   *phThread = nullptr;
   free(ptShim);

@@ -11,18 +11,19 @@
 
 namespace {
 
-constexpr size_t dwMaxFile = 16 * 1024 * 1024;     // bytes; more is no configuration
+constexpr size_t dwMaxFile = 16 * 1024 * 1024;     // bytes; a larger file is no configuration
 constexpr size_t dwMaxString = 64 * 1024;          // bytes of one destination
 constexpr size_t dwMaxParserMemory = 1024 * 1024;  // bytes, for everything the parser keeps of one file
 constexpr int iChunk = 8 * 1024;                   // bytes read at a time
 
 enum EResult : int32_t { READ_DONE = 0, READ_UNREADABLE = -1, READ_BAD_ROW = -2, READ_NO_MEMORY = -3 };
 
-// The parser's memory.  Nesting, long tokens and many distinct names all end in the parser's memory, so one limit there
-// bounds every hostile file, in time too: a token is scanned anew with each chunk that prolongs it.  The parser's
-// allocator takes no context; one file is read by one thread from end to end, and all is given back at the end.
+// The parser's memory.  Nesting, long tokens and many distinct names all use it up, so one limit stops every hostile
+// file.  The limit also bounds the time, because a token is scanned anew with each chunk that makes it longer.
+// The parser gives its allocator no context, so the sum is thread-local: one thread reads a file from end to end, and
+// all memory is freed at the end.
 struct alignas(max_align_t) TBlock {
-  size_t dwSize;  // bytes behind this header
+  size_t dwSize;  // bytes after this header
 };
 constinit thread_local size_t dwParserMemory = 0;
 
@@ -52,25 +53,24 @@ constexpr XML_Memory_Handling_Suite g_tMemory = {Memory_Allocate, Memory_Resize,
 
 enum ENumber : uint32_t { NUMBER_BLANK, NUMBER_SIGNED, NUMBER_OVER };
 
-// A row while its file is read.
+// The state of a row while its file is read.
 struct TReading {
   const TTreeRow* ptRow;
-  const char*
-      pszRest;         // the part of the key below the innermost open element that matches; "" inside the key's element
-  uint32_t dwMatched;  // elements of the key that are open, counted from the root
-  bool bFound;         // the key's element has ended: the value stands
-  ENumber eNumber;     // how far an integer's text has been read
+  const char* pszRest;  // part of the key below the innermost matching open element; "" inside the key's element
+  uint32_t dwMatched;   // elements of the key that are open, counted from the root
+  bool bFound;          // the key's element has ended, so the value is final
+  ENumber eNumber;      // how far an integer's text has been read
   bool bNegative;
-  int64_t iValue;  // of an integer, sign included, within int32
-  char* pszText;   // of a string: dwSize bytes
-  size_t dwText;   // bytes there
+  int64_t iValue;  // value of an integer, sign included, within int32
+  char* pszText;   // text of a string; room for the row's dwSize bytes
+  size_t dwText;   // bytes in pszText
 };
 
 struct TFile {
   XML_Parser hParser;
   TReading* atReadings;
   size_t dwReadings;
-  uint32_t dwDepth;  // elements open
+  uint32_t dwDepth;  // number of open elements
 };
 
 bool IsSpace(char c) {
@@ -130,7 +130,7 @@ void XMLCALL File_OnEnd(void* pvFile, const XML_Char*) {
   tFile.dwDepth--;
 }
 
-// Comes in pieces, cut where the parser likes; the pieces of one element join.
+// The parser may cut an element's text into pieces anywhere.  They are joined here.
 void XMLCALL File_OnText(void* pvFile, const XML_Char* pcText, int iLength) {
   TFile& tFile = *static_cast<TFile*>(pvFile);
   for (size_t i = 0; i < tFile.dwReadings; i++) {
@@ -146,14 +146,14 @@ void XMLCALL File_OnText(void* pvFile, const XML_Char* pcText, int iLength) {
   }
 }
 
-// A document type is where entities are declared, and with them expansion without end.
+// A document type is refused, because it can declare entities that expand without end.
 void XMLCALL File_OnDoctype(void* pvFile, const XML_Char*, const XML_Char*, const XML_Char*, int) {
   XML_StopParser(static_cast<TFile*>(pvFile)->hParser, XML_FALSE);
 }
 
 int32_t File_Failure(XML_Parser hParser) {
   if (XML_GetErrorCode(hParser) == XML_ERROR_NO_MEMORY) return READ_NO_MEMORY;
-  return static_cast<int32_t>(XML_GetCurrentLineNumber(hParser));  // fits: there is less than a line a byte
+  return static_cast<int32_t>(XML_GetCurrentLineNumber(hParser));  // fits: dwMaxFile limits the lines too
 }
 
 int32_t File_Parse(XML_Parser hParser, int fdFile) {
@@ -197,7 +197,7 @@ void Reading_Store(TReading& tReading) {
   memcpy(tReading.ptRow->pvDest, tReading.pszText, tReading.dwText + 1);
 }
 
-// Reads all rows aside and stores them when the file has proved whole.
+// Reads all rows into its own memory, and stores them only after the whole file has been read without an error.
 int32_t File_Read(const TTreeRow* ptRows, size_t dwRows, size_t dwStrings, int fdFile) {
   TReading* atReadings = static_cast<TReading*>(calloc(1, dwRows * sizeof(TReading) + dwStrings + 1));
   if (atReadings == nullptr) return READ_NO_MEMORY;
@@ -215,7 +215,7 @@ int32_t File_Read(const TTreeRow* ptRows, size_t dwRows, size_t dwStrings, int f
   return iResult;
 }
 
-// O_NONBLOCK: a FIFO that lies where the file should be must not hold up the caller.
+// O_NONBLOCK: a FIFO in place of the file must not block the caller.
 int File_Open(const char* pszFile) {
   const int fdFile = open(pszFile, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
   if (fdFile < 0) return -1;
