@@ -92,8 +92,7 @@ void Ready_Clear(i32 fdReady);
 // A change to listening wakes the service thread if connections already wait.
 void Listen_Adjust(TGate* ptGate);
 
-void Place_GiveBackLocked(TGate* ptGate, u32 dwPlace);  // under the lock, any thread
-
+void Place_GiveBackLocked(TGate* ptGate, u32 dwPlace);  // frees the place; under the lock, any thread
 // All functions below are for the service thread only.
 
 // Closes the connection and frees its place.

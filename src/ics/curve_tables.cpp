@@ -38,7 +38,7 @@ bool NextToken(FILE* pFile, u32* pdwToken) {
   TToken tToken = {};
   if (!TokenFile_NextOfAnyLength(pFile, &tToken)) return false;
   char* pszEnd = tToken.szText;
-  const i64 llToken = std::strtoll(tToken.szText, &pszEnd, 16);  // leading zeros may make it long
+  const i64 llToken = std::strtoll(tToken.szText, &pszEnd, 16);  // leading zeros may make the token long
   const bool bWhole = tToken.dwLength > 0 && tToken.dwLength == static_cast<u32>(pszEnd - tToken.szText);
   if (!bWhole || llToken > llMax || llToken < -llMax) return false;
   *pdwToken = static_cast<u32>(llToken);

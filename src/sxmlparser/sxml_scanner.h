@@ -158,7 +158,7 @@ template <typename TPass>
     }
     pTag = t.pBlockEnd - g_iBlockLength + std::countr_zero(t.qwTags);
     t.qwTags &= t.qwTags - 1;
-  } while (pTag < t.p);  // inside a value, a comment or an instruction
+  } while (pTag < t.p);  // skips each '<' inside a value, a comment or an instruction
   if (pTag[1] == '/' && !t.bClosed) Pass_Text(tPass, {t.p, pTag});
   t.p = pTag;
   return true;
