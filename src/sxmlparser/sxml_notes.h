@@ -80,8 +80,8 @@ constexpr i32 g_iStringsSlack = g_iShortText;
   return true;
 }
 
-[[gnu::always_inline]] inline void Pass_Opening(TNotePass& t, std::string_view svName) {
-  const u32 dwName = Note_String(t, svName, g_iShortName);
+[[gnu::always_inline]] inline void Pass_Opening(TNotePass& t, std::string_view sName) {
+  const u32 dwName = Note_String(t, sName, g_iShortName);
   ++t.dwElements;
   t.dwDeepest = std::max(t.dwDeepest, ++t.dwDepth);
   if (!Note_TakeRoom(t, sizeof(TElementNote))) {
@@ -91,7 +91,7 @@ constexpr i32 g_iStringsSlack = g_iShortText;
   t.atElements[t.dwElements] = {.dwName = dwName,
                                 .dwText = 0,
                                 .dwParent = t.dwOpen,
-                                .dwNext = static_cast<u32>(svName.size()),
+                                .dwNext = static_cast<u32>(sName.size()),
                                 .dwChildren = 0,
                                 .dwAttributes = 0};
   ++t.atElements[t.dwOpen].dwChildren;
@@ -100,23 +100,23 @@ constexpr i32 g_iStringsSlack = g_iShortText;
   t.dwClosed = 0;
 }
 
-[[gnu::always_inline]] inline void Pass_AttributeName(TNotePass& t, std::string_view svName) {
-  const u32 dwName = Note_String(t, svName, g_iShortName);
+[[gnu::always_inline]] inline void Pass_AttributeName(TNotePass& t, std::string_view sName) {
+  const u32 dwName = Note_String(t, sName, g_iShortName);
   ++t.dwAttributes;
   if (!Note_TakeRoom(t, sizeof(TAttributeNote))) return;
   *--t.pAttribute = {.dwName = dwName, .dwValue = 0};
   ++t.atElements[t.dwOpen].dwAttributes;
 }
 
-[[gnu::always_inline]] inline void Pass_AttributeValue(TNotePass& t, std::string_view svValue) {
-  const u32 dwValue = Note_String(t, svValue, g_iShortText);
+[[gnu::always_inline]] inline void Pass_AttributeValue(TNotePass& t, std::string_view sValue) {
+  const u32 dwValue = Note_String(t, sValue, g_iShortText);
   if (!t.bSpilled) t.pAttribute->dwValue = dwValue;
 }
 
 // The text belongs to the open element, which is about to close.  If a closing tag comes first in the document, no
 // element is open, and note 0 takes the text.
-[[gnu::always_inline]] inline void Pass_Text(TNotePass& t, std::string_view svText) {
-  t.atElements[t.dwOpen].dwText = Note_String(t, svText, g_iShortText);
+[[gnu::always_inline]] inline void Pass_Text(TNotePass& t, std::string_view sText) {
+  t.atElements[t.dwOpen].dwText = Note_String(t, sText, g_iShortText);
 }
 
 // Elements at top level are not linked as siblings.
@@ -149,10 +149,10 @@ constexpr i32 g_iStringsSlack = g_iShortText;
 
 // Compares only as many bytes as the tag's name has: "</ab>" closes "abc", and "</>" closes any element.  A mismatch
 // doesn't end the walk, because an error later in the text takes precedence.
-[[gnu::always_inline]] inline i32 Pass_Closing(TNotePass& t, std::string_view svTag) {
+[[gnu::always_inline]] inline i32 Pass_Closing(TNotePass& t, std::string_view sTag) {
   if (t.dwDepth == 0) return Scan_Error(SXML_ERROR_NESTING);
   const char* const pszName = t.pszStrings + t.atElements[t.dwOpen].dwName;
-  if (t.dwOpen != 0 && std::strncmp(pszName, svTag.data(), svTag.size()) != 0) t.bMismatch = true;
+  if (t.dwOpen != 0 && std::strncmp(pszName, sTag.data(), sTag.size()) != 0) t.bMismatch = true;
   Note_Close(t);
   return 0;
 }

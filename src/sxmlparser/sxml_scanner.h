@@ -1,12 +1,12 @@
 // The scanner of the XML reader walks a text once and reports what it finds to a pass.
 //
 // A pass is a record with these overloads:
-//   void Pass_Opening(TPass&, std::string_view svName);         "<name"
-//   void Pass_AttributeName(TPass&, std::string_view svName);   comes before its value; the text may end in between
-//   void Pass_AttributeValue(TPass&, std::string_view svValue);
-//   void Pass_Text(TPass&, std::string_view svText);            before a "</" that follows its own opening tag
+//   void Pass_Opening(TPass&, std::string_view sName);         "<name"
+//   void Pass_AttributeName(TPass&, std::string_view sName);   comes before its value; the text may end in between
+//   void Pass_AttributeValue(TPass&, std::string_view sValue);
+//   void Pass_Text(TPass&, std::string_view sText);            before a "</" that follows its own opening tag
 //   void Pass_SelfClosing(TPass&);                              "/>"
-//   i32  Pass_Closing(TPass&, std::string_view svName);         "</name"; an error (not 0) ends the walk
+//   i32  Pass_Closing(TPass&, std::string_view sName);         "</name"; an error (not 0) ends the walk
 //   size_t Pass_ExpectedName(const TPass&, const char* p);
 // Pass_ExpectedName is called after "</", if at least one more byte follows.  It returns the length of the open
 // element's name if that name and '>' stand at p; the tag is then reported as "</", which closes any element.  It
@@ -164,12 +164,12 @@ template <typename TPass>
   return true;
 }
 
-// Called after "<!--" or "<?"; moves past svEnd.  The text may end right here, but not before svEnd or right after it.
-[[gnu::always_inline]] inline i32 Scan_Past(TScan& t, std::string_view svEnd, ESXMLError eError) {
+// Called after "<!--" or "<?"; moves past sEnd.  The text may end right here, but not before sEnd or right after it.
+[[gnu::always_inline]] inline i32 Scan_Past(TScan& t, std::string_view sEnd, ESXMLError eError) {
   if (t.p == t.pEnd) return 0;
-  const char* const pFound = std::strstr(t.p, svEnd.data());
-  if (pFound == nullptr || pFound + svEnd.size() == t.pEnd) return Scan_Error(eError);
-  t.p = pFound + svEnd.size();
+  const char* const pFound = std::strstr(t.p, sEnd.data());
+  if (pFound == nullptr || pFound + sEnd.size() == t.pEnd) return Scan_Error(eError);
+  t.p = pFound + sEnd.size();
   return 0;
 }
 
@@ -261,14 +261,11 @@ template <typename TPass>
   }
 }
 
-// Walks svText, which must hold no NUL and must be followed by one.  Returns 0, or the first error.
+// Walks sText, which must hold no NUL and must be followed by one.  Returns 0, or the first error.
 template <typename TPass>
-[[gnu::always_inline]] inline i32 Scan_Run(std::string_view svText, TPass& tPass) {
-  TScan t{.p = svText.data(),
-          .pEnd = svText.data() + svText.size(),
-          .pBlockEnd = svText.data(),
-          .qwTags = 0,
-          .bClosed = false};
+[[gnu::always_inline]] inline i32 Scan_Run(std::string_view sText, TPass& tPass) {
+  TScan t{
+      .p = sText.data(), .pEnd = sText.data() + sText.size(), .pBlockEnd = sText.data(), .qwTags = 0, .bClosed = false};
   while (Scan_ToMarkup(t, tPass)) {
     if (const i32 iError = Scan_Markup(t, tPass); iError != 0) return iError;
   }

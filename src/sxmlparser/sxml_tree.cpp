@@ -61,11 +61,11 @@ static TAttributeNote* Tree_NotesEnd(const TSXMLParser* pThis) {
 }
 
 // Walks the text once, with the room that block and notes have.
-static i32 Tree_Note(const TSXMLParser* pThis, std::string_view svText, TNotePass& tNotes) {
+static i32 Tree_Note(const TSXMLParser* pThis, std::string_view sText, TNotePass& tNotes) {
   constexpr i32 iUnusedSlots = sizeof(TXMLElement) + sizeof(TXMLAttribute);  // bytes; they follow the strings
   TElementNote tNone{};
   TNotePass t{};  // a copy, which can stay in registers because no pointer to it exists
-  t.pTextEnd = svText.data() + svText.size();
+  t.pTextEnd = sText.data() + sText.size();
   t.pszStrings = static_cast<char*>(pThis->pvBlock);
   t.dwStringsRoom = static_cast<u32>(std::max(pThis->iBlockSize - iUnusedSlots, 0));
   t.atElements = &tNone;
@@ -75,7 +75,7 @@ static i32 Tree_Note(const TSXMLParser* pThis, std::string_view svText, TNotePas
     t.dwNotesRoom = static_cast<u32>(pThis->iNotesSize) - u32{sizeof(TElementNote)};
     t.pAttribute = Tree_NotesEnd(pThis);
   }
-  const i32 iError = Scan_Run(svText, t);
+  const i32 iError = Scan_Run(sText, t);
   tNotes = t;
   tNotes.atElements = nullptr;  // tNone goes out of scope
   if (iError != 0) return iError;
@@ -84,14 +84,14 @@ static i32 Tree_Note(const TSXMLParser* pThis, std::string_view svText, TNotePas
 
 // Makes block and notes large enough for the document.  If either was too small, or if a new block has replaced the one
 // with the strings, the text is walked a second time.
-static i32 Tree_MakeRoom(TSXMLParser* pThis, std::string_view svText, TNotePass& tNotes) {
+static i32 Tree_MakeRoom(TSXMLParser* pThis, std::string_view sText, TNotePass& tNotes) {
   const i32 iBlockSize = pThis->iBlockSize;
   if (const i32 iError = Tree_LayOut(pThis, tNotes); iError != 0) return iError;
   const u64 qwNotesSize =
       sizeof(TElementNote) * (u64{tNotes.dwElements} + 1) + sizeof(TAttributeNote) * u64{tNotes.dwAttributes};
   if (const i32 iError = Tree_Reserve(pThis->pvNotes, pThis->iNotesSize, qwNotesSize); iError != 0) return iError;
   if (!tNotes.bSpilled && iBlockSize == pThis->iBlockSize) return 0;
-  return Tree_Note(pThis, svText, tNotes);
+  return Tree_Note(pThis, sText, tNotes);
 }
 
 // Element n + 1 is the next to open after element n.  So it is the first child of element n, if that has any.
@@ -142,11 +142,11 @@ static void ConstructDOMCb(TSXMLParser* pThis, const TNotePass& tNotes) {
   assert(pThis->pszCurXMLStr <= pThis->pszXMLString + pThis->iXMLStrSize);
 }
 
-i32 Tree_Parse(TSXMLParser* pThis, std::string_view svText) {
+i32 Tree_Parse(TSXMLParser* pThis, std::string_view sText) {
   Tree_Drop(pThis);
   TNotePass tNotes;
-  i32 iError = Tree_Note(pThis, svText, tNotes);
-  if (iError == 0) iError = Tree_MakeRoom(pThis, svText, tNotes);
+  i32 iError = Tree_Note(pThis, sText, tNotes);
+  if (iError == 0) iError = Tree_MakeRoom(pThis, sText, tNotes);
   if (iError == 0 && tNotes.bMismatch) iError = Scan_Error(SXML_ERROR_CLOSING_NAME);
   if (iError != 0) {
     Tree_Drop(pThis);

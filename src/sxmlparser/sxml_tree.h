@@ -47,9 +47,9 @@ static_assert(offsetof(TSXMLParser, dwExtra2) < offsetof(TSXMLParser, pvBlock) &
               offsetof(TSXMLParser, pvBlock) < offsetof(TSXMLParser, iXMLStackDepth) &&
               offsetof(TSXMLParser, iXMLStackDepth) < offsetof(TSXMLParser, pCurAttribute));
 
-// Builds the tree of svText, which has at most 2^31 - 2 bytes, holds no NUL and is followed by one.  Returns 0, or an
+// Builds the tree of sText, which has at most 2^31 - 2 bytes, holds no NUL and is followed by one.  Returns 0, or an
 // ESXMLError, and then leaves no tree.
-i32 Tree_Parse(TSXMLParser* pThis, std::string_view svText);
+i32 Tree_Parse(TSXMLParser* pThis, std::string_view sText);
 
 // Leaves the handle without a tree; the block stays for the next document.
 void Tree_Drop(TSXMLParser* pThis);

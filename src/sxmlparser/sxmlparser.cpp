@@ -54,34 +54,34 @@ i32 SXMLParser_SetOption(HSXMLParser hParser, const TSXMLOption* ptOption) {
 
 struct TEventPass {
   const TSXMLParser* pThis;
-  std::string_view svElement;    // name in the last opening tag
-  std::string_view svAttribute;  // name; reported together with its value
+  std::string_view sElement;    // name in the last opening tag
+  std::string_view sAttribute;  // name; reported together with its value
 };
 
 static inline i32 Length(std::string_view sv) {
   return static_cast<i32>(sv.size());
 }
 
-static inline void Pass_Opening(TEventPass& t, std::string_view svName) {
-  t.svElement = svName;
-  t.pThis->pfnStartElement(t.pThis->pvUserData, svName.data(), Length(svName));
+static inline void Pass_Opening(TEventPass& t, std::string_view sName) {
+  t.sElement = sName;
+  t.pThis->pfnStartElement(t.pThis->pvUserData, sName.data(), Length(sName));
 }
 
-static inline void Pass_AttributeName(TEventPass& t, std::string_view svName) {
-  t.svAttribute = svName;
+static inline void Pass_AttributeName(TEventPass& t, std::string_view sName) {
+  t.sAttribute = sName;
 }
 
-static inline void Pass_AttributeValue(TEventPass& t, std::string_view svValue) {
-  t.pThis->pfnAttribute(t.pThis->pvUserData, t.svElement.data(), Length(t.svElement), t.svAttribute.data(),
-                        Length(t.svAttribute), svValue.data(), Length(svValue));
+static inline void Pass_AttributeValue(TEventPass& t, std::string_view sValue) {
+  t.pThis->pfnAttribute(t.pThis->pvUserData, t.sElement.data(), Length(t.sElement), t.sAttribute.data(),
+                        Length(t.sAttribute), sValue.data(), Length(sValue));
 }
 
-static inline void Pass_Text(TEventPass& t, std::string_view svText) {
-  t.pThis->pfnText(t.pThis->pvUserData, t.svElement.data(), Length(t.svElement), svText.data(), Length(svText));
+static inline void Pass_Text(TEventPass& t, std::string_view sText) {
+  t.pThis->pfnText(t.pThis->pvUserData, t.sElement.data(), Length(t.sElement), sText.data(), Length(sText));
 }
 
-static inline i32 Pass_Closing(TEventPass& t, std::string_view svName) {
-  t.pThis->pfnEndElement(t.pThis->pvUserData, svName.data(), Length(svName));
+static inline i32 Pass_Closing(TEventPass& t, std::string_view sName) {
+  t.pThis->pfnEndElement(t.pThis->pvUserData, sName.data(), Length(sName));
   return 0;
 }
 
@@ -91,13 +91,13 @@ static inline size_t Pass_ExpectedName(const TEventPass&, const char*) {
 
 static inline void Pass_SelfClosing(TEventPass& t) {
   Pass_Text(t, {});
-  Pass_Closing(t, t.svElement);
+  Pass_Closing(t, t.sElement);
 }
 
-static i32 Parser_RunEvents(TSXMLParser* pThis, std::string_view svText) {
+static i32 Parser_RunEvents(TSXMLParser* pThis, std::string_view sText) {
   if (pThis->dwMode != 1) return -1;
-  TEventPass t{.pThis = pThis, .svElement = svText.substr(0, 0), .svAttribute = {}};
-  return Scan_Run(svText, t);
+  TEventPass t{.pThis = pThis, .sElement = sText.substr(0, 0), .sAttribute = {}};
+  return Scan_Run(sText, t);
 }
 
 i32 SXMLParser_ProcessBuffer(HSXMLParser hParser, const char* pszText, i32 iMode) {
@@ -105,9 +105,9 @@ i32 SXMLParser_ProcessBuffer(HSXMLParser hParser, const char* pszText, i32 iMode
   if (iMode != SXML_MODE_TREE && iMode != SXML_MODE_EVENTS) return 0;
   if (iMode == SXML_MODE_TREE) Tree_Drop(hParser);
   if (pszText == nullptr) return -1;
-  const std::string_view svText(pszText);
-  if (svText.size() > g_iMaxTextSize) return -1;
-  return iMode == SXML_MODE_TREE ? Tree_Parse(hParser, svText) : Parser_RunEvents(hParser, svText);
+  const std::string_view sText(pszText);
+  if (sText.size() > g_iMaxTextSize) return -1;
+  return iMode == SXML_MODE_TREE ? Tree_Parse(hParser, sText) : Parser_RunEvents(hParser, sText);
 }
 
 // Returns the length in bytes, or -1.  A directory reports the largest long, and a pipe cannot seek.
