@@ -8,6 +8,7 @@
 #include <memory>
 
 #include "command/event_fifo.h"
+#include "command/event_frame.h"
 #include "core/paths.h"
 #include "courier.h"
 #include "fuzz.h"

@@ -7,6 +7,7 @@
 
 #include "fuzz.h"
 #include "sxmlparser/sxml_tree.h"
+#include "sxmlparser/sxmlparser.h"
 
 namespace {
 
