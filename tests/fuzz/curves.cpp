@@ -1,5 +1,5 @@
-// The curve files of an ICS lens, and tables that say what the curves say.  The parts are the files, the same of each
-// kind.
+// Fuzzes the curve files of an ICS lens: the tables must agree with the curves.  Each part of the input is a file, and
+// every kind of curve gets the same files.
 #include <algorithm>
 #include <limits>
 
@@ -13,12 +13,12 @@ namespace {
 constexpr i32 iLowest = std::numeric_limits<i32>::min();
 constexpr i32 iHighest = std::numeric_limits<i32>::max();
 
-void PutFiles(const std::vector<std::string>& astrFiles) {
+void PutFiles(const std::vector<std::string>& asFiles) {
   Files_Clear();
   for (const char* szPaths : {szTrackingCurvePaths, szTempCurvePaths, szADCurvePaths, szIRCurvePaths}) {
-    const std::string strPath(szPaths);  // "%d" at its end
-    for (std::size_t i = 0; i < astrFiles.size(); i++) {
-      Files_Put(strPath.substr(0, strPath.size() - 2) + std::to_string(i), astrFiles[i]);
+    const std::string sPath(szPaths);  // ends in "%d"
+    for (std::size_t dw = 0; dw < asFiles.size(); dw++) {
+      Files_Put(sPath.substr(0, sPath.size() - 2) + std::to_string(dw), asFiles[dw]);
     }
   }
 }
@@ -42,9 +42,9 @@ void CheckAD(i32 iMin, i32 iMax) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const u8* pbInput, std::size_t dwInput) {
+extern "C" int LLVMFuzzerTestOneInput(const u8* pbyInput, std::size_t dwInput) {
   constexpr i32 aiReadings[] = {0, 1, 40, 64, -1, iLowest, iHighest, 2};
-  std::string_view sInput = Input_Text(pbInput, dwInput);
+  std::string_view sInput = Input_Text(pbyInput, dwInput);
   TVernierLensdConfigInfo& tConfig = g_tVernierLensdConfigInfo;
   tConfig = {};
   const i32 iMin = aiReadings[Input_Choose(sInput, 8)];
@@ -53,9 +53,9 @@ extern "C" int LLVMFuzzerTestOneInput(const u8* pbInput, std::size_t dwInput) {
   Driver_Answer(ICS_GET_MAX_AD, iMax);
   tConfig.dwZoomVirtualStart = Input_Choose(sInput, 8);
   tConfig.dwZoomVirtualTotalStep = Input_Choose(sInput, 64) - 1;
-  const std::vector<std::string> astrFiles = Fields(sInput, '|');
-  const i32 iFiles = static_cast<i32>(astrFiles.size());
-  PutFiles(astrFiles);
+  const std::vector<std::string> asFiles = Fields(sInput, '|');
+  const i32 iFiles = static_cast<i32>(asFiles.size());
+  PutFiles(asFiles);
   tConfig.iTrackCurveCount = tConfig.iTempCurveCount = tConfig.iADCurveCount = tConfig.iIRCurveCount = iFiles;
 
   TVernierLensdInfo tInfo = {};

@@ -13,30 +13,30 @@
 
 namespace {
 
-std::map<std::string, std::string> g_tFiles;
-std::map<u32, i32> g_tAnswers;
+std::map<std::string, std::string> g_mapFiles;
+std::map<u32, i32> g_mapAnswers;
 
 bool IsOfCamera(std::string_view sPath) {
   return sPath.starts_with("/etc/conf.d/") || sPath.starts_with("/mnt/flash/");
 }
 
 std::string* Files_Find(const char* pszPath) {
-  const auto it = g_tFiles.find(pszPath);
-  if (it != g_tFiles.end()) return &it->second;
+  const auto it = g_mapFiles.find(pszPath);
+  if (it != g_mapFiles.end()) return &it->second;
   errno = ENOENT;
   return nullptr;
 }
 
 }  // namespace
 
-// The linker sends these calls here; the harness's own and the fuzzer's go on to the C library.
+// The linker sends these calls here.  Those that are not for the camera, as the fuzzer's own, go on to the C library.
 extern "C" {
 int LLVMFuzzerInitialize(int* piArguments, char*** papszArguments);
 int __real_open(const char* pszPath, int iFlags, ...);
 int __real_access(const char* pszPath, int iMode);
 int __real_poll(pollfd* ptPolls, nfds_t dwPolls, int iTimeOut_ms);
 
-// What the daemon prints is formatted, so that the sanitizers see it, and then lost.
+// The daemon's output is formatted, so that the sanitizers see it, and then thrown away.
 int LLVMFuzzerInitialize(int*, char***) {
   return std::freopen("/dev/null", "w", stdout) == nullptr ? 1 : 0;
 }
@@ -48,10 +48,10 @@ int __wrap_open(const char* pszPath, int iFlags, ...) {
   va_end(vaMode);
   if (!IsOfCamera(pszPath)) return __real_open(pszPath, iFlags, dwMode);
   if ((iFlags & O_ACCMODE) != O_RDONLY) return __real_open("/dev/null", O_WRONLY);
-  const std::string* pstrText = Files_Find(pszPath);
-  if (pstrText == nullptr) return -1;
+  const std::string* psText = Files_Find(pszPath);
+  if (psText == nullptr) return -1;
   const int fd = memfd_create("input", MFD_CLOEXEC);
-  const bool bWritten = write(fd, pstrText->data(), pstrText->size()) == static_cast<ssize_t>(pstrText->size());
+  const bool bWritten = write(fd, psText->data(), psText->size()) == static_cast<ssize_t>(psText->size());
   Check(bWritten && lseek(fd, 0, SEEK_SET) == 0, "the input fits into a file in memory");
   return fd;
 }
@@ -62,11 +62,11 @@ int __wrap_access(const char* pszPath, int iMode) {
 }
 
 int __wrap_ioctl(int, unsigned long dwRequest, ...) {
-  const auto it = g_tAnswers.find(static_cast<u32>(dwRequest));
-  return it == g_tAnswers.end() ? -1 : it->second;
+  const auto it = g_mapAnswers.find(static_cast<u32>(dwRequest));
+  return it == g_mapAnswers.end() ? -1 : it->second;
 }
 
-// What is not there yet never comes.
+// Never waits: data that is not there yet never comes.
 int __wrap_poll(pollfd* ptPolls, nfds_t dwPolls, int) {
   return __real_poll(ptPolls, dwPolls, 0);
 }
@@ -80,8 +80,8 @@ void Check(bool bHolds, const char* szRule) {
   std::abort();
 }
 
-std::string_view Input_Text(const u8* pbInput, std::size_t dwInput) {
-  return {reinterpret_cast<const char*>(pbInput), dwInput};
+std::string_view Input_Text(const u8* pbyInput, std::size_t dwInput) {
+  return {reinterpret_cast<const char*>(pbyInput), dwInput};
 }
 
 u32 Input_Choose(std::string_view& sInput, u32 dwChoices) {
@@ -92,33 +92,33 @@ u32 Input_Choose(std::string_view& sInput, u32 dwChoices) {
 }
 
 std::vector<std::string> Fields(std::string_view sText, char cSeparator) {
-  std::vector<std::string> astrFields(1);
+  std::vector<std::string> asFields(1);
   for (const char c : sText) {
     if (c == cSeparator) {
-      astrFields.emplace_back();
+      asFields.emplace_back();
     } else {
-      astrFields.back() += c;
+      asFields.back() += c;
     }
   }
-  return astrFields;
+  return asFields;
 }
 
 std::vector<std::string> Words(std::string_view sText) {
-  std::string strText(sText);
-  for (char& c : strText) c = std::isspace(static_cast<u8>(c)) != 0 ? ' ' : c;
-  std::vector<std::string> astrWords = Fields(strText, ' ');
-  std::erase(astrWords, "");
-  return astrWords;
+  std::string sBlanked(sText);
+  for (char& c : sBlanked) c = std::isspace(static_cast<u8>(c)) != 0 ? ' ' : c;
+  std::vector<std::string> asWords = Fields(sBlanked, ' ');
+  std::erase(asWords, "");
+  return asWords;
 }
 
-void Files_Put(const std::string& strPath, std::string_view sText) {
-  g_tFiles[strPath] = sText;
+void Files_Put(const std::string& sPath, std::string_view sText) {
+  g_mapFiles[sPath] = sText;
 }
 
 void Files_Clear() {
-  g_tFiles.clear();
+  g_mapFiles.clear();
 }
 
 void Driver_Answer(u32 dwRequest, i32 iAnswer) {
-  g_tAnswers[dwRequest] = iAnswer;
+  g_mapAnswers[dwRequest] = iAnswer;
 }

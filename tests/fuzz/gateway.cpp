@@ -1,5 +1,5 @@
-// The bytes of a connection: the same request whole and in pieces, within its limits, and the query that stands in the
-// target.
+// Fuzzes the bytes of a connection.  Whole and in pieces they give the same request, within its limits, with the query
+// that stands in the target.
 #include "request.h"
 
 #include <cstring>
@@ -14,18 +14,19 @@ struct TRead {
   std::unique_ptr<char[]> acQuery = std::make_unique<char[]>(dwQueryRoom);
 };
 
-// So that small inputs reach the limits: 1, n and a byte is that byte 64 * n times over.
+// Lets small inputs reach the limits: the bytes 1, n, b stand for 64 * n times the byte b.
 std::string Expand(std::string_view sInput) {
-  std::string strBytes;
-  for (std::size_t i = 0; i < sInput.size() && strBytes.size() < 2 * dwBodyRawMax; i++) {
-    const bool bRun = sInput[i] == 1 && i + 2 < sInput.size();
-    strBytes.append(bRun ? 64 * static_cast<std::size_t>(static_cast<u8>(sInput[i + 1])) : 1, sInput[bRun ? i + 2 : i]);
-    if (bRun) i += 2;
+  std::string sBytes;
+  for (std::size_t dw = 0; dw < sInput.size() && sBytes.size() < 2 * dwBodyRawMax; dw++) {
+    const bool bRun = sInput[dw] == 1 && dw + 2 < sInput.size();
+    sBytes.append(bRun ? 64 * static_cast<std::size_t>(static_cast<u8>(sInput[dw + 1])) : 1,
+                  sInput[bRun ? dw + 2 : dw]);
+    if (bRun) dw += 2;
   }
-  return strBytes;
+  return sBytes;
 }
 
-// Pieces of one to dwLongest bytes, each a copy of its own size.
+// Reads the bytes in pieces of 1 to dwLongest, each in a copy of its exact size.
 void Read(TRead& t, std::string_view sBytes, std::size_t dwLongest) {
   Request_Start(&t.tRequest, t.acQuery.get());
   u32 dwContinues = 0;
@@ -57,24 +58,24 @@ void CheckWhole(const TRead& t, std::string_view sBytes) {
   Check(sQuery.size() == t.tRequest.dwQuery, "a query ends at its NUL");
   Check(*Request_Method(t.tRequest) != '\0', "a method has a name");
   const bool bBody = t.tRequest.tParser.method == HTTP_POST && t.tRequest.dwBody > 0;
-  Check(bBody || sQuery == TargetQuery(sBytes), "the query stands behind the target's first '?'");
+  Check(bBody || sQuery == TargetQuery(sBytes), "the query is what follows the target's first '?'");
 }
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const u8* pbInput, std::size_t dwInput) {
-  std::string_view sInput = Input_Text(pbInput, dwInput);
+extern "C" int LLVMFuzzerTestOneInput(const u8* pbyInput, std::size_t dwInput) {
+  std::string_view sInput = Input_Text(pbyInput, dwInput);
   const std::size_t dwLongest = 1 + std::size_t{Input_Choose(sInput, 16)} * 97;
-  const std::string strBytes = Expand(sInput);
+  const std::string sBytes = Expand(sInput);
   TRead tWhole, tPieces;
-  Read(tWhole, strBytes, strBytes.size());
-  Read(tPieces, strBytes, dwLongest);
+  Read(tWhole, sBytes, sBytes.size());
+  Read(tPieces, sBytes, dwLongest);
   const EProgress eWhole = tWhole.tRequest.eProgress;
-  if (eWhole == REQUEST_WHOLE) CheckWhole(tWhole, strBytes);
-  if (tPieces.tRequest.eProgress == REQUEST_WHOLE) CheckWhole(tPieces, strBytes);
+  if (eWhole == REQUEST_WHOLE) CheckWhole(tWhole, sBytes);
+  if (tPieces.tRequest.eProgress == REQUEST_WHOLE) CheckWhole(tPieces, sBytes);
   const bool bRefused = eWhole >= REQUEST_MALFORMED;
-  // What came with the head isn't counted as framing of the body: at that limit the pieces matter.
-  if (strBytes.size() > dwBodyRawMax) return 0;
+  // Framing of the body that comes in one piece with the head is not counted, so near that limit the pieces matter.
+  if (sBytes.size() > dwBodyRawMax) return 0;
   Check(bRefused == (tPieces.tRequest.eProgress >= REQUEST_MALFORMED), "pieces are refused like the whole");
   Check(bRefused || eWhole == tPieces.tRequest.eProgress, "pieces are as whole as the whole");
   if (eWhole == REQUEST_WHOLE) Check(std::strcmp(tWhole.acQuery.get(), tPieces.acQuery.get()) == 0, "and ask the same");

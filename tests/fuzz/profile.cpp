@@ -1,4 +1,4 @@
-// The lens profile, into a table of exact size, of a lens with zoom and of one without.
+// Fuzzes the lens profile: it is read into tables of exact size, for a lens with zoom and for one without.
 #include "compensation/focus_shift_table.h"
 #include "core/number.h"
 #include "core/paths.h"
@@ -6,8 +6,8 @@
 #include "fuzz.h"
 #include "sxmlparser/sxmlparser.h"
 
-extern "C" int LLVMFuzzerTestOneInput(const u8* pbInput, std::size_t dwInput) {
-  std::string_view sInput = Input_Text(pbInput, dwInput);
+extern "C" int LLVMFuzzerTestOneInput(const u8* pbyInput, std::size_t dwInput) {
+  std::string_view sInput = Input_Text(pbyInput, dwInput);
   static TVernierLensdInfo tInfo = {};
   if (tInfo.hSXMLParser == nullptr) SXMLParser_Initial(&tInfo.hSXMLParser);
   tInfo.bSupportFocus = 1;

@@ -1,5 +1,5 @@
-// The query language: commands within their ranges, other channels untouched, and a further token that adds itself
-// only.
+// Fuzzes the query language: commands stay within their ranges, other channels stay untouched, and one more token
+// changes only what it names.
 #include <algorithm>
 #include <cstring>
 
@@ -22,20 +22,20 @@ void CheckCommand(const TMotorCommand& t) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const u8* pbInput, std::size_t dwInput) {
-  std::string_view sInput = Input_Text(pbInput, dwInput);
+extern "C" int LLVMFuzzerTestOneInput(const u8* pbyInput, std::size_t dwInput) {
+  std::string_view sInput = Input_Text(pbyInput, dwInput);
   TVernierLensdConfigInfo& tConfig = g_tVernierLensdConfigInfo;
   tConfig = {};
   tConfig.dwCapability = Input_Choose(sInput, 2) == 0 ? CAPABILITY_ZOOM_AND_FOCUS : CAPABILITY_FOCUS_ONLY;
-  tConfig.iMaxDevNum = static_cast<i32>(Input_Choose(sInput, 6));  // one more than there are, and none
+  tConfig.iMaxDevNum = static_cast<i32>(Input_Choose(sInput, 6));  // also 0, and one above the maximum
   tConfig.dwFocusVirtualEnd = dwFocusEnd;
-  std::string strQuery(std::string(sInput).c_str());
-  const std::string strBefore = strQuery;
+  std::string sQuery(std::string(sInput).c_str());
+  const std::string sBefore = sQuery;
 
   TVernierLensdInfo tInfo = {};
   TClientRequest tRequest = {};
-  const i32 iResult = VernierLensd_ParseClientCommand(&tInfo, strQuery.c_str(), &tRequest);
-  Check(strQuery == strBefore && (iResult == 0 || iResult == -1), "the query is not changed");
+  const i32 iResult = VernierLensd_ParseClientCommand(&tInfo, sQuery.c_str(), &tRequest);
+  Check(sQuery == sBefore && (iResult == 0 || iResult == -1), "the query is not changed");
   const i32 iChannels = std::clamp(tConfig.iMaxDevNum, 1, iMaxChannels);
   Check(tRequest.iChannel >= 0 && tRequest.iChannel < iChannels, "a channel that there is");
   Check(tInfo.iCurChannel == tRequest.iChannel, "the channel named last");
@@ -46,13 +46,13 @@ extern "C" int LLVMFuzzerTestOneInput(const u8* pbInput, std::size_t dwInput) {
   }
 
   TClientRequest tMore = {};
-  const i32 iMore = VernierLensd_ParseClientCommand(&tInfo, (strQuery + "&steps=7").c_str(), &tMore);
+  const i32 iMore = VernierLensd_ParseClientCommand(&tInfo, (sQuery + "&steps=7").c_str(), &tMore);
   if (iResult == 0) {
     Check(iMore == 0 && tRequest.atCommand[tRequest.iChannel].dwFunction != FUNCTION_IDLE, "a function is named");
     tRequest.atCommand[tRequest.iChannel].dwSteps = 7;
-    Check(std::memcmp(&tRequest, &tMore, sizeof tMore) == 0, "a token more adds itself only");
+    Check(std::memcmp(&tRequest, &tMore, sizeof tMore) == 0, "one more token changes only what it names");
   }
-  VernierLensd_PlusToSpace(strQuery.data());
-  Check(strQuery.find('+') == std::string::npos && strQuery.size() == strBefore.size(), "each '+' becomes a blank");
+  VernierLensd_PlusToSpace(sQuery.data());
+  Check(sQuery.find('+') == std::string::npos && sQuery.size() == sBefore.size(), "each '+' becomes a blank");
   return 0;
 }

@@ -1,5 +1,5 @@
-// The small text files that are read at start: state, default focus, status, pan table, backup, list of focus starts;
-// the parts in this order.
+// Fuzzes the small text files that are read at start.  The parts of the input are, in this order: state, default focus,
+// status, pan table, backup, list of focus starts.
 #include "autofocus/zoom_tracking.h"
 #include "command/event_message.h"
 #include "config/config_load.h"
@@ -15,30 +15,30 @@ namespace {
 
 constexpr const char* aszPaths[] = {szPositionsPath, szFocusDefaultPath, szStatusPath, szPanFocusPath, szBackupPath};
 
-// Held against the words that a second reader finds, each up to its first NUL.
-void CheckState(const std::string& strText) {
+// Compares the daemon's reader with a second one, which takes each word up to its first NUL.
+void CheckState(const std::string& sText) {
   u32 adw[] = {7, 7};
   u32 adwWanted[] = {7, 7};
   const TTokenRow atRows[] = {{"zoom_motor", &adw[0]}, {"focus_motor", &adw[1]}};
   Check(TokenFile_Read(szPositionsPath, atRows) == 0, "a file that is there is read");
-  for (const std::string& strWord : Words(strText)) {
-    const std::string strToken(strWord.size() <= iMaxToken ? strWord.c_str() : "");
-    const std::size_t dwEquals = strToken.find('=');
-    for (u32 i = 0; i < 2 && dwEquals != std::string::npos; i++) {
-      const bool bKey = strToken.substr(0, dwEquals).starts_with(atRows[i].sKey);
-      if (bKey) adwWanted[i] = Text_ToU32(strToken.c_str() + dwEquals + 1);
+  for (const std::string& sWord : Words(sText)) {
+    const std::string sToken(sWord.size() <= iMaxToken ? sWord.c_str() : "");
+    const std::size_t dwEquals = sToken.find('=');
+    for (u32 dw = 0; dw < 2 && dwEquals != std::string::npos; dw++) {
+      const bool bKey = sToken.substr(0, dwEquals).starts_with(atRows[dw].sKey);
+      if (bKey) adwWanted[dw] = Text_ToU32(sToken.c_str() + dwEquals + 1);
     }
   }
-  Check(adw[0] == adwWanted[0] && adw[1] == adwWanted[1], "the last token of a key stands");
+  Check(adw[0] == adwWanted[0] && adw[1] == adwWanted[1], "the last token of a key counts");
 }
 
-void ReadTables(TVernierLensdInfo* pThis, std::string strStarts, u32 dwEntries) {
+void ReadTables(TVernierLensdInfo* pThis, std::string sStarts, u32 dwEntries) {
   g_tVernierLensdConfigInfo.dwZoomVirtualTotalStep = dwEntries;
   g_tVernierLensdConfigInfo.iZoomPositionInterval = static_cast<i32>(dwEntries / iFocusStartEntries);
   g_pdwtabFocusPanTable = Table_New<u32>(dwEntries);
   Check(VernierLensd_LoadPanFocusTable() == 0, "the pan table always loads");
   i32 aiStarts[iFocusStartEntries] = {};
-  VernierLensd_ParseFocusStartTable(aiStarts, strStarts.data(), ",");
+  VernierLensd_ParseFocusStartTable(aiStarts, sStarts.data(), ",");
   g_pdwtabFocusingStartTable = reinterpret_cast<u32*>(aiStarts);
   for (const u32 dwZoom : {0U, 1U, 13U, dwEntries, dwEntries + 1, ~0U}) {
     VernierLensd_UpdatePanFocus(pThis, dwZoom, 0);
@@ -49,21 +49,21 @@ void ReadTables(TVernierLensdInfo* pThis, std::string strStarts, u32 dwEntries) 
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const u8* pbInput, std::size_t dwInput) {
-  std::string_view sInput = Input_Text(pbInput, dwInput);
+extern "C" int LLVMFuzzerTestOneInput(const u8* pbyInput, std::size_t dwInput) {
+  std::string_view sInput = Input_Text(pbyInput, dwInput);
   const u32 dwEntries = Input_Choose(sInput, 64);
-  std::vector<std::string> astrParts = Fields(sInput, '|');
-  astrParts.resize(std::size(aszPaths) + 1);
-  for (std::size_t i = 0; i < std::size(aszPaths); i++) Files_Put(aszPaths[i], astrParts[i]);
+  std::vector<std::string> asParts = Fields(sInput, '|');
+  asParts.resize(std::size(aszPaths) + 1);
+  for (std::size_t dw = 0; dw < std::size(aszPaths); dw++) Files_Put(aszPaths[dw], asParts[dw]);
   static TVernierLensdInfo tInfo = {};
   tInfo.bSupportZoom = tInfo.bSupportFocus = 1;
   tInfo.aiFocusWakePair[0] = tInfo.aiZoomWakePair[0] = -1;
 
-  CheckState(astrParts[0]);
+  CheckState(asParts[0]);
   VernierLensd_LoadFocusDefault();
   Check(VernierLensd_LoadStatusFile(&tInfo) == 0, "a status file that is there is read");
   Check(g_tVernierLensdConfigInfo.dwRestoreStatus <= STATUS_NORMAL, "a known status");
-  ReadTables(&tInfo, astrParts[5], dwEntries);
+  ReadTables(&tInfo, asParts[5], dwEntries);
   TCourierEvent tBackup = {};
   tBackup.dwCode = 19;
   tBackup.dwSubCode = 4;

@@ -1,4 +1,4 @@
-// The table-driven reader: texts within their exact sizes, and nothing stored of a document that Expat refuses.
+// Fuzzes the table-driven reader: texts stay within their exact sizes, and what Expat refuses stores nothing.
 #include "treereader.h"
 
 #include <expat.h>
@@ -32,8 +32,8 @@ bool IsSound(std::string_view sText) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const u8* pbInput, std::size_t dwInput) {
-  const std::string_view sText = Input_Text(pbInput, dwInput);
+extern "C" int LLVMFuzzerTestOneInput(const u8* pbyInput, std::size_t dwInput) {
+  const std::string_view sText = Input_Text(pbyInput, dwInput);
   Files_Put(szPath, sText);
   std::vector<std::unique_ptr<char[]>> aszDests;
   std::vector<TTreeRow> atRows;
@@ -46,11 +46,11 @@ extern "C" int LLVMFuzzerTestOneInput(const u8* pbInput, std::size_t dwInput) {
 
   const i32 iResult = TreeReader_ReadAll(szPath, atRows.data());
   Check(iResult == -3 || (IsSound(sText) ? iResult == 0 : iResult > 0), "sound documents are read, others refused");
-  for (std::size_t i = 0; i < aszDests.size(); i++) {
-    const std::string_view sDest(aszDests[i].get(), g_atKeys[i].dwSize);
+  for (std::size_t dw = 0; dw < aszDests.size(); dw++) {
+    const std::string_view sDest(aszDests[dw].get(), g_atKeys[dw].dwSize);
     const bool bUntouched = sDest.find_first_not_of('!') == std::string_view::npos;
     Check(bUntouched || iResult == 0, "a refused document stores nothing");
-    if (bUntouched || g_atKeys[i].dwType == TREEREADER_INTEGER) continue;
+    if (bUntouched || g_atKeys[dw].dwType == TREEREADER_INTEGER) continue;
     const std::string_view sStored = sDest.substr(0, sDest.find('\0'));
     Check(sStored.size() < sDest.size(), "a string ends within its size");
     Check(sStored.empty() || Words(sStored.front() + std::string("x") + sStored.back()).front().size() == 3, "trimmed");
