@@ -53,18 +53,18 @@ bool Campaign_Share(const TCampaignOptions& tOptions, const std::function<void(u
   std::fflush(stdout);
   std::vector<pid_t> aiProcesses;
   for (u64 qwJob = 0; qwJob < tOptions.qwJobs; qwJob++) {
-    const pid_t pid = fork();
-    if (pid == 0) {
+    const pid_t iProcess = fork();
+    if (iProcess == 0) {
       fnShare(qwJob);
       std::fflush(stdout);
       _exit(0);
     }
-    aiProcesses.push_back(pid);
+    aiProcesses.push_back(iProcess);
   }
   bool bAll = true;
-  for (const pid_t pid : aiProcesses) {
+  for (const pid_t iProcess : aiProcesses) {
     int iStatus = 0;
-    bAll = pid > 0 && waitpid(pid, &iStatus, 0) == pid && iStatus == 0 && bAll;
+    bAll = iProcess > 0 && waitpid(iProcess, &iStatus, 0) == iProcess && iStatus == 0 && bAll;
   }
   return bAll;
 }

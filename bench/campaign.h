@@ -1,4 +1,4 @@
-// What the campaigns share: their command line, and the processes that share a row's work.
+// What all campaigns use: their command line, and the processes that divide a row's work among them.
 #pragma once
 
 #include <functional>
@@ -8,9 +8,9 @@
 #include "core/types.h"
 
 struct TCampaignOptions {
-  std::string sOnly = {};  // row or the beginning of one; "" all
+  std::string sOnly = {};  // name of a row, or its first parts; "" for all rows
   u64 qwSeed = 1;          // the first
-  u64 qwSeeds = 1;
+  u64 qwSeeds = 1;         // how many
   u64 qwJobs = 2;
   bool bVerbose = false;
 };
@@ -20,16 +20,16 @@ struct TNumberOption {
   u64* pqwValue;
 };
 
-// Reads the options above and those of the campaign itself.  False: wrong usage.
+// Reads the options above and the campaign's own ones.  Returns false on wrong usage.
 bool Campaign_ReadOptions(int iCount, char** apszArgs, std::span<const TNumberOption> atOwn,
                           TCampaignOptions* ptOptions);
 
-// True if the row is asked for: a name's parts are divided by '/'.
+// True if --only asks for this row.  '/' separates the parts of a row's name.
 bool Campaign_IsWanted(const TCampaignOptions& tOptions, const std::string& sRow);
 
-// Runs fnShare(job) for each job from 0 in a process of its own, since the parent of a life has one thread.  What they
-// find out they leave in memory of Campaign_Shared.  False: one of them did not end well.
+// Runs fnShare(job) for each job from 0 on, each in its own process: the parent of a life may have only one thread. The
+// processes leave their results in memory of Campaign_Shared.  Returns false if a process did not end well.
 bool Campaign_Share(const TCampaignOptions& tOptions, const std::function<void(u64 qwJob)>& fnShare);
 
-// Zeroed memory that the processes share, for the rest of the program.
+// Zeroed memory that all processes share until the program ends.
 void* Campaign_Shared(std::size_t dwSize);

@@ -1,9 +1,9 @@
-// Cuts the power at every event of every command, and at drawn times, and judges what the next starts make of it. Under
-// every second seed each of them, else half of the drawn times, is followed by a second cut in the next start.
+// Cuts the power at every event of every command and at random times, and judges the starts after the cut.  A second
+// cut in the next start follows each cut of an even seed, and half of the cuts at random times of an odd one.
 //   cut_campaign [--only ROW] [--event N | --time US] [--again N] [--seed S] [--seeds K] [--every N] [--times N]
 //                [--jobs N] [--verbose]
-// ROW is MODEL or MODEL/COMMAND.  --verbose shows the transcripts of a loss.  Exit status: 0 all survived; 1 some lost,
-// or a row that could not be tried; 2 wrong usage.
+// ROW is MODEL or MODEL/COMMAND.  --verbose shows the transcripts of each lost cut.  Exit status: 0 if all cuts were
+// survived, 1 if a cut was lost or a row could not be tried, 2 on wrong usage.
 #include <atomic>
 #include <cstdio>
 #include <random>
@@ -13,13 +13,13 @@
 
 namespace {
 
-constexpr u32 dwMaxLosses = 3;     // that are shown of a row
-constexpr u64 qwAgainBelow = 300;  // events of a start: the recovery's walks and the beginning of its search
+constexpr u32 dwMaxLosses = 3;     // at most so many are shown of a row
+constexpr u64 qwAgainBelow = 300;  // the second cut comes before this event: in the recovery's walks or early search
 
 struct TOptions : TCampaignOptions {
-  TCutMoment tMoment = {};  // if set, the only one
-  u64 qwEvery = 0;          // 0 the row's own
-  u64 qwTimes = 40;         // drawn for each row and seed
+  TCutMoment tMoment = {};  // if set, the only cut
+  u64 qwEvery = 0;          // cuts at one event in so many; 0: as the row says
+  u64 qwTimes = 40;         // cuts at random times, for each row and seed
 };
 
 struct TLoss {
@@ -28,11 +28,11 @@ struct TLoss {
   char szWhat[200];
 };
 
-// Of one row; shared with the processes that try it.
+// The counts of one row, in memory that its processes share.
 struct TTally {
   std::atomic<u64> qwEvents, qwCuts, qwSurvived;
   std::atomic<u32> dwLosses, dwUntried;
-  char szUncut[200];  // what was wrong with a life without a cut
+  char szUncut[200];  // what was wrong in the life without a cut
   TLoss atLosses[dwMaxLosses];
 };
 
@@ -67,7 +67,7 @@ std::vector<TCutMoment> Moments(const TOptions& tOptions, const TCutRow& tRow, u
   std::mt19937_64 tDraw(qwSeed);
   const bool bAgain = qwSeed % 2 == 0;
   std::vector<TCutMoment> atMoments;
-  // Another seed begins its sample elsewhere.
+  // Each seed starts its sample at another event.
   for (u64 qwEvent = 1 + qwSeed % qwEvery; qwEvent <= qwEvents; qwEvent += qwEvery) {
     atMoments.push_back({.qwEvent = qwEvent, .qwTime_us = 0, .qwAgain = bAgain ? 1 + tDraw() % qwAgainBelow : 0});
   }
@@ -79,7 +79,7 @@ std::vector<TCutMoment> Moments(const TOptions& tOptions, const TCutRow& tRow, u
   return atMoments;
 }
 
-// The share of one of the processes: one cut in qwJobs.
+// What one process does: every qwJobs-th cut.
 void TryShare(const TOptions& tOptions, const TCutRow& tRow, u64 qwJob, TTally& tTally) {
   const TCamera tCamera(tRow.szModel);
   u64 qwTurn = 0;
@@ -119,7 +119,7 @@ void PrintRow(const TOptions& tOptions, const TCutRow& tRow, const TTally& tTall
 
 int main(int iCount, char** apszArgs) {
   TOptions tOptions;
-  tOptions.qwSeeds = 4;  // draws of what the flash lost
+  tOptions.qwSeeds = 4;  // a seed also decides what the flash loses at a cut
   const TNumberOption atOwn[] = {{"--event", &tOptions.tMoment.qwEvent},
                                  {"--time", &tOptions.tMoment.qwTime_us},
                                  {"--again", &tOptions.tMoment.qwAgain},

@@ -1,9 +1,9 @@
-// Every schedule of every pair of commands, with one or two deviations, and the judgement of each.
+// Runs every pair of commands in every schedule with up to two deviations, and judges each run.
 //   explore_campaign [--only LENS[/FIRST[/SECOND]]] [--bound N] [--seconds N] [--jobs N] [--whole 1] [--verbose]
 //   explore_campaign --only LENS/FIRST/SECOND --replay DEVIATIONS
-// --seconds: real time for one pair at most.  --whole 1 leaves nothing out, for a comparison.  --verbose prints each
-// pair's row.  --replay lives one schedule of one pair and shows its transcript.  Exit status: 0 all held; 1 some did
-// not, or were cut short, or no such pair; 2 wrong usage.
+// --seconds: the most real time for one pair.  --whole 1 leaves no schedule out, for a comparison.  --verbose prints a
+// row for each pair.  --replay runs one schedule of one pair and shows its transcript.  Exit status: 0 if all held; 1
+// if a pair did not, was cut short, or does not exist; 2 on wrong usage.
 #include <atomic>
 #include <chrono>
 #include <cstdio>
@@ -14,9 +14,9 @@
 
 namespace {
 
-// Of one lens; shared by the processes that explore it.
+// The counts of one lens, in memory that its processes share.
 struct TSum {
-  std::atomic<u32> dwNext;  // pair that nobody has begun
+  std::atomic<u32> dwNext;  // the next pair that no process has begun
   std::atomic<u32> dwHeld, dwCut, dwLost;
   std::atomic<u64> qwLives, qwOutcomes;
 };
@@ -44,7 +44,7 @@ void RunPair(const TPair& tPair, const TExploreOptions& tExplore, bool bVerbose,
   tSum.dwHeld += tExplored.mapLosses.empty() && !tExplored.bCut ? 1 : 0;
 }
 
-// True if all pairs held, whole.
+// True if all pairs held and none was cut short.
 bool RunLens(const TCampaignOptions& tOptions, const TExploreOptions& tExplore, const TPairLens& tLens, TSum& tSum) {
   std::vector<TPair> atPairs = Pair_All(tLens);
   std::erase_if(atPairs, [&](const TPair& tPair) { return !Campaign_IsWanted(tOptions, Pair_Name(tPair)); });
@@ -61,7 +61,7 @@ bool RunLens(const TCampaignOptions& tOptions, const TExploreOptions& tExplore, 
               std::chrono::duration<double>(std::chrono::steady_clock::now() - tStart).count(), tSum.dwCut.load(),
               tSum.dwLost.load());
   std::fflush(stdout);
-  return tSum.dwHeld == atPairs.size();  // fewer also if a process did not end well
+  return tSum.dwHeld == atPairs.size();  // there are fewer also when a process did not end well
 }
 
 int Replay(const std::string& sPair, const char* pszDeviations) {
@@ -93,11 +93,11 @@ int main(int iCount, char** apszArgs) {
   TCampaignOptions tOptions;
   u64 qwBound = 2;
   u64 qwSeconds = 3600;
-  u64 bWhole = 0;
-  const TNumberOption atOwn[] = {{"--bound", &qwBound}, {"--seconds", &qwSeconds}, {"--whole", &bWhole}};
+  u64 qwWhole = 0;
+  const TNumberOption atOwn[] = {{"--bound", &qwBound}, {"--seconds", &qwSeconds}, {"--whole", &qwWhole}};
   if (!Campaign_ReadOptions(iCount, apszArgs, atOwn, &tOptions) || qwBound > dwMaxDeviations) return Usage();
   const TExploreOptions tExplore = {
-      .dwBound = static_cast<u32>(qwBound), .bPrunes = bWhole == 0, .dSeconds = static_cast<double>(qwSeconds)};
+      .dwBound = static_cast<u32>(qwBound), .bPrunes = qwWhole == 0, .dSeconds = static_cast<double>(qwSeconds)};
   TSum& tSum = *static_cast<TSum*>(Campaign_Shared(sizeof(TSum)));
   std::puts("| lens | pairs | bound | lives | outcomes | s | cut short | lost |\n|---|---|---|---|---|---|---|---|");
   bool bAll = true;

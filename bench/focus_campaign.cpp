@@ -1,7 +1,8 @@
-// Auto focus and focus scan on every scene, from drawn places, judged by where the true glass ends.
+// Runs auto focus and focus scan on every scene from random positions, and judges where the true glass ends.
 //   focus_campaign [--only ROW] [--seeds N] [--seed S] [--jobs N] [--verbose]
 // ROW is MODEL, MODEL/SCENE or MODEL/SCENE/SEARCH.  --verbose shows what the daemon printed in each search that missed.
-// Prints a table; exit status: 0; 1 a life that did not end in order or no such row; 2 wrong usage.
+// Prints a table.  Exit status: 0 if all lives ended in order, 1 if one did not or without such a row, 2 on wrong
+// usage.
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
@@ -16,14 +17,14 @@
 
 namespace {
 
-// Places are drawn by these; log-uniform for the distance.
+// A random distance lies between these; its logarithm is uniform.
 constexpr double dNearest_m = 1, dFarthest_m = 1000;
 
 struct TPace {
   const char* szModel;
-  u64 qwReady_ms;   // of the first move, behind the search for the sensor
-  u64 qwSearch_ms;  // of the search, behind the longest move
-  u64 qwEnd_ms;     // behind the longest search
+  u64 qwReady_ms;   // time of the first move: after the start's search for the sensor
+  u64 qwSearch_ms;  // time of the search: after the longest move
+  u64 qwEnd_ms;     // after the longest search
 };
 constexpr TPace g_atPaces[] = {{"zoom", 100, 12'000, 150'000},
                                {"focus", 15'000, 20'000, 90'000},
@@ -32,9 +33,9 @@ constexpr TPace g_atPaces[] = {{"zoom", 100, 12'000, 150'000},
                                {"ics", 8'000, 20'000, 120'000}};
 
 struct TFault {
-  const char* szName;  // stands in the place of the scene's; null none
-  i32 iSlackTimes;
-  i32 iSlipOneIn;  // of the focus
+  const char* szName;  // shown instead of the scene's name; null: no fault
+  i32 iSlackTimes;     // the slack is multiplied by this
+  i32 iSlipOneIn;      // the focus motor loses one step in so many; 0 none
 };
 constexpr TFault g_atFaults[] = {{"slack-twice", 2, 0}, {"one-in-200-lost", 1, 200}};
 constexpr TFault g_tSound = {nullptr, 1, 0};
@@ -48,14 +49,14 @@ struct TRow {
 
 enum EEnd : u32 { END_UNTRIED, END_GOOD, END_FAILED, END_DISORDER };
 
-// Of one search; shared with the processes that try.
+// The result of one search, in memory that the processes share.
 struct TSearch {
-  EEnd eEnd;      // as the daemon tells it
-  u32 bFocused;   // within the depth of focus
-  double dError;  // virtual steps, of the glass from the sharp position
+  EEnd eEnd;      // as the daemon reports it
+  u32 bFocused;   // the glass is within the depth of focus
+  double dError;  // virtual steps from the glass to the sharp position
   u32 dwReadings;
   double dTime_s;  // camera time
-  double dAtRest;  // value at rest over the best one seen
+  double dAtRest;  // focus value at the end, divided by the best one of the search
 };
 
 std::string NameOf(const TRow& tRow) {
@@ -78,7 +79,7 @@ std::string Move(const char* szAxis, u32 dwPosition) {
   return std::string("function=") + szAxis + "&direction=direct&position=" + std::to_string(dwPosition);
 }
 
-// The scene, the fault and the places of a seed, and the move that brings the lens there.
+// Sets the scene, the fault and the distance of a seed.  Returns the move that brings the lens to its start.
 std::string SetScene(const TRow& tRow, TWorld* ptWorld, u64 qwSeed) {
   const TLensModel& tModel = *Lenses_Find(tRow.ptPace->szModel);
   std::mt19937_64 tDraw(qwSeed);
@@ -94,7 +95,7 @@ std::string SetScene(const TRow& tRow, TWorld* ptWorld, u64 qwSeed) {
   return Move(bZoom ? "zoom" : "focus", tSheet.dwStart + static_cast<u32>(tDraw() % qwPlaces));
 }
 
-// What the daemon printed of its search.
+// What the daemon printed about its search.
 struct TPrinted {
   u32 dwReadings = 0;
   u32 dwBest = 0;
@@ -170,7 +171,7 @@ double Percentile(std::vector<double> adValues, double dShare) {
   return adValues[static_cast<std::size_t>(dShare * static_cast<double>(adValues.size() - 1) + 0.5)];
 }
 
-// False: a life that did not end in order.
+// Returns false if a life did not end in order.
 bool PrintRow(const TRow& tRow, std::span<const TSearch> atSearches) {
   u32 dwFocused = 0, dwWrong = 0, dwFailed = 0, dwDisorder = 0;
   double dReadings = 0, dTime_s = 0, dLeast = 1;

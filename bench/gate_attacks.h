@@ -1,4 +1,4 @@
-// Attacks on a daemon's inputs.  Each runs in a process of its own until that is killed, and never returns.
+// Attacks on the daemon's inputs.  Each runs in its own process until it is killed, and never returns.
 #pragma once
 
 #include <functional>
@@ -8,14 +8,14 @@
 
 struct TAttack {
   const char* pszName;
-  double dRatioHeld;  // of another client's p99 to its quiet one: at most
-  bool bBareToo;      // also made on the bare loop, which is else only measured beside it
-  std::function<void(const std::string& szSocket)> fnAttack;
+  double dMaxRatio;  // another client's p99 under attack, divided by its p99 in quiet, is at most this
+  bool bBareToo;     // attacks the bare loop too, which is otherwise only measured
+  std::function<void(const std::string& sSocket)> fnAttack;
 };
 std::span<const TAttack> Attacks();
 
-// Queries that the daemon answers with its bare 400.
-constexpr std::string_view aszOddRequests[] = {
+// Requests that the daemon answers with its bare 400.
+constexpr std::string_view g_asOddRequests[] = {
     "GET /?function=fly HTTP/1.1\r\n\r\n",
     "GET /?function=stop& HTTP/1.1\r\n\r\n",
     "GET /?channel=99999999999&function=getstatus HTTP/1.1\r\n\r\n",

@@ -1,5 +1,5 @@
-// What the programs that load the gateway share: one client, many closed-loop clients, and a bare server to compare
-// with.  Die ends the program where the machine fails it.  One thread at a time per call; calls may run side by side.
+// What the programs that load the gateway use: one client, many closed-loop clients, and a bare server to compare with.
+// When a system call fails, Die ends the program.  Any thread; several calls may run at the same time.
 #pragma once
 
 #include <sys/types.h>
@@ -12,12 +12,12 @@
 #include <vector>
 
 using TClock = std::chrono::steady_clock;
-constexpr std::string_view szStatusRequest = "GET /?function=getstatus HTTP/1.1\r\nHost: localhost\r\n\r\n";
+constexpr std::string_view sStatusRequest = "GET /?function=getstatus HTTP/1.1\r\nHost: localhost\r\n\r\n";
 
 struct TServer {
   const char* pszName;
-  std::string szPath;
-  pid_t iProcess;  // 0: not ours
+  std::string sPath;
+  pid_t iProcess;  // 0: this program has not started it
 };
 
 struct TResult {  // of one round
@@ -25,33 +25,33 @@ struct TResult {  // of one round
 };
 
 [[noreturn]] void Die(const char* pszWhat);
-sockaddr_un AddressOf(const std::string& szPath);
-void WriteAll(int fd, const std::string& szReply);
+sockaddr_un AddressOf(const std::string& sPath);
+void WriteAll(int fd, const std::string& sReply);
 double Microseconds(TClock::duration tTime);
 
-// The value below which dShare of the values lie; 0 of none.  Puts them into another order.
-double At(std::vector<double>* padValues, double dShare);
+// The value below which dShare of the values lie, or 0 if there are none.  Changes their order.
+double Quantile(std::vector<double>* padValues, double dShare);
 
-// A child that ends with its parent.
+// Like fork, but the child ends when its parent ends.
 pid_t Fork();
 void Kill(pid_t iProcess);
 
-// A process that accepts, reads once, writes szReply and closes, one connection after the other.
-TServer StartBare(const std::string& szFolder, const std::string& szReply);
+// Starts a process that serves one connection after the other: it accepts, reads once, writes sReply and closes.
+TServer StartBare(const std::string& sFolder, const std::string& sReply);
 
-// A connection on which szRequest has been sent; -1: it was not to be had.
-enum EConnect { CONNECT_WAITS, CONNECT_PATIENTLY, CONNECT_AT_ONCE };  // without end, 20 s, never
-int Connect(const sockaddr_un& tAddress, std::string_view szRequest, EConnect eConnect);
+// Connects and sends sRequest.  Returns the connection, or -1 if that failed.  The mode says how long it may wait.
+enum EConnect { CONNECT_WAITS, CONNECT_PATIENTLY, CONNECT_AT_ONCE };  // without end, 20 s, not at all
+int Connect(const sockaddr_un& tAddress, std::string_view sRequest, EConnect eConnect);
 
-// One request on a connection of its own, patiently: all that comes back; "" unless it comes to an end.
-std::string AskOnce(const std::string& szPath, std::string_view szRequest);
+// Sends one request on a new connection and returns the whole answer, or "" if the answer does not end within 20 s.
+std::string AskOnce(const std::string& sPath, std::string_view sRequest);
 
-// Closed-loop clients in the calling thread: each sends what fnNext gives it as soon as it has its last answer, and
-// retires when that is empty; fnAnswer gets every answer as it came.  Returns when all have retired.
+// Runs closed-loop clients in the calling thread.  Each client sends the next request of fnNext as soon as its last
+// answer is complete, and stops when fnNext returns "".  fnAnswer gets every answer.  Returns when all have stopped.
 struct TClients {
-  std::string szPath;
+  std::string sPath;
   std::size_t dwClients;
   std::function<std::string_view()> fnNext;
-  std::function<void(std::string_view szRequest, const std::string& szAnswer)> fnAnswer;
+  std::function<void(std::string_view sRequest, const std::string& sAnswer)> fnAnswer;
 };
 TResult Clients_Run(const TClients& tClients);

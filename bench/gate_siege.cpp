@@ -1,9 +1,9 @@
-// The daemon of a simulated camera in real time, under siege: a million requests from 64 clients while the lens moves,
-// stops within one step time under that load, and a quiet client's wait while others attack.
+// Loads the daemon of a simulated camera in real time: a million requests from 64 clients while the lens moves; stops,
+// which must come within one step time under that load; and attacks, during which a quiet client must not wait long.
 //
 //   gate_siege [--only load|stop|attack] [--requests N] [--stops N] [--rounds N] [--seed N]
 //
-// Starts the simcamera beside it with a root of its own below /tmp.  Prints tables; exits 0 only if all held.
+// Starts the simcamera of this program's folder with a new root below /tmp.  Prints tables; exits 0 only if all held.
 #include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -29,18 +29,18 @@ using namespace std::chrono_literals;
 namespace fs = std::filesystem;
 
 constexpr std::size_t dwLoadClients = 64, dwQuietAsks = 500;
-constexpr u64 qwWarmUp = 40'000;   // requests, until every buffer of the gateway has been touched
-constexpr double dFlat_KiB = 128;  // resident memory may grow by, under load
+constexpr u64 qwWarmUp = 40'000;        // requests; then every buffer of the gateway has been used
+constexpr double dMaxGrowth_KiB = 128;  // of resident memory, under load
 constexpr double dNever_us = 1e9;
-constexpr std::string_view szOKHead =
+constexpr std::string_view sOKHead =
     "HTTP/1.1 200 OK\r\nContent-type: text/plain\r\nCache-control: no-cache\r\nPragma: no-cache\r\nContent-length: ";
-const std::string szOK = std::string(szOKHead) + "2\r\n\r\nOK";
+const std::string sOK = std::string(sOKHead) + "2\r\n\r\nOK";
 
 struct TLine {
-  std::string_view szKey;
-  i64 iLow, iHigh;
+  std::string_view sKey;
+  i64 llLow, llHigh;
 };
-constexpr TLine atStatus[] = {
+constexpr TLine g_atStatus[] = {
     {"zoom_motor_max", 800, 800},
     {"focus_motor_max", 1500, 1500},
     {"zoom_motor_start", 0, 0},
@@ -53,191 +53,191 @@ constexpr TLine atStatus[] = {
     {"focus_enable", 0, 15},
     {"iris_open", 0, 1},
 };
-constexpr TLine atFocusValue[] = {{"focus_value", 0, 200'000}, {"focus_enable", 0, 15}};
-using TStatus = std::vector<i64>;  // the numbers of atStatus
+constexpr TLine g_atFocusValue[] = {{"focus_value", 0, 200'000}, {"focus_enable", 0, 15}};
+using TStatus = std::vector<i64>;  // one number for each line of g_atStatus
 
 struct TKind {
   u32 dwShare;  // of the load, in 100,000
-  std::string szRequest;
-  std::string szAnswer;                // whole, or
-  std::span<const TLine> atBody = {};  // a body of these lines
+  std::string sRequest;
+  std::string sAnswer;                 // the whole answer, unless
+  std::span<const TLine> atBody = {};  // the answer is a body of these lines
 };
 
 struct TAxisOfStop {
   const char* pszName;
   ELensAxis eAxis;
-  std::size_t dwKey;  // of atStatus: the position
-  double dStep_us;    // onesteptime
-  i64 iLow, iHigh;    // the moves go from end to end
+  std::size_t dwKey;  // index of its position in g_atStatus
+  double dStep_us;    // onesteptime of its configuration
+  i64 llLow, llHigh;  // the moves go from end to end
 };
-constexpr TAxisOfStop atStopAxis[] = {{"focus", LENS_FOCUS, 7, 4000, 40, 1480}, {"zoom", LENS_ZOOM, 6, 5000, 0, 800}};
+constexpr TAxisOfStop g_atStopAxes[] = {{"focus", LENS_FOCUS, 7, 4000, 40, 1480}, {"zoom", LENS_ZOOM, 6, 5000, 0, 800}};
 
 struct TSiege {
   u64 qwSeed;
-  std::string szRoot, szSocket;
+  std::string sRoot, sSocket;
   pid_t iRun, iDaemon;
   TServer tBare;
   TWorld* ptWorld;
 };
 
-// A row of a table; gives back whether it held.
-bool Row(const char* pszName, std::initializer_list<double> adValue, bool bHeld) {
+// Prints a row of a table.  Returns bHeld.
+bool PrintRow(const char* pszName, std::initializer_list<double> adValues, bool bHeld) {
   std::printf("| %s |", pszName);
-  for (const double dValue : adValue) std::printf(std::abs(dValue) < 100 ? " %.3g |" : " %.0f |", dValue);
+  for (const double dValue : adValues) std::printf(std::abs(dValue) < 100 ? " %.3g |" : " %.0f |", dValue);
   std::printf(" %s |\n", bHeld ? "yes" : "NO");
   std::fflush(stdout);
   return bHeld;
 }
 
-// The numbers of a whole and right answer, in the order of its lines; empty if it differs in a single byte from what
-// the daemon would write of them.
-std::vector<i64> Numbers(std::span<const TLine> atBody, const std::string& szAnswer) {
-  std::vector<i64> aiNumber;
-  std::string szBody;
+// Reads the numbers of a correct answer, in the order of its lines.  Returns none if a single byte of the answer
+// differs from what the daemon would write for these numbers.
+std::vector<i64> ReadNumbers(std::span<const TLine> atBody, const std::string& sAnswer) {
+  std::vector<i64> allNumbers;
+  std::string sBody;
   std::size_t dwAt = 0;
   for (const TLine& tLine : atBody) {
-    dwAt = szAnswer.find("='", dwAt);
+    dwAt = sAnswer.find("='", dwAt);
     if (dwAt == std::string::npos) return {};
     dwAt += 2;
-    const i64 iNumber = aiNumber.emplace_back(std::atoll(szAnswer.c_str() + dwAt));
-    if (iNumber < tLine.iLow || iNumber > tLine.iHigh) return {};
-    szBody.append("vernier_lens_").append(tLine.szKey).append("='" + std::to_string(iNumber) + "'\r\n");
+    const i64 llNumber = allNumbers.emplace_back(std::atoll(sAnswer.c_str() + dwAt));
+    if (llNumber < tLine.llLow || llNumber > tLine.llHigh) return {};
+    sBody.append("vernier_lens_").append(tLine.sKey).append("='" + std::to_string(llNumber) + "'\r\n");
   }
-  if (szAnswer != std::string(szOKHead) + std::to_string(szBody.size()) + "\r\n\r\n" + szBody) return {};
-  return aiNumber;
+  if (sAnswer != std::string(sOKHead) + std::to_string(sBody.size()) + "\r\n\r\n" + sBody) return {};
+  return allNumbers;
 }
 
-TStatus Status(const TSiege& tSiege) {
-  TStatus aiStatus = Numbers(atStatus, AskOnce(tSiege.szSocket, szStatusRequest));
-  if (aiStatus.empty()) Die("no right answer to a status request");
-  return aiStatus;
+TStatus AskStatus(const TSiege& tSiege) {
+  TStatus allStatus = ReadNumbers(g_atStatus, AskOnce(tSiege.sSocket, sStatusRequest));
+  if (allStatus.empty()) Die("no right answer to a status request");
+  return allStatus;
 }
 
-std::string Get(const std::string& szQuery) {
-  return "GET /?" + szQuery + " HTTP/1.1\r\n\r\n";
+std::string Get(const std::string& sQuery) {
+  return "GET /?" + sQuery + " HTTP/1.1\r\n\r\n";
 }
 
-void Command(const TSiege& tSiege, const std::string& szQuery) {
-  if (AskOnce(tSiege.szSocket, Get(szQuery)) != szOK) Die(("no right OK to " + szQuery).c_str());
+void Command(const TSiege& tSiege, const std::string& sQuery) {
+  if (AskOnce(tSiege.sSocket, Get(sQuery)) != sOK) Die(("no right OK to " + sQuery).c_str());
 }
 
-void Move(const TSiege& tSiege, const char* pszAxis, i64 iTo) {
-  Command(tSiege, std::string("function=") + pszAxis + "&direction=direct&position=" + std::to_string(iTo));
+void Move(const TSiege& tSiege, const char* pszAxis, i64 llTo) {
+  Command(tSiege, std::string("function=") + pszAxis + "&direction=direct&position=" + std::to_string(llTo));
 }
 
 TStatus AwaitStatus(const TSiege& tSiege, const std::function<bool(const TStatus&)>& fnDone) {
   for (const auto tEnd = TClock::now() + 90s; TClock::now() < tEnd; std::this_thread::sleep_for(5ms)) {
-    const TStatus aiStatus = Status(tSiege);
-    if (fnDone(aiStatus)) return aiStatus;
+    const TStatus allStatus = AskStatus(tSiege);
+    if (fnDone(allStatus)) return allStatus;
   }
   Die("the lens does not do as it was told");
 }
 
 TStatus AwaitIdle(const TSiege& tSiege) {
-  return AwaitStatus(tSiege, [](const TStatus& aiStatus) { return aiStatus[8] == 0 && aiStatus[9] == 0; });
+  return AwaitStatus(tSiege, [](const TStatus& allStatus) { return allStatus[8] == 0 && allStatus[9] == 0; });
 }
 
-pid_t DaemonOf(const std::string& szRoot) {
+pid_t DaemonOf(const std::string& sRoot) {
   pid_t iDaemon = 0;
-  std::ifstream(szRoot + "/sim/daemon.pid") >> iDaemon;
+  std::ifstream(sRoot + "/sim/daemon.pid") >> iDaemon;
   return iDaemon;
 }
 
-TSiege Start(u64 qwSeed) {
+TSiege StartSiege(u64 qwSeed) {
   char szFolder[] = "/tmp/gatesiegeXXXXXX";
   if (mkdtemp(szFolder) == nullptr) Die("mkdtemp");
-  const std::string szRoot = szFolder + std::string("/root"), szSocket = szRoot + "/tmp/VernierLens";
+  const std::string sRoot = szFolder + std::string("/root"), sSocket = sRoot + "/tmp/VernierLens";
   const pid_t iRun = Fork();
   if (iRun == 0) {
-    const std::string szCamera = fs::read_symlink("/proc/self/exe").parent_path() / "simcamera";
+    const std::string sCamera = fs::read_symlink("/proc/self/exe").parent_path() / "simcamera";
     if (std::freopen("/dev/null", "w", stdout) == nullptr) Die("/dev/null");
-    execl(szCamera.c_str(), "simcamera", "run", szRoot.c_str(), "--lens", "zoom", nullptr);
-    Die(szCamera.c_str());
+    execl(sCamera.c_str(), "simcamera", "run", sRoot.c_str(), "--lens", "zoom", nullptr);
+    Die(sCamera.c_str());
   }
-  std::string szStatus;
-  for (int i = 0; i < 300 && (szStatus = AskOnce(szSocket, szStatusRequest)).empty(); ++i) usleep(100'000);
-  TWorld* ptWorld = World_Map(szRoot.c_str());
-  if (szStatus.empty() || ptWorld == nullptr) Die("no camera");
-  return {qwSeed, szRoot, szSocket, iRun, DaemonOf(szRoot), StartBare(szFolder, szStatus), ptWorld};
+  std::string sStatus;
+  for (int i = 0; i < 300 && (sStatus = AskOnce(sSocket, sStatusRequest)).empty(); ++i) usleep(100'000);
+  TWorld* ptWorld = World_Map(sRoot.c_str());
+  if (sStatus.empty() || ptWorld == nullptr) Die("no camera");
+  return {qwSeed, sRoot, sSocket, iRun, DaemonOf(sRoot), StartBare(szFolder, sStatus), ptWorld};
 }
 
-// The lens rests where the daemon believes it, and one daemon lived from the start to an orderly end.
-bool End(const TSiege& tSiege) {
+// Ends the camera.  True if the lens rests where it is believed, and one daemon ran from the start to an orderly end.
+bool EndSiege(const TSiege& tSiege) {
   bool bHeld = true;
   Command(tSiege, "function=stop");
-  const TStatus aiStatus = AwaitIdle(tSiege);
+  const TStatus allStatus = AwaitIdle(tSiege);
   std::printf("\n| axis | believed | true | held |\n|---|---|---|---|\n");
   World_Lock(tSiege.ptWorld);
   Lens_Settle(&tSiege.ptWorld->tLens, World_Now_us(tSiege.ptWorld));
-  for (const TAxisOfStop& tAxis : atStopAxis) {
+  for (const TAxisOfStop& tAxis : g_atStopAxes) {
     const double dTrue = Lens_TrueVirtual(&tSiege.ptWorld->tLens, 0, tAxis.eAxis);
-    const double dBelieved = static_cast<double>(aiStatus[tAxis.dwKey]);
-    bHeld = Row(tAxis.pszName, {dBelieved, dTrue}, std::abs(dTrue - dBelieved) < 1e-6) && bHeld;
+    const double dBelieved = static_cast<double>(allStatus[tAxis.dwKey]);
+    bHeld = PrintRow(tAxis.pszName, {dBelieved, dTrue}, std::abs(dTrue - dBelieved) < 1e-6) && bHeld;
   }
   World_Unlock(tSiege.ptWorld);
   kill(tSiege.iRun, SIGTERM);
   int iStatus = -1;
   waitpid(tSiege.iRun, &iStatus, 0);
-  bHeld = bHeld && iStatus == 0 && DaemonOf(tSiege.szRoot) == tSiege.iDaemon;
+  bHeld = bHeld && iStatus == 0 && DaemonOf(tSiege.sRoot) == tSiege.iDaemon;
   Kill(tSiege.tBare.iProcess);
-  fs::remove_all(fs::path(tSiege.szRoot).parent_path());
+  fs::remove_all(fs::path(tSiege.sRoot).parent_path());
   return bHeld;
 }
 
-// Requests of all kinds, as the shares draw them, until fnMore says no; each answer is judged.
+// Sends random requests, each kind with its share, until fnMore returns false, and judges each answer.
 struct TLoad {
   TResult tRate = {};
   u64 qwAsked = 0, qwAnswered = 0, qwWrong = 0;
 };
-TLoad Load(const TSiege& tSiege, u32 dwCommands, const std::function<bool(u64 qwAsked)>& fnMore) {
-  const std::string szBare = "HTTP/1.1 400 Bad Request\r\n\r\n";
-  const std::string szRefusal = "\r\nContent-length: 0\r\nConnection: close\r\n\r\n";
-  std::vector<TKind> atKind = {
-      {70'000, std::string(szStatusRequest), "", atStatus},
-      {5000, "POST / HTTP/1.1\r\nContent-length: 18\r\n\r\nfunction=getstatus", "", atStatus},
-      {10'000, Get("function=getparam&position=7"), "", atFocusValue},
-      {1000, "nonsense\r\n\r\n", "HTTP/1.1 400 Bad Request" + szRefusal},
-      {1000, "POST / HTTP/1.1\r\nContent-length: 4097\r\n\r\n", "HTTP/1.1 413 Payload Too Large" + szRefusal},
-      {1000, Get(std::string(8192, 'x')), "HTTP/1.1 431 Request Header Fields Too Large" + szRefusal},
-      {dwCommands, Get("function=zoom&direction=forward&steps=3"), szOK},
-      {dwCommands, Get("function=focus&direction=backward&steps=30"), szOK},
+TLoad RunLoad(const TSiege& tSiege, u32 dwCommands, const std::function<bool(u64 qwAsked)>& fnMore) {
+  const std::string sBare = "HTTP/1.1 400 Bad Request\r\n\r\n";
+  const std::string sRefusal = "\r\nContent-length: 0\r\nConnection: close\r\n\r\n";
+  std::vector<TKind> atKinds = {
+      {70'000, std::string(sStatusRequest), "", g_atStatus},
+      {5000, "POST / HTTP/1.1\r\nContent-length: 18\r\n\r\nfunction=getstatus", "", g_atStatus},
+      {10'000, Get("function=getparam&position=7"), "", g_atFocusValue},
+      {1000, "nonsense\r\n\r\n", "HTTP/1.1 400 Bad Request" + sRefusal},
+      {1000, "POST / HTTP/1.1\r\nContent-length: 4097\r\n\r\n", "HTTP/1.1 413 Payload Too Large" + sRefusal},
+      {1000, Get(std::string(8192, 'x')), "HTTP/1.1 431 Request Header Fields Too Large" + sRefusal},
+      {dwCommands, Get("function=zoom&direction=forward&steps=3"), sOK},
+      {dwCommands, Get("function=focus&direction=backward&steps=30"), sOK},
   };
-  for (const auto szOdd : aszOddRequests) atKind.push_back({2000, std::string(szOdd), szBare});
-  std::vector<u32> adwShare;
-  for (const TKind& tKind : atKind) adwShare.push_back(tKind.dwShare);
+  for (const auto sOdd : g_asOddRequests) atKinds.push_back({2000, std::string(sOdd), sBare});
+  std::vector<u32> adwShares;
+  for (const TKind& tKind : atKinds) adwShares.push_back(tKind.dwShare);
   std::mt19937_64 fnDraw(tSiege.qwSeed);
-  std::discrete_distribution<std::size_t> tDraw(adwShare.begin(), adwShare.end());
+  std::discrete_distribution<std::size_t> tDraw(adwShares.begin(), adwShares.end());
   TLoad tLoad;
   const auto Next = [&] {
     if (!fnMore(tLoad.qwAsked)) return std::string_view();
     ++tLoad.qwAsked;
-    return std::string_view(atKind[tDraw(fnDraw)].szRequest);
+    return std::string_view(atKinds[tDraw(fnDraw)].sRequest);
   };
-  const auto Judge = [&](std::string_view szRequest, const std::string& szAnswer) {
-    const auto IsOf = [&](const TKind& tKind) { return tKind.szRequest.data() == szRequest.data(); };
-    const TKind& tKind = *std::find_if(atKind.begin(), atKind.end(), IsOf);
+  const auto Judge = [&](std::string_view sRequest, const std::string& sAnswer) {
+    const auto IsOf = [&](const TKind& tKind) { return tKind.sRequest.data() == sRequest.data(); };
+    const TKind& tKind = *std::find_if(atKinds.begin(), atKinds.end(), IsOf);
     ++tLoad.qwAnswered;
-    if (tKind.atBody.empty() ? szAnswer == tKind.szAnswer : !Numbers(tKind.atBody, szAnswer).empty()) return;
-    if (tLoad.qwWrong++ < 5) std::printf("\"%.80s\" was answered with \"%s\"\n", szRequest.data(), szAnswer.c_str());
+    if (tKind.atBody.empty() ? sAnswer == tKind.sAnswer : !ReadNumbers(tKind.atBody, sAnswer).empty()) return;
+    if (tLoad.qwWrong++ < 5) std::printf("\"%.80s\" was answered with \"%s\"\n", sRequest.data(), sAnswer.c_str());
   };
-  tLoad.tRate = Clients_Run({tSiege.szSocket, dwLoadClients, Next, Judge});
+  tLoad.tRate = Clients_Run({tSiege.sSocket, dwLoadClients, Next, Judge});
   return tLoad;
 }
 
 // Resident KiB and descriptors of the daemon.
 std::pair<double, double> Footprint(const TSiege& tSiege) {
-  const std::string szProcess = "/proc/" + std::to_string(tSiege.iDaemon);
+  const std::string sProcess = "/proc/" + std::to_string(tSiege.iDaemon);
   double dResident_KiB = 0;
-  std::ifstream tStatus(szProcess + "/status");
-  for (std::string szWord; tStatus >> szWord;) {
-    if (szWord == "VmRSS:") tStatus >> dResident_KiB;
+  std::ifstream tStatus(sProcess + "/status");
+  for (std::string sWord; tStatus >> sWord;) {
+    if (sWord == "VmRSS:") tStatus >> dResident_KiB;
   }
-  return {dResident_KiB, static_cast<double>(std::distance(fs::directory_iterator(szProcess + "/fd"), {}))};
+  return {dResident_KiB, static_cast<double>(std::distance(fs::directory_iterator(sProcess + "/fd"), {}))};
 }
 
 bool PlayLoad(const TSiege& tSiege, u64 qwRequests) {
   std::atomic<bool> bEnd = false;
-  std::thread tDriver([&] {  // keeps the lens moving and focusing
+  std::thread tDriver([&] {  // keeps the lens moving and searching focus
     for (std::mt19937 fnDraw(1); !bEnd;) {
       Move(tSiege, "zoom", static_cast<i64>(fnDraw() % 801));
       std::this_thread::sleep_for(1500ms);
@@ -248,9 +248,9 @@ bool PlayLoad(const TSiege& tSiege, u64 qwRequests) {
       Command(tSiege, "function=stop");
     }
   });
-  Load(tSiege, 10, [](u64 qwAsked) { return qwAsked < qwWarmUp; });
+  RunLoad(tSiege, 10, [](u64 qwAsked) { return qwAsked < qwWarmUp; });
   const auto [dBefore_KiB, dBeforeOpen] = Footprint(tSiege);
-  const TLoad tLoad = Load(tSiege, 10, [&](u64 qwAsked) { return qwAsked < qwRequests; });
+  const TLoad tLoad = RunLoad(tSiege, 10, [&](u64 qwAsked) { return qwAsked < qwRequests; });
   const auto [dAfter_KiB, dAfterOpen] = Footprint(tSiege);
   bEnd = true;
   tDriver.join();
@@ -258,30 +258,30 @@ bool PlayLoad(const TSiege& tSiege, u64 qwRequests) {
       "| | asked | answered | wrong | a second | p50, us | p99, us | resident before, KiB | after | descriptors before "
       "| after | held |\n"
       "|---|---|---|---|---|---|---|---|---|---|---|---|\n");
-  return Row("load",
-             {static_cast<double>(qwRequests), static_cast<double>(tLoad.qwAnswered),
-              static_cast<double>(tLoad.qwWrong), tLoad.tRate.dPerSecond, tLoad.tRate.dMedian_us, tLoad.tRate.dP99_us,
-              dBefore_KiB, dAfter_KiB, dBeforeOpen, dAfterOpen},
-             tLoad.qwAnswered == qwRequests && tLoad.qwWrong == 0 && dAfterOpen <= dBeforeOpen &&
-                 dAfter_KiB <= dBefore_KiB + dFlat_KiB);
+  return PrintRow("load",
+                  {static_cast<double>(qwRequests), static_cast<double>(tLoad.qwAnswered),
+                   static_cast<double>(tLoad.qwWrong), tLoad.tRate.dPerSecond, tLoad.tRate.dMedian_us,
+                   tLoad.tRate.dP99_us, dBefore_KiB, dAfter_KiB, dBeforeOpen, dAfterOpen},
+                  tLoad.qwAnswered == qwRequests && tLoad.qwWrong == 0 && dAfterOpen <= dBeforeOpen &&
+                      dAfter_KiB <= dBefore_KiB + dMaxGrowth_KiB);
 }
 
-// Camera time of the first MOTOR_STOP_WALK of an axis from then on; far in the future if there is none.
+// Camera time of the axis's first MOTOR_STOP_WALK at dFrom_us or later; far in the future if there is none.
 double StopWalk_us(const TSiege& tSiege, const TAxisOfStop& tAxis, double dFrom_us) {
-  std::ifstream tTranscript(tSiege.szRoot + "/sim/transcript");
-  const std::string szEvent = tAxis.pszName + std::string("motor MOTOR_STOP_WALK");
-  for (std::string szLine; std::getline(tTranscript, szLine);) {
-    const double dAt_us = std::strtod(szLine.c_str(), nullptr) * 1e6;
-    if (dAt_us >= dFrom_us && szLine.find(szEvent) != std::string::npos) return dAt_us;
+  std::ifstream tTranscript(tSiege.sRoot + "/sim/transcript");
+  const std::string sEvent = tAxis.pszName + std::string("motor MOTOR_STOP_WALK");
+  for (std::string sLine; std::getline(tTranscript, sLine);) {
+    const double dAt_us = std::strtod(sLine.c_str(), nullptr) * 1e6;
+    if (dAt_us >= dFrom_us && sLine.find(sEvent) != std::string::npos) return dAt_us;
   }
   return dFrom_us + dNever_us;
 }
 
-// Stops a long move in the middle.  How long after the request was sent, and after its OK, the motor was stopped.
+// Stops a long move in the middle.  Returns how long after the request the motor stopped, and how long after the OK.
 std::pair<double, double> StopOnce(const TSiege& tSiege, const TAxisOfStop& tAxis, std::chrono::microseconds tExtra) {
-  const i64 iFrom = AwaitIdle(tSiege)[tAxis.dwKey];
-  Move(tSiege, tAxis.pszName, iFrom > tAxis.iHigh / 2 ? tAxis.iLow : tAxis.iHigh);
-  AwaitStatus(tSiege, [&](const TStatus& aiStatus) { return aiStatus[tAxis.dwKey] != iFrom; });
+  const i64 llFrom = AwaitIdle(tSiege)[tAxis.dwKey];
+  Move(tSiege, tAxis.pszName, llFrom > tAxis.llHigh / 2 ? tAxis.llLow : tAxis.llHigh);
+  AwaitStatus(tSiege, [&](const TStatus& allStatus) { return allStatus[tAxis.dwKey] != llFrom; });
   std::this_thread::sleep_for(tExtra);
   const double dSent_us = static_cast<double>(World_Now_us(tSiege.ptWorld));
   Command(tSiege, "function=stop");
@@ -293,8 +293,8 @@ std::pair<double, double> StopOnce(const TSiege& tSiege, const TAxisOfStop& tAxi
 
 bool PlayStops(const TSiege& tSiege, u64 qwStops) {
   std::atomic<bool> bEnd = false;
-  std::thread tLoad([&] { Load(tSiege, 0, [&](u64) { return !bEnd; }); });
-  std::vector<double> adOverrun_us;  // of a thread that does nothing but sleep, as a walk does
+  std::thread tLoad([&] { RunLoad(tSiege, 0, [&](u64) { return !bEnd; }); });
+  std::vector<double> adOverrun_us;  // how much too long a thread sleeps that only sleeps, as a walk does
   std::thread tSleeper([&] {
     while (!bEnd) {
       const auto tStart = TClock::now();
@@ -304,11 +304,11 @@ bool PlayStops(const TSiege& tSiege, u64 qwStops) {
   });
   std::vector<double> aadSent_us[2], aadAnswered_us[2];
   std::mt19937 fnDraw(1);
-  for (u64 i = 0; i < qwStops; ++i) {
+  for (u64 qw = 0; qw < qwStops; ++qw) {
     const auto [dSent_us, dAnswered_us] =
-        StopOnce(tSiege, atStopAxis[i % 2], std::chrono::microseconds(fnDraw() % 50'000));
-    aadSent_us[i % 2].push_back(dSent_us);
-    aadAnswered_us[i % 2].push_back(dAnswered_us);
+        StopOnce(tSiege, g_atStopAxes[qw % 2], std::chrono::microseconds(fnDraw() % 50'000));
+    aadSent_us[qw % 2].push_back(dSent_us);
+    aadAnswered_us[qw % 2].push_back(dAnswered_us);
   }
   bEnd = true;
   tLoad.join();
@@ -318,30 +318,30 @@ bool PlayStops(const TSiege& tSiege, u64 qwStops) {
       "bare sleep, p99 | held |\n"
       "|---|---|---|---|---|---|---|---|---|---|---|\n");
   bool bHeld = true;
-  for (std::size_t i = 0; i < 2; ++i) {
-    std::vector<double>*padSent = &aadSent_us[i], *padAnswered = &aadAnswered_us[i];
-    const double dStep_us = atStopAxis[i].dStep_us, dOverrun_us = At(&adOverrun_us, 0.99);
-    const double dP50_us = At(padAnswered, 0.5), dP99_us = At(padAnswered, 0.99);
-    bHeld = Row(atStopAxis[i].pszName,
-                {static_cast<double>(padSent->size()), dStep_us, dP50_us, dP99_us, At(padAnswered, 1), At(padSent, 0.5),
-                 At(padSent, 0.99), At(padSent, 1), dOverrun_us},
-                dP50_us <= dStep_us && dP99_us <= dStep_us + dOverrun_us) &&
+  for (std::size_t dw = 0; dw < 2; ++dw) {
+    std::vector<double>*padSent = &aadSent_us[dw], *padAnswered = &aadAnswered_us[dw];
+    const double dStep_us = g_atStopAxes[dw].dStep_us, dOverrun_us = Quantile(&adOverrun_us, 0.99);
+    const double dP50_us = Quantile(padAnswered, 0.5), dP99_us = Quantile(padAnswered, 0.99);
+    bHeld = PrintRow(g_atStopAxes[dw].pszName,
+                     {static_cast<double>(padSent->size()), dStep_us, dP50_us, dP99_us, Quantile(padAnswered, 1),
+                      Quantile(padSent, 0.5), Quantile(padSent, 0.99), Quantile(padSent, 1), dOverrun_us},
+                     dP50_us <= dStep_us && dP99_us <= dStep_us + dOverrun_us) &&
             bHeld;
   }
   return bHeld;
 }
 
-// p99 of a client that asks now and then; the best of the rounds, since other processes of the machine only add.
-double QuietP99_us(const std::string& szSocket, u64 qwRounds) {
+// p99 of a client that asks now and then.  The best round counts, since other processes of the machine only add time.
+double QuietP99_us(const std::string& sSocket, u64 qwRounds) {
   double dBest_us = dNever_us;
-  for (u64 i = 0; i < qwRounds; ++i) {
+  for (u64 qw = 0; qw < qwRounds; ++qw) {
     std::vector<double> adWait_us;
     for (const auto tEnd = TClock::now() + 2s; adWait_us.size() < dwQuietAsks && TClock::now() < tEnd; usleep(500)) {
       const auto tStart = TClock::now();
-      const bool bAnswered = !AskOnce(szSocket, szStatusRequest).empty();
+      const bool bAnswered = !AskOnce(sSocket, sStatusRequest).empty();
       adWait_us.push_back(bAnswered ? Microseconds(TClock::now() - tStart) : dNever_us);
     }
-    dBest_us = std::min(dBest_us, At(&adWait_us, 0.99));
+    dBest_us = std::min(dBest_us, Quantile(&adWait_us, 0.99));
   }
   return dBest_us;
 }
@@ -353,21 +353,21 @@ bool PlayAttacks(const TSiege& tSiege, u64 qwRounds) {
   bool bHeld = true;
   for (const TAttack& tAttack : Attacks()) {
     double adQuiet_us[2], adAttacked_us[2], adRatio[2];
-    for (std::size_t i = 0; i < 2; ++i) {
-      const std::string& szAsked = i == 0 ? tSiege.szSocket : tSiege.tBare.szPath;
-      adQuiet_us[i] = QuietP99_us(szAsked, qwRounds);
+    for (std::size_t dw = 0; dw < 2; ++dw) {
+      const std::string& sAsked = dw == 0 ? tSiege.sSocket : tSiege.tBare.sPath;
+      adQuiet_us[dw] = QuietP99_us(sAsked, qwRounds);
       const pid_t iAttacker = Fork();
-      if (iAttacker == 0) tAttack.fnAttack(tAttack.bBareToo ? szAsked : tSiege.szSocket);
+      if (iAttacker == 0) tAttack.fnAttack(tAttack.bBareToo ? sAsked : tSiege.sSocket);
       std::this_thread::sleep_for(1s);
-      adAttacked_us[i] = QuietP99_us(szAsked, qwRounds);
-      adRatio[i] = adAttacked_us[i] / adQuiet_us[i];
+      adAttacked_us[dw] = QuietP99_us(sAsked, qwRounds);
+      adRatio[dw] = adAttacked_us[dw] / adQuiet_us[dw];
       Kill(iAttacker);
-      Status(tSiege);
+      AskStatus(tSiege);
     }
-    bHeld = Row(tAttack.pszName,
-                {adQuiet_us[0], adAttacked_us[0], adRatio[0], tAttack.dRatioHeld, adQuiet_us[1], adAttacked_us[1],
-                 adRatio[1]},
-                adRatio[0] <= tAttack.dRatioHeld) &&
+    bHeld = PrintRow(tAttack.pszName,
+                     {adQuiet_us[0], adAttacked_us[0], adRatio[0], tAttack.dMaxRatio, adQuiet_us[1], adAttacked_us[1],
+                      adRatio[1]},
+                     adRatio[0] <= tAttack.dMaxRatio) &&
             bHeld;
   }
   return bHeld;
@@ -384,10 +384,10 @@ int main(int iCount, char** apszArgs) {
     std::fprintf(stderr, "gate_siege [--only load|stop|attack] [--requests N] [--stops N] [--rounds N] [--seed N]\n");
     return 2;
   }
-  const TSiege tSiege = Start(tOptions.qwSeed);
+  const TSiege tSiege = StartSiege(tOptions.qwSeed);
   bool bHeld = true;
   if (Campaign_IsWanted(tOptions, "load")) bHeld = PlayLoad(tSiege, qwRequests) && bHeld;
   if (Campaign_IsWanted(tOptions, "stop")) bHeld = PlayStops(tSiege, qwStops) && bHeld;
   if (Campaign_IsWanted(tOptions, "attack")) bHeld = PlayAttacks(tSiege, qwRounds) && bHeld;
-  return End(tSiege) && bHeld ? 0 : 1;
+  return EndSiege(tSiege) && bHeld ? 0 : 1;
 }

@@ -1,9 +1,9 @@
-// Lives of every model, and of lenses that nobody has: with clients, buttons, faults, signals and power cuts, and one
-// without hurry; and the judgement of each.
+// Runs and judges lives of every stock model and of random lenses.  Each seed gives one life with clients, buttons,
+// faults, signals and power cuts, and one without hurry.
 //   life_campaign [--only MODEL] [--seeds N] [--drawn N] [--seed S] [--jobs N] [--verbose]
-// MODEL "drawn" is another lens under each seed, drawn-SEED; of these there are --drawn N, or --seeds N if it is the
-// only one.  A lost life is printed with the command that repeats it, and with the record of a drawn lens.  --verbose
-// shows its transcript.  Exit status: 0 all held; 1 some did not, or no such model; 2 wrong usage.
+// MODEL "drawn" is a random lens, another one for each seed: drawn-SEED.  --drawn N says how many of them; with --only
+// drawn, --seeds N does.  A lost life is printed with the command that repeats it, and with the record of a drawn lens.
+// --verbose shows its transcript.  Exit status: 0 if all held, 1 if not or without such a model, 2 on wrong usage.
 #include <atomic>
 #include <cstdio>
 #include <cstring>
@@ -16,7 +16,7 @@
 
 namespace {
 
-constexpr u32 dwMaxLosses = 10;  // that are shown of a model
+constexpr u32 dwMaxLosses = 10;  // at most so many are shown of a model
 constexpr const char* pszDrawn = "drawn";
 
 struct TOptions : TCampaignOptions {
@@ -28,7 +28,7 @@ struct TLoss {
   char szWhat[240];
 };
 
-// Of one model; shared with the processes that try it.
+// The counts of one model, in memory that its processes share.
 struct TTally {
   std::atomic<u64> qwLives, qwAnswers, qwSlowest_us, qwLongestEnd_us;
   std::atomic<u64> aqwEnds[LIVES_ENDS];
@@ -61,7 +61,7 @@ void TryOne(const TOptions& tOptions, const TLensModel& tModel, const TCamera& t
   std::snprintf(tTally.atLosses[dwLoss].szWhat, sizeof TLoss::szWhat, "%s", tOutcome.sLoss.c_str());
 }
 
-// The share of one of the processes: one seed in qwJobs.
+// What one process does: every qwJobs-th seed.
 void TryShare(const TOptions& tOptions, const char* pszRow, u64 qwSeeds, u64 qwJob, TTally& tTally) {
   const TLensModel* ptStock = Lenses_Find(pszRow);
   const std::unique_ptr<TCamera> ptCamera = ptStock != nullptr ? std::make_unique<TCamera>(pszRow) : nullptr;

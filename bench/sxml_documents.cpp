@@ -15,7 +15,7 @@ std::vector<TXMLDocument> Documents_Load(const char* pszDirectory) {
     std::ifstream tFile(tEntry.path(), std::ios::binary);
     atDocuments.push_back({tEntry.path().string(), std::string(std::istreambuf_iterator<char>(tFile), {})});
   }
-  std::ranges::sort(atDocuments, {}, &TXMLDocument::strName);
+  std::ranges::sort(atDocuments, {}, &TXMLDocument::sName);
   return atDocuments;
 }
 
@@ -47,21 +47,21 @@ std::vector<TXMLDocument> Documents_Small() {
   return {{"profile", Profile()}, {"capability", Capability()}};
 }
 
-static std::string Wide(size_t nBytes) {
+static std::string Wide(size_t dwBytes) {
   std::ostringstream t;
   t << "<?xml version=\"1.0\"?>\n<root>\n";
-  for (size_t i = 0; static_cast<size_t>(t.tellp()) < nBytes; ++i) {
-    t << "  <item id=\"" << i << "\">" << i * 7919 % 100003 << "</item>\n";
+  for (size_t dw = 0; static_cast<size_t>(t.tellp()) < dwBytes; ++dw) {
+    t << "  <item id=\"" << dw << "\">" << dw * 7919 % 100003 << "</item>\n";
   }
   t << "</root>\n";
   return t.str();
 }
 
-static std::string Deep(size_t nBytes) {
+static std::string Deep(size_t dwBytes) {
   constexpr int iLevels = 90;
   std::ostringstream t;
   t << "<root>\n";
-  while (static_cast<size_t>(t.tellp()) < nBytes) {
+  while (static_cast<size_t>(t.tellp()) < dwBytes) {
     for (int i = 1; i < iLevels; ++i) t << "<level" << i << ">\n";
     t << "bottom";
     for (int i = iLevels - 1; i > 0; --i) t << "</level" << i << ">\n";
@@ -70,12 +70,12 @@ static std::string Deep(size_t nBytes) {
   return t.str();
 }
 
-static std::string WideAndDeep(size_t nBytes) {
+static std::string WideAndDeep(size_t dwBytes) {
   constexpr int iLevels = 40;
   constexpr int iLeaves = 40;
   std::ostringstream t;
   t << "<?xml version=\"1.0\"?>\n<root>\n";
-  while (static_cast<size_t>(t.tellp()) < nBytes) {
+  while (static_cast<size_t>(t.tellp()) < dwBytes) {
     for (int i = 1; i < iLevels; ++i) {
       t << "<level" << i << " id=\"" << i * 7 << "\">\n<min>" << i << "</min>\n<unit/>\n";
     }
@@ -86,20 +86,20 @@ static std::string WideAndDeep(size_t nBytes) {
   return t.str();
 }
 
-static std::string Mixed(size_t nBytes) {
-  const std::vector<std::string> astrKeys = {"name", "resolution", "max_frame_rate", "x", "exposurewindow", "gain"};
+static std::string Mixed(size_t dwBytes) {
+  const std::vector<std::string> asKeys = {"name", "resolution", "max_frame_rate", "x", "exposurewindow", "gain"};
   std::mt19937 tRandom(20);
   std::ostringstream t;
   t << "<?xml version=\"1.0\"?>\n<configuration>\n";
-  while (static_cast<size_t>(t.tellp()) < nBytes) {
+  while (static_cast<size_t>(t.tellp()) < dwBytes) {
     t << "  <group name=\"g" << tRandom() % 1000 << "\" enabled='true'>\n";
     if (tRandom() % 4 == 0) t << "    <!-- values as they left the factory -->\n";
     for (auto i = tRandom() % 12; i > 0; --i) {
-      const std::string& strKey = astrKeys[tRandom() % astrKeys.size()];
+      const std::string& sKey = asKeys[tRandom() % asKeys.size()];
       if (tRandom() % 5 == 0) {
-        t << "    <" << strKey << " unit=\"step\" min=\"0\" max=\"4000\"/>\n";
+        t << "    <" << sKey << " unit=\"step\" min=\"0\" max=\"4000\"/>\n";
       } else {
-        t << "    <" << strKey << ">" << std::string(tRandom() % 40, 'v') << "</" << strKey << ">\n";
+        t << "    <" << sKey << ">" << std::string(tRandom() % 40, 'v') << "</" << sKey << ">\n";
       }
     }
     t << "  </group>\n";
@@ -108,7 +108,9 @@ static std::string Mixed(size_t nBytes) {
   return t.str();
 }
 
-std::vector<TXMLDocument> Documents_Large(size_t nBytes) {
-  return {
-      {"wide", Wide(nBytes)}, {"deep", Deep(nBytes)}, {"wide and deep", WideAndDeep(nBytes)}, {"mixed", Mixed(nBytes)}};
+std::vector<TXMLDocument> Documents_Large(size_t dwBytes) {
+  return {{"wide", Wide(dwBytes)},
+          {"deep", Deep(dwBytes)},
+          {"wide and deep", WideAndDeep(dwBytes)},
+          {"mixed", Mixed(dwBytes)}};
 }

@@ -1,4 +1,4 @@
-// Documents for the benchmark of the XML reader: configuration files as a camera has them, and large ones.
+// Documents for the benchmark of the XML reader: configuration files like a camera's, and large ones.
 #pragma once
 
 #include <cstddef>
@@ -6,17 +6,17 @@
 #include <vector>
 
 struct TXMLDocument {
-  std::string strName;
-  std::string strText;
+  std::string sName;
+  std::string sText;
 };
 
-// The .xml files in pszDirectory and below it, in the order of their paths; none where it can't be read.
+// The .xml files in pszDirectory and below it, in the order of their paths.  None if the directory cannot be read.
 std::vector<TXMLDocument> Documents_Load(const char* pszDirectory);
 
 // Two small ones: a lens profile and a capability list.
 std::vector<TXMLDocument> Documents_Small();
 
-// Of about nBytes, the same on every run.  "wide": one root with very many children.  "deep": branches of 90 levels,
-// as deep as every peer goes.  "wide and deep": branches of 40 levels with two leaves on each and 40 at their ends.
-// "mixed": groups of settings with attributes, comments and longer texts.
-std::vector<TXMLDocument> Documents_Large(size_t nBytes);
+// Four documents of about dwBytes each, the same on every run.  "wide": one root with very many children.  "deep":
+// branches of 90 levels, as deep as every peer goes.  "wide and deep": branches of 40 levels with two leaves on each
+// and 40 at their ends.  "mixed": groups of settings with attributes, comments and longer texts.
+std::vector<TXMLDocument> Documents_Large(size_t dwBytes);

@@ -1,7 +1,7 @@
-// A year of a camera: weather, nightfall, 20 commands of clients a day, and the power cut once a week.
+// Runs a camera for a year: weather, day and night, 20 commands of clients a day, and a power cut once a week.
 //   year_campaign [--only MODEL] [--days N] [--seed S]
-// Each day at noon the lens is asked where it stands, and judged by where it does.  Exit status: 0 all held; 1 not, or
-// no such model; 2 wrong usage.
+// Each day at noon a client asks for the lens's position, which must be the true one.  Exit status: 0 if all held, 1 if
+// not or without such a model, 2 on wrong usage.
 #include <dirent.h>
 #include <malloc.h>
 
@@ -20,25 +20,25 @@ namespace {
 
 constexpr u64 qwMinute_ms = 60'000, qwHour_ms = 60 * qwMinute_ms, qwDay_ms = 24 * qwHour_ms;
 constexpr u64 qwNoon_ms = 12 * qwHour_ms;
-constexpr u64 qwQuiet_ms = 20 * qwMinute_ms;  // before noon: a scan of the slowest lens, and two checks behind it
+constexpr u64 qwQuiet_ms = 20 * qwMinute_ms;  // before noon: room for a scan of the slowest lens, then two checks
 constexpr u64 qwWeather_min = 5;
 constexpr u32 dwCommandsADay = 20;
 constexpr u64 qwWeek_days = 7;
 constexpr const char* szNoonQuery = "channel=0&function=getstatus";  // no other client names the channel
-constexpr i64 iHeapMayDiffer = 4096;  // bytes in a week: the simulation's queues take some blocks and keep them
+constexpr i64 llHeapMayDiffer = 4096;  // bytes in a week: the simulation's queues keep some blocks
 
-// What the daemon's process holds at noon.
+// The true lens and the daemon's process at noon.
 struct TNoon {
   double adTrue[LENS_AXES];
   u64 qwHeap;  // bytes
   u64 qwDescriptors;
 };
 
-// Shared with the lives.
+// One year, in memory that its lives share.
 struct TYear {
   TDayPlan tWeather;
   TNoon atNoons[dwMaxDays];
-  u64 qwStart_us;  // camera's clock at the first midnight
+  u64 qwStart_us;  // of the camera's clock, at the first midnight
 };
 
 u64 OpenDescriptors() {
@@ -53,7 +53,7 @@ u64 Now_ms(const TYear& tYear, TWorld* ptWorld) {
   return (World_Now_us(ptWorld) - tYear.qwStart_us) / 1000;
 }
 
-// The present weather, and later the next.
+// Sets the present weather, and calls itself again every qwWeather_min.
 void KeepWeather(void* pvYear) {
   TYear& tYear = *static_cast<TYear*>(pvYear);
   TWorld* ptWorld = Clock_World();
@@ -73,11 +73,11 @@ void TakeNoon(TYear& tYear, u64 qwDay, TWorld* ptWorld) {
   tNoon.qwDescriptors = OpenDescriptors();
 }
 
-// A week from qwFrom_ms to qwTo_ms, both since the first midnight; its noons are days qwFirst to below qwEnd.
+// A week from qwFrom_ms to qwTo_ms, both since the first midnight.  Its noons are those of days qwFirst to qwEnd - 1.
 struct TWeek {
   u64 qwFrom_ms, qwTo_ms;
   u64 qwFirst, qwEnd;
-  bool bCut;  // else it ends by SIGTERM
+  bool bCut;  // ends by a power cut; else by SIGTERM
 };
 
 void AddDay(const TWeek& tWeek, const TLensModel& tModel, u64 qwDay, TDraw& tDraw, TYear& tYear,
@@ -96,7 +96,7 @@ void AddDay(const TWeek& tWeek, const TLensModel& tModel, u64 qwDay, TDraw& tDra
   atEvents.push_back(Call(qwAt_ms + 10, [&tYear, qwDay](TWorld* ptWorld) { TakeNoon(tYear, qwDay, ptWorld); }));
 }
 
-// Half of the cuts come close behind a command.
+// Half of the cuts come at most 2 seconds after a command.
 u64 DrawCut_ms(u64 qwAbout_ms, TDraw& tDraw, std::vector<TLifeEvent>& atEvents, u64 qwFrom_ms) {
   const u64 qwCut_ms = qwAbout_ms + tDraw.Below(4 * qwHour_ms);
   if (tDraw.OneIn(2)) atEvents.push_back(Ask(qwCut_ms - tDraw.Below(2000) - qwFrom_ms, "function=auto"));
@@ -109,12 +109,12 @@ std::string JudgeNoon(const TNoon& tFirst, const TNoon& tNoon, const std::string
     if (sWhy.empty()) sWhy = Judge_Belief(sReply, eAxis, tNoon.adTrue[eAxis]);
     if (!sWhy.empty()) return sWhy;
   }
-  const i64 iGrown = static_cast<i64>(tNoon.qwHeap) - static_cast<i64>(tFirst.qwHeap);
-  if (iGrown > iHeapMayDiffer) return "the heap has grown by " + std::to_string(iGrown) + " bytes";
+  const i64 llGrown = static_cast<i64>(tNoon.qwHeap) - static_cast<i64>(tFirst.qwHeap);
+  if (llGrown > llHeapMayDiffer) return "the heap has grown by " + std::to_string(llGrown) + " bytes";
   return tNoon.qwDescriptors == tFirst.qwDescriptors ? "" : "descriptors are left open";
 }
 
-// What the noons of a week say.  "" all held.
+// Judges the noons of a week.  "" if all held.
 std::string JudgeWeek(const TWeek& tWeek, const TYear& tYear, const std::vector<TLifeEvent>& atEvents,
                       const TLifeResult& tResult) {
   if (tWeek.bCut && tResult.eEnd != LIFE_CUT) return "the life ended ahead of its cut: " + tResult.sStderr;
@@ -132,7 +132,7 @@ std::string JudgeWeek(const TWeek& tWeek, const TYear& tYear, const std::vector<
   return qwDay == tWeek.qwEnd ? "" : "a noon has passed without an answer";
 }
 
-// "" all held.
+// Returns "" if all held.
 std::string LiveWeek(const TCamera& tCamera, const TLensModel& tModel, const TWeek& tWeek, TDraw& tDraw, TYear& tYear,
                      std::vector<TLifeEvent> atEvents) {
   for (u64 qwDay = tWeek.qwFrom_ms / qwDay_ms; qwDay * qwDay_ms < tWeek.qwTo_ms; qwDay++) {
@@ -164,7 +164,7 @@ std::string LiveYear(const TLensModel& tModel, u64 qwDays, TYear& tYear) {
     const u64 qwNext = std::min(qwDay + qwWeek_days, qwDays);
     TWeek tWeek{.qwFrom_ms = qwFrom_ms, .qwTo_ms = 0, .qwFirst = qwDay, .qwEnd = qwNext, .bCut = qwNext < qwDays};
     std::vector<TLifeEvent> atEvents;
-    // The cut falls into the evening behind the week's last noon.
+    // The cut comes in the evening after the week's last noon.
     tWeek.qwTo_ms =
         tWeek.bCut ? DrawCut_ms(qwNext * qwDay_ms - 8 * qwHour_ms, tDraw, atEvents, qwFrom_ms) : qwNext * qwDay_ms;
     const std::string sLoss = LiveWeek(tCamera, tModel, tWeek, tDraw, tYear, atEvents);
