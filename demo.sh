@@ -15,9 +15,9 @@ sim=build/bin/simcamera
 root=$(mktemp --directory "${TMPDIR:-/tmp}/vernier-demo.XXXXXX")
 camera=
 lens=
-# Times as fast as real.  A search needs the frames of the image side, 30 a second, so the host has to keep up with 150.
+# How many times as fast as real time.  A search needs each of the image side's 30 frames a second: here 150 a second.
 fast=5
-# For what has to happen in the middle of a move: at these speeds a busy host has most of a second for it.
+# For what must happen in the middle of a move: at these speeds even a busy host has most of a second to do it.
 slow=3
 slowest=0.8
 finish() {
@@ -59,11 +59,11 @@ until_answer() {
 
 is() { awk "BEGIN { exit !($1) }"; } # CONDITION, of numbers that may have fractions
 
-value() { # AXIS KEY: of what show --json says
+value() { # AXIS KEY: prints the value, as show --json has it
   "$sim" show "$root" --json | sed "s/.*\"$1\":{\([^}]*\)}.*/\1/; s/.*\"$2\":\([-0-9.]*\).*/\1/"
 }
 
-until_zoom() { # COMPARISON: with the true position of the zoom
+until_zoom() { # COMPARISON: of the zoom's true position, such as "> 100"
   for _ in $(seq 500); do
     is "$(value zoom true) $1" && return
     sleep 0.02
@@ -71,7 +71,7 @@ until_zoom() { # COMPARISON: with the true position of the zoom
   fail "the zoom does not come to $1"
 }
 
-# Waits for rest, then holds belief against truth on both axes.
+# Waits for rest, then compares believed and true positions of both axes.
 rest() {
   "$sim" wait "$root" --timeout 400 || fail "the lens does not come to rest"
   "$sim" show "$root"

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# The camera's own word size: builds the tree for 32-bit ARM with 64-bit time, runs its tests in an emulator, and holds
-# what it does against this machine's build, byte for byte.
+# Builds the tree for 32-bit ARM with 64-bit time, the camera's word size, and runs its tests in an emulator.  Then compares
+# curves and lives with those of this machine's build, byte for byte.
 #   ./test-arm.sh [FILTER] [SEED]
 # FILTER is a regular expression over test names, SEED the first seed of the tests that draw and of the lives that are
 # compared (1 if not given).  Two jobs; JOBS=N changes that.
@@ -32,7 +32,7 @@ step tests in the emulator
 VERNIER_TEST_SEED=$seed ctest --test-dir build-arm --parallel "$jobs" --schedule-random --output-on-failure \
   --no-tests=error --timeout 600 --tests-regex "$filter"
 
-# Both have written the same, and not nothing.
+# Both outputs must be the same, and not empty.
 compare() { # NAME
   local here=build-arm/here-$1.txt arm=build-arm/arm-$1.txt
   [ -s "$here" ] || { echo "FAILED: no $1"; exit 1; }

@@ -25,7 +25,7 @@ cmake --build --preset "$preset" --parallel "$jobs"
 build=build
 [ "$preset" = release ] || build=build-$preset
 export VERNIER_TEST_SEED=${2:-1}
-export ASAN_OPTIONS=verify_asan_link_order=0  # the simulation is preloaded before it
+export ASAN_OPTIONS=verify_asan_link_order=0  # the simulation is preloaded before the sanitizer
 export TSAN_OPTIONS="halt_on_error=1 atexit_sleep_ms=0 ${TSAN_OPTIONS:-}"
 ctest --test-dir "$build" --parallel "$jobs" --schedule-random --output-on-failure --no-tests=error \
   --timeout 300 --tests-regex "$filter"

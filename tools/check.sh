@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# The static checks: format, clang-tidy, borders between the rooms, symbols that the simulated clock must know, and figures of the
-# docs that a build can tell.
+# The static checks: format, clang-tidy, borders between folders, symbols that the simulated clock must know, and facts of the
+# docs that a build can check.
 #   tools/check.sh [format|tidy|borders|floors|symbols|libraries|footprint|told|proportion]...     all of them if none is named
 # Needs a build of the release preset.
 set -euo pipefail
@@ -16,7 +16,7 @@ check_tidy() {
   sources src | grep '\.cpp$' | xargs --max-procs=2 --max-args=4 clang-tidy --quiet -p build 2>/dev/null
 }
 
-# Prints each line of the folder ROOM that includes a header of the folder OTHER, or that builds from that folder.
+# Complains about each line of the folder ROOM that includes a header of the folder OTHER or builds a source of it.
 takes_from() { # ROOM OTHER
   sources "$2" | awk -v room="$1" -v other="$2" '
     FILENAME == "-" { sub("^" other "/", ""); headers[$0]; next }
@@ -26,8 +26,8 @@ takes_from() { # ROOM OTHER
     { taken = 0 }' - $(sources "$1") $(git ls-files --cached --others --exclude-standard -- "$1/*CMakeLists.txt")
 }
 
-# src/ knows the platform headers and POSIX, never the simulated camera; nothing but tests and simcamera knows both.  Tests and
-# benchmarks stand on trials/ and know nothing of one another.
+# src/ uses the platform headers and POSIX, never the simulated camera; only simcamera and tests use both.  Tests and benchmarks
+# use trials/, and never each other.
 check_borders() {
   local failed=0
   local lines
@@ -40,7 +40,7 @@ check_borders() {
   return $failed
 }
 
-# Inside src/ units form no cycle, and folders know each other in the order of src/floors.txt, which the page draws.
+# Inside src/ units form no cycle, and folders include each other in the order of src/floors.txt, which the page draws.
 check_floors() {
   tools/check_floors.py src docs/architecture.md
 }
@@ -50,8 +50,8 @@ check_symbols() {
     build/lib/libtreereader.so.1
 }
 
-# What the daemon and the camera's libraries load is what docs/integration.md tells whoever puts them onto a camera.  The loader is
-# part of the C library, and named after the processor.
+# The daemon and the camera's libraries load what the table in docs/integration.md says.  The loader is left out: it is part of
+# the C library, and named after the processor.
 check_libraries() {
   readelf --dynamic build/bin/vernierlensd build/lib/lib{gatelink,courier,taskshim,treereader}.so |
     sed --quiet 's/.*(NEEDED).*\[\(.*\)\]/\1/p' | grep --invert-match '^ld-linux' | sort --unique |
@@ -61,7 +61,7 @@ check_libraries() {
   }
 }
 
-# Size and memory of docs/performance.md are those of this build, within a tenth.
+# Size and memory in docs/performance.md are those of this build, within a tenth.
 check_footprint() {
   bench/footprint.sh build 1 | awk -F ' *[|] *' '
     NR == FNR { told[$2] = $3; next }
@@ -82,7 +82,7 @@ check_footprint() {
     }' docs/performance.md -
 }
 
-# What the daemon and the simulation have in tables stands in the page of its reader.  PAGE NAME... complains.
+# The names in the tables of the daemon and the simulation stand in the docs.  PAGE NAME...: complains about missing ones.
 check_told_in() {
   local page=$1 failed=0 name
   shift

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-# Holds the floors of src/: which folder may include which, and that no units form a cycle.  A header and its source
+# Checks the floors of src/: which folder may include which, and that no units form a cycle.  A header and its source
 # are one unit.
 #   tools/check_floors.py [FOLDER [PAGE]]     the folder that holds floors.txt and the sources; src if none is named
 # PAGE draws the floors: its first fenced block has a line for each folder, the highest first.

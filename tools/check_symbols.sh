@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Tells whether object files or programs call anything of the C library that the simulation's clock would not see.
+# Complains where object files or programs call a C library function that the simulation's clock would not see.
 #   tools/check_symbols.sh FILE...
 # A name must be hooked (simcamera/hooks/selftest.cpp lists those) or known to be harmless (allowed_symbols.txt beside this
 # script).  Names that the C library does not define are not looked at.

@@ -12,7 +12,7 @@ apt=$folder/apt
 sysroot=$folder/sysroot
 [ "$(cat "$sysroot/packages" 2>/dev/null)" != "${packages[*]}" ] || exit 0
 
-# A package system of its own: it knows one architecture, and nothing that is installed.
+# A separate package system, which knows one architecture and no installed packages.
 mkdir --parents "$apt/lists/partial" "$apt/archives/partial"
 touch "$apt/status"
 options=(--quiet --quiet
@@ -21,7 +21,7 @@ options=(--quiet --quiet
   --option "Dir::Cache::archives=$apt/archives" --option Dir::Cache::pkgcache= --option Dir::Cache::srcpkgcache=)
 
 echo "Fetching for ARM: ${packages[*]}"
-# An index that cannot be had is no harm so long as the packages are found.
+# An index that cannot be fetched does no harm as long as the packages are found.
 apt-get "${options[@]}" update >"$apt/log" 2>&1 || true
 rm --recursive --force "$sysroot" "$apt"/*.deb
 mkdir --parents "$sysroot"
@@ -33,7 +33,7 @@ cp --archive "$sysroot/lib/." "$sysroot/usr/lib"
 rm --recursive "$sysroot/lib"
 ln --symbolic usr/lib "$sysroot/lib"
 
-# Links that name a path of the ARM machine lead into the folder instead.
+# A link to an absolute path of the ARM machine must lead into this folder instead.
 find "$sysroot" -type l -lname '/*' -printf '%p %l\n' | while read -r link target; do
   ln --symbolic --relative --force --no-dereference "$sysroot$target" "$link"
 done
