@@ -170,7 +170,7 @@ TEST(TokenFile, TakesKnownKeysOnly) {
 
 struct TAsk {
   u64 qwAt_ms;
-  const char* szQuery;  // behind "function="
+  const char* szQuery;  // what follows "function="
 };
 
 std::vector<TLifeEvent> Asks(const std::vector<TAsk>& atAsks) {
@@ -181,7 +181,7 @@ std::vector<TLifeEvent> Asks(const std::vector<TAsk>& atAsks) {
 
 constexpr const char* szFocus900 = "focus&direction=direct&position=900";
 
-// Of two commands the later one wins, however late the zoom sends the focus along: here its thread still walks.
+// The later of two commands wins, even if the zoom sends the focus along only after it: here its thread is still busy.
 TEST(Commands, NoFollowUpOvertakesANewerCommand) {
   const struct {
     const char* szRule;
@@ -222,8 +222,8 @@ TEST(Commands, NoFollowUpOvertakesANewerCommand) {
   }
 }
 
-// Where no walk can be interrupted, the focus that has begun to follow is not sent a second time after a stop.
-TEST(Commands, StopOfABlockingLensStaysInItsBlock) {
+// In blocking mode no walk can be interrupted.  A focus that already follows is not sent a second time after a stop.
+TEST(Commands, StopOnABlockingLensSendsNoSecondFocus) {
   std::string asRequests[2];
   for (const bool bStop : {false, true}) {
     const TCamera tCamera("thermal");
@@ -250,8 +250,8 @@ TEST(Commands, BackupEndsOnBothSavedPositions) {
   }
 }
 
-// Iris and focus default walk nothing, so no command that is written over them takes them away.
-TEST(Commands, NoneThatWalksNothingIsLost) {
+// A command for the iris or the default focus needs no walk.  It is carried out even if another command replaces it.
+TEST(Commands, NoneWithoutAWalkIsLost) {
   const struct {
     const char* szModel;
     std::vector<TAsk> atAsks;
@@ -290,7 +290,7 @@ TEST(Commands, NoneThatWalksNothingIsLost) {
   }
 }
 
-// Each repeat of a held zoom is a command of its own: newer than a focus command that a client sent during the hold.
+// Each repeat of a held zoom is a new command, newer than a focus command that a client sent during the hold.
 TEST(Commands, FocusFollowsAHeldZoomOn) {
   const TCamera tCamera("zoom");
   const TLifeResult tResult =
@@ -302,8 +302,8 @@ TEST(Commands, FocusFollowsAHeldZoomOn) {
   EXPECT_LT(DepthsOff(tCamera), 5) << Tale(tResult);
 }
 
-// A lost reference waits for the next move.  A stop, or an auto that stops the zoom, sets no motor going for it.
-TEST(Commands, StopSetsNothingGoing) {
+// The next move finds a lost reference.  A stop starts no motor for it, nor does an auto focus, which stops the zoom.
+TEST(Commands, StopStartsNoMotor) {
   const TCamera tWrong("zoom");
   const TDriverFault tRefused = {.dwRequest = MOTOR_WALK_STEPS, .iPassed = 0, .iTimes = 1, .iAdded = 0};
   TLifeResult tResult = Live(tWrong,
@@ -319,7 +319,7 @@ TEST(Commands, StopSetsNothingGoing) {
   for (const ELensAxis eAxis : g_aeAxes) EXPECT_EQ(tQuad.Truth(eAxis, 1), 120) << Tale(tResult);
 }
 
-// After a power cut nothing but a search, or a place that a client chose, takes the mark away.
+// After a power cut the log stays until a search has ended or a client has chosen a focus position.
 TEST(Commands, RecoveryOutlastsWhateverComesBetween) {
   for (const char* szModel : {"zoom", "thermal", "ics"}) {
     const u64 qwFrom_ms = std::string_view(szModel) == "ics" ? 5000 : 0;
@@ -337,7 +337,7 @@ TEST(Commands, RecoveryOutlastsWhateverComesBetween) {
         EXPECT_EQ(Exists(tCamera, szFocusLogPath), !bSearched);
         EXPECT_FALSE(bSearched && Exists(tCamera, szZoomLogPath));
         if (bSearched) continue;
-        // The next life does what is missing.
+        // The next start searches.
         Live(tCamera, {}, 99'000);
         EXPECT_LT(DepthsOff(tCamera), 1);
         EXPECT_FALSE(Exists(tCamera, szFocusLogPath));
@@ -346,8 +346,8 @@ TEST(Commands, RecoveryOutlastsWhateverComesBetween) {
   }
 }
 
-// A client's command that another one has written over before it was taken says nothing any more; one that has run to
-// its end has put the focus where it is.  Judged by the glass and by the mark.
+// A client's command that is replaced before a thread takes it does not end the recovery.  A focus move that has run to
+// its end does, since the client has chosen the position.  Judged by the glass and by the log.
 TEST(Commands, RecoveryGoesOnUnlessAClientTakesItsPlace) {
   const struct {
     const char* szModel;
@@ -378,7 +378,7 @@ TEST(Commands, RecoveryGoesOnUnlessAClientTakesItsPlace) {
   }
 }
 
-// What belongs to the zoom's target follows every way that the zoom can go, on its own channel.
+// A search starts from the focus of the present zoom position, however the zoom got there, on each channel.
 TEST(Commands, SearchFindsFocusWhereverTheZoomHasGone) {
   const struct {
     const char* szModel;
@@ -387,7 +387,7 @@ TEST(Commands, SearchFindsFocusWhereverTheZoomHasGone) {
       {"zoom", {{100, "motorreset"}, {10'000, "scan"}}},
       {"quad", {{60'000, "zoom&direction=direct&position=390&channel=1"}, {80'000, "scan"}}},
       {"quad", {{60'000, "positioning"}, {60'500, "zoom&direction=direct&position=390&channel=1"}, {90'000, "auto"}}},
-      // A stopped zoom leaves them at its target; a zoom by 0 steps takes them to where it stands.
+      // After a stopped zoom a search would start from its target's focus.  A zoom by 0 steps corrects that.
       {"zoom",
        {{100, "zoom&direction=direct&position=750"},
         {1500, "stop"},

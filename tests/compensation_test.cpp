@@ -10,7 +10,7 @@ namespace {
 
 constexpr const char* szSwitch = "day night switch";
 
-// The lens stands at a zoom and a focus, and the daemon knows it.
+// Puts the lens at a zoom and a focus position, and saves these for the daemon.
 void StandAt(const TCamera& tCamera, u32 dwZoom, u32 dwFocus, const char* szMode = "night_mode=0\n") {
   tCamera.Place(LENS_ZOOM, dwZoom);
   tCamera.Place(LENS_FOCUS, dwFocus);
@@ -22,7 +22,7 @@ bool SavesNight(const TCamera& tCamera) {
   return tCamera.Read(szPositionsPath).find("night_mode=1\n") != std::string::npos;
 }
 
-// At rest, and where the focus should be.
+// Expects the lens at rest and its focus at dFocus.
 void ExpectFocus(const TCamera& tCamera, const TLifeResult& tResult, double dFocus) {
   ExpectRest(tCamera, tResult);
   EXPECT_EQ(tCamera.Truth(LENS_FOCUS), dFocus) << Tale(tResult);
@@ -80,7 +80,7 @@ TEST(DayNight, OffsetsOfTheProfile) {
   }
 }
 
-// No profile, or one that is broken: the correction stays off, and the daemon works on.
+// Without a whole profile the correction stays off, and the daemon works on.
 TEST(DayNight, BrokenProfileSwitchesItOff) {
   for (const char* szText : {"", "<root><Focus>", "<root><Focus><IRCORRECTION></IRCORRECTION></Focus></root>"}) {
     SCOPED_TRACE(szText);
@@ -96,7 +96,7 @@ TEST(DayNight, BrokenProfileSwitchesItOff) {
   }
 }
 
-TEST(DayNight, LedsDecideAndTheModeIsKeptAllTheSame) {
+TEST(DayNight, LedsDecideTheOffsetAndTheModeIsAlwaysSaved) {
   const std::string sExternalOnly = "<enableextled>1</enableextled>";
   const auto Leds = [](const char* szDisabled, const char* szExternal) {
     return Element("disableirled", szDisabled) + Element("enableextled", szExternal);
@@ -131,7 +131,7 @@ TEST(DayNight, LedsDecideAndTheModeIsKeptAllTheSame) {
   }
 }
 
-// Moves run to their end: whatever comes first, offset and steps both arrive, the offset once.
+// Each move runs to its end.  Whichever comes first, offset and steps are both made, the offset once.
 TEST(DayNight, SwitchAmongCommandsIsAppliedOnce) {
   for (u64 qw = 0; qw < Lives(60); qw++) {
     const u64 qwSeed = FirstSeed() + qw;
@@ -148,7 +148,7 @@ TEST(DayNight, SwitchAmongCommandsIsAppliedOnce) {
   }
 }
 
-// A client's command in the very instant of the check: whoever comes first, neither is lost, and both are moved for.
+// A client's command comes in the very instant of the check.  Whichever is first, neither is lost, each has its move.
 TEST(DayNight, CommandInTheInstantOfTheCheckIsKept) {
   const TCamera tCamera("focus");
   const auto LiveWith = [&](std::vector<TLifeEvent> atEvents, u64 qwSeed) {
@@ -172,8 +172,8 @@ TEST(DayNight, CommandInTheInstantOfTheCheckIsKept) {
   }
 }
 
-// A cut in a switch leaves the log and the old mode.  The recovery's search finds focus in the new light: nothing is
-// left to correct.
+// A power cut during a switch leaves the log and the old mode.  The recovery's search finds focus in the new light:
+// no offset is added afterwards.
 TEST(DayNight, ModeFollowsTheRecoverysSearch) {
   const TCamera tCamera("focus");
   tCamera.Write(szPositionsPath, "focus_motor=520\nnight_mode=0\n");
@@ -186,7 +186,7 @@ TEST(DayNight, ModeFollowsTheRecoverysSearch) {
   EXPECT_TRUE(SavesNight(tCamera));
 }
 
-// The mode that is saved belongs to the focus that is saved: a save of the zoom keeps it.
+// The saved mode belongs to the saved focus, so a save of the zoom keeps that mode.
 TEST(DayNight, ZoomsSaveKeepsTheMode) {
   const TCamera tCamera("zoom");
   StandAt(tCamera, 200, 500, "night_mode=1\n");
@@ -207,7 +207,7 @@ TEST(DayNight, ZoomsSaveKeepsTheMode) {
   EXPECT_EQ(g_tZoomAxis.eSaveMode, SAVE_WITH_SAVED_MODE);
 }
 
-// In the middle of a search or of a stepped move: the mode is stored with a true position, and nothing is added twice.
+// The switch comes during a search.  The mode is saved together with a true position, and the offset is added once.
 TEST(DayNight, SwitchInASearchKeepsModeAndPositionTogether) {
   for (u64 qw = 0; qw < Lives(20); qw++) {
     const u64 qwSeed = FirstSeed() + qw;
@@ -223,8 +223,8 @@ TEST(DayNight, SwitchInASearchKeepsModeAndPositionTogether) {
   }
 }
 
-// Each channel moves by itself.  Behind SIGTERM no further one is moved, and its switch comes at the next start.
-TEST(DayNight, ChannelsMoveByThemselvesUntilTheEnd) {
+// Each channel is corrected by a move of its own.  After SIGTERM no further channel is moved.
+TEST(DayNight, EachChannelMovesUntilSigterm) {
   const TCamera tCamera("quad");
   std::vector<double> adBefore;
   for (i32 i = 0; i < 4; i++) adBefore.push_back(tCamera.Truth(LENS_FOCUS, i));
@@ -250,7 +250,7 @@ std::string ThermalTable(const std::string& sTemps, const std::string& sTempCoun
 const std::string g_sTable = ThermalTable("-10,0,10,20", "4", "100,300", "2",
                                           "<zoom100>700,710,730,760</zoom100><zoom300>700,720,760,820</zoom300>");
 
-// A thermal lens with a table of its own.
+// Replaces the camera's thermal table.
 void WriteThermalTable(const TCamera& tCamera, const std::string& sTable = g_sTable) {
   ReplaceInConfig(tCamera, "<shift_table>[^]*</shift_table>", Element("shift_table", Element("thermal", sTable)));
 }
@@ -309,7 +309,7 @@ TEST(Thermal, BrokenTableMovesNothing) {
   }
 }
 
-// The minutes at which a check runs, by the minute that the daemon starts in.
+// The minute in which the daemon starts decides at which minutes of the hour a check runs.
 TEST(Thermal, MinutesOfTheChecks) {
   const struct {
     u64 qwStart_min;
@@ -328,7 +328,8 @@ TEST(Thermal, MinutesOfTheChecks) {
   }
 }
 
-// A client's focus is right for the temperature of its moment; the lens's own moves leave the reference.
+// A client's focus is right for the temperature at that moment, which becomes the reference.  The correction's own
+// moves do not change the reference.
 TEST(Thermal, ClientsFocusIsTheNewReference) {
   const TCamera tCamera("thermal");
   StandAt(tCamera, 300, 700);
@@ -341,7 +342,7 @@ TEST(Thermal, ClientsFocusIsTheNewReference) {
   ASSERT_EQ(tResult.asReplies.size(), 3U);
   EXPECT_EQ(StatusValue(tResult.asReplies[1], "focus_motor"), 800) << Tale(tResult);
   ExpectFocus(tCamera, tResult, 840);
-  // One that another waits behind leaves the reference to that one's end, by when it has become colder.
+  // If a second command is waiting, only its end sets the reference.  By then it has become colder.
   const TLifeResult tTwo = Live(
       tCamera,
       {Ask(20'000, "function=focus&direction=direct&position=300"),
@@ -350,7 +351,7 @@ TEST(Thermal, ClientsFocusIsTheNewReference) {
   ExpectFocus(tCamera, tTwo, 700);
 }
 
-// Behind its move the check waits until the motor can have ended; a command waits for that, SIGTERM does not.
+// After its move the check waits until the motor must have ended.  A command waits for that, SIGTERM does not.
 TEST(Thermal, MoveIsWaitedOut) {
   const TCamera tCamera("thermal");
   const auto LiveWith = [&](std::vector<TLifeEvent> atEvents, u64 qwEnd_ms) {
@@ -363,14 +364,14 @@ TEST(Thermal, MoveIsWaitedOut) {
   };
   const u64 qwWait_us = 1000 * u64{Lenses_Find("thermal")->tFocus.dwOneStepTime_us};
   const u64 qwMove_us = TimeOf_us(LiveWith({}, 200'000), "Check move to 1200");
-  const u64 qwBehind_ms = (qwMove_us + qwWait_us) / 1000 + 400;  // the walk is over, the wait is not
-  const TLifeResult tAsked = LiveWith({Ask(qwBehind_ms, "function=auto")}, 300'000);
+  const u64 qwAfter_ms = (qwMove_us + qwWait_us) / 1000 + 400;  // the walk is over, the wait is not
+  const TLifeResult tAsked = LiveWith({Ask(qwAfter_ms, "function=auto")}, 300'000);
   EXPECT_GE(TimeOf_us(tAsked, "Start first-level"), qwMove_us + qwWait_us * 3 / 2) << Tale(tAsked);
-  const TLifeResult tEnded = LiveWith({Signal(qwBehind_ms, SIGTERM)}, 0);
-  EXPECT_LT(TimeOf_us(tEnded, "Release resources"), qwBehind_ms * 1000 + 1'000'000) << Tale(tEnded);
+  const TLifeResult tEnded = LiveWith({Signal(qwAfter_ms, SIGTERM)}, 0);
+  EXPECT_LT(TimeOf_us(tEnded, "Release resources"), qwAfter_ms * 1000 + 1'000'000) << Tale(tEnded);
 }
 
-// Without its sensor at start-up the lens works uncompensated; later failures cost the checks that they last for.
+// Without its sensor at start-up the lens works without correction.  A later failure costs only the checks during it.
 TEST(Thermal, SensorFaults) {
   const struct {
     ESensorFault eAtStart, eLater;
@@ -404,7 +405,7 @@ TEST(Thermal, SensorFaults) {
   }
 }
 
-// A reading that fails while a reference is taken: the next good one is the reference, and the sharp lens stays.
+// If the reading for a reference fails, the next good reading is the reference, and the sharp lens is not moved.
 TEST(Thermal, FailedReferenceIsTakenAgain) {
   const auto Fault = [](u64 qwAt_ms, ESensorFault eFault) {
     return Call(qwAt_ms, [eFault](TWorld* ptWorld) { ptWorld->tI2C.eFault = eFault; });
@@ -415,7 +416,7 @@ TEST(Thermal, FailedReferenceIsTakenAgain) {
     std::vector<TLifeEvent> atEvents;
   } atCases[] = {
       {"at the start", SENSOR_BAD_ONCE, {}},
-      {"behind a client's move",
+      {"after a client's move",
        SENSOR_GOOD,
        {Fault(20'000, SENSOR_SILENT), Ask(30'000, "function=focus&direction=direct&position=640"),
         Fault(40'000, SENSOR_GOOD)}},
@@ -436,7 +437,7 @@ TEST(Thermal, FailedReferenceIsTakenAgain) {
     atEvents.insert(atEvents.end(), atLater.begin(), atLater.end());
     const TLifeResult tResult = Live(tCamera, atEvents, 401'000);
     EXPECT_EQ(StatusValue(tResult.asReplies[tResult.asReplies.size() - 2], "focus_motor"), 640) << Tale(tResult);
-    ExpectFocus(tCamera, tResult, 640 - 60);  // from the column of 20 to that of 10
+    ExpectFocus(tCamera, tResult, 640 - 60);  // from the column of 20 degrees to that of 10
   }
 }
 

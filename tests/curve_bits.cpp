@@ -9,13 +9,13 @@
 int main() {
   TCurveRow tRow = {};
   for (;;) {
-    for (int k = 0; k < 12; k++) {
-      if (std::scanf("%x", &tRow.adwWord[k]) != 1) return std::feof(stdin) != 0 && k == 0 ? 0 : 1;
+    for (int i = 0; i < 12; i++) {
+      if (std::scanf("%x", &tRow.adwWord[i]) != 1) return std::feof(stdin) != 0 && i == 0 ? 0 : 1;
     }
     i32 iX = 0;
     if (std::scanf("%d", &iX) != 1) return 1;
     const float fValue = ICS_EvaluateCurve(&tRow, static_cast<float>(iX));
-    const u32 dwBits = std::isnan(fValue) ? 0x7FC00000U : std::bit_cast<u32>(fValue);  // a NaN's sign is free
+    const u32 dwBits = std::isnan(fValue) ? 0x7FC00000U : std::bit_cast<u32>(fValue);  // a NaN may have either sign
     std::printf("%08x %d %d %d\n", dwBits, ICS_ShiftAt(&tRow, iX), ICS_PositionAt(&tRow, static_cast<u32>(iX)),
                 ICS_DegreesAt(&tRow, iX));
   }

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""The curves' arithmetic against exact fractions, bit by bit: arguments are the program as built and the project, or --curves."""
+"""Compares the curves' arithmetic with exact fractions, bit by bit.  Arguments: program and project, or --curves."""
 import math, os, random, shutil, struct, subprocess, sys, tempfile
 from fractions import Fraction
 
@@ -21,7 +21,7 @@ def evaluate(words, argument, powers):
     x, total = single(argument), 0.0
     for k in range(11):
         coefficient = struct.unpack("<f", struct.pack("<I", words[k]))[0]
-        powers[(x, k)] = power = float(Fraction(x) ** k)  # of a fraction: rounded once, to the nearest
+        powers[(x, k)] = power = float(Fraction(x) ** k)  # a fraction is exact: rounded once, to the nearest
         if math.isfinite(coefficient) and math.isfinite(total):
             total = single(float(Fraction(coefficient) * Fraction(power) + Fraction(total)))
         else:
@@ -41,7 +41,7 @@ def expected(words, argument, powers):
 
 
 def draw(dice):
-    """A curve of a lens, of terms of one size, of any bits, of any numbers, or of two terms that cancel."""
+    """A random curve: as of a lens, with terms of one size, any bits, any numbers, or two terms that cancel."""
     kind = dice.randrange(5)
     argument = dice.choice([0, dice.randint(-60, 60), dice.randint(-1000, 5000), dice.randint(LOW, HIGH)])
     if kind == 2:
@@ -52,7 +52,7 @@ def draw(dice):
     if kind == 4:
         k, c0, x = dice.randint(3, 10), struct.unpack("<f", struct.pack("<I", words[0]))[0], single(argument) or 1.0
         if abs(Fraction(x) ** k - Fraction(float(Fraction(x) ** k))) > Fraction(math.ulp(x**k)) * 9 / 20:
-            return draw(dice)  # so near to a tie pow may be off by one bit, which this sum would show
+            return draw(dice)  # so near to a tie pow may be off by one bit, and this sum would show it
         words[k] = bits(-c0 / x**k)
     return words, argument
 
@@ -74,7 +74,7 @@ def programs(given, project, folder):
 dice, powers, failed = random.Random(1), {}, False
 cases = [draw(dice) for _ in range(6000)]
 lines = [" ".join(f"{word:x}" for word in words) + f" {argument}\n" for words, argument in cases]
-if sys.argv[1] == "--curves":  # only what the program is asked
+if sys.argv[1] == "--curves":  # print only the program's input
     sys.exit(print("".join(lines), end=""))
 wanted = [expected(words, argument, powers) for words, argument in cases]
 off = sum(math.pow(x, k) != power for (x, k), power in powers.items())

@@ -1,4 +1,4 @@
-// The power is cut anywhere in anything that the daemon does: a sample of bench/cut_campaign, which tries every event.
+// Cuts the power at any event of any command: a sample of bench/cut_campaign, which tries every event.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -25,7 +25,7 @@ TEST_P(Cut, IsSurvived) {
   const TUncut tUncut = Cuts_LiveUncut(tCamera, tRow, FirstSeed());
   ASSERT_EQ(tUncut.sLoss, "") << "in the life without a cut";
   std::vector<TCutMoment> atMoments = Cuts_DrawMoments(tCamera, tRow, tUncut, FirstSeed());
-  std::shuffle(atMoments.begin(), atMoments.end(), std::mt19937_64(FirstSeed()));  // a sanitizer's run has a sample
+  std::shuffle(atMoments.begin(), atMoments.end(), std::mt19937_64(FirstSeed()));  // a sanitizer's run tries fewer
   atMoments.resize(static_cast<std::size_t>(std::min<u64>(atMoments.size(), Lives(20))));
   for (const TCutMoment& tMoment : atMoments) {
     const TCutOutcome tOutcome = Cuts_Try(tCamera, tRow, tMoment, FirstSeed());

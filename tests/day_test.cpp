@@ -1,4 +1,4 @@
-// Days in the life of a thermal lens; and that the judge sees what goes wrong in one.
+// Runs days of a thermal lens, and checks that the judge sees each fault that is put into one.
 #include <gtest/gtest.h>
 
 #include <fstream>

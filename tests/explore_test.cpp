@@ -1,4 +1,4 @@
-// Pairs of commands in every schedule with one deviation: see trials/explore.
+// Runs pairs of commands in every schedule with one deviation: see trials/explore.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -8,7 +8,7 @@
 
 namespace {
 
-// A first command, and those that come at every moment after it.
+// A first command, and the second ones: each comes at every moment after the first.
 struct TRow {
   const char* szLens;
   const char* szFirst;

@@ -12,8 +12,8 @@
 
 namespace {
 
-// The iris may be waited for through seconds: a stop that comes meanwhile is the last word for the zoom too.
-TEST(Focus, ScanThatIsToEndLeavesTheZoomAlone) {
+// A scan may wait for the iris for seconds.  A stop that comes meanwhile counts for the zoom too.
+TEST(Focus, StoppedScanLeavesTheZoomAlone) {
   const TCamera tCamera("zoom");
   ChangeWorld(tCamera, [](TWorld& tWorld) { tWorld.bImageSideSilent = 1; });
   const TLifeResult tResult =
@@ -22,8 +22,8 @@ TEST(Focus, ScanThatIsToEndLeavesTheZoomAlone) {
   EXPECT_EQ(Count(tResult.sTranscript, "zoommotor MOTOR_WALK"), 0U) << Tale(tResult);
 }
 
-// A zoom that comes close behind a scan is the newer command, wherever the scan's beginning is just then.
-TEST(Focus, ZoomBehindAScanIsKept) {
+// A zoom that comes right after a scan is the newer command, however far the start of the scan has got.
+TEST(Focus, ZoomAfterAScanIsKept) {
   for (u64 qw = 0; qw < Lives(200); qw++) {
     const u64 qwSeed = FirstSeed() + qw;
     SCOPED_TRACE("seed " + std::to_string(qwSeed));
@@ -50,24 +50,24 @@ TEST(Focus, SigtermEndsEverythingInTime) {
   }
 }
 
-// Behind a search for the sensor no walk is under way: who stops the scan then does not wait for one.
-TEST(Focus, ScanStoppedBehindItsSensorIsOver) {
+// After a search for the sensor no walk is under way, so a scan that is stopped then ends without waiting for one.
+TEST(Focus, ScanStoppedAfterItsSensorIsOver) {
   const TCamera tCamera("quad");
   const auto LiveWith = [&](const std::vector<TLifeEvent>& atEvents, u64 qwEnd_ms) {
     EXPECT_EQ(Life_ResetRoot(tCamera.sRoot), 0);
-    SetConfig(tCamera, "focus/onesteptime", "40000");  // 26 s for a walk to the stop, were it made
+    SetConfig(tCamera, "focus/onesteptime", "40000");  // a walk to the stop would take 26 s
     std::vector<TLifeEvent> atAll = {Ask(100'000, "function=scan")};
     atAll.insert(atAll.end(), atEvents.begin(), atEvents.end());
     return Live(tCamera, atAll, qwEnd_ms);
   };
-  const u64 qwBehind_ms = TimeOf_us(LiveWith({}, 130'000), "PerformFocusScan search PI done") / 1000 + 500;
-  const TLifeResult tStopped = LiveWith({Ask(qwBehind_ms, "function=stop"), Ask(qwBehind_ms + 500, szStatus)}, 200'000);
+  const u64 qwAfter_ms = TimeOf_us(LiveWith({}, 130'000), "PerformFocusScan search PI done") / 1000 + 500;
+  const TLifeResult tStopped = LiveWith({Ask(qwAfter_ms, "function=stop"), Ask(qwAfter_ms + 500, szStatus)}, 200'000);
   EXPECT_EQ(Judge_Idle(tStopped.asReplies.back(), LENS_FOCUS), "") << Tale(tStopped);
-  const TLifeResult tEnded = LiveWith({Signal(qwBehind_ms, SIGTERM)}, 0);
-  EXPECT_LT(tEnded.qwTime_us, (qwBehind_ms + 6'000) * 1000) << "the zoom's own search ends" << Tale(tEnded);
+  const TLifeResult tEnded = LiveWith({Signal(qwAfter_ms, SIGTERM)}, 0);
+  EXPECT_LT(tEnded.qwTime_us, (qwAfter_ms + 6'000) * 1000) << "the zoom's own search ends" << Tale(tEnded);
 }
 
-// An odd range round a centre that is exactly half of it below the end, on a lens whose stop is there.
+// An odd search range whose centre lies half of it below the end.  This lens has its stop at that end.
 TEST(Focus, OddRangeEndsAtTheEnd) {
   const TCamera tCamera("zoom");
   const TAxisSheet& tSheet = Lenses_Find("zoom")->tFocus;
@@ -85,7 +85,7 @@ TEST(Focus, OddRangeEndsAtTheEnd) {
   ExpectRest(tCamera, tResult);
 }
 
-// Readings that are all alike: each level is walked to its very end, and the first of them is the best.
+// All readings are equal: each level walks to its very end, and the first reading is the best.
 TEST(Focus, FirstOfEqualReadingsAndTheWholeRange) {
   const TCamera tCamera("zoom");
   ChangeWorld(tCamera, [](TWorld& tWorld) { tWorld.bImageSideZero = 1; });
@@ -97,7 +97,7 @@ TEST(Focus, FirstOfEqualReadingsAndTheWholeRange) {
   }
 }
 
-// The sensors' one switch: where one axis is done in the very instant in which the other begins, it stays on.
+// One switch powers the sensors of both axes.  It stays on if one axis ends in the instant in which the other begins.
 TEST(Focus, SensorsStayOnForTheOtherAxis) {
   const TCamera tCamera("quad");
   for (u64 qw = 0; qw < Lives(100); qw++) {
@@ -173,8 +173,8 @@ TEST(State, StatusFileChoosesWhatIsDue) {
   }
 }
 
-// Logs that an earlier life has left: the lens is repaired although a client comes first, whose command takes the
-// recovery's place in the block or itself needs a true counter.
+// An earlier life has left its logs.  The lens is repaired even if a client's command comes first and replaces the
+// recovery, or itself needs a true position.
 TEST(State, StaleLogIsRepairedWhateverAClientDoesFirst) {
   const char* const aszQueries[] = {szStatus,
                                     "function=stop",
@@ -207,9 +207,8 @@ TEST(State, StaleLogIsRepairedWhateverAClientDoesFirst) {
   }
 }
 
-// Nothing is begun behind SIGTERM: not by a restore whose wait the signal falls into, not behind the search of another
-// channel.
-TEST(State, NoWalkIsBegunBehindTheEnd) {
+// No walk begins after SIGTERM: not that of a restore that waits when the signal comes, nor the next channel's search.
+TEST(State, NoWalkBeginsAfterSigterm) {
   for (u64 qw = 0; qw < Lives(60); qw++) {
     const u64 qwSeed = FirstSeed() + qw;
     SCOPED_TRACE("seed " + std::to_string(qwSeed));
@@ -228,8 +227,8 @@ TEST(State, NoWalkIsBegunBehindTheEnd) {
   EXPECT_EQ(Count(BehindTerm(tSearch), " searching PI."), 0U) << Tale(tSearch);
 }
 
-// Behind the recovery of a lens with several channels each one's words are its own again, for the image side too, and a
-// search finds focus on each.
+// After the recovery of a lens with several channels each channel has its own values again, also for the image side.  A
+// search then finds focus on each.
 TEST(State, RecoveryServesEveryChannel) {
   const TCamera tCamera("quad");
   tCamera.Write(szPositionsPath, "zoom_motor=390\nfocus_motor=380\n");
@@ -241,7 +240,7 @@ TEST(State, RecoveryServesEveryChannel) {
   EXPECT_LT(DepthsOff(tCamera, 2), 1) << Tale(tResult);
 }
 
-// Four searches of the one axis may take longer than the other would wait for a single one.
+// Four searches of one axis may take longer than the other axis would wait for a single search.
 TEST(State, RecoveryOfSlowMotorsWaitsForEachSearch) {
   const TCamera tCamera("quad");
   tCamera.Write(szZoomLogPath, "");
@@ -256,7 +255,7 @@ TEST(State, RecoveryOfSlowMotorsWaitsForEachSearch) {
   EXPECT_EQ(Count(Printed(tResult), "waiting too long"), 0U) << Tale(tResult);
 }
 
-// The flash fails: the daemon goes on, says so, keeps the old file, and leaves the log for the next start to act on.
+// When a save fails, the daemon says so and goes on.  It keeps the old file, and the log for the next start.
 TEST(State, FailedSaveKeepsFileAndLog) {
   for (const bool bFull : {true, false}) {
     const TCamera tCamera("zoom");
@@ -298,7 +297,7 @@ TEST(State, SavedFilesHaveTheirForm) {
   }
 }
 
-TEST(Tracking, StartBoundAddsTheMagnitude) {
+TEST(Tracking, SearchStartRisesEvenWhereItsTableFalls) {
   static u32 adwTable[16] = {100, 130, 90};
   adwTable[14] = 700;
   adwTable[15] = 721;
@@ -315,7 +314,7 @@ TEST(Tracking, StartBoundAddsTheMagnitude) {
     VernierLensd_UpdateFocusingStart(&tInfo, tCase.dwZoom);
     EXPECT_EQ(tInfo.tFocusCommand.dwStart, tCase.dwStart) << tCase.iInterval << " " << tCase.dwZoom;
   }
-  // A search may come before a taken walk to the reference has begun, and then starts from the reference's bound too.
+  // A search that comes when a walk to the reference is taken but has not begun starts at the reference's bound too.
   tInfo.bSupportZoom = 1;
   Command_Write(&tInfo, g_tZoomAxis, {.iChannel = 1, .dwNumber = 1},
                 [](TMotorCommand& tBlock) { Positioning_Write(g_tZoomAxis, &tBlock, FUNCTION_MOTORRESET); });
@@ -325,7 +324,7 @@ TEST(Tracking, StartBoundAddsTheMagnitude) {
   g_pdwtabFocusingStartTable = nullptr;
 }
 
-// The entries count from the zoom's position 1, and a token that is too long fills its own.
+// The first entry is that of zoom position 1.  A token that is too long still fills its own entry.
 TEST(Tracking, TokenFillsItsEntryHoweverLong) {
   const TCamera tCamera("zoom");
   tCamera.Write(szPanFocusPath, std::string(140, '0') + " 310 330 350");
@@ -334,8 +333,8 @@ TEST(Tracking, TokenFillsItsEntryHoweverLong) {
   EXPECT_EQ(tCamera.Truth(LENS_FOCUS), 330);
 }
 
-// No zoom move is made alone: where a walk cannot be interrupted, a stop close behind a zoom leaves the focus where the
-// whole zoom would have left it.  And of two zooms none is lost.
+// The focus follows every zoom.  If the walk cannot be interrupted, a stop right after a zoom leaves the focus where
+// the whole zoom would have left it.  And of two zooms none is lost.
 TEST(Tracking, FocusFollowsAZoomThatCannotBeStopped) {
   constexpr u64 qwAt_ms = 9'000;
   const char* szStep = "function=zoom&direction=forward&steps=10";
@@ -363,9 +362,9 @@ TEST(Tracking, FocusFollowsAZoomThatCannotBeStopped) {
       if (qwLife < 2 && tCamera.Truth(LENS_ZOOM) == dTarget) {
         EXPECT_EQ(tCamera.Truth(LENS_FOCUS), dSharp) << Tale(tResult);
       } else if (qwLife == 2) {
-        EXPECT_EQ(tCamera.Truth(LENS_FOCUS), 950) << "what a client wishes behind the stop" << Tale(tResult);
+        EXPECT_EQ(tCamera.Truth(LENS_FOCUS), 950) << "what a client wants after the stop" << Tale(tResult);
       } else if (qwLife == 3) {
-        // The second may come before the first is taken, and then takes its place.
+        // The second zoom may come before the first is taken, and then replaces it.
         const bool bBoth = Count(tResult.sTranscript, std::string("create ") + szZoomLogPath) > 1;
         EXPECT_EQ(tCamera.Truth(LENS_ZOOM), dStart + (bBoth ? 20 : 10)) << Tale(tResult);
       }

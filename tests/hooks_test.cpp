@@ -1,4 +1,4 @@
-// The simulation under the daemon: the virtual clock, its hooks and the harness of a life, by small bodies in a life.
+// Tests the virtual clock, the hooks and the runner of lives by small functions that run in the daemon's place.
 #include <errno.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -33,12 +33,12 @@ struct Hooks : testing::Test {
   std::string m_sRoot;
 };
 
-pthread_mutex_t g_aMutexes[2] = {PTHREAD_MUTEX_INITIALIZER, PTHREAD_MUTEX_INITIALIZER};
+pthread_mutex_t g_atMutexes[2] = {PTHREAD_MUTEX_INITIALIZER, PTHREAD_MUTEX_INITIALIZER};
 
 i32 RunTwice(void* (*pfn)(void*)) {
-  pthread_t aThreads[2];
-  for (int i = 0; i < 2; ++i) pthread_create(&aThreads[i], nullptr, pfn, &g_aMutexes[i]);
-  for (pthread_t thread : aThreads) pthread_join(thread, nullptr);
+  pthread_t ahThreads[2];
+  for (int i = 0; i < 2; ++i) pthread_create(&ahThreads[i], nullptr, pfn, &g_atMutexes[i]);
+  for (pthread_t hThread : ahThreads) pthread_join(hThread, nullptr);
   return 0;
 }
 
@@ -46,11 +46,11 @@ int g_iGuarded = 0;
 
 void* CountGuarded(void*) {
   for (int i = 0; i < 50; ++i) {
-    pthread_mutex_lock(&g_aMutexes[0]);
+    pthread_mutex_lock(&g_atMutexes[0]);
     const int iBefore = g_iGuarded;
     usleep(10);
     g_iGuarded = iBefore + 1;
-    pthread_mutex_unlock(&g_aMutexes[0]);
+    pthread_mutex_unlock(&g_atMutexes[0]);
   }
   return nullptr;
 }
@@ -62,7 +62,7 @@ i32 MutexGuards(TWorld*) {
 void* LockBoth(void* pvFirst) {
   pthread_mutex_lock(static_cast<pthread_mutex_t*>(pvFirst));
   usleep(1'000);
-  return reinterpret_cast<void*>(pthread_mutex_lock(pvFirst == &g_aMutexes[0] ? &g_aMutexes[1] : &g_aMutexes[0]));
+  return reinterpret_cast<void*>(pthread_mutex_lock(pvFirst == &g_atMutexes[0] ? &g_atMutexes[1] : &g_atMutexes[0]));
 }
 
 bool NoRoom(FILE* pFile, int fd) {
@@ -71,7 +71,7 @@ bool NoRoom(FILE* pFile, int fd) {
   return write(fd, "more", 4) == -1 && errno == ENOSPC && close(fd) == 0;
 }
 
-// Also for what was opened while there was room.
+// A full flash takes nothing more, not even through files that were opened before.
 i32 FillsFlash(TWorld* ptWorld) {
   FILE* pFile = fopen("/mnt/flash/before", "w");
   const int fd = open("/etc/conf.d/before", O_WRONLY | O_CREAT, 0644);
@@ -141,8 +141,8 @@ TEST_F(Hooks, WhatCannotGoOnIsEndedAndNamed) {
   EXPECT_EQ(Life_Run(Plan(pfnSpins)).eEnd, LIFE_STOOD_STILL);
 }
 
-// At each event in turn the power goes: without a sync every mixture comes up, with them the state never
-// goes after the log.
+// The power is cut at each event in turn.  Without syncs every mixture of the two files comes up.  With syncs the log
+// never goes before the newer state is there.
 TEST_F(Hooks, CutLeavesWhatTheFlashHolds) {
   std::set<std::string> atSeen[2];
   for (int iBody = 0; iBody < 2; ++iBody) {

@@ -20,7 +20,7 @@ struct TCurveCase {
   i32 iFiles;
   i32 iFrom, iTo;  // lowest and highest reading, or zoom start and total step
   TFiles asFiles;
-  std::string sPrinted;  // by the end
+  std::string sPrinted;  // what the output ends with
 };
 
 void LoadNight(TLens&, const TCurveCase& tCase) {
@@ -56,7 +56,7 @@ void LoadTrack(TLens&, const TCurveCase& tCase) {
   std::printf(" %u %u %u\n", g_pdwtabObjDistTable[0], g_pdwtabObjDistTable[1], g_pdwtabObjDistTable[2]);
 }
 
-// A whole file up to c10: its first tokens up to c1.
+// A whole file: sFront holds the tokens up to c1, the others are 0.
 std::string File(const std::string& sFront) {
   return sFront + " 0 0 0 0 0 0 0 0 0";
 }
@@ -113,7 +113,7 @@ const TCurveCase g_atCases[] = {
      "-1:-+---++---\n"},
 };
 
-// Twice each, as two channels load; a leak fails the life under a sanitizer.
+// Each case loads twice, as two channels do.  Under a sanitizer a leak fails the life.
 TEST(Curve, OnlyWholeFilesGiveTables) {
   const TCamera tCamera("zoom");
   for (const TCurveCase& tCase : g_atCases) {

@@ -12,12 +12,12 @@ namespace {
 
 constexpr u64 qwReady_ms = 8'000;
 
-// The driver's requests and the sleeps between them, in short: "GET_ZOOM_SPEED, SET_ZOOM_SPEED 2000, SLEEP 1200, ...",
-// those of one thread from a line on.
-std::string Story(const TLifeResult& tResult, const std::string& sThread, std::string_view sBehind = "") {
+// One thread's requests to the driver and its sleeps, in short: "GET_ZOOM_SPEED, SET_ZOOM_SPEED 2000, SLEEP 1200, ...".
+// Begins at the first sFrom in the transcript.
+std::string Story(const TLifeResult& tResult, const std::string& sThread, std::string_view sFrom = "") {
   std::string sStory;
   const std::string& sAll = tResult.sTranscript;
-  const std::string sLines = "\n" + sAll.substr(std::min(sAll.find(sBehind), sAll.size()));
+  const std::string sLines = "\n" + sAll.substr(std::min(sAll.find(sFrom), sAll.size()));
   u64 qwSlept_ms = 0;
   for (const auto& asMatch :
        Matches(sLines, "\n *[0-9.]+ " + sThread + " +(?:sleep ([0-9.]+)|icsdriver ICS_([A-Z_]+(?: -?[0-9]+)?))")) {
@@ -57,16 +57,16 @@ TEST(ICS, SetUpAndRestoreInTheirOrder) {
   }
 }
 
-// What each axis's thread asks of the driver for a command, and how long it waits: the focus from 1215 and its sensor's
-// 400 at 2500 steps a second, the zoom from 600 and its sensor's 300 at 2000.  Every request but the one that is made
-// without it is made under the mutex.
+// What each axis's thread asks of the driver for a command, and how long it waits.  The focus starts at 1215, has its
+// sensor at 400 and makes 2500 steps a second; the zoom starts at 600, has its sensor at 300 and makes 2000.  Every
+// request but ICS_CHECK_DETACHED is made under the mutex.
 TEST(ICS, CommandsInTheirOrder) {
   const auto Go = [](const char* szAxis, i32 iTo, i32 iWait_ms) {
     const std::string sAxis = szAxis;
     return "SET_" + sAxis + "_POSITION " + std::to_string(iTo) + ", SLEEP " + std::to_string(iWait_ms) + ", GET_" +
            sAxis + "_POSITION, ";
   };
-  const auto Steps = [](i32 iFrom, i32 iStep) {  // a sweep's first two; the second look finds the lens there
+  const auto Steps = [](i32 iFrom, i32 iStep) {  // a sweep's first two; at the second GET the lens is there
     std::string sSteps = "SLEEP 1000, ";
     for (const i32 iTo : {iFrom + iStep, iFrom + 2 * iStep}) {
       sSteps += "SET_FOCUS_POSITION " + std::to_string(iTo) + ", GET_FOCUS_POSITION, SLEEP 150, GET_FOCUS_POSITION, " +
@@ -99,11 +99,11 @@ TEST(ICS, CommandsInTheirOrder) {
     const TCamera tCamera("ics");
     const TLifeResult tResult = Live(tCamera, {Ask(qwReady_ms, tCase.szQuery)}, 14'000);
     const std::string sTale = std::string(tCase.szQuery) + Tale(tResult);
-    // The focus thread is the one that looks whether the lens is there.
+    // The focus thread is the one that checks for a detached lens.
     const auto asLooks = Matches(tResult.sTranscript, "(t[12]) +icsdriver ICS_CHECK_DETACHED");
     ASSERT_FALSE(asLooks.empty());
     const std::string& sFocusThread = asLooks[0][1];
-    // Which of the two is first decides whether the focus waits for the zoom, half a second and again.
+    // Which thread is first decides whether the focus waits for the zoom, half a second at a time.
     const char* szOften = "CHECK_DETACHED 1, |GET_AD_VALUE, |SLEEP 500, ";
     std::string sFocus = Replaced(Story(tResult, sFocusThread, "request 0"), szOften, "");
     const bool bSweeps = tCase.sFocus.find("SLEEP 1000") != tCase.sFocus.npos;
@@ -117,7 +117,7 @@ TEST(ICS, CommandsInTheirOrder) {
   }
 }
 
-// A client's focus chooses the curve; the zoom then stays sharp along it, and temperature and night are followed.
+// A client's search chooses the tracking curve.  The lens then stays sharp along zoom, temperature and night.
 TEST(ICS, FocusIsKept) {
   const TCamera tCamera("ics");
   std::vector<TLifeEvent> atEvents = {Ask(qwReady_ms, "function=auto"), Ask(40'000, "function=scan")};
@@ -150,20 +150,20 @@ TEST(ICS, FocusIsKept) {
   EXPECT_TRUE(HasPrinted(tResult, "Tracking Curve update  [2]")) << "5 m" << Tale(tResult);
   const auto asLooks = Matches(Printed(tResult), "(zoom|temperature|night) off by (-?[0-9.]+)\n");
   for (const auto& asLook : asLooks) {
-    // Positions are whole, the band tolerates 2 degrees of up to 2.5 positions each, and a start that AF found.
+    // Allows for whole positions, for 2 degrees of up to 2.5 positions each, and for the error of the first search.
     EXPECT_LT(std::fabs(std::stod(asLook[2])), asLook[1] == "zoom" ? 5 : 10) << asLook[0] << Tale(tResult);
   }
   EXPECT_EQ(asLooks.size(), 12U) << Tale(tResult);
 }
 
-// A life in which every kind of request is made.
+// A life of RequestLives, which together make every kind of request to the driver.
 struct TRequestLife {
   const char* szName;
   const char* szStatusFile;
   std::vector<TLifeEvent> atEvents;
   u64 qwEnd_ms;
-  // Whether it searches and references: where a SET goes unheeded there the position follows all the same.  Its lens is
-  // a short one, else most requests would be those of one sweep.
+  // Searches and finds references.  There the believed position follows a SET that the lens does not obey.  Such a life
+  // has a short lens, or most of its requests would be those of one sweep.
   bool bSearches = false;
 };
 
@@ -185,10 +185,10 @@ std::vector<TRequestLife> RequestLives() {
           {"Ended", "normal\n", {Ask(qwReady_ms, "function=scan")}, 12'000, true}};
 }
 
-// What a life's transcript says of the driver and the clients.
+// What a life's transcript says about the driver and the clients.
 struct TFacts {
-  std::vector<i32> aiGone[LENS_AXES] = {{600, 600}, {1215, 1215}};  // the saved place, then wherever the lens was sent
-  std::vector<i32> aiAsked[LENS_AXES] = {{600}, {1215}};            // and wherever it should have gone
+  std::vector<i32> aiGone[LENS_AXES] = {{600, 600}, {1215, 1215}};  // the saved place, then each SET that worked
+  std::vector<i32> aiAsked[LENS_AXES] = {{600}, {1215}};            // also each SET that failed
   double dSlowestReply_s = 0;
   std::size_t dwMostAtOnce = 0;  // driver requests in a tenth of a second
 };
@@ -212,7 +212,7 @@ TFacts Facts(const TLifeResult& tResult) {
     const char* szSet = "%*f %*s %*s ICS_SET_%11[A-Z]_POSITION %d = %d";
     if (std::sscanf(sLine.c_str(), szSet, szAxis, &iNumber, &iResult) != 3) continue;
     const u32 dwAxis = szAxis[0] == 'Z' ? LENS_ZOOM : LENS_FOCUS;
-    if (iNumber >= 0) tFacts.aiAsked[dwAxis].push_back(iNumber);  // below 0: what a GET has failed with
+    if (iNumber >= 0) tFacts.aiAsked[dwAxis].push_back(iNumber);  // below 0: the result of a failed GET
     if (iResult == 0) tFacts.aiGone[dwAxis].push_back(iNumber);
   }
   return tFacts;
@@ -227,8 +227,8 @@ std::array<i32, LENS_AXES> ReadSaved(const TCamera& tCamera) {
 
 class Detached : public testing::TestWithParam<std::size_t> {};
 
-// Whichever request is the first that the lens does not answer: clients are answered at once, the daemon goes on no
-// faster than before, ends in order, and saves the position before the detachment or the one that was asked for then.
+// Whichever request is the first that the lens does not answer, clients are answered at once, and the daemon does not
+// spin and ends in order.  It saves the position before the detachment, or the one that was asked for at that moment.
 TEST_P(Detached, AtEveryRequest) {
   const TRequestLife tLife = RequestLives()[GetParam()];
   const TCamera tCamera("ics");
@@ -269,8 +269,8 @@ TEST_P(Detached, AtEveryRequest) {
 INSTANTIATE_TEST_SUITE_P(ICS, Detached, testing::Range<std::size_t>(0, RequestLives().size()),
                          [](const auto& tInfo) { return RequestLives()[tInfo.param].szName; });
 
-// A driver that goes where it is sent and has no value to give: from its set-up on, or later.
-TEST(ICS, NoAnswerIsSaved) {
+// The driver moves the lens but fails every GET, from its set-up on or later.
+TEST(ICS, FailedGetIsNeverSaved) {
   for (const u64 qwFrom_ms : {u64{0}, qwReady_ms}) {
     for (const char* szQuery :
          {"function=zoom&direction=direct&position=900", "function=zoom&direction=backward&steps=30",
@@ -294,7 +294,7 @@ TEST(ICS, NoAnswerIsSaved) {
   }
 }
 
-// Positions below 0 are saved as "%u" prints them, and are where the lens goes at the next start.
+// Positions below 0 are saved as "%u" prints them, and the lens goes there at the next start.
 TEST(ICS, PositionsBelow0ComeBack) {
   const TCamera tCamera("ics");
   ChangeWorld(tCamera,
@@ -305,7 +305,7 @@ TEST(ICS, PositionsBelow0ComeBack) {
   EXPECT_EQ(tCamera.Truth(LENS_FOCUS), -20) << Tale(tResult);
 }
 
-// At a zoom position the table's entry one below it counts, from its start: here the offset is the zoom position.
+// A zoom position reads the table's entry one below it.  In this table each offset equals its zoom position.
 TEST(ICS, NightOffsetReadsTheEntryBelow) {
   const TCamera tCamera("ics");
   tCamera.Write("/etc/conf.d/vernierlensd/ir_curve_y1", "0 1 0 0 3f800000 0 0 0 0 0 0 0 0 0");
@@ -315,7 +315,7 @@ TEST(ICS, NightOffsetReadsTheEntryBelow) {
   EXPECT_EQ(tCamera.Truth(LENS_FOCUS), 1215 + 599);
 }
 
-// Broken files: a line, and the promised way on.
+// A broken file costs a printed line; then the daemon runs or ends, as promised.
 TEST(ICS, BrokenFiles) {
   const struct {
     const char* szPath;
@@ -349,7 +349,7 @@ TEST(ICS, BrokenFiles) {
   }
 }
 
-// A range and speeds that would hold the lens for a quarter of an hour, or the start for 50 minutes an axis.
+// First a move would take a quarter of an hour by range and speed; then the start would take 50 minutes an axis.
 TEST(ICS, NoMoveIsWaitedForWithoutEnd) {
   const TCamera tCamera("ics");
   ChangeWorld(tCamera, [](TWorld& tWorld) {
@@ -371,7 +371,7 @@ TEST(ICS, NoMoveIsWaitedForWithoutEnd) {
   EXPECT_LT(TimeOf_us(tStarted, "reply 0"), 260'000'000U) << Tale(tStarted);
 }
 
-// 2 degrees are tolerated, 3 are not; of a client who comes first in the very instant the change is found again.
+// 2 degrees of change are tolerated, 3 are not.  If a client's move is first by an instant, the change is found again.
 TEST(ICS, TemperatureBand) {
   const char* szDiff = "Focus Temp Diff: ";
   const TCamera tCamera("ics");

@@ -1,4 +1,4 @@
-// The daemon's side of the focus statistics blocks, as the image side reads it: judged by the words alone.
+// What the daemon writes into the focus statistics blocks, judged as the image side reads it.
 #include <sys/mman.h>
 
 #include <csignal>
@@ -13,8 +13,8 @@ namespace {
 constexpr const char* szNote = "image side: ";
 constexpr u64 qwLook_ms = 20;
 
-// An image side that notes what has changed in channel 0's block since its last look, then does its part.  V: values
-// are wanted, O: the iris is to open, B: busy.  Small letters: no longer.
+// An image side that notes what has changed in channel 0's block since its last look, then does its own part.  V:
+// values are wanted, O: the iris is to open, B: busy.  A small letter: no longer.
 void LookAtBlock(TWorld* ptWorld) {
   static u32 bWanted = 0, bBusy = 0;
   u32* pdwBlock = Memory_Block(0);
@@ -64,9 +64,8 @@ TEST(Image, ReadsWhatASearchDoes) {
   }
 }
 
-// The image side looks at the pending word first, so the request has to stand by then.  The page of the pending word is
-// write-protected, and the handler of the fault that its first write causes reads the request, which lies in the next
-// page.
+// The image side looks at the pending word first, so the request must be written before it.  Here the page of the
+// pending word is write-protected.  Its first write causes a fault, whose handler reads the request in the next page.
 u32* g_pdwIris = nullptr;
 long g_iPage = 0;
 u32 g_dwRequestAtPending = 99;

@@ -1,4 +1,4 @@
-// The true lens of the simulated camera, and the cameras laid out for its models.
+// Tests the true lens of the simulated camera, and the files that are laid out for each model.
 #include <algorithm>
 #include <array>
 #include <cmath>
@@ -115,7 +115,7 @@ TEST(Lens, ChannelsAndDevicesAreApart) {
   EXPECT_EQ(tLens.atAxis[0][LENS_FOCUS].iRotor, 13);
 }
 
-// What the last whole frame has seen stays, whatever is asked of the axis behind it; a cut and a detachment stop it.
+// What the last whole frame has seen stays, whatever is asked of the axis afterwards.  A power cut stops the axes.
 TEST(Lens, ICSAxesMoveByThemselves) {
   TLens tLens = MakeLens(0, 0);
   tLens.bICS = 1;
@@ -145,7 +145,7 @@ TEST(Lens, ICSAxesMoveByThemselves) {
   EXPECT_EQ(tLens.tParkAxis.iRotor, 10);
 }
 
-// The last of the ascending places of a table that is not above one.
+// The index of the last place that is not above llOne.  The places ascend.
 template <typename TPlaceOf>
 u32 LastUpTo(u32 dwPlaces, i64 llOne, TPlaceOf fnPlaceOf) {
   u32 dwLast = 0;
@@ -155,7 +155,7 @@ u32 LastUpTo(u32 dwPlaces, i64 llOne, TPlaceOf fnPlaceOf) {
   return dwLast;
 }
 
-// The offset of each zoom position's range.
+// Expects at each zoom position the night offset of its range.
 void ExpectNightTable(const TLensModel& tModel) {
   for (i32 iZoom = 1; iZoom <= std::max(1, static_cast<i32>(tModel.tZoom.dwTotalStep)); ++iZoom) {
     const u32 dwRange = LastUpTo(Model_HasZoom(tModel) ? dwNightRanges : 1, iZoom - 1,
@@ -165,7 +165,8 @@ void ExpectNightTable(const TLensModel& tModel) {
   }
 }
 
-// By the table up and down the temperatures, from each start: no farther off than promised, and not much less.
+// Corrects by the table while the temperature rises and falls, from each start.  The focus is off by at most the
+// promised allowance, and not by much less.
 void ExpectThermalTable(const TLensModel& tModel) {
   for (i32 iZoom = 0; iZoom <= 640; iZoom += 79) {
     const u32 dwRow = LastUpTo(tModel.dwThermalRowsUsed, iZoom, [&](u32 dw) { return ThermalTable_Zoom(tModel, dw); });
@@ -198,7 +199,7 @@ constexpr const char* pszKeys =
     "reversecalibration FlangeBackCompensation firstlevel secondlevel thirdlevel finetune small large focusstart "
     "onestepsearchtime openiristime blockingmode finetunning";
 
-// That the files say what the tables say, lives on each model show; not that each key is there.
+// Lives on each model show that the files agree with the tables.  They do not show that each key is there.
 TEST(Lenses, EachModelIsLaidOutConsistently) {
   for (i32 i = 0; const TLensModel* ptModel = Lenses_At(i); ++i) {
     SCOPED_TRACE(ptModel->pszName);
@@ -231,7 +232,7 @@ TWorld SharpWorld() {
   return tWorld;
 }
 
-// Readings of the glass so many steps from sharp, over whole periods of flicker and drift, from low to high.
+// Sorted readings with the glass iAway steps from sharp, over whole periods of flicker and drift.
 std::vector<double> Readings(EScene eScene, bool bBusy, i32 iAway) {
   TWorld tWorld = SharpWorld();
   tWorld.eScene = eScene;
@@ -247,7 +248,7 @@ std::vector<double> Readings(EScene eScene, bool bBusy, i32 iAway) {
   return adValues;
 }
 
-// What 98 of a hundred readings differ by, and the share of the sharp value that is left some steps away.
+// How far 98 of 100 readings spread, and which share of the sharp value is left some steps away from it.
 TEST(Lenses, EachSceneAnswersToTheFocusInItsWay) {
   const std::tuple<EScene, bool, double, i32, double> atCases[] = {
       {SCENE_NORMAL, true, 0.004, 30, 0.375},    {SCENE_NORMAL, false, 0.098, 0, 1},
@@ -264,7 +265,7 @@ TEST(Lenses, EachSceneAnswersToTheFocusInItsWay) {
   }
 }
 
-// The value is highest where the glass is sharp, noise or not, and only while it is wanted and the image side speaks.
+// The value is highest where the glass is sharp, in spite of noise.  A silent image side writes nothing.
 TEST(Lenses, TheImageSideSeesTheGlass) {
   TWorld tWorld = SharpWorld();
   const i32 iSharp = static_cast<i32>(World_SharpFocus(&tWorld, 0) + 0.5);

@@ -11,7 +11,7 @@
 namespace {
 
 constexpr const char* szRefusal = "HTTP/1.1 400 Bad Request\r\n\r\n";
-constexpr u64 qwQuadReady_ms = 60'000;  // behind the search of its four channels for their PI sensors
+constexpr u64 qwQuadReady_ms = 60'000;  // its four channels have then searched for their PI sensors
 
 std::string Framed(const std::string& sBody) {
   return "HTTP/1.1 200 OK\r\nContent-type: text/plain\r\nCache-control: no-cache\r\nPragma: no-cache\r\n"
@@ -65,7 +65,7 @@ TEST(Life, EndsWhereTheCommandsSay) {
   const struct {
     const char* szRule;
     const char* szModel;
-    std::vector<std::pair<u64, const char*>> atQueries;  // at a time, function and the rest
+    std::vector<std::pair<u64, const char*>> atQueries;  // time, and what follows "function="
     u64 qwRest_ms;
     i32 iZoom, iFocus;  // where the true motor ends, virtual steps; -1 anywhere
   } atCases[] = {
@@ -114,7 +114,7 @@ TEST(Life, EndsWhereTheCommandsSay) {
   }
 }
 
-// A query of another channel, right behind a command, turns neither the command nor the counter to that channel.
+// A query of another channel right after a command turns neither the command nor the counter to that channel.
 TEST(Life, CommandStaysOnItsChannel) {
   for (u64 qw = 0; qw < Lives(40); qw++) {
     const TCamera tCamera("quad");
@@ -130,7 +130,7 @@ TEST(Life, CommandStaysOnItsChannel) {
   }
 }
 
-// A button of another channel pressed during a hold's last move brings its own channel and direction.
+// A button of another channel that is pressed during a hold's last move brings its own channel and direction.
 TEST(Life, NewHoldTakesItsOwnChannel) {
   const TCamera tCamera("quad");
   const auto At = [&](u64 qwAfter_ms, const std::string& sFrame) {
@@ -151,7 +151,7 @@ TEST(Life, NoCommandIsLostAtTheEndOfAWalk) {
     const TCamera tCamera("zoomonly");
     std::vector<TLifeEvent> atEvents = {Ask(100, "function=zoom&direction=direct&position=50"),
                                         Ask(0, "function=zoom&direction=direct&position=60"), Ask(3000, szStatus)};
-    atEvents[1].qwAt_us = 100'000 + 300'000 + 28'200 - 1'000 + qw * 10;  // round the end of a walk of 60 driver steps
+    atEvents[1].qwAt_us = 100'000 + 300'000 + 28'200 - 1'000 + qw * 10;  // about the end of a walk of 60 driver steps
     const TLifeResult tResult = Live(tCamera, atEvents, 3500, FirstSeed() + qw);
     SCOPED_TRACE(qw);
     ExpectRest(tCamera, tResult);
@@ -173,8 +173,8 @@ TEST(Life, SigtermFinishesTheMove) {
   }
 }
 
-// 305 ms a move of one step: four of them within the first second, then 30 steps (an eighth of the range, capped) a
-// move. A second press, of either button, renews the time only: the direction stays, and the steps start small again.
+// A move of one step takes 305 ms, so the first second has four.  Later moves have 30 steps: an eighth of the range,
+// capped.  A second press of either button only restarts the time: the direction stays, and the steps are small again.
 TEST(Life, HeldButtonRepeatsInGrowingSteps) {
   const std::string sStep = "SELECT 0, FORWARD, WALK 8";
   for (const bool bAgain : {false, true}) {
@@ -195,7 +195,7 @@ TEST(Life, HeldButtonRepeatsInGrowingSteps) {
   }
 }
 
-TEST(Life, FramesThatAreNoneCostALine) {
+TEST(Life, BrokenFramesCostALine) {
   std::string sLongest = "<message><zoominbutton>released</zoominbutton></message>";
   sLongest.resize(1019, ' ');
   const struct {
@@ -223,12 +223,12 @@ TEST(Life, FramesThatAreNoneCostALine) {
     EXPECT_TRUE(HasPrinted(tResult, tCase.szLine));
     EXPECT_EQ(HasPrinted(tResult, "[vernierlensd] : Reinitialize FIFO..."), tCase.bMadeAnew);
     EXPECT_EQ(Count(tResult.sTranscript, std::string(" ") + szFIFOPath + "\n"), tCase.bMadeAnew ? 2U : 1U)
-        << "renamed over, with no moment in which the name is free";
+        << "the new FIFO replaces the old one, with no moment in which the name is free";
     EXPECT_TRUE(HasPrinted(tResult, "[vernierlensd] : Zoom out stop!")) << "the next frame is read in step";
   }
 }
 
-// As many frames as the FIFO holds, and the FIFO removed under the daemon: each frame is handled, clients are answered.
+// The FIFO is filled with frames, and then its name is removed.  Each frame is handled, and clients are answered.
 TEST(Life, FloodedAndRemovedFIFOHoldsNobodyUp) {
   const TCamera tCamera("zoom");
   std::string sFlood;
@@ -243,7 +243,7 @@ TEST(Life, FloodedAndRemovedFIFOHoldsNobodyUp) {
   EXPECT_EQ(tCamera.Truth(LENS_ZOOM), 204);
 }
 
-// A header alone is awaited for its second beside the clients, who are answered at once; the rest may come in pieces.
+// After a header the daemon waits a second for the rest, which may come in pieces, and answers clients meanwhile.
 TEST(Life, HalfAFrameHoldsNobodyUp) {
   const std::string sRelease = Button("zoomin", "released");
   for (const bool bRest : {false, true}) {
@@ -262,7 +262,7 @@ TEST(Life, HalfAFrameHoldsNobodyUp) {
   }
 }
 
-// Clients go first, but not for ever.
+// Clients are served before frames, but not for ever.
 TEST(Life, FrameGetsItsTurnAmongClients) {
   const TCamera tCamera("zoom");
   std::vector<TLifeEvent> atEvents = {Frame(100, tCamera, Button("zoomin", "released"))};
@@ -273,8 +273,8 @@ TEST(Life, FrameGetsItsTurnAmongClients) {
   ExpectRest(tCamera, tResult);
 }
 
-// Restores that came while one ran are that one; another event between two keeps them apart, and a later one runs.
-TEST(Life, RestoresThatWaitAreOne) {
+// Restores that come while one runs are not run again, unless another event lies between them.  A later one runs.
+TEST(Life, WaitingRestoresAreMerged) {
   const std::string sRestore = EventFrame("<message><autofocus>falling</autofocus></message>");
   const std::string sThree = sRestore + sRestore + sRestore;
   const std::string sRelease = Button("zoomin", "released");
@@ -292,7 +292,7 @@ TEST(Life, RestoresThatWaitAreOne) {
   }
 }
 
-// What a payload could forge of the log.
+// A payload cannot forge lines of the log.
 TEST(Life, PayloadsArePrintedOnOneLine) {
   const TCamera tCamera("zoom");
   const TLifeResult tResult = Live(tCamera, {Frame(100, tCamera, EventFrame("a\n[vernierlensd] : \x7F\x1B"))}, 1000);
@@ -300,10 +300,10 @@ TEST(Life, PayloadsArePrintedOnOneLine) {
       << Tale(tResult);
 }
 
-// What the daemon does is the same to the microsecond as with a log that is read, and no dropped line goes uncounted.
+// With a log that nobody reads the daemon does the same at the same microseconds, and counts every dropped line.
 TEST(Life, UnreadLogChangesNothing) {
   const struct {
-    bool bFull, bReadAgain, bSocket, bAsked;  // asked: the pipe cannot be opened once more
+    bool bFull, bReadAgain, bSocket, bOpenFails;  // the daemon cannot open the pipe a second time
   } atCases[] = {{false, false, false, false},
                  {true, true, false, false},
                  {true, true, true, false},
@@ -314,11 +314,11 @@ TEST(Life, UnreadLogChangesNothing) {
   std::size_t dwLines = 0;
   for (const auto& tCase : atCases) {
     const TCamera tCamera("zoom");
-    if (tCase.bAsked) ChangeWorld(tCamera, [](TWorld& tWorld) { tWorld.atFailingCalls[0] = {"open", 0, 1}; });
+    if (tCase.bOpenFails) ChangeWorld(tCamera, [](TWorld& tWorld) { tWorld.atFailingCalls[0] = {"open", 0, 1}; });
     i32 afd[2] = {-1, -1};
     char acText[4096] = "";
     const auto Fill = [&] {
-      const TInside tInside;  // the clock counts what the daemon does
+      const TInside tInside;  // the clock does not count these calls: they are not the daemon's
       const bool bMade =
           tCase.bSocket ? socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0, afd) == 0 : pipe2(afd, O_NONBLOCK) == 0;
       while (bMade && write(afd[1], acText, sizeof acText) > 0) {

@@ -42,7 +42,7 @@ TEST_P(LivesOf, KeepEachPromise) {
   }
 }
 
-// In four, so that they run side by side.
+// In four parts, which can run in parallel.
 class DrawnLives : public testing::TestWithParam<u64> {};
 
 TEST_P(DrawnLives, AreNotLost) {
@@ -58,7 +58,7 @@ TEST_P(DrawnLives, AreNotLost) {
 
 INSTANTIATE_TEST_SUITE_P(Campaign, DrawnLives, testing::Values(0, 1000, 2000, 3000));
 
-TEST_P(LivesOf, TheSameSeedAreTheSame) {
+TEST_P(LivesOf, RepeatWithTheirSeed) {
   const TLensModel& tModel = *Lenses_At(GetParam());
   const TCamera tCamera(tModel.pszName);
   const auto Transcript = [&](u64 qwSeed) {

@@ -21,7 +21,7 @@ struct TSetUp {
   u32 dwBacklash = 8;
 };
 
-TVernierLensdInfo g_tInfo;  // of the life's child; zero in the parent
+TVernierLensdInfo g_tInfo;  // used by the life's child process; zero in the parent
 
 // A context as start-up leaves it, with a plain lens of 8 driver steps a virtual step at the given position.
 void SetUpContext(const TAxis& tAxis, const TSetUp& tSetUp) {
@@ -63,7 +63,7 @@ const struct {
   const char* szName;
   TSetUp tSetUp;
   u32 dwTarget;
-  const char* szRequests;  // behind SELECT 0
+  const char* szRequests;  // after SELECT 0
   u32 dwAfter;
 } g_atMoves[] = {
     {"forward: no take-up", {.dwFrom = 100}, 120, "FORWARD, WALK 160", 120},
@@ -101,10 +101,10 @@ TEST(Move, AsksTheDriverAndArrives) {
   }
 }
 
-// Whatever driver step the walk has reached when the stop comes, the motor ends on a whole virtual step and the counter
-// names it.
+// Whatever driver step the walk has reached when the stop comes, the motor ends on a whole virtual step.  The counter
+// has the same position.
 TEST(Move, StopAtEveryDriverStepLeavesTheCounterTrue) {
-  constexpr u32 dwSteps = 30;           // long enough for the driver to end well ahead of the count
+  constexpr u32 dwSteps = 30;           // long enough that the driver ends well before the count
   constexpr u64 qwDriverStep_us = 480;  // not above the faster axis's
   const TCamera tCamera("zoom");
   for (const TAxis* ptAxis : {&g_tZoomAxis, &g_tFocusAxis}) {
@@ -139,11 +139,11 @@ const struct {
   u32 dwAfter;  // from 100
   const char* szRest;
 } g_atRecovers[] = {
-    {"37 of 8: four whole, five finished", 37, 8, 4, true, 100, ", WALK 5"},
-    {"the driver is ahead of time", 16, 8, 5, true, 103, ""},
-    {"the driver is behind time", 40, 8, 3, true, 98, ""},
+    {"37 driver steps left: four virtual steps, and 5 to finish", 37, 8, 4, true, 100, ", WALK 5"},
+    {"the driver is ahead of the count", 16, 8, 5, true, 103, ""},
+    {"the driver is slower than the count", 40, 8, 3, true, 98, ""},
     {"backward", 16, 8, 5, false, 97, ""},
-    {"the driver is done: the uncounted has been walked", 0, 8, 2, true, 102, ""},
+    {"the driver is done: what is not counted has been walked", 0, 8, 2, true, 102, ""},
     {"a size of 0 has no whole steps", 9, 0, 2, true, 102, ", WALK 9"},
 };
 
@@ -209,7 +209,7 @@ const struct {
   bool bStop = false;       // half a second later
   bool bFinds = true;       // the next command of this life finds the lens; else the next start does
   bool bFocusOnly = false;  // no query of the zoom
-} g_atWrongs[] = {
+} g_atDriverFailures[] = {
     {"walk refused", "zoom", "function=%s&direction=direct&position=100", {MOTOR_WALK_STEPS, 0, 1, 0}},
     {"direction refused", "zoom", "function=%s&direction=direct&position=100", {MOTOR_SET_BACKWARD, 0, 1, 0}},
     {"take-up refused", "zoom", "function=%s&direction=direct&position=100", {MOTOR_WALK_STEPS, 1, 1, 0}},
@@ -230,12 +230,12 @@ const struct {
     {"walk from the sensor refused", "quad", "function=motorreset", {MOTOR_WALK_STEPS_BLOCK, 1, 1, 0}, false, false},
 };
 
-// A driver that is wrong once: no hang, a line, and the lens is found before the next move, or by the next start.
-TEST(Move, DriverThatIsWrongOnceCostsNoTruth) {
+// A driver that fails once costs a printed line.  The lens is found before the next move, or by the next start.
+TEST(Move, DriverThatFailsOnceLosesNoPosition) {
   for (const TAxis* ptAxis : {&g_tZoomAxis, &g_tFocusAxis}) {
     const ELensAxis eAxis = LensAxisOf(*ptAxis);
     const std::string sAxis = Judge_Name(eAxis), sMove = "function=" + sAxis + "&direction=direct&position=150";
-    for (const auto& tCase : g_atWrongs) {
+    for (const auto& tCase : g_atDriverFailures) {
       if (tCase.bFocusOnly && eAxis == LENS_ZOOM) continue;
       for (const bool bLater : {false, true}) {
         if (bLater && !tCase.bFinds) continue;
@@ -265,7 +265,7 @@ TEST(Move, DriverThatIsWrongOnceCostsNoTruth) {
   }
 }
 
-// A motor that is dead: clients are answered, the end comes in time, and the log stays short.
+// With dead motors clients are answered, SIGTERM ends the daemon in time, and the log stays short.
 TEST(Move, DeadDriverHoldsNobody) {
   for (const char* szModel : {"zoom", "thermal", "quad", "focus"}) {
     const TCamera tCamera(szModel);

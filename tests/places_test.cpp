@@ -1,4 +1,4 @@
-// Places that a daemon should not find itself in: a line, and then the promised end, or going on at an idle pace.
+// Surroundings with something wrong: a printed line, then the promised end, or the daemon goes on without spinning.
 #include <fcntl.h>
 #include <sys/file.h>
 
@@ -23,11 +23,11 @@ TLifeEvent SetWord(u64 qwAt_ms, u32 TWorld::*pbWord, u32 bOn) {
   return Call(qwAt_ms, [=](TWorld* ptWorld) { ptWorld->*pbWord = bOn; });
 }
 
-TLifeEvent SetClock(u64 qwAt_ms, i64 iBy_s) {
-  return Call(qwAt_ms, [=](TWorld* ptWorld) { ptWorld->qwWallAtZero_us += static_cast<u64>(iBy_s * 1'000'000); });
+TLifeEvent SetClock(u64 qwAt_ms, i64 llBy_s) {
+  return Call(qwAt_ms, [=](TWorld* ptWorld) { ptWorld->qwWallAtZero_us += static_cast<u64>(llBy_s * 1'000'000); });
 }
 
-// In the path's place a folder that is not empty.
+// Puts a folder that is not empty in the path's place.
 std::function<void(const TCamera&)> Blocked(const char* szPath) {
   return [=](const TCamera& tCamera) {
     std::filesystem::remove_all(tCamera.Path(szPath));
@@ -43,7 +43,7 @@ std::function<void(const TCamera&)> Set(u32 TWorld::*pbWord) {
 void Nothing(const TCamera&) {}
 
 TEST(Place, CostsALineAndNoMore) {
-  constexpr i64 iYear_s = 365 * 86'400;
+  constexpr i64 llYear_s = 365 * 86'400;
   const char* szNotSaved = "[vernierlensd] : VernierLensd_SaveConfigFile failed.";
   const TPlace atPlaces[] = {
       {"no program file", Gone("/usr/sbin/vernierlensd"), {}, "[vernierlensd] : shmget failed.", false},
@@ -71,8 +71,8 @@ TEST(Place, CostsALineAndNoMore) {
        {SetWord(30'000, &TWorld::bSelectFails, 1), SetWord(90'000, &TWorld::bSelectFails, 0)},
        "[vernierlensd] : select failed.",
        true},
-      {"clock a year back", Nothing, {SetClock(40'000, -iYear_s)}, "[vernierlensd] : select timeout", true},
-      {"clock a year on", Nothing, {SetClock(40'000, iYear_s)}, "[vernierlensd] : select timeout", true},
+      {"clock a year back", Nothing, {SetClock(40'000, -llYear_s)}, "[vernierlensd] : select timeout", true},
+      {"clock a year on", Nothing, {SetClock(40'000, llYear_s)}, "[vernierlensd] : select timeout", true},
   };
   for (const TPlace& tPlace : atPlaces) {
     const TCamera tCamera("thermal");
@@ -91,7 +91,7 @@ TEST(Place, CostsALineAndNoMore) {
       EXPECT_LT(tResult.qwTime_us, 1'000'000U);
       continue;
     }
-    // Main and each motor thread look about once in 3 seconds, and after a failed select ten times a second.
+    // The main thread and each motor thread wake about once in 3 seconds, and after a failed select ten times a second.
     EXPECT_LT(tResult.qwEvents, 9'000U) << Tale(tResult);
     EXPECT_LT(tResult.qwTime_us, (qwEnd_ms + 5'000) * 1000);
     ASSERT_FALSE(tResult.asReplies.empty());
@@ -104,9 +104,9 @@ TEST(Place, CostsALineAndNoMore) {
   }
 }
 
-// A gateway or a FIFO to be made anew, a restore that cannot be sent, a release that fails, a wake-up that is lost, an
-// axis that takes no commands.  A client sends the zoom to 300 and then the focus to 600; where the zoom ends at an odd
-// place, a button's step was the last.
+// Calls that fail: the gateway or the FIFO must be made anew, a restore cannot be sent, a release fails, a wake-up is
+// lost, an axis takes no commands.  A client sends the zoom to 300 and then the focus to 600.  In the rows with an odd
+// zoom position a button then makes one more step.
 TEST(Place, CallThatFailsCostsItsLines) {
   const std::string sRelease = "VernierLensd_Release failed.",
                     sThread = "Release resources...[vernierlensd] : TaskShim_Release failed.";
@@ -134,7 +134,7 @@ TEST(Place, CallThatFailsCostsItsLines) {
     ChangeWorld(tCamera, [&](TWorld& tWorld) { std::ranges::copy(tCase.atCalls, tWorld.atFailingCalls); });
     tCamera.Write(szStatusPath, tCase.szWord);
     std::vector<TLifeEvent> atEvents = {Ask(100, szStatus), Ask(500, "function=zoom&direction=direct&position=300")};
-    // Clients who ask all the time let no wait of the main thread time out.
+    // With clients that ask all the time, no wait of the main thread times out.
     for (u64 qw = 1; qw < 20; qw++) atEvents.push_back(Ask(500 + 500 * qw, szStatus));
     if (tCase.iZoom != 200) atEvents.push_back(Frame(11'000, tCamera, "\x01\x01"));
     atEvents.push_back(Ask(12'000, "function=focus&direction=direct&position=600"));
@@ -142,7 +142,7 @@ TEST(Place, CallThatFailsCostsItsLines) {
     if (tCase.iZoom % 2 == 1) atEvents.push_back(Frame(13'100, tCamera, Button("zoomin", "released")));
     const TLifeResult tResult = Live(tCamera, atEvents, 40'000);
     SCOPED_TRACE(std::string(tCase.atCalls[0].szCall) + Tale(tResult));
-    // ThreadSanitizer ends a life that leaves a thread unjoined, as a failed release does, with a status of its own.
+    // A failed release leaves a thread unjoined, for which ThreadSanitizer ends the life with a status of its own.
     const bool bLeft = tCase.iStatus == 1 && tResult.iStatus == 66;
     EXPECT_TRUE(tResult.eEnd == LIFE_EXITED && (tResult.iStatus == tCase.iStatus || bLeft));
     for (const std::string& sLine : tCase.asLines) EXPECT_TRUE(HasPrinted(tResult, "[vernierlensd] : " + sLine));
@@ -155,8 +155,8 @@ TEST(Place, CallThatFailsCostsItsLines) {
   }
 }
 
-// A zoom whose search for its sensor takes 100 s.  The focus waits for it where the configuration tells the driver's
-// time; where not, it gives up, and stands where it is believed until a later move finds the sensor.
+// The zoom's search for its sensor takes 100 s.  The focus waits for it if the configuration gives the driver's step
+// time.  If not, the focus gives up and stays where it is believed, until a later move finds the sensor.
 TEST(Place, SearchThatDoesNotBeginChangesNothing) {
   for (const bool bTold : {true, false}) {
     for (const char* szQuery : {"function=scan", "function=motorreset"}) {
@@ -186,7 +186,7 @@ TEST(Place, SearchThatDoesNotBeginChangesNothing) {
   }
 }
 
-// Walks to the stop: a line where the daemon would not sleep them out, and none of a lens with a long way is cut.
+// A walk to the stop that the daemon would not wait out costs a printed line.  Even a long range has its whole walk.
 TEST(Place, WalkToTheStopIsLongEnough) {
   const struct {
     const char *szEnd, *szOneStep, *szOneStepTime, *szPositioningStep;
@@ -218,7 +218,7 @@ TEST(Place, WalkToTheStopIsLongEnough) {
   }
 }
 
-// Another daemon has the camera: waited for as long as a release may take, and a little longer.
+// While another daemon has the camera, a second one waits as long as a release may take, and a little longer.
 TEST(Place, SuccessorOutwaitsARelease) {
   const struct {
     const char* szLocked;
@@ -230,7 +230,7 @@ TEST(Place, SuccessorOutwaitsARelease) {
       {"/var/run/vernierlensd.lock", 0, 700'000, "[vernierlensd] : Another daemon owns the lens.", 600'000},
       {"/var/run/vernierlensd.lock", 0, 5000, "[vernierlensd] : Asked to end while another daemon owns the lens.",
        5000},
-      {"/etc/conf.d/vernierlensd", 0, 5000, "[vernierlensd] : select timeout", 3000},  // which anybody may lock
+      {"/etc/conf.d/vernierlensd", 0, 5000, "[vernierlensd] : select timeout", 3000},  // anybody may lock this folder
   };
   for (const auto& tCase : atCases) {
     const TCamera tCamera("zoom");

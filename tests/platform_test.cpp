@@ -21,19 +21,19 @@
 namespace {
 
 struct TPlatform : testing::Test {
-  std::string szRoot = "/tmp/platformXXXXXX";
-  std::string szPath = std::string(mkdtemp(szRoot.data())) + "/file";  // the one file or FIFO that a test makes
-  ~TPlatform() override { std::filesystem::remove_all(szRoot); }
+  std::string sRoot = "/tmp/platformXXXXXX";
+  std::string sPath = std::string(mkdtemp(sRoot.data())) + "/file";  // the one file or FIFO that a test makes
+  ~TPlatform() override { std::filesystem::remove_all(sRoot); }
 };
 
-std::string Repeat(int iTimes, const std::string& szPart) {
-  std::string szAll;
-  for (; iTimes > 0; iTimes--) szAll += szPart;
-  return szAll;
+std::string Repeat(int iTimes, const std::string& sPart) {
+  std::string sAll;
+  for (; iTimes > 0; iTimes--) sAll += sPart;
+  return sAll;
 }
 
 struct TFileCase {
-  std::string szName, szFile, szExpected;  // the result, /r/a/n (77 before) and /r/a/s in 8 bytes ("old" before)
+  std::string sName, sFile, sExpected;  // the result, /r/a/n (77 before) and /r/a/s in 8 bytes ("old" before)
 };
 const TFileCase g_atFiles[] = {
     {"absent keys are left alone", "<r><n>1</n><a><nn>2</nn></a><a/></r>", "0 77 old"},
@@ -55,82 +55,82 @@ const TFileCase g_atFiles[] = {
 
 TEST_F(TPlatform, TreeReaderStoresAllOrNothing) {
   for (const TFileCase& tCase : g_atFiles) {
-    std::ofstream(szPath, std::ios::binary) << tCase.szFile;
+    std::ofstream(sPath, std::ios::binary) << tCase.sFile;
     int32_t iNumber = 77;
     char szText[] = "old\0____#";
     const TTreeRow atRows[] = {
         {"/r/a/n", TREEREADER_INTEGER, 4, &iNumber, 0}, {"/r/a/s", TREEREADER_STRING, 8, szText, 0}, {}};
-    const std::string szResult = std::to_string(TreeReader_ReadAll(szPath.c_str(), atRows));
-    EXPECT_EQ(szResult + " " + std::to_string(iNumber) + " " + szText, tCase.szExpected) << tCase.szName;
-    EXPECT_EQ(szText[8], '#') << tCase.szName;
+    const std::string sResult = std::to_string(TreeReader_ReadAll(sPath.c_str(), atRows));
+    EXPECT_EQ(sResult + " " + std::to_string(iNumber) + " " + szText, tCase.sExpected) << tCase.sName;
+    EXPECT_EQ(szText[8], '#') << tCase.sName;
   }
 }
 
 TEST_F(TPlatform, TreeReaderRefusesBadRowsAndFiles) {
   int32_t iNumber = 77;
-  const auto Read = [&iNumber](const std::string& szFile, const char* pszKey, uintptr_t dwType, uintptr_t dwSize) {
+  const auto Read = [&iNumber](const std::string& sFile, const char* pszKey, uintptr_t dwType, uintptr_t dwSize) {
     const TTreeRow atRows[] = {{"/r", TREEREADER_INTEGER, 4, &iNumber, 0}, {pszKey, dwType, dwSize, &iNumber, 0}, {}};
-    return TreeReader_ReadAll(szFile.c_str(), atRows);
+    return TreeReader_ReadAll(sFile.c_str(), atRows);
   };
-  std::ofstream(szPath) << "<r>1</r>";
-  EXPECT_TRUE(Read(szPath, "r", TREEREADER_INTEGER, 4) == -2 && Read(szPath, "/r", 0x2003, 4) == -2);
-  EXPECT_TRUE(Read(szPath, "/r", TREEREADER_INTEGER, 8) == -2 && Read(szPath, "/r", TREEREADER_STRING, 0) == -2);
-  EXPECT_EQ(Read(szPath + "not", "/r", TREEREADER_INTEGER, 4), -1);
-  ASSERT_TRUE(unlink(szPath.c_str()) == 0 && mkfifo(szPath.c_str(), 0600) == 0);
-  EXPECT_TRUE(Read(szPath, "/r", TREEREADER_INTEGER, 4) == -1 && iNumber == 77);  // and does not wait for a writer
+  std::ofstream(sPath) << "<r>1</r>";
+  EXPECT_TRUE(Read(sPath, "r", TREEREADER_INTEGER, 4) == -2 && Read(sPath, "/r", 0x2003, 4) == -2);
+  EXPECT_TRUE(Read(sPath, "/r", TREEREADER_INTEGER, 8) == -2 && Read(sPath, "/r", TREEREADER_STRING, 0) == -2);
+  EXPECT_EQ(Read(sPath + "not", "/r", TREEREADER_INTEGER, 4), -1);
+  ASSERT_TRUE(unlink(sPath.c_str()) == 0 && mkfifo(sPath.c_str(), 0600) == 0);
+  EXPECT_TRUE(Read(sPath, "/r", TREEREADER_INTEGER, 4) == -1 && iNumber == 77);  // and does not wait for a writer
 }
 
-const auto Message = [](const std::string& szInside) { return "<message>" + szInside + "</message>"; };
-const std::string g_szPress = "<zoominbutton>pressed</zoominbutton>";
-const std::string g_szBlanks(1019 - Message(g_szPress).size(), ' ');  // to the longest payload
+const auto Message = [](const std::string& sInside) { return "<message>" + sInside + "</message>"; };
+const std::string g_sPress = "<zoominbutton>pressed</zoominbutton>";
+const std::string g_sBlanks(1019 - Message(g_sPress).size(), ' ');  // fill it up to the longest payload
 
-// A payload, and the events that come of it, "channel:code.sub-code " each; none where it is refused.
+// A payload, and its events, "channel:code.sub-code " each; "" if it is refused.
 const std::pair<std::string, std::string> g_atPayloads[] = {
     {Message("<autofocus>falling</autofocus><autofocus>rising</autofocus>"), "0:19.5 0:19.4 "},
     {Message("<afbutton>pressed</afbutton><afbutton>released</afbutton>"), "0:19.2 0:19.1 "},
-    {Message(g_szPress + "<zoominbutton>released</zoominbutton>"), "0:21.2 0:21.1 "},
+    {Message(g_sPress + "<zoominbutton>released</zoominbutton>"), "0:21.2 0:21.1 "},
     {Message("<zoomoutbutton>pressed</zoomoutbutton><zoomoutbutton>released</zoomoutbutton>"), "0:22.2 0:22.1 "},
     {Message("\n <channel> -1 </channel>\n<zoominbutton> pre<!-- -->ssed\n</zoominbutton> "), "-1:21.2 "},
-    {Message("<channel>-" + Repeat(900, "9") + "</channel>" + g_szPress), "-2147483648:21.2 "},
-    {Message(g_szPress + "<channel>1</channel>"), ""},
-    {Message("<channel>1x</channel>" + g_szPress), ""},
-    {Message(Repeat(11, g_szPress)), ""},
-    {Message(Repeat(10, g_szPress)), Repeat(10, "0:21.2 ")},
-    {Message(g_szPress) + g_szBlanks + " ", ""},
+    {Message("<channel>-" + Repeat(900, "9") + "</channel>" + g_sPress), "-2147483648:21.2 "},
+    {Message(g_sPress + "<channel>1</channel>"), ""},
+    {Message("<channel>1x</channel>" + g_sPress), ""},
+    {Message(Repeat(11, g_sPress)), ""},
+    {Message(Repeat(10, g_sPress)), Repeat(10, "0:21.2 ")},
+    {Message(g_sPress) + g_sBlanks + " ", ""},
     {Message("<autofocus>pressed</autofocus>"), ""},
     {Message("<zoominbutton>pressed<i/></zoominbutton>"), ""},
     {Message("<zoominbutton a='1'>pressed</zoominbutton>"), ""},
     {"<!DOCTYPE message [<!ENTITY e 'pressed'>]>" + Message("<zoominbutton>&e;</zoominbutton>"), ""},
-    {Message(g_szPress) + g_szBlanks, "0:21.2 "},
+    {Message(g_sPress) + g_sBlanks, "0:21.2 "},
 };
 
 TEST(Courier, PayloadLanguage) {
-  const XML_Parser hParser = XML_ParserCreate(nullptr);  // one for all: a refusal must not outlast itself
-  for (const auto& [szPayload, szExpected] : g_atPayloads) {
+  const XML_Parser hParser = XML_ParserCreate(nullptr);  // one for all: a refusal must not affect the next
+  for (const auto& [sPayload, sExpected] : g_atPayloads) {
     TCourierEvent atEvents[COURIER_MAX_EVENTS];
     int32_t iCount = COURIER_MAX_EVENTS;
-    const uint32_t dwLength = static_cast<uint32_t>(szPayload.size());
-    const int32_t iResult = Courier_Parse_Event(hParser, szPayload.data(), dwLength, &iCount, atEvents, nullptr);
-    EXPECT_TRUE(iResult == (szExpected.empty() ? -1 : 0) && XML_GetUserData(hParser) == nullptr) << szPayload;
+    const uint32_t dwLength = static_cast<uint32_t>(sPayload.size());
+    const int32_t iResult = Courier_Parse_Event(hParser, sPayload.data(), dwLength, &iCount, atEvents, nullptr);
+    EXPECT_TRUE(iResult == (sExpected.empty() ? -1 : 0) && XML_GetUserData(hParser) == nullptr) << sPayload;
     std::ostringstream tEvents;
     for (const TCourierEvent& tEvent : std::span(atEvents, static_cast<size_t>(iCount))) {
       tEvents << tEvent.iChannel << ":" << tEvent.dwCode << "." << tEvent.dwSubCode << " ";
     }
-    EXPECT_EQ(tEvents.str(), szExpected) << szPayload;
+    EXPECT_EQ(tEvents.str(), sExpected) << sPayload;
   }
   XML_ParserFree(hParser);
 }
 
 TEST(Courier, HeaderAndOptions) {
-  const uint8_t abFrame[] = {9, 1, 3, 0xFB, 2, 0, 0};
+  const uint8_t abyFrame[] = {9, 1, 3, 0xFB, 2, 0, 0};
   uint32_t adwGot[3] = {};
-  EXPECT_EQ(Courier_GetTypeLength(abFrame, 3, &adwGot[0], &adwGot[1], &adwGot[2]), -1);
-  EXPECT_EQ(Courier_GetTypeLength(abFrame + 3, 4, &adwGot[0], &adwGot[1], &adwGot[2]), -1);
-  EXPECT_EQ(Courier_GetTypeLength(abFrame, 4, &adwGot[0], &adwGot[1], &adwGot[2]), 0);
+  EXPECT_EQ(Courier_GetTypeLength(abyFrame, 3, &adwGot[0], &adwGot[1], &adwGot[2]), -1);
+  EXPECT_EQ(Courier_GetTypeLength(abyFrame + 3, 4, &adwGot[0], &adwGot[1], &adwGot[2]), -1);
+  EXPECT_EQ(Courier_GetTypeLength(abyFrame, 4, &adwGot[0], &adwGot[1], &adwGot[2]), 0);
   EXPECT_TRUE(adwGot[0] == 9 && adwGot[1] == 4 && adwGot[2] == 1019);
-  const std::string szPath(108, 'p'), szXML(1020, 'x');
+  const std::string sPath(108, 'p'), sXML(1020, 'x');
   for (const auto& [pszFIFO, pszOption, pszPayload] :
-       {std::tuple("f", "-x", "m"), std::tuple("f", "-e", szXML.c_str()), std::tuple(szPath.c_str(), "-e", "m")}) {
+       {std::tuple("f", "-x", "m"), std::tuple("f", "-e", sXML.c_str()), std::tuple(sPath.c_str(), "-e", "m")}) {
     const char* const apszArgs[] = {"fifocmd", "-p", pszFIFO, pszOption, pszPayload};
     TCourierSendOptions tOptions;
     EXPECT_EQ(Courier_Util_GetOptions(5, apszArgs, &tOptions), -1);
@@ -138,20 +138,20 @@ TEST(Courier, HeaderAndOptions) {
 }
 
 TEST_F(TPlatform, CourierSendsWholeFramesAndNeverWaits) {
-  const std::string szXML(1019, 'x');
-  const char* const apszArgs[] = {"fifocmd", "-e", szXML.c_str(), "-p", szPath.c_str()};
+  const std::string sXML(1019, 'x');
+  const char* const apszArgs[] = {"fifocmd", "-e", sXML.c_str(), "-p", sPath.c_str()};
   TCourierSendOptions tOptions;
   ASSERT_EQ(Courier_Util_GetOptions(5, apszArgs, &tOptions), 0);
-  std::ofstream(szPath) << "a file";
+  std::ofstream(sPath) << "a file";
   EXPECT_TRUE(Courier_Util_SendbyFIFO(&tOptions) == -1 && errno == EINVAL);
-  ASSERT_TRUE(unlink(szPath.c_str()) == 0 && mkfifo(szPath.c_str(), 0600) == 0);
+  ASSERT_TRUE(unlink(sPath.c_str()) == 0 && mkfifo(sPath.c_str(), 0600) == 0);
   EXPECT_TRUE(Courier_Util_SendbyFIFO(&tOptions) == -1 && errno == ENXIO);
-  const int fdReader = open(szPath.c_str(), O_RDONLY | O_NONBLOCK);
+  const int fdReader = open(sPath.c_str(), O_RDONLY | O_NONBLOCK);
   int iSent = 0;
   while (Courier_Util_SendbyFIFO(&tOptions) == 0) iSent++;
   EXPECT_TRUE(errno == EAGAIN && iSent > 0);
-  std::string szFrame(1023, '\0');
-  for (; read(fdReader, szFrame.data(), 1023) == 1023; iSent--) EXPECT_EQ(szFrame, "\x01\x01\x03\xFB" + szXML);
+  std::string sFrame(1023, '\0');
+  for (; read(fdReader, sFrame.data(), 1023) == 1023; iSent--) EXPECT_EQ(sFrame, "\x01\x01\x03\xFB" + sXML);
   EXPECT_EQ(iSent, 0);
   close(fdReader);
 }
@@ -159,7 +159,7 @@ TEST_F(TPlatform, CourierSendsWholeFramesAndNeverWaits) {
 int32_t Thread_Wait(void* pvGate) {
   int* piGate = static_cast<int*>(pvGate);
   char c;
-  piGate[2] = static_cast<int>(read(piGate[0], &c, 1));  // plain: the release has to order it
+  piGate[2] = static_cast<int>(read(piGate[0], &c, 1));  // plain: the release must order it before the test's read
   return 0;
 }
 
@@ -174,7 +174,7 @@ TEST(TaskShim, LifeOfAThread) {
   ASSERT_EQ(TaskShim_Initial(&hThread, &tOptions), 0);
   EXPECT_TRUE(TaskShim_Release(&hThread) == 0 && hThread == nullptr && aiGate[2] == 0);  // never started
   ASSERT_EQ(TaskShim_Initial(&hThread, &tOptions), 0);
-  tOptions = {0, aiGate, UINTPTR_MAX, 2, 0, Thread_Wait};  // the first ones have been copied
+  tOptions = {0, aiGate, UINTPTR_MAX, 2, 0, Thread_Wait};  // TaskShim_Initial has copied the first ones
   EXPECT_TRUE(TaskShim_Start(hThread) == 0 && TaskShim_Start(hThread) == -1);
   EXPECT_EQ(write(aiGate[1], "", 1), 1);
   EXPECT_TRUE(TaskShim_Release(&hThread) == 0 && hThread == nullptr && aiGate[2] == 1);

@@ -59,7 +59,7 @@ TEST(Start, BrokenFilesEndItInOrder) {
   }
 }
 
-// A daemon that runs on nonsense stays safe: it answers, every move ends, and SIGTERM ends it.
+// With nonsense in its configuration the daemon stays safe: it answers, every move ends, and SIGTERM ends it.
 TEST(Start, NonsenseRunsAndStaysSafe) {
   const std::pair<std::string, const char*> atValues[] = {
       {"onestep", "0"},     {"onestep", "-8"},      {"onestep", "99999999999"},
@@ -83,9 +83,9 @@ TEST(Start, NonsenseRunsAndStaysSafe) {
   }
 }
 
-// Neither a reference nor a search goes by an end that no lens has: both end, at a place that the range holds.
+// An end that no lens has holds up neither a walk to the reference nor a search: each ends within the range.
 TEST(Start, EndThatNoLensHasHoldsNothingUp) {
-  for (const char* szModel : {"zoom", "focus"}) {  // whose reference is 0, and the end
+  for (const char* szModel : {"zoom", "focus"}) {  // the reference is 0 for the first, the end for the second
     for (const char* szQuery : {"function=scan", "function=positioning"}) {
       const TCamera tCamera(szModel);
       ReplaceInConfig(tCamera, "<end>[0-9]+", "<end>-1");
@@ -111,7 +111,7 @@ TEST(Start, TableOfFourBillionEntriesEndsIt) {
   EXPECT_TRUE(HasPrinted(tResult, "[vernierlensd] : Create focus pan table failed.")) << Tale(tResult);
 }
 
-// A saved position that cannot be is a power loss: both logs stand before anything else begins, and the lens is found.
+// An impossible saved position counts as a power loss: both logs are made before anything else, and the lens is found.
 TEST(Start, FalsePositionsArePowerLosses) {
   const struct {
     std::string sSaved;
@@ -146,7 +146,7 @@ TEST(Start, FalsePositionsArePowerLosses) {
   }
 }
 
-// What the status file asks for is marked by both logs before the file says that nothing is due.
+// If the status file asks for a restore or backup, both logs are made before the file says "normal".
 TEST(Start, LogsStandBeforeNormal) {
   for (const auto& [szModel, szWord] : {std::pair{"zoom", "restore\n"}, {"zoom", nullptr}, {"quad", "backup\n"}}) {
     const TCamera tCamera(szModel);
@@ -161,7 +161,7 @@ TEST(Start, LogsStandBeforeNormal) {
   }
 }
 
-// Belief and truth of a channel by its status, the reply of that number.
+// Compares a channel's true positions with its status, which is reply dwReply.
 void ExpectChannel(const TCamera& tCamera, const TLifeResult& tResult, i32 iChannel, std::size_t dwReply) {
   ASSERT_GT(tResult.asReplies.size(), dwReply) << Tale(tResult);
   for (const ELensAxis eAxis : g_aeAxes) {
@@ -170,7 +170,7 @@ void ExpectChannel(const TCamera& tCamera, const TLifeResult& tResult, i32 iChan
   }
 }
 
-// Four channels, each at a zoom of its own.
+// Puts four channels at four different zoom positions.
 void PlaceFour(const TCamera& tCamera) {
   for (i32 i = 0; i < 4; i++) {
     tCamera.Place(LENS_ZOOM, 50 + 50 * static_cast<u32>(i), i);
@@ -178,7 +178,7 @@ void PlaceFour(const TCamera& tCamera) {
   }
 }
 
-// All channels start from one saved set, and the word passes the search for the sensors over.
+// All channels start from one saved pair of positions.  "backup" in the status file leaves out the sensors' search.
 TEST(Start, BackupOfSeveralChannelsFindsTheLens) {
   const TCamera tCamera("quad");
   tCamera.Write(szStatusPath, "backup\n");
@@ -197,7 +197,7 @@ TEST(Start, BackupOfSeveralChannelsFindsTheLens) {
   EXPECT_FALSE(Exists(tCamera, szZoomLogPath) || Exists(tCamera, szFocusLogPath));
 }
 
-// Four channels without sensors, whose low stops are their positions 0.
+// Takes the sensors from four channels and makes their low stops position 0.
 void TakeSensorsAway(const TCamera& tCamera) {
   ReplaceInConfig(tCamera, "<support>1", "<support>0");
   ChangeWorld(tCamera, [](TWorld& tWorld) {
@@ -206,8 +206,8 @@ void TakeSensorsAway(const TCamera& tCamera) {
   PlaceFour(tCamera);
 }
 
-// Without sensors one saved set cannot be true of several channels: each one's first move finds its reference.  That
-// is no power loss, and a stop does not ask for it.
+// Without sensors one saved pair cannot be true for several channels, so each channel's first move finds its reference.
+// That is no power loss, and a stop does not start it.
 TEST(Start, ChannelsWithoutSensorsAreFoundByTheirFirstMove) {
   const TCamera tCamera("quad");
   TakeSensorsAway(tCamera);
@@ -229,7 +229,7 @@ TEST(Start, ChannelsWithoutSensorsAreFoundByTheirFirstMove) {
   }
 }
 
-// Also where a positioning of one channel finds those that are lost, as on a lens without focus.
+// On a lens without focus a positioning itself finds lost references, but only that of its own channel.
 TEST(Start, PositioningLeavesOtherChannelsInDoubt) {
   const TCamera tCamera("quad");
   TakeSensorsAway(tCamera);
@@ -243,7 +243,7 @@ mode_t ModeOf(const TCamera& tCamera, const char* szPath) {
   return static_cast<mode_t>(std::filesystem::status(tCamera.Path(szPath)).permissions());
 }
 
-// Nobody but its owner writes what the daemon trusts, whatever the umask; a mode that was chosen is kept.
+// Only the owner may write the files that the daemon trusts, whatever the umask.  A stricter mode is kept.
 TEST(Start, FilesAreTheOwnersToWrite) {
   const struct {
     mode_t wUmask, wBefore, wAfter;
@@ -278,7 +278,7 @@ TEST(Start, FilesAreTheOwnersToWrite) {
   }
 }
 
-// A saved file that is a symbolic link stays one, over a second link and where its target is still to be made.
+// A saved file that is a symbolic link stays one, also if it names a second link or a file that is not there yet.
 TEST(Start, LinksStayLinks) {
   const TCamera tCamera("focus");
   const std::string sSaved = tCamera.Path(szPositionsPath), sTarget = tCamera.Path("/mnt/flash/saved");
@@ -295,14 +295,14 @@ TEST(Start, LinksStayLinks) {
   EXPECT_EQ(Count(tCamera.Read("/mnt/flash/saved"), "focus_motor=1000\n"), 1U) << Tale(tResult);
   EXPECT_TRUE(std::filesystem::is_symlink(tCamera.Path(szFocusDefaultPath)));
   EXPECT_EQ(tCamera.Read("/etc/conf.d/vernierlensd/default"), "7\n");
-  // A circle of links is a failed save, whose log stays.
+  // Links in a circle cannot be read, so the start fails.
   std::filesystem::remove(sSaved);
   std::filesystem::create_symlink("vernierlensd.conf", sTarget + "2");
   std::filesystem::rename(sTarget + "2", sSaved);
   EXPECT_TRUE(HasPrinted(Live(tCamera, {}, 1000), szLoadFailed));
 }
 
-// A FIFO in a file's place costs a line, and the same as a file that is missing: nothing waits for a writer.
+// A FIFO in a file's place counts as a missing file, and costs a printed line: nothing waits for a writer.
 TEST(Start, FifosInTheFilesPlaceAreRefused) {
   const struct {
     const char* szModel;
@@ -337,12 +337,12 @@ TEST(Start, FifosInTheFilesPlaceAreRefused) {
     SCOPED_TRACE(tCase.szPath + Tale(tResult));
     EXPECT_EQ(Judge_Order(tResult), "");
     EXPECT_TRUE(HasPrinted(tResult, tCase.szThen));
-    const bool bRead = tCase.szPath != szPidPath && tCase.szPath != szConfigPath;  // which has a reader of its own
+    const bool bRead = tCase.szPath != szPidPath && tCase.szPath != szConfigPath;  // these have other readers
     EXPECT_EQ(HasPrinted(tResult, std::string("[vernierlensd] : ") + tCase.szPath + " is no regular file."), bRead);
   }
 }
 
-// A log that could not be made is tried once more; then the move goes on.
+// A log that cannot be made is tried once more; then the move goes on.
 TEST(Start, LogIsTriedTwice) {
   const TCamera tCamera("zoom");
   ChangeWorld(tCamera, [](TWorld& tWorld) { tWorld.bFlashReadOnly = 1; });
@@ -351,7 +351,7 @@ TEST(Start, LogIsTriedTwice) {
   EXPECT_EQ(Count(sFailed, std::string("write ") + szFocusLogPath + " = -1 EROFS"), 2U) << Tale(tResult);
 }
 
-// A start that fails removes no other daemon's PID file.
+// A start that fails does not remove another daemon's PID file.
 TEST(Start, PidFileOfAnotherDaemonStays) {
   const TCamera tCamera("zoom");
   tCamera.Write(szPidPath, "99");
@@ -384,7 +384,7 @@ TEST(Start, MotorThatIsNotThereEndsTheDaemon) {
   EXPECT_LT(tResult.qwTime_us, 8'000'000U);
 }
 
-// SIGTERM at any moment of the start: the threads may be there, their wake pairs not yet.
+// SIGTERM comes at any moment of the start, also when the threads are there and their wake pairs are not yet.
 TEST(Start, SigtermEndsItAtOnce) {
   for (const char* szModel : {"zoom", "ics"}) {
     const TCamera tCamera(szModel);

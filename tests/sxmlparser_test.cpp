@@ -1,3 +1,4 @@
+// The XML reader: trees, lookups, events, files, and what it refuses.
 #include "sxmlparser/sxmlparser.h"
 
 #include <gtest/gtest.h>
@@ -22,44 +23,44 @@ TParser NewParser() {
   return TParser(hParser);
 }
 
-// The exact size on the heap, so that a sanitizer sees a read behind the text.
-i32 Parse(const TParser& tParser, const std::string& strText, i32 iMode = SXML_MODE_TREE) {
-  const auto pszText = std::make_unique<char[]>(strText.size() + 1);
-  std::memcpy(pszText.get(), strText.c_str(), strText.size() + 1);
+// Parses a heap copy of exact size, so that a sanitizer sees a read past the text.
+i32 Parse(const TParser& tParser, const std::string& sText, i32 iMode = SXML_MODE_TREE) {
+  const auto pszText = std::make_unique<char[]>(sText.size() + 1);
+  std::memcpy(pszText.get(), sText.c_str(), sText.size() + 1);
   return SXMLParser_ProcessBuffer(tParser.get(), pszText.get(), iMode);
 }
 
 // name@attribute=value[text](children), each child followed by a blank.
 std::string DumpElement(const TXMLElement* ptElement) {
-  std::string str = ptElement->pszName;
+  std::string sDump = ptElement->pszName;
   for (i32 i = 0; i < ptElement->iAttributeCount; ++i) {
     const TXMLAttribute& tAttribute = ptElement->ptFirstAttribute[i];
-    str.append("@").append(tAttribute.pszName).append("=").append(tAttribute.pszValue);
+    sDump.append("@").append(tAttribute.pszName).append("=").append(tAttribute.pszValue);
   }
-  if (*ptElement->pszXMLText != '\0') str.append("[").append(ptElement->pszXMLText).append("]");
+  if (*ptElement->pszXMLText != '\0') sDump.append("[").append(ptElement->pszXMLText).append("]");
   i32 iChildren = 0;
   for (auto* ptChild = ptElement->ptFirstChild; ptChild != nullptr; ptChild = ptChild->ptNextSibling, ++iChildren) {
     EXPECT_EQ(ptChild->ptParent, ptElement);
-    str.append(iChildren == 0 ? "(" : "").append(DumpElement(ptChild)).append(" ");
+    sDump.append(iChildren == 0 ? "(" : "").append(DumpElement(ptChild)).append(" ");
   }
   EXPECT_EQ(iChildren, ptElement->iChildCount);
-  return str.append(iChildren > 0 ? ")" : "");
+  return sDump.append(iChildren > 0 ? ")" : "");
 }
 
-// Elements at top level; the walk must give every element by its number.
+// The elements at top level.  The walk must give every element, in the order of the numbers.
 std::string Dump(const TParser& tParser) {
-  std::string str;
+  std::string sDump;
   i32 iIndex = 0, iAttributes = 0;
   for (auto* pt = SXMLParser_GetFirstElement(tParser.get()); pt; pt = SXMLParser_GetNextElement(tParser.get())) {
     EXPECT_EQ(pt->iIndex, ++iIndex);
     EXPECT_EQ(SXMLParser_GetElementByIndex(tParser.get(), iIndex), pt);
     iAttributes += pt->iAttributeCount;
-    if (pt->ptParent == nullptr) str.append(str.empty() ? "" : " ").append(DumpElement(pt));
+    if (pt->ptParent == nullptr) sDump.append(sDump.empty() ? "" : " ").append(DumpElement(pt));
   }
   EXPECT_EQ(iIndex, SXMLParser_GetElementCount(tParser.get()));
   EXPECT_EQ(iAttributes, SXMLParser_GetAttributeCount(tParser.get()));
   EXPECT_EQ(SXMLParser_GetNextElement(tParser.get()), nullptr);
-  return str;
+  return sDump;
 }
 
 struct TDocument {
@@ -93,7 +94,7 @@ constexpr TDocument g_atDocuments[] = {
     {"<a b\n='1'/>", SXML_ERROR_EQUALS},
     {"<a b=\n'1'/>", SXML_ERROR_VALUE},
     {"<a b='1/>", SXML_ERROR_VALUE},
-    {"<a b= ", SXML_ERROR_NESTING},  // the text ends where a value may start: it only ends
+    {"<a b= ", SXML_ERROR_NESTING},  // the end of the text where a value may start is no error
     {"< a/>", SXML_ERROR_TAG_START},
     {"<!DOCTYPE x><a/>", SXML_ERROR_TAG_START},
     {"<a><![CDATA[x]]></a>", SXML_ERROR_TAG_START},
@@ -107,7 +108,7 @@ constexpr TDocument g_atDocuments[] = {
     {"text</", 0},  // has a text event without an element
 };
 
-// Every document on a handle of its own and on one handle for all: the last one's block must not matter.
+// Parses every document with a new handle, and with one handle for all: what the last one left must not matter.
 TEST(SXMLParser, TreeOrCode) {
   const TParser tShared = NewParser();
   for (const TDocument& t : g_atDocuments) {
@@ -159,26 +160,26 @@ TEST(SXMLParser, BlockIsReusedAndErrorsLeaveNoTree) {
   EXPECT_EQ(Dump(tParser), "");
 }
 
-// 34 million elements: their records pass 2^31 bytes on 64 bits, and only 64-bit arithmetic sees it.
+// The records of 34 million elements exceed 2^31 bytes on a 64-bit machine, which only 64-bit arithmetic sees.
 TEST(SXMLParser, RefusesBlocksBeyondASignedWord) {
   const TParser tParser = NewParser();
-  std::string strText(4 * ((sizeof(void*) == 8 ? 34 : 56) << 20), '>');
-  for (size_t i = 0; i < strText.size(); i += 4) std::memcpy(&strText[i], "<a/>", 4);
-  EXPECT_EQ(static_cast<u32>(SXMLParser_ProcessBuffer(tParser.get(), strText.c_str(), 1)), SXML_ERROR_NO_MEMORY);
+  std::string sText(4 * ((sizeof(void*) == 8 ? 34 : 56) << 20), '>');
+  for (size_t dw = 0; dw < sText.size(); dw += 4) std::memcpy(&sText[dw], "<a/>", 4);
+  EXPECT_EQ(static_cast<u32>(SXMLParser_ProcessBuffer(tParser.get(), sText.c_str(), 1)), SXML_ERROR_NO_MEMORY);
   EXPECT_EQ(Parse(tParser, "<a/>"), 0);
 }
 
 void Add(void* pvLog, const char* pszKind, std::initializer_list<std::pair<const char*, i32>> atParts) {
-  std::string& strLog = *static_cast<std::string*>(pvLog);
-  strLog += pszKind;
+  std::string& sLog = *static_cast<std::string*>(pvLog);
+  sLog += pszKind;
   for (const auto& [psz, iLength] : atParts) {
-    strLog.append(":").append(psz == nullptr ? "null" : std::string(psz, static_cast<size_t>(iLength)));
+    sLog.append(":").append(psz == nullptr ? "null" : std::string(psz, static_cast<size_t>(iLength)));
   }
 }
 
 TEST(SXMLParser, Events) {
   const TParser tParser = NewParser();
-  std::string strLog;
+  std::string sLog;
   TSXMLOption tOption{};
   tOption.dwFlags = SXML_OPTION_MODE | SXML_OPTION_CALLBACKS;
   tOption.dwMode = 1;
@@ -191,27 +192,27 @@ TEST(SXMLParser, Events) {
   tOption.pfnText = [](void* pv, const char* psz, i32 i, const char* pszText, i32 iText) {
     Add(pv, " text", {{psz, i}, {pszText, iText}});
   };
-  tOption.pvUserData = &strLog;
+  tOption.pvUserData = &sLog;
   EXPECT_EQ(SXMLParser_SetOption(tParser.get(), &tOption), 0);
   EXPECT_EQ(Parse(tParser, "</z><a b='1'>x<b/>y</a><c>t</d><e>", SXML_MODE_EVENTS), 0);
-  EXPECT_EQ(strLog, " text:: end:z start:a attr:a:b:1 start:b text:b:null end:b end:a start:c text:c:t end:d start:e");
+  EXPECT_EQ(sLog, " text:: end:z start:a attr:a:b:1 start:b text:b:null end:b end:a start:c text:c:t end:d start:e");
 }
 
 TEST(SXMLParser, Files) {
   const TParser tParser = NewParser();
-  const std::string strPath = ::testing::TempDir() + "sxmlparser_test." + std::to_string(getpid());
+  const std::string sPath = ::testing::TempDir() + "sxmlparser_test." + std::to_string(getpid());
   const std::pair<std::string, const char*> atFiles[] = {
       {"<a>1</a>", "a[1]"}, {"", ""}, {std::string("<a>2</a>\0<b>", 12), "a[2]"}};
-  for (const auto& [strText, pszTree] : atFiles) {
-    std::ofstream(strPath, std::ios::binary) << strText;
-    EXPECT_EQ(SXMLParser_Process(tParser.get(), strPath.c_str(), SXML_MODE_TREE), 0);
+  for (const auto& [sText, pszTree] : atFiles) {
+    std::ofstream(sPath, std::ios::binary) << sText;
+    EXPECT_EQ(SXMLParser_Process(tParser.get(), sPath.c_str(), SXML_MODE_TREE), 0);
     EXPECT_EQ(Dump(tParser), pszTree);
   }
-  std::remove(strPath.c_str());
+  std::remove(sPath.c_str());
   int afdPipe[2];
   ASSERT_EQ(pipe(afdPipe), 0);
-  for (const std::string& str : {strPath, std::string("/"), "/dev/fd/" + std::to_string(afdPipe[0])}) {
-    EXPECT_EQ(SXMLParser_Process(tParser.get(), str.c_str(), SXML_MODE_TREE), -1) << str;
+  for (const std::string& sRefused : {sPath, std::string("/"), "/dev/fd/" + std::to_string(afdPipe[0])}) {
+    EXPECT_EQ(SXMLParser_Process(tParser.get(), sRefused.c_str(), SXML_MODE_TREE), -1) << sRefused;
     EXPECT_EQ(SXMLParser_GetElementCount(tParser.get()), 0) << "the last document's values stay";
   }
 }

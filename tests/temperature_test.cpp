@@ -12,8 +12,8 @@
 
 namespace {
 
-// What a life printed and moved over the bus, in order, each ended by "; ", then what it said on standard error.  A
-// choice of slave that went well is left out: the transfers name the slave.
+// What a life printed and moved over the bus, in order, each ended by "; ", then what it said on standard error.
+// Leaves out a successful choice of slave, since the transfers name the slave.
 std::string StoryOf(const TCamera& tCamera, std::function<i32(TWorld*)> fnBody) {
   const TLifeResult tResult = Life_Run({.sRoot = tCamera.sRoot, .qwSeed = FirstSeed(), .fnBody = std::move(fnBody)});
   std::string sStory;
@@ -45,7 +45,7 @@ TEST(Temperature, EveryRawValueIsItsTemperature) {
   EXPECT_EQ(iWrong, 0);
 }
 
-// The simulated sensor: shut down it keeps its last reading, which is 0 at power-on.
+// While it is shut down, the simulated sensor keeps its last reading, which is 0 at power-on.
 TEST(Temperature, SensorMeasuresWhileItIsOn) {
   TI2CBus tBus = {};
   I2CBus_PowerOn(&tBus);
@@ -63,7 +63,7 @@ TEST(Temperature, SensorMeasuresWhileItIsOn) {
 
 constexpr u32 dwTMP103B = 0xE2, dwLM73 = 0x94, dwNobody = 0x1E2;
 u8 g_abyData[8194];  // what a call writes and reads; 0xEE where none has filled it
-TIICCtrl* g_ptIIC;   // of the life's child
+TIICCtrl* g_ptIIC;   // used by the life's child process
 
 i32 Write(u32 dwReg, u32 dwRegLength, u32 dwLength) {
   return IICCtrl_WriteReg(g_ptIIC, dwLM73, dwReg, dwRegLength, g_abyData, dwLength);
@@ -72,7 +72,7 @@ i32 Read(u32 dwReg, u32 dwRegLength, u32 dwLength, u8* pbyData = g_abyData, u32 
   return IICCtrl_ReadReg(g_ptIIC, dwLM73, dwReg, dwRegLength, pbyData, dwLength, dwStopMode);
 }
 
-// Each makes its calls as long as their results are the one due.
+// Each of these makes its calls up to the first whose result is not iDue.  True if there is none.
 bool BytesAndWords(i32 iDue) {
   std::uint16_t wWord = 0xEEEE;
   const bool bAsDue = IICCtrl_WriteByte(g_ptIIC, dwTMP103B, 0x102, 0x5A) == iDue &&
@@ -109,7 +109,7 @@ constexpr struct {
 } g_atIICCases[] = {
     {BytesAndWords, 0, 5, SENSOR_GOOD,
      "write 71 w025a = 2; RDWR 71 w02 r5a = 2; write 4a w0292a4 = 3; RDWR 4a w02 r92a4 = 2; word 92a4; 5aee; "},
-    {BytesAndWords, 0, 0, SENSOR_GOOD,  // with stops a byte is read where the pointer stands
+    {BytesAndWords, 0, 0, SENSOR_GOOD,  // mode 0: a byte is read from where the register pointer stands
      "write 71 w025a = 2; read 71 r5a = 1; write 4a w0292a4 = 3; write 4a w02 = 1; read 4a r92a4 = 2; word 92a4; "
      "5aee; "},
     {BytesAndWords, -1, 0, SENSOR_SHORT,
@@ -211,9 +211,9 @@ TEST(Temperature, SensorIsReadAsConfigured) {
 // The first reading is taken at 970,000 us of a second.
 constexpr struct {
   const char* szName;
-  i64 llWall_us;  // how far the clock goes since the step before
+  i64 llWall_us;  // how far the clock has gone since the step before
   ESensorFault eFault;
-  i32 iBus, iResult, iReading;  // what the sensor would answer; of the call; afterwards
+  i32 iBus, iResult, iReading;  // what the sensor would answer; result of the call; reading afterwards
 } g_atReadSteps[] = {
     {"nothing known", 0, SENSOR_GOOD, 10, 0, 10},
     {"limit of age, in the next second", 50'000, SENSOR_GOOD, 11, 0, 10},
@@ -222,9 +222,9 @@ constexpr struct {
     {"clock set back by the least", -50'001, SENSOR_GOOD, 15, 0, 15},
     {"a second and little more", 1'000'001, SENSOR_GOOD, 17, 0, 17},
     {"failed", 60'000, SENSOR_SILENT, 19, -1, 17},
-    {"behind a failure", 1, SENSOR_SHORT, 20, -1, 17},
+    {"after a failure", 1, SENSOR_SHORT, 20, -1, 17},
     {"failed but once", 1, SENSOR_BAD_ONCE, 21, -1, 17},
-    {"behind a failure, healed", 1, SENSOR_GOOD, 22, 0, 22},
+    {"after a failure, healed", 1, SENSOR_GOOD, 22, 0, 22},
     {"the failure is forgotten", 1, SENSOR_GOOD, 23, 0, 22},
 };
 

@@ -1,7 +1,7 @@
-// Tells lives of every kind to the last line and the last bit, for a comparison of one machine's with another's.
+// Prints lives of every kind to the last line and the last bit, to compare those of two machines.
 //   transcripts [SEED]
-// Of each row of the power-cut campaign a whole life, one that is cut, and the life behind the cut; of each model lives
-// with clients, buttons and faults as they are drawn, in which the seconds since 1970 outgrow 31 bits.
+// For each row of the power-cut campaign: a whole life, one with a power cut, and the life after the cut.  For each
+// model: lives with random clients, buttons and faults, in which the seconds since 1970 outgrow 31 bits.
 #include <cinttypes>
 #include <cstdio>
 #include <cstdlib>
@@ -12,12 +12,12 @@
 
 namespace {
 
-constexpr u64 qwRecovery_us = 12'000'000;  // well into the repair; its end is no matter here
+constexpr u64 qwRecovery_us = 12'000'000;  // well into the repair; its end is not needed here
 constexpr u64 qwStories = 8, qwBusy_ms = 60'000, qwStoryEnd_us = 180'000'000;
 constexpr u64 qwWallAtZero_us = ((u64{1} << 31) - 45) * 1'000'000;  // January 2038
 bool g_bGood = true;
 
-// Lives, and tells how it went and where the lens truly stands behind it.  The number of events.
+// Runs a life and prints how it went and where the lens truly is afterwards.  Returns the number of events.
 u64 Tell(const TCamera& tCamera, const char* szModel, const char* szLife, TLifePlan tPlan) {
   tPlan.sRoot = tCamera.sRoot;
   const TLifeResult tResult = Life_Run(tPlan);

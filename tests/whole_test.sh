@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# The daemon's own binary on a simulated camera at a speed, talked to as a camera would.  Asserts no times.
+# Tests the daemon's own binary on a simulated camera that runs faster than real time.  Asserts no times.
 #   tests/whole_test.sh BUILD CASE
 set -euo pipefail
 
@@ -68,7 +68,7 @@ daemon_beside() { # LOG; its process is $!
   env LD_PRELOAD="$build/lib/libsimcamera.so" SIMCAMERA_ROOT="$top/camera" "$build/bin/vernierlensd" >"$1" &
 }
 
-# Two would both move the lens: the second waits for the end of the first, or for its own.
+# Two daemons would both move the lens, so the second waits until the first ends or until SIGTERM ends it.
 case_second_daemon() {
   start camera zoom
   daemon_beside "$top/second"
@@ -100,7 +100,7 @@ case_second_daemon() {
   wait "$second" || fail "the successor ended with $?"
 }
 
-# A log that nobody reads must not cost the daemon its life, nor a processor.
+# A log that nobody reads must neither end the daemon nor make it spin.
 case_lost_log() {
   start camera zoom
   kill -TERM "${cameras[0]}"
@@ -116,7 +116,7 @@ case_lost_log() {
   wait "$daemon" || fail "ended with $?"
 }
 
-# The camera's daemon prints into a log that nobody reads: clients are answered, the lens moves, SIGTERM ends.
+# The camera's daemon prints into LOG, which nobody reads: clients are answered, and the lens moves.
 works_into() { # LOG
   "$sim" run "$top/camera" --lens zoom --speed 50 >/dev/null &
   cameras=($!)
@@ -146,7 +146,7 @@ ends_in_time() {
   cameras=()
 }
 
-# A full pipe whose reader has stopped: every line of every thread is dropped, and counted for when the reader goes on.
+# A full pipe whose reader has stopped: all lines are dropped, and their number is printed when the reader goes on.
 case_stalled_log() {
   mkfifo "$top/log"
   exec 7<>"$top/log"
