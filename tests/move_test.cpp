@@ -105,7 +105,7 @@ TEST(Move, AsksTheDriverAndArrives) {
 // has the same position.
 TEST(Move, StopAtEveryDriverStepLeavesTheCounterTrue) {
   constexpr u32 dwSteps = 30;           // long enough that the driver ends well before the count
-  constexpr u64 qwDriverStep_us = 480;  // not above the faster axis's
+  constexpr u64 qwDriverStep_us = 480;  // at most the faster axis's step time
   const TCamera tCamera("zoom");
   for (const TAxis* ptAxis : {&g_tZoomAxis, &g_tFocusAxis}) {
     for (const bool bForward : {true, false}) {
@@ -136,7 +136,7 @@ const struct {
   u32 dwOneStep;  // of the configuration
   u32 dwLeft;
   bool bForward;
-  u32 dwAfter;  // from 100
+  u32 dwAfter;  // the move has begun at 100
   const char* szRest;
 } g_atRecovers[] = {
     {"37 driver steps left: four virtual steps, and 5 to finish", 37, 8, 4, true, 100, ", WALK 5"},
@@ -171,7 +171,7 @@ TEST(Move, RecoverCorrectsByTheDriver) {
 
 const struct {
   u32 dwDirection, dwSteps, dwPosition;
-  u32 dwAfter, dwStepsAfter;  // from 100; what the block then holds
+  u32 dwAfter, dwStepsAfter;  // position after a start at 100; steps that the block then holds
 } g_atCommands[] = {{DIRECTION_FORWARD, 7, 0, 107, 7},
                     {DIRECTION_FORWARD, 40, 0, 130, 30},  // capped, the cap written back
                     {DIRECTION_BACKWARD, 4294967295, 0, 70, 30},

@@ -115,7 +115,7 @@ TEST(Place, CallThatFailsCostsItsLines) {
     std::vector<std::string> asLines;
     i32 iZoom, iFocus = -1;  // where the true motors end; -1 anywhere
     i32 iStatus = 0;
-    std::size_t dwClosed = 1;  // how often the gateway is
+    std::size_t dwClosed = 1;  // how often the gateway is closed
     const char* szWord = "normal\n";
   } atCases[] = {
       {{{"GATELINK_read", 0, 1}}, {"Reinitialize GATELink..."}, 301, -1, 0, 2},

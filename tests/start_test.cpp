@@ -337,7 +337,7 @@ TEST(Start, FifosInTheFilesPlaceAreRefused) {
     SCOPED_TRACE(tCase.szPath + Tale(tResult));
     EXPECT_EQ(Judge_Order(tResult), "");
     EXPECT_TRUE(HasPrinted(tResult, tCase.szThen));
-    const bool bRead = tCase.szPath != szPidPath && tCase.szPath != szConfigPath;  // these have other readers
+    const bool bRead = tCase.szPath != szPidPath && tCase.szPath != szConfigPath;  // not read by the common reader
     EXPECT_EQ(HasPrinted(tResult, std::string("[vernierlensd] : ") + tCase.szPath + " is no regular file."), bRead);
   }
 }
