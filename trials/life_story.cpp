@@ -185,7 +185,7 @@ void SwitchDetached(TWorld* ptWorld, const std::string&, bool bOn, u64) {
 }
 
 void SpoilIRCutFile(TWorld*, const std::string& sRoot, bool bOn, u64 qwDraw) {
-  const std::string sPath = sRoot + "/" + pszIRCutFile;
+  const std::string sPath = sRoot + "/" + szIRCutFile;
   std::error_code tError;
   if (!bOn) World_WriteIRCutFile(sRoot.c_str());
   if (bOn && qwDraw % 2 == 0) unlink(sPath.c_str());

@@ -165,7 +165,7 @@ void AddNightAndDay(const TCamera& tCamera, TOrderly& t) {
   if (!Model_HasFocus(t.tModel)) return;
   const bool bLED = !t.tDraw.OneIn(3);
   if (!bLED) {
-    tCamera.Write(std::string("/") + pszIRCutFile,
+    tCamera.Write(std::string("/") + szIRCutFile,
                   "<root><ircutcontrol><disableirled>1</disableirled><enableextled>0</enableextled></ircutcontrol>"
                   "</root>\n");
   }

@@ -97,7 +97,7 @@ void SpoilIRCutFile(const TCamera& tCamera, const std::string& sHow) {
     RefuseUsage("the file is missing, torn or good, not \"" + sHow + "\"");
   }
   if (!Model_HasFocus(*tCamera.ptModel)) Fail("this camera has no IR-cut settings");
-  const std::string sPath = tCamera.sRoot + "/" + pszIRCutFile;
+  const std::string sPath = tCamera.sRoot + "/" + szIRCutFile;
   bool bDone = true;
   if (sHow == "missing")
     bDone = unlink(sPath.c_str()) == 0 || errno == ENOENT;

@@ -369,5 +369,5 @@ bool CameraFiles_Write(const char* pszRoot, const TLensModel& tModel) {
 
 i32 World_WriteIRCutFile(const char* pszRoot) {
   constexpr TXmlRow atRows[] = {{"root/ircutcontrol/disableirled", "0"}, {"root/ircutcontrol/enableextled", "0"}};
-  return WriteXml(pszRoot, pszIRCutFile, atRows, sizeof atRows / sizeof atRows[0]) ? 0 : -1;
+  return WriteXml(pszRoot, szIRCutFile, atRows, sizeof atRows / sizeof atRows[0]) ? 0 : -1;
 }

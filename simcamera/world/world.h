@@ -73,7 +73,7 @@ i32 World_LayOut(const char* pszRoot, const char* pszModel, u64 qwSeed);
 
 // The IR-cut settings of a laid-out camera as they were at first (infra-red LEDs in use); an existing file is replaced.
 // 0 or -1.
-constexpr const char* pszIRCutFile = "etc/conf.d/config_ircutctrl.xml";
+constexpr const char* szIRCutFile = "etc/conf.d/config_ircutctrl.xml";
 i32 World_WriteIRCutFile(const char* pszRoot);
 
 u64 World_Now_us(const TWorld* ptWorld);
