@@ -218,13 +218,13 @@ TEST(State, NoWalkBeginsAfterSigterm) {
     const TLifeResult tRestore = Live(
         tZoom, {Ask(2'000, "function=auto"), Frame(5'000, tZoom, sRestore), Signal(qwTerm_ms, SIGTERM)}, 0, qwSeed);
     EXPECT_EQ(tRestore.eEnd, LIFE_EXITED) << Tale(tRestore);
-    EXPECT_EQ(Count(BehindTerm(tRestore), "MOTOR_WALK_STEPS 12200"), 0U) << Tale(tRestore);
+    EXPECT_EQ(Count(SinceTerm(tRestore), "MOTOR_WALK_STEPS 12200"), 0U) << Tale(tRestore);
   }
   const TCamera tQuad("quad");
   tQuad.Write(szZoomLogPath, "");
   tQuad.Write(szFocusLogPath, "");
   const TLifeResult tSearch = Live(tQuad, {Signal(32'000, SIGTERM)}, 0);
-  EXPECT_EQ(Count(BehindTerm(tSearch), " searching PI."), 0U) << Tale(tSearch);
+  EXPECT_EQ(Count(SinceTerm(tSearch), " searching PI."), 0U) << Tale(tSearch);
 }
 
 // After the recovery of a lens with several channels each channel has its own values again, also for the image side.  A
