@@ -374,7 +374,7 @@ void AddIdleCommand(const TLensModel& tModel, TDraw& tDraw, u64 qwAt_ms, TStory&
                      .llDefault = bDefault && bStores ? static_cast<i64>(qwDefault) : -1};
 }
 
-// A search without a reading of the temperature, its reference.  The first reading after it must not move a sharp lens.
+// A search that gets no temperature as its reference.  The first reading after it must not move the sharp lens.
 void AddBlindSearch(TDraw& tDraw, u64 qwAt_ms, u64 qwHealed_ms, TStory& tStory) {
   const double dTemperature_C = static_cast<double>(tDraw.Below(50)) - 5;
   tStory.atEvents.push_back(Call(qwAt_ms, [=](TWorld* ptWorld) {

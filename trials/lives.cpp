@@ -56,7 +56,7 @@ i32 LiveUnread(TWorld* ptWorld) {
 }
 
 // Whether clients have left a recovery undone, so that its mark stands until the next start.  A stop and a motor reset
-// do so, and so does a move that was interrupted; but no command that was overwritten before its thread took it.
+// do so, and so does an interrupted move.  A command that was overwritten before its thread took it does not.
 struct TRecoveryLeft {
   bool bLeft = false, bLeftBefore = false;  // now; before the last command
   bool bMoves = false;                      // the last command moves, without a search
@@ -265,7 +265,8 @@ std::string WhyNotAtRest(const TLived& tLived) {
   return "";
 }
 
-// Iris in status and block must agree, on one channel: the status has one value for all.  A killed life leaves its own.
+// The status and the block must agree about the iris.  Judged on one channel only: the status has one value for all.
+// Judged in a first life only: a life that was killed leaves its request in the block.
 std::string WhyIrisWrong(const TLived& tLived) {
   const TLensModel& tModel = tLived.tModel;
   if (!tLived.bRests || tLived.tResult.eEnd != LIFE_EXITED || tModel.iChannels > 1) return "";

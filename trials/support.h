@@ -63,7 +63,7 @@ bool HasPrinted(const TLifeResult& tResult, std::string_view sLine);
 // The number after "vernier_lens_KEY='" in a status reply, or -1 if it has no such key.
 i32 StatusValue(std::string_view sReply, std::string_view sKey);
 
-// The text with each match of a pattern replaced; "$&" is the match.  The groups of each match, the whole match first.
+// Replaced: each match of a pattern is replaced; "$&" is the match.  Matches: each match with its groups, itself first.
 std::string Replaced(const std::string& sText, const std::string& sPattern, const std::string& sWith);
 std::vector<std::vector<std::string>> Matches(const std::string& sText, const std::string& sPattern);
 

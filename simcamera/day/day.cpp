@@ -45,7 +45,7 @@ double Share(u64 qwSeed, u64 qwNumber) {
   return Draw_Share(Draw_Mix(qwSeed + (qwNumber + 1) * qwDrawStep));
 }
 
-// By how much a day's coldest (dwEnd 0) or hottest (1) moment is milder than in the plan, which is the first day.
+// By how much a day's coldest (dwEnd 0) or hottest (1) moment is milder than the plan's.  0 on the first day.
 double Milder(const TDayPlan& tPlan, u32 dwDay, u32 dwEnd) {
   if (dwDay == 0) return 0;
   return dDaysDiffer * (tPlan.dTo_C - tPlan.dFrom_C) * Share(tPlan.qwSeed, u64{dwDay} * 2 + dwEnd);

@@ -174,7 +174,7 @@ void DrawSearch(TDice& tDice, TLensModel& t) {
   s.iRangeSecond = static_cast<i32>(2 * s.dwStepLarge + s.dwStepSmall + tDice.Below(2 * s.dwStepLarge + 2));
   s.iRangeThird = static_cast<i32>(2 * s.dwStepSmall + s.dwStepFine + tDice.Below(2 * s.dwStepSmall + 2));
   s.bFineTuning = tDice.OneIn(4) ? 0 : 1;
-  // A sweep step, for which stepped mode does not wait, must have ended and been seen by whole frames at the reading.
+  // Stepped mode does not wait for a sweep step.  It must be over, and seen in whole frames, when the value is read.
   const u64 qwWalk_us = u64{s.dwStepLarge} * t.tFocus.dwOneStep * t.tFocus.qwStepTime_ns / 1000;
   s.dwOneStepSearchTime_us = static_cast<u32>(qwWalk_us + 75'000 + tDice.Below(150'000));
   s.dwOpenIrisTime_us = static_cast<u32>(tDice.In(10'000, 800'000));

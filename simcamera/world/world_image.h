@@ -22,7 +22,7 @@ enum EBlockWord : u32 {
 // the world's lock.
 void World_ImageFrame(TWorld* ptWorld, i32 iChannel, u32* pdwBlock);
 
-// Where the focus of a channel would be sharp now, at the true zoom, and how far from there it still is: see
+// Where the focus of a channel would be sharp now, at the true zoom, and how far from there it is still sharp: see
 // Optics_DepthOfFocus.  Virtual steps; 0 for a lens without focus.  The caller holds the lock and has settled the lens.
 double World_SharpFocus(const TWorld* ptWorld, i32 iChannel);
 double World_DepthOfFocus(const TWorld* ptWorld, i32 iChannel);
