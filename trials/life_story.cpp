@@ -232,6 +232,15 @@ void AddFault(const TCamera& tCamera, const TFault& tFault, TDraw& tDraw, TStory
 
 }  // namespace
 
+bool Story_IsShared(const TLensModel& tModel) {
+  return Model_IsICS(tModel) && tModel.iChannels > 1;
+}
+
+bool Story_StartFindsAll(const TLensModel& tModel) {
+  return Model_IsICS(tModel) || ((!Model_HasZoom(tModel) || tModel.tZoom.bPISupport != 0) &&
+                                 (!Model_HasFocus(tModel) || tModel.tFocus.bPISupport != 0));
+}
+
 u64 Story_Walk_us(const TLensModel& tModel, ELensAxis eAxis) {
   constexpr u64 qwBegin_us = 300'000;
   if (!Model_HasAxis(tModel, eAxis)) return 0;

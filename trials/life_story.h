@@ -52,6 +52,12 @@ struct TStory {
 u64 Story_Walk_us(const TLensModel& tModel, ELensAxis eAxis);
 u64 Story_Search_us(const TLensModel& tModel, bool bScan);
 
+// The simulated ICS driver has only one lens: each channel moves the lens of all of them.
+bool Story_IsShared(const TLensModel& tModel);
+
+// Whether every start finds the lens.  One without sensors goes on from a false position if the last life lost steps.
+bool Story_StartFindsAll(const TLensModel& tModel);
+
 // The content of the backup file in the campaigns.
 constexpr u32 dwBackupZoom = 150, dwBackupFocus = 300;
 constexpr const char* szBackupText = "zoom_motor=150\nfocus_motor=300\n";

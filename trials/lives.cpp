@@ -411,19 +411,8 @@ void Live(TLived& tLived, u64 qwSeed, u64 qwSignal_ms, u64 qwCutAtEvent) {
   tLived.tTold = Read(tLived.tModel, tLived.tResult.sTranscript);
 }
 
-// Whether every start finds the lens.  One without sensors goes on from a false position if the last life lost steps.
-bool FindsItself(const TLensModel& tModel) {
-  return Model_IsICS(tModel) || ((!Model_HasZoom(tModel) || tModel.tZoom.bPISupport != 0) &&
-                                 (!Model_HasFocus(tModel) || tModel.tFocus.bPISupport != 0));
-}
-
 void SetSlowestSync(const TCamera& tCamera, u32 dwSlowest_us) {
   ChangeWorld(tCamera, [=](TWorld& tWorld) { tWorld.dwSlowestSync_us = dwSlowest_us; });
-}
-
-// The simulated ICS driver has only one lens: each channel moves the lens of all of them.
-bool IsShared(const TLensModel& tModel) {
-  return Model_IsICS(tModel) && tModel.iChannels > 1;
 }
 
 // Runs the first of two lives.  The second one continues with tDraw.
@@ -438,7 +427,7 @@ TLived LiveFirst(const TCamera& tCamera, const TLensModel& tModel, u64 qwSeed, b
   tFirst.tStory = Story_Draw(tCamera, tModel, tDraw, qwBusy_ms, 5 + static_cast<u32>(tDraw.Below(21)), true);
   eEnd = static_cast<ELivesEnd>(tDraw.Below(LIVES_ENDS));
   if (eEnd == ENDED_AT_REST) Story_AddLastAct(tCamera, tModel, tDraw, tFirst.tStory);
-  if (IsShared(tModel)) tFirst.tStory.dwSpoiled |= SPOILS_TRUTH;
+  if (Story_IsShared(tModel)) tFirst.tStory.dwSpoiled |= SPOILS_TRUTH;
   SetSlowestSync(tCamera, tDraw.OneIn(2) ? 0 : dwSlowestSync_us);
   const u64 qwSignal_ms = 1 + tFirst.tStory.DrawTime_ms(tDraw);
   const u64 qwCut = 1 + tDraw.Below(u64{32} << tDraw.Below(qwCutRanges));
@@ -479,9 +468,10 @@ TLivesOutcome Lives_Try(const TCamera& tCamera, const TLensModel& tModel, u64 qw
   tNext.bDamaged = tOutcome.eEnd == ENDED_BY_SIGNAL && tDraw.OneIn(4);
   if (tNext.bDamaged) Story_DamageSaved(tCamera, tModel, tDraw);
   // One set of positions is saved for all channels: without sensors the next life finds a channel at its first move.
-  if (IsShared(tModel) || (tModel.iChannels > 1 && !FindsItself(tModel))) tNext.tStory.dwSpoiled |= SPOILS_TRUTH;
+  if (Story_IsShared(tModel) || (tModel.iChannels > 1 && !Story_StartFindsAll(tModel)))
+    tNext.tStory.dwSpoiled |= SPOILS_TRUTH;
   const bool bFalse = (tFirst.tStory.dwSpoiled & (SPOILS_TRUTH | SPOILS_FLASH)) != 0;
-  if (bFalse && !FindsItself(tModel)) tNext.tStory.dwSpoiled |= SPOILS_TRUTH;
+  if (bFalse && !Story_StartFindsAll(tModel)) tNext.tStory.dwSpoiled |= SPOILS_TRUTH;
   Live(tNext, qwSeed + 1, 0, 0);
   Judge(tNext, tOutcome);
   if (!tOutcome.sLoss.empty()) tOutcome.sLoss = "in the next life: " + tOutcome.sLoss;

@@ -45,20 +45,9 @@ struct TOrderly {
   std::vector<TStep> atSteps = {};
 };
 
-// The simulated ICS driver has only one lens: each channel moves the lens of all of them.
-bool IsShared(const TLensModel& tModel) {
-  return Model_IsICS(tModel) && tModel.iChannels > 1;
-}
-
 // Whether a start can find the lens.  Not on a focus lens of several channels: its focus reset selects no channel.
 bool CanFindAtStart(const TLensModel& tModel) {
   return tModel.iChannels == 1 || tModel.dwCapability != CAPABILITY_FOCUS_ONLY;
-}
-
-bool StartFindsAll(const TLensModel& tModel) {
-  if (Model_IsICS(tModel)) return true;
-  return (!Model_HasZoom(tModel) || tModel.tZoom.bPISupport != 0) &&
-         (!Model_HasFocus(tModel) || tModel.tFocus.bPISupport != 0);
 }
 
 std::string Direct(ELensAxis eAxis, u64 qwPosition) {
@@ -322,12 +311,12 @@ std::string JudgeStep(const TOrderly& t, const TStep& tStep, const TLook& tLook,
     for (const ELensAxis eAxis : {LENS_ZOOM, LENS_FOCUS}) {
       if (!Model_HasAxis(tModel, eAxis)) continue;
       std::string sWhy = Judge_Idle(psStatus[i], eAxis);
-      if (sWhy.empty() && tStep.bTrue && !IsShared(tModel))
+      if (sWhy.empty() && tStep.bTrue && !Story_IsShared(tModel))
         sWhy = Judge_Belief(psStatus[i], eAxis, tLook.adTrue[i][eAxis]);
       if (!sWhy.empty()) return "channel " + std::to_string(i) + ": " + sWhy;
     }
   }
-  if (IsShared(tModel)) return "";
+  if (Story_IsShared(tModel)) return "";
   const std::string& sStatus = psStatus[t.iChannel];
   std::string sWhy;
   if (Model_HasZoom(tModel)) sWhy = WhyNotThere(sStatus, LENS_ZOOM, tStep.llZoom);
@@ -400,7 +389,7 @@ TLivesOutcome OrderlyLife_Try(const TCamera& tCamera, const TLensModel& tModel, 
   if (!tOutcome.sLoss.empty()) return tOutcome;
 
   TOrderly tNext = Begin(tModel, tDraw);
-  Add(tNext, "restart", tNext.qwStart_ms).bTrue = tModel.iChannels == 1 || StartFindsAll(tModel);
+  Add(tNext, "restart", tNext.qwStart_ms).bTrue = tModel.iChannels == 1 || Story_StartFindsAll(tModel);
   AddMoveOfEach(tNext);
   if (Model_HasFocus(tModel)) AddSearch(tNext, "function=auto", tNext.qwAuto_ms);
   Live(tCamera, tNext, qwSeed + 1, tOutcome);

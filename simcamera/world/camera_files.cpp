@@ -114,7 +114,7 @@ void List_Add(TList& tList, i64 llValue) {
   tList.dwLength += static_cast<size_t>(iAdded);
 }
 
-constexpr u32 dwFocusStartEntries = 16;
+constexpr u32 dwFocusStartEntries = iFocusStartEntries;
 
 // The lowest search position at each sixteenth of the zoom range, as the daemon divides it.  The daemon expects starts
 // that rise with the zoom.  If those of the lens do not, all of them become the lowest start of any zoom.
