@@ -94,18 +94,24 @@ check_told_in() {
 }
 
 check_told() {
-  local failed=0 words keys models
-  words=$(sed --quiet '/g_atFunctions\[\]/,/^};/p; /g_atKeys\[\]/,/^};/p' src/command/client_parser.cpp | sed --quiet 's/^ *{"\([a-z]*\)".*/\1/p')
+  local failed=0 words query_keys keys models page model
+  words=$(sed --quiet '/g_atFunctions\[\]/,/^};/s/^ *{"\([a-z]*\)".*/\1/p' src/command/client_parser.cpp)
+  query_keys=$(sed --quiet '/g_atKeys\[\]/,/^};/s/^ *{"\([a-z]*\)".*/\1/p' src/command/client_parser.cpp)
   keys=$(sed --quiet 's/.*"\/root\/vernierlensd\/\([^"]*\)".*/\1/p' src/config/config_rows.cpp)
   models=$(sed --quiet 's/.*\.pszName = "\([^"]*\)".*/\1/p' simcamera/lens/lenses.cpp)
+  for page in docs/queries.md docs/clients.md docs/vernierlensd.8; do
+    # shellcheck disable=SC2086
+    check_told_in $page $words || failed=1
+  done
   # shellcheck disable=SC2086
-  check_told_in docs/queries.md $words || failed=1
+  check_told_in docs/queries.md $query_keys || failed=1
   # shellcheck disable=SC2086
   check_told_in docs/integration.md $keys || failed=1
   # shellcheck disable=SC2086
   check_told_in simcamera/world/camera_files.cpp $keys || failed=1
-  # shellcheck disable=SC2086
-  check_told_in docs/simcamera.md $models || failed=1
+  for model in $models; do # in the output of `simcamera lenses`, since a model's name may be any word
+    grep --quiet "^$model  *[A-Za-z]" docs/simcamera.md || { echo "docs/simcamera.md: the output of lenses has no line for $model, add it"; failed=1; }
+  done
   return $failed
 }
 

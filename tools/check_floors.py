@@ -10,7 +10,7 @@ import re
 import sys
 
 def read_floors(path):
-    floor_of, named = {}, {}
+    floor_of, named, wrong = {}, {}, []
     floor = 0
     for number, line in enumerate(path.read_text().splitlines(), 1):
         line = line.split('#')[0].strip()
@@ -20,26 +20,33 @@ def read_floors(path):
         if arrow:
             named[arrow.group(1, 2)] = number
             continue
+        if line.startswith('up:'):
+            wrong.append(f'{path}:{number}: not "up: UNIT -> UNIT: why", write it so')
+            continue
         for folder in line.split():
             floor_of[folder] = floor
         floor += 1
-    return floor_of, named
+    return floor_of, named, wrong
 
 def read_includes(root):
     files = sorted(p for p in root.rglob('*') if p.suffix in ('.cpp', '.h'))
     unit = lambda path: str(pathlib.PurePath(path).with_suffix(''))
     units = {unit(p.relative_to(root)) for p in files}
-    arrows = {}
+    there = {p.resolve() for p in files}
+    arrows, crooked = {}, []
     for path in files:
         source = unit(path.relative_to(root))
         for number, line in enumerate(path.read_text().splitlines(), 1):
-            match = re.match(r'\s*#\s*include "([^"]+)"', line)
+            match = re.match(r'\s*#\s*include\s*(["<])([^">]+)[">]', line)
             if not match:
                 continue
-            target = unit(match.group(1))
+            target = unit(match.group(2))
+            beside = (path.parent / match.group(2)).resolve()
+            if (match.group(1) == '<' and target in units) or (target not in units and beside in there):
+                crooked.append(f'{path}:{number}: include "{match.group(2)}" by its path from {root}/, in quotes')
             if target in units and target != source:
                 arrows.setdefault((source, target), f'{path}:{number}')
-    return units, arrows
+    return units, arrows, crooked
 
 def find_cycle(units, arrows):
     after = {u: sorted(t for s, t in arrows if s == u) for u in units}
@@ -74,9 +81,9 @@ def read_page(path):
 def main():
     root = pathlib.Path(sys.argv[1] if len(sys.argv) > 1 else 'src')
     order = root / 'floors.txt'
-    floor_of, named = read_floors(order)
-    units, arrows = read_includes(root)
-    complaints = []
+    floor_of, named, complaints = read_floors(order)
+    units, arrows, crooked = read_includes(root)
+    complaints += crooked
     folders = {unit: str(pathlib.PurePath(unit).parent) for unit in units}
     for folder in sorted(set(folders.values()) - set(floor_of)):
         complaints.append(f'{order}:1: {folder}/ has no floor, give it a line')
@@ -94,8 +101,9 @@ def main():
         complaints.append(f'{order}:{named[arrow]}: no such arrow any more, take the line out: {" -> ".join(arrow)}')
     cycle = find_cycle(units, arrows)
     if cycle:
-        complaints.append(f'{arrows[cycle[0], cycle[1]]}: units form a cycle: {" -> ".join(cycle)}; '
-                          'move what both need into a unit of its own')
+        places = ', '.join(arrows[pair] for pair in zip(cycle, cycle[1:]))
+        complaints.append(f'{places}: units form a cycle: {" -> ".join(cycle)}; '
+                          'move what they share into a unit of its own')
     if len(sys.argv) > 2 and list(reversed(read_page(pathlib.Path(sys.argv[2])))) != list(floor_of):
         complaints.append(f'{sys.argv[2]}: the floors drawn are not those of {order}, draw them again')
     for complaint in complaints:

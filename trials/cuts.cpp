@@ -34,6 +34,7 @@ const TPatience& PatienceOf(std::string_view sModel) {
   for (const TPatience& tPatience : g_atPatience) {
     if (sModel == tPatience.szModel) return tPatience;
   }
+  std::fprintf(stderr, "g_atPatience has no row for the model %.*s\n", static_cast<int>(sModel.size()), sModel.data());
   std::abort();
 }
 

@@ -116,10 +116,10 @@ struct TTold {
 
 // A walk is taken to last as long as the daemon allows for it.
 void ReadRequest(const TLensModel& tModel, ELensAxis eAxis, u64 qwAt_us, std::string_view sRequest, TTold& tTold) {
-  constexpr std::string_view sWalk = "MOTOR_WALK_STEPS ";
+  constexpr std::string_view sWalk = "MOTOR_WALK_STEPS ", sWatchingWalk = "MOTOR_CHECK_PI_WALK_STEPS ";
   const TAxisSheet& tSheet = Model_Sheet(tModel, eAxis);
   u64 qwUntil_us = qwAt_us;
-  if (sRequest.starts_with("MOTOR_WALK_STEPS")) {
+  if (sRequest.starts_with("MOTOR_WALK_STEPS") || sRequest.starts_with(sWatchingWalk)) {
     tTold.qwLastWalk_us = qwAt_us;
     const u64 qwAsked = std::strtoull(sRequest.data() + sRequest.find(' '), nullptr, 10);
     tTold.aqwLongest[eAxis] = std::max(tTold.aqwLongest[eAxis], qwAsked);

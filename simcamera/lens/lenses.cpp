@@ -376,7 +376,7 @@ constexpr bool ModelsAreSound() {
   }
   return true;
 }
-static_assert(ModelsAreSound());
+static_assert(ModelsAreSound(), "a model breaks a rule of SheetIsSound or ModelsAreSound above");
 
 }  // namespace
 

@@ -23,7 +23,7 @@ constexpr TTreeRow tEnd = {};
 
 static_assert(sizeof(TTreeRow) == 5 * sizeof(void*));
 
-constinit const TTreeRow g_atICSCurveRows[] = {
+constexpr TTreeRow g_atICSCurveRows[] = {
     Integer("/root/ics/trackcurve", tConfig.iTrackCurveCount),
     Integer("/root/ics/tempcurve", tConfig.iTempCurveCount),
     Integer("/root/ics/ircurve", tConfig.iIRCurveCount),
@@ -32,7 +32,7 @@ constinit const TTreeRow g_atICSCurveRows[] = {
 };
 
 // The capability has a file of its own, which is read first.  If the key is absent here, that value stays.
-constinit const TTreeRow g_atConfigRows[] = {
+constexpr TTreeRow g_atConfigRows[] = {
     Integer("/root/capability/image/c0/vernierlens", tConfig.dwCapability),
     Integer("/root/vernierlensd/zoom/virtual/start", tConfig.dwZoomVirtualStart),
     Integer("/root/vernierlensd/zoom/virtual/end", tConfig.dwZoomVirtualEnd),
@@ -74,12 +74,20 @@ constinit const TTreeRow g_atConfigRows[] = {
     tEnd,
 };
 
-constinit const TTreeRow g_atChannelCountRows[] = {
+constexpr TTreeRow g_atChannelCountRows[] = {
     Integer("/root/capability/nvideoin", tConfig.iMaxDevNum),
     tEnd,
 };
 
-constinit const TTreeRow g_atCapabilityRows[] = {
+constexpr TTreeRow g_atCapabilityRows[] = {
     Integer("/root/capability/image/c0/vernierlens", tConfig.dwCapability),
     tEnd,
 };
+
+// Each count in the header is right: the row of zeroes is the last one, and there is no second one.
+template <std::size_t dwRows>
+constexpr bool EndsOnce(const TTreeRow (&atRows)[dwRows]) {
+  return atRows[dwRows - 2].pszKey != nullptr && atRows[dwRows - 1].pszKey == nullptr;
+}
+static_assert(EndsOnce(g_atICSCurveRows) && EndsOnce(g_atConfigRows) && EndsOnce(g_atChannelCountRows) &&
+              EndsOnce(g_atCapabilityRows));
