@@ -222,7 +222,7 @@ TEST(DayNight, EachChannelMovesUntilSigterm) {
   ASSERT_EQ(Life_ResetRoot(tCamera.sRoot), 0);
   const TLifeResult tEnded = Live(tCamera, {SetNight(120'000), tTerm}, 0);
   EXPECT_EQ(Judge_Order(tEnded), "") << Tale(tEnded);
-  EXPECT_EQ(Count(BehindTerm(tEnded), "SELECT_DEVICE"), 0U) << Tale(tEnded);
+  EXPECT_EQ(Count(SinceTerm(tEnded), "SELECT_DEVICE"), 0U) << Tale(tEnded);
 }
 
 std::string ThermalTable(const std::string& sTemps, const std::string& sTempCount, const std::string& sZooms,

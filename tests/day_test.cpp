@@ -16,8 +16,8 @@ void LoseThermalTable(const std::string& sRoot, TWorld*) {
   std::ofstream(sPath) << Replaced(tText.str(), "<shift_table>[^]*</shift_table>", "");
 }
 void SwitchLedsOff(const std::string& sRoot, TWorld*) {
-  std::ofstream(sRoot + "/" + pszIRCutFile) << "<root><ircutcontrol><disableirled>1</disableirled>"
-                                               "<enableextled>0</enableextled></ircutcontrol></root>";
+  std::ofstream(sRoot + "/" + szIRCutFile) << "<root><ircutcontrol><disableirled>1</disableirled>"
+                                              "<enableextled>0</enableextled></ircutcontrol></root>";
 }
 void LoseSteps(const std::string&, TWorld* ptWorld) {
   ptWorld->tLens.atAxis[0][LENS_FOCUS].iSlipNow = 8;

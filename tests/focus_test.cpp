@@ -191,13 +191,13 @@ TEST(State, NoWalkBeginsAfterSigterm) {
     const u64 qwTerm_ms = 5'005 + qwSeed * 37 % 300;
     const TLifeResult tResult = Live(tZoom, Asks("2000 auto", {tRestore}), qwTerm_ms, qwSeed);
     EXPECT_EQ(tResult.eEnd, LIFE_EXITED) << Tale(tResult);
-    EXPECT_EQ(Count(BehindTerm(tResult), "MOTOR_WALK_STEPS 12200"), 0U) << Tale(tResult);
+    EXPECT_EQ(Count(SinceTerm(tResult), "MOTOR_WALK_STEPS 12200"), 0U) << Tale(tResult);
   });
   const TCamera tQuad("quad");
   tQuad.Write(szZoomLogPath, "");
   tQuad.Write(szFocusLogPath, "");
   const TLifeResult tSearch = Live(tQuad, {}, 32'000);
-  EXPECT_EQ(Count(BehindTerm(tSearch), " searching PI."), 0U) << Tale(tSearch);
+  EXPECT_EQ(Count(SinceTerm(tSearch), " searching PI."), 0U) << Tale(tSearch);
 }
 
 // After the recovery of a lens with several channels each channel has its own values again, also for the image side.  A

@@ -23,7 +23,7 @@ constexpr std::size_t dwTaleShown = 6000;  // characters of each transcript
 // Camera time from a start until a model's lens is at rest again, with room to spare.
 struct TPatience {
   const char* szModel;
-  u64 qwRecovery_ms;  // behind a cut: sensors, references of all channels, a search
+  u64 qwRecovery_ms;  // after a cut: sensors, references of all channels, a search
   u64 qwStart_ms;     // a clean start: sensors only
 };
 constexpr TPatience g_atPatience[] = {{"zoom", 120'000, 8'000},    {"focus", 60'000, 20'000},
@@ -37,13 +37,13 @@ const TPatience& PatienceOf(std::string_view sModel) {
   std::abort();
 }
 
-constexpr u64 qwAt_ms = 100;          // of the command, on a lens that is ready at once
-constexpr u64 qwQuadAt_ms = 60'000;   // behind the search of four channels for their sensors
-constexpr u64 qwICSAt_ms = 6'000;     // behind the set-up of an ICS lens
-constexpr u64 qwFocusAt_ms = 15'000;  // behind the search of one
+constexpr u64 qwAt_ms = 100;          // time of the command, on a lens that is ready at once
+constexpr u64 qwQuadAt_ms = 60'000;   // after four channels have searched for their sensors
+constexpr u64 qwICSAt_ms = 6'000;     // after the set-up of an ICS lens
+constexpr u64 qwFocusAt_ms = 15'000;  // after one channel has searched for its sensor
 constexpr const char* pszNoStatus = nullptr;
 
-// By day, and saved so.
+// Puts the lens where it is sharp by day, and saves these positions.
 void StandSharp(const TCamera& tCamera, const TLensModel& tModel) {
   const u32 dwZoom = tModel.tZoom.dwFirstPosition;
   const u32 dwFocus = Optics_PanFocus(tModel, dwZoom);
@@ -53,7 +53,7 @@ void StandSharp(const TCamera& tCamera, const TLensModel& tModel) {
                 sZoom + "focus_motor=" + std::to_string(dwFocus) + "\n");
 }
 
-// Every channel stands elsewhere: the one set of positions that is saved is true of the first at most.
+// Puts each channel at another place.  Only one set of positions is saved: it is true for the first channel at most.
 void StandApart(const TCamera& tCamera, const TLensModel& tModel) {
   ChangeWorld(tCamera, [&](TWorld& tWorld) {
     for (i32 i = 1; i < tModel.iChannels; i++) {
@@ -70,10 +70,10 @@ void CutPower(TWorld* ptWorld) {
   Clock_End(CLOCK_END_CUT, nullptr);
 }
 
-// Where it is asked: how many events a life has had by certain times.  The life writes, its parent reads.
+// How many events a life has had by certain times.  The life writes these numbers, its parent process reads them.
 struct TMarks {
   std::vector<u64> aqwAt_us;
-  u64* aqwEvents = nullptr;  // by time
+  u64* pqwEvents = nullptr;  // one number for each time
 };
 
 u64* MarkMemory() {
@@ -84,9 +84,9 @@ u64* MarkMemory() {
 }
 
 void AddMarks(TLifePlan& tPlan, TMarks& tMarks) {
-  tMarks.aqwEvents = MarkMemory();
+  tMarks.pqwEvents = MarkMemory();
   for (std::size_t dw = 0; dw < tMarks.aqwAt_us.size(); dw++) {
-    u64* pqwEvents = tMarks.aqwEvents + dw;
+    u64* pqwEvents = tMarks.pqwEvents + dw;
     *pqwEvents = 0;
     tPlan.atEvents.push_back(Call(0, [=](TWorld*) { *pqwEvents = Clock_Record()->qwEvents; }));
     tPlan.atEvents.back().qwAt_us = tMarks.aqwAt_us[dw];
@@ -109,7 +109,7 @@ TLifeResult CutLife(const TCamera& tCamera, const TCutRow& tRow, const TCutMomen
   return Life_Run(tPlan);
 }
 
-// A life of nothing but a look at every channel shortly before its end.
+// A life in which clients ask only for the status of every channel, shortly before its end.
 TLifeResult RestingLife(const TCamera& tCamera, i32 iChannels, u64 qwFor_ms, u64 qwSeed, u64 qwCutAtEvent = 0,
                         TMarks* ptMarks = nullptr) {
   TLifePlan tPlan;
@@ -134,7 +134,7 @@ bool IsBackup(const char* pszStatus) {
   return pszStatus != nullptr && pszStatus[0] == 'b';
 }
 
-// Neither a saved position, which a backup goes to, nor the default one of a restore without a zoom is a sharp one.
+// A backup goes to saved positions, and a restore without a zoom goes to the default one: neither has to be sharp.
 bool EndsInSearch(const TCutRow& tRow) {
   const TLensModel& tModel = *Lenses_Find(tRow.szModel);
   const auto IsNormal = [](const char* pszStatus) { return pszStatus != nullptr && pszStatus[0] == 'n'; };
@@ -143,19 +143,19 @@ bool EndsInSearch(const TCutRow& tRow) {
   return Model_HasZoom(tModel) || IsNormal(tRow.tOptions.pszStatus);
 }
 
-// A search ends on a whole step of its last level.
+// By how much a search may miss the sharp position: it ends on a step of its last level.  Virtual steps.
 double SearchAccuracy(const TLensModel& tModel) {
   const TSearchSheet& tSearch = tModel.tSearch;
   if (Model_IsICS(tModel)) return 4;
   return 1 + 0.75 * (tSearch.bFineTuning != 0 ? tSearch.dwStepFine : tSearch.dwStepSmall);
 }
 
-// A backup sends one channel.  Where nobody moves the others, they stay lost, and the logs tell the next start.
+// A backup moves one channel.  If no command moves the others, they stay lost, and the logs tell the next start so.
 bool LeavesOthersLost(const TCutRow& tRow) {
   return IsBackup(tRow.tOptions.pszStatus) && tRow.atEvents.empty() && Lenses_Find(tRow.szModel)->iChannels > 1;
 }
 
-// A move can overtake the recovery: the other channels are then found at their next command, and the log tells of them.
+// If a move comes before a channel has been recovered, that channel is found at its next command.  The log stays.
 std::string JudgeRecovery(const TCamera& tCamera, const TCutRow& tRow, const TLifeResult& tResult) {
   const TLensModel& tModel = *Lenses_Find(tRow.szModel);
   std::string sWhy = Judge_Order(tResult);
@@ -173,14 +173,14 @@ std::string JudgeNextStart(const TCamera& tCamera, const TCutRow& tRow, const TL
   return sWhy;
 }
 
-// Of all channels that a backup does not send.
+// One move of each channel that a backup does not move.
 std::vector<TLifeEvent> MovesOfOthers() {
   return {Ask(40'000, "channel=1&function=zoom&direction=direct&position=120"),
           Ask(80'000, "channel=2&function=zoom&direction=direct&position=80"),
           Ask(120'000, "channel=3&function=zoom&direction=forward&steps=20")};
 }
 
-// Without the waits, which would be all that is left to see.
+// The last lines of a transcript.  Waits are left out: there are so many of them that nothing else would be seen.
 std::string Tail(const char* szTitle, const TLifeResult& tResult) {
   std::istringstream tLines(tResult.sTranscript);
   std::string sAll;
@@ -283,7 +283,7 @@ TUncut Cuts_LiveUncut(const TCamera& tCamera, const TCutRow& tRow, u64 qwSeed) {
   TMarks tMarks;
   tMarks.aqwAt_us = {bEvents ? std::ranges::min_element(tRow.atEvents, Earlier)->qwAt_us : qwFirstMoments_us};
   const TLifeResult tResult = CutLife(tCamera, tRow, {}, qwSeed, &tMarks);
-  TUncut tUncut{.qwEvents = tResult.qwEvents, .qwStartUpEvents = tMarks.aqwEvents[0], .sLoss = Judge_Order(tResult)};
+  TUncut tUncut{.qwEvents = tResult.qwEvents, .qwStartUpEvents = tMarks.pqwEvents[0], .sLoss = Judge_Order(tResult)};
   for (i32 i = 0; i < tModel.iChannels; i++) {
     for (const ELensAxis eAxis : {LENS_ZOOM, LENS_FOCUS}) {
       const u32 dwSaid = Judge_PublishedPlace(tCamera, eAxis, i);
@@ -304,7 +304,7 @@ TUncut Cuts_LiveUncut(const TCamera& tCamera, const TCutRow& tRow, u64 qwSeed) {
 
 namespace {
 
-// Camera time since the life's start of the first line that has a text; qwNever_us: there is none.
+// Camera time of the first line with a text, since the life's start; qwNever_us if there is no such line.
 u64 TimeOf_us(const TLifeResult& tResult, std::string_view sText, u64 qwStarted_us) {
   const std::size_t dwAt = tResult.sTranscript.find(sText);
   if (dwAt == std::string::npos) return qwNever_us;
@@ -313,7 +313,7 @@ u64 TimeOf_us(const TLifeResult& tResult, std::string_view sText, u64 qwStarted_
   return static_cast<u64>(std::llround(dAt_s * 1e6)) - qwStarted_us;
 }
 
-// The row's life, cut, and the whole start after it.  tMarks: times of that start.
+// Runs the row's life with its cut, then the whole start after it.  ptMarks: times of that start.
 TLifeResult CutAndStart(const TCamera& tCamera, const TCutRow& tRow, u64 qwEvent, u64 qwSeed, TMarks* ptMarks) {
   const TLensModel& tModel = *Lenses_Find(tRow.szModel);
   Cuts_SetScene(tCamera, tRow);
@@ -322,7 +322,7 @@ TLifeResult CutAndStart(const TCamera& tCamera, const TCutRow& tRow, u64 qwEvent
   return RestingLife(tCamera, tModel.iChannels, PatienceOf(tRow.szModel).qwRecovery_ms, qwSeed, 0, ptMarks);
 }
 
-// Adds a second cut in each phase of the recovery from a cut at qwEvent.  False: that start does not recover.
+// Adds a second cut in each phase of the recovery from a cut at qwEvent.  Returns false if that start does not recover.
 bool AddCutRecovery(const TCamera& tCamera, const TCutRow& tRow, u64 qwEvent, u64 qwSeed,
                     std::vector<TCutMoment>& atMoments) {
   constexpr u64 qwSearchEvents = 300;
@@ -337,10 +337,10 @@ bool AddCutRecovery(const TCamera& tCamera, const TCutRow& tRow, u64 qwEvent, u6
   tMarks.aqwAt_us = {qwRecovers_us};
   if (bSearch) tMarks.aqwAt_us = {qwRecovers_us, qwSearch_us - 1, qwSearch_us + 1};
   const u64 qwAll = CutAndStart(tCamera, tRow, qwEvent, qwSeed, &tMarks).qwEvents;
-  std::vector<u64> aqwBounds = {0, tMarks.aqwEvents[0]};
+  std::vector<u64> aqwBounds = {0, tMarks.pqwEvents[0]};
   if (bSearch) {
-    aqwBounds.push_back(tMarks.aqwEvents[1]);
-    aqwBounds.push_back(tMarks.aqwEvents[2]);
+    aqwBounds.push_back(tMarks.pqwEvents[1]);
+    aqwBounds.push_back(tMarks.pqwEvents[2]);
   }
   aqwBounds.push_back(std::min(qwAll, aqwBounds.back() + qwSearchEvents));
   for (std::size_t dw = 1; dw < aqwBounds.size(); dw++) {

@@ -15,7 +15,7 @@
 namespace {
 
 constexpr u64 qwMoment_ms = 6000;
-constexpr u64 qwMaxFault_ms = 60'000;  // of a fault that ends by itself
+constexpr u64 qwMaxFault_ms = 60'000;  // longest fault of those that end by themselves
 
 std::string Number(u64 qw) {
   return std::to_string(qw);
@@ -42,7 +42,7 @@ std::string OddQuery(TDraw& tDraw) {
   return asQueries[tDraw.Below(std::size(asQueries))];
 }
 
-// Half of them close behind another, the first of them behind the start.
+// Half of the queries come soon after the one before, or soon after the start if they are the first.
 void AddQueries(const TLensModel& tModel, TDraw& tDraw, u32 dwQueries, TStory& tStory) {
   u64 qwAt_ms = 0;
   for (u32 dw = 0; dw < dwQueries; dw++) {
@@ -61,7 +61,7 @@ void AddQueries(const TLensModel& tModel, TDraw& tDraw, u32 dwQueries, TStory& t
   }
 }
 
-// Bytes for the FIFO, if anybody has it open.
+// Writes bytes into the FIFO, if the daemon has it open.
 TLifeEvent Bytes(u64 qwAt_ms, const TCamera& tCamera, std::string sBytes) {
   return Call(qwAt_ms, [sPath = tCamera.Path(szFIFOPath), sBytes = std::move(sBytes)](TWorld*) {
     const int fd = open(sPath.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
@@ -75,7 +75,7 @@ std::string Button(const std::string& sChannel, const std::string& sButton, cons
   return EventFrame("<message>" + sChannel + "<" + sButton + ">" + sText + "</" + sButton + "></message>");
 }
 
-// A focus reset selects no channel: on several channels of a focus lens it walks any one's motor.
+// A focus reset selects no channel: on a focus lens of several channels it moves the motor that was selected last.
 bool ResetsAnyChannel(const TLensModel& tModel) {
   return tModel.iChannels > 1 && tModel.dwCapability == CAPABILITY_FOCUS_ONLY;
 }
@@ -95,7 +95,7 @@ std::string OddBytes(TDraw& tDraw) {
   return asBytes[tDraw.Below(std::size(asBytes))];
 }
 
-// One use of a button: pressed, now and then once more or by another hand, and released.
+// One use of a button: pressed, sometimes pressed again or another one pressed too, and released.
 void AddPress(const TCamera& tCamera, const TLensModel& tModel, TDraw& tDraw, TStory& tStory) {
   constexpr u64 aqwHeld_ms[] = {1, 150, 900, 2500, 6000};
   const char* const aszButtons[] = {"zoominbutton", "zoomoutbutton",
@@ -110,7 +110,7 @@ void AddPress(const TCamera& tCamera, const TLensModel& tModel, TDraw& tDraw, TS
     const std::string sSecond = aszButtons[tDraw.Below(std::size(aszButtons))];
     tStory.atEvents.push_back(Bytes(qwAt_ms + qwHeld_ms / 2, tCamera, Button(sChannel, sSecond, "pressed")));
   }
-  if (tDraw.OneIn(8)) return;  // released at the end only
+  if (tDraw.OneIn(8)) return;  // released only at the end of the story
   tStory.atEvents.push_back(Bytes(qwAt_ms + qwHeld_ms, tCamera, Button(sChannel, sButton, "released")));
 }
 
@@ -127,7 +127,7 @@ void AddFrames(const TCamera& tCamera, const TLensModel& tModel, TDraw& tDraw, T
     tStory.atEvents.push_back(Bytes(tStory.DrawTime_ms(tDraw), tCamera, Button("", "autofocus", "falling")));
     tStory.dwSpoiled |= SPOILS_ANSWERS;
   }
-  // Again, since a FIFO that is made anew loses what waits in it.
+  // Twice: bytes that wait in the FIFO are lost if the daemon makes it anew.
   for (const u64 qwAfter_ms : {u64{0}, Story_Quiet_ms(tModel) / 2}) {
     tStory.atEvents.push_back(Bytes(tStory.qwBusy_ms + qwAfter_ms, tCamera, Button("", "zoominbutton", "released")));
   }
@@ -143,7 +143,7 @@ void AddScene(TDraw& tDraw, TStory& tStory) {
   if (tDraw.OneIn(4)) tStory.atEvents.push_back(Signal(1 + tStory.DrawTime_ms(tDraw), SIGPIPE));
 }
 
-// Switches a fault on or off; qwDraw chooses what it leaves open.
+// Switches a fault on or off; qwDraw chooses its details, as the axis.
 using FSwitch = void (*)(TWorld* ptWorld, const std::string& sRoot, bool bOn, u64 qwDraw);
 
 template <u32 TWorld::*pbSwitch>
@@ -168,7 +168,7 @@ void SwitchSensor(TWorld* ptWorld, const std::string&, bool bOn, u64 qwDraw) {
   ptWorld->tI2C.eFault = bOn ? static_cast<ESensorFault>(SENSOR_ABSENT + qwDraw % SENSOR_BAD_ONCE) : SENSOR_GOOD;
 }
 
-// A driver that is wrong once, at one of its next requests: it does nothing, or gives an answer that cannot be.
+// A driver fails once, at one of its next requests: it does nothing, or returns an impossible value.
 void SpoilDriver(TWorld* ptWorld, const std::string&, bool bOn, u64 qwDraw) {
   constexpr u32 adwRequests[] = {MOTOR_WALK_STEPS, MOTOR_WALK_STEPS_BLOCK, MOTOR_STOP_WALK, MOTOR_SEARCH_PI};
   constexpr i32 iTooHigh = 100'000;
@@ -185,7 +185,7 @@ void SwitchDetached(TWorld* ptWorld, const std::string&, bool bOn, u64) {
 }
 
 void SpoilIRCutFile(TWorld*, const std::string& sRoot, bool bOn, u64 qwDraw) {
-  const std::string sPath = sRoot + "/" + pszIRCutFile;
+  const std::string sPath = sRoot + "/" + szIRCutFile;
   std::error_code tError;
   if (!bOn) World_WriteIRCutFile(sRoot.c_str());
   if (bOn && qwDraw % 2 == 0) unlink(sPath.c_str());
@@ -215,7 +215,7 @@ constexpr TFault g_atFaults[] = {
     {"detached", SwitchDetached, ICS_LENS, SPOILS_TRUTH | SPOILS_WORD},
 };
 
-// A third of the faults stay.
+// Adds a fault.  One in three lasts to the end of the life.
 void AddFault(const TCamera& tCamera, const TFault& tFault, TDraw& tDraw, TStory& tStory) {
   const u64 qwDraw = tDraw.Below(1000);
   const auto Switch = [&](u64 qwAt_ms, bool bOn) {
@@ -231,6 +231,15 @@ void AddFault(const TCamera& tCamera, const TFault& tFault, TDraw& tDraw, TStory
 }
 
 }  // namespace
+
+bool Story_IsShared(const TLensModel& tModel) {
+  return Model_IsICS(tModel) && tModel.iChannels > 1;
+}
+
+bool Story_StartFindsAll(const TLensModel& tModel) {
+  return Model_IsICS(tModel) || ((!Model_HasZoom(tModel) || tModel.tZoom.bPISupport != 0) &&
+                                 (!Model_HasFocus(tModel) || tModel.tFocus.bPISupport != 0));
+}
 
 u64 Story_Walk_us(const TLensModel& tModel, ELensAxis eAxis) {
   constexpr u64 qwBegin_us = 300'000;
@@ -335,7 +344,7 @@ i64 InRange(const TLensModel& tModel, ELensAxis eAxis, u32 dwPosition) {
   return std::clamp(dwPosition, Model_IsICS(tModel) ? tSheet.dwStart : 0, tSheet.dwEnd);
 }
 
-// A follow-up of the zoom's must not undo the focus command that came after the zoom's.
+// A focus command comes after a zoom command.  The zoom's follow-up for the focus must not undo it.
 void AddZoomThenFocus(const TLensModel& tModel, TDraw& tDraw, u64 qwAt_ms, TStory& tStory) {
   const u64 qwZoom = DrawPlace(tDraw, tModel.tZoom);
   const u64 qwFocus = DrawPlace(tDraw, tModel.tFocus);
@@ -347,16 +356,16 @@ void AddZoomThenFocus(const TLensModel& tModel, TDraw& tDraw, u64 qwAt_ms, TStor
                      .llFocus = static_cast<i64>(qwFocus)};
 }
 
-// On a lens whose walks can be stopped.
+// A stop comes after a zoom command, on a lens whose walks can be stopped.
 void AddZoomThenStop(const TLensModel& tModel, TDraw& tDraw, u64 qwAt_ms, TStory& tStory) {
-  constexpr u64 qwToStop_ms = 1500;  // a sync of each axis, and two steps of any lens
+  constexpr u64 qwToStop_ms = 1500;  // enough for a sync of each axis and two steps of any lens
   const u64 qwGap_ms = tDraw.Below(u64{1} << tDraw.Below(12));
   tStory.atEvents.push_back(Ask(qwAt_ms, Direct("zoom", DrawPlace(tDraw, tModel.tZoom))));
   tStory.atEvents.push_back(Ask(qwAt_ms + qwGap_ms, "function=stop"));
   tStory.tPromise = {.szWhat = "a stop after a zoom", .qwNoWalkAfter_us = (qwAt_ms + qwGap_ms + qwToStop_ms) * 1000};
 }
 
-// What walks nothing, sent while the focus is at work, with another move after it.
+// A command that does not walk comes while the focus moves, and another move of the focus after it.
 void AddIdleCommand(const TLensModel& tModel, TDraw& tDraw, u64 qwAt_ms, TStory& tStory) {
   const char* const aszFunctions[] = {"irisopen", "irisenable", "setfocusdefault"};
   const std::string sFunction = aszFunctions[tDraw.Below(std::size(aszFunctions))];
@@ -374,7 +383,7 @@ void AddIdleCommand(const TLensModel& tModel, TDraw& tDraw, u64 qwAt_ms, TStory&
                      .llDefault = bDefault && bStores ? static_cast<i64>(qwDefault) : -1};
 }
 
-// The reference of the temperature is taken without a reading; the first one after it must not move a sharp lens.
+// A search that gets no temperature as its reference.  The first reading after it must not move the sharp lens.
 void AddBlindSearch(TDraw& tDraw, u64 qwAt_ms, u64 qwHealed_ms, TStory& tStory) {
   const double dTemperature_C = static_cast<double>(tDraw.Below(50)) - 5;
   tStory.atEvents.push_back(Call(qwAt_ms, [=](TWorld* ptWorld) {

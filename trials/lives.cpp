@@ -18,10 +18,10 @@
 
 namespace {
 
-constexpr u64 qwAnswer_us = 1'000'000 + 10'000;  // half a frame is waited for as long as a client may wait
+constexpr u64 qwAnswer_us = 1'000'000 + 10'000;  // the daemon waits a second for the rest of a frame
 constexpr u32 dwSlowestSync_us = 200'000;
 constexpr u64 qwToExit_us = 5'000'000;
-constexpr u64 qwHang_ms = 700'000;  // behind SIGTERM: longer than the daemon itself waits for its threads
+constexpr u64 qwHang_ms = 700'000;  // after SIGTERM: longer than the daemon itself waits for its threads
 constexpr i32 iDescriptorsLeft = 97;
 
 u32 OpenDescriptors() {
@@ -31,9 +31,9 @@ u32 OpenDescriptors() {
   return dwOpen;
 }
 
-// A log that nobody reads, and that takes no line.
+// Makes stdout a full pipe that nobody reads, so that it takes no line.
 void FillLog() {
-  const TInside tInside;  // the clock counts what the daemon does
+  const TInside tInside;  // the clock counts only the calls of the daemon
   constexpr char acText[4096] = "";
   i32 afd[2];
   if (pipe2(afd, O_NONBLOCK) != 0) std::abort();
@@ -55,15 +55,15 @@ i32 LiveUnread(TWorld* ptWorld) {
   return LiveAndCount(ptWorld);
 }
 
-// Whether clients have left a recovery undone, so that its mark stands until the next start: a stop and a motor reset
-// do; a move, if what came next has broken it off; and none of them if it was written over before anybody took it.
-struct TLeaving {
-  bool bLeft = false, bLeftBefore = false;  // the latter of the last command
-  bool bMoves = false;                      // the last command, not with a search
-  bool bMayBreak = false;                   // what walks nothing has come soon after it
-  u64 qwLast_us = 0;
+// Whether clients have left a recovery undone, so that its mark stands until the next start.  A stop and a motor reset
+// do so, and so does an interrupted move.  A command that was overwritten before its thread took it does not.
+struct TRecoveryLeft {
+  bool bLeft = false, bLeftBefore = false;  // now; before the last command
+  bool bMoves = false;                      // the last command moves, without a search
+  bool bMayBreak = false;                   // a command that does not walk came soon after it
+  u64 qwLast_us = 0;                        // time of the last command
 
-  // What the line of the log tells.
+  // Takes in a line of the log.
   void Read(const TLensModel& tModel, u64 qwAt_us, std::string_view sLine);
 };
 
@@ -72,10 +72,10 @@ bool HasOneOf(std::string_view sLine, std::initializer_list<const char*> aszWord
                              [&](const char* szWord) { return sLine.find(szWord) != std::string_view::npos; });
 }
 
-void TLeaving::Read(const TLensModel& tModel, u64 qwAt_us, std::string_view sLine) {
+void TRecoveryLeft::Read(const TLensModel& tModel, u64 qwAt_us, std::string_view sLine) {
   if (bMayBreak && HasOneOf(sLine, {"Operation interrupted!"})) bLeft = true;
   if (!HasOneOf(sLine, {"Command string: ", "Receive FIFO command: "})) return;
-  if (HasOneOf(sLine, {"<channel>7<", "<afbutton>pressed"})) return;  // refused; or noted only
+  if (HasOneOf(sLine, {"<channel>7<", "<afbutton>pressed"})) return;  // the first is refused, the second only noted
   const u64 qwLongest_us = 2 * Story_Walk_us(tModel, LENS_ZOOM) + 3 * Story_Walk_us(tModel, LENS_FOCUS) + 5'000'000;
   const bool bClose = qwAt_us < qwLast_us + qwLongest_us;
   const bool bZoomReleased = HasOneOf(sLine, {"<zoominbutton>released", "<zoomoutbutton>released"});
@@ -85,7 +85,7 @@ void TLeaving::Read(const TLensModel& tModel, u64 qwAt_us, std::string_view sLin
     return;
   }
   const bool bStops = HasOneOf(sLine, {"=stop", "=motorreset"});
-  // The button and the restore of a lens without zoom may be a reset, which moves to the default position.
+  // On a lens without zoom the button and the restore may be a reset, which moves to the default position.
   const bool bEvent = HasOneOf(sLine, {"<afbutton>released", ">falling<"});
   const bool bSearches = HasOneOf(sLine, {"=auto", "=scan", "=positioning"}) || (bEvent && Model_HasZoom(tModel));
   const bool bZooms = Model_HasZoom(tModel) && HasOneOf(sLine, {"=zoom", "button>pressed<"});
@@ -98,23 +98,23 @@ void TLeaving::Read(const TLensModel& tModel, u64 qwAt_us, std::string_view sLin
   qwLast_us = qwAt_us;
 }
 
-// What a transcript tells; times of the camera's clock, qwNever_us where a thing did not happen.
+// What a transcript tells.  Times are of the camera's clock, qwNever_us for what did not happen.
 struct TTold {
   std::map<u32, u64> mapAsked_us, mapAnswered_us;  // by number of the request
   u64 qwLoop_us = qwNever_us;                      // the main loop is seen to run
   u64 qwSignal_us = qwNever_us;                    // the first SIGTERM or SIGINT
-  u64 qwSensors_us = qwNever_us;                   // all channels have been walked to their sensors
-  u64 aqwBusy_us[LENS_AXES] = {};                  // the last request of a driver, and of a walk its end
-  bool abWaits[LENS_AXES] = {};                    // for its turn at the sensors
-  bool bNotSaved = false;                          // or no sensor found
-  bool bRecovers = false;                          // from a power loss
+  u64 qwSensors_us = qwNever_us;                   // all channels have been at their sensors
+  u64 aqwBusy_us[LENS_AXES] = {};                  // the last request to a driver; the end of the walk, if it is one
+  bool abWaits[LENS_AXES] = {};                    // the axis waits for its turn at the sensors
+  bool bNotSaved = false;                          // a save failed, or a sensor was not found
+  bool bRecovers = false;                          // it recovers from a power loss
   u64 qwLastWalk_us = 0;                           // the last request to a motor to walk
   u64 aqwLongest[LENS_AXES] = {};                  // driver steps of the longest walk asked for
-  TLeaving tLeaving;                               // of the recovery
-  bool abToReference[LENS_AXES] = {};              // the last walk asked for
+  TRecoveryLeft tRecoveryLeft;
+  bool abToReference[LENS_AXES] = {};  // the last walk asked for goes to the reference
 };
 
-// A walk takes the time that the daemon allows for it.
+// A walk is taken to last as long as the daemon allows for it.
 void ReadRequest(const TLensModel& tModel, ELensAxis eAxis, u64 qwAt_us, std::string_view sRequest, TTold& tTold) {
   constexpr std::string_view sWalk = "MOTOR_WALK_STEPS ";
   const TAxisSheet& tSheet = Model_Sheet(tModel, eAxis);
@@ -126,7 +126,7 @@ void ReadRequest(const TLensModel& tModel, ELensAxis eAxis, u64 qwAt_us, std::st
     if (qwAsked != 0) tTold.abToReference[eAxis] = qwAsked == tSheet.dwPositioningStep;
   }
   if (sRequest.starts_with(sWalk) && tSheet.dwOneStep != 0) {
-    constexpr u32 dwMeanOverrun_us = 100;  // of the sleep that each virtual step is
+    constexpr u32 dwMeanOverrun_us = 100;  // of the sleep for each virtual step
     const u64 qwSteps = std::strtoull(sRequest.data() + sWalk.size(), nullptr, 10);
     qwUntil_us += qwSteps * (tSheet.dwOneStepTime_us + dwMeanOverrun_us) / tSheet.dwOneStep;
   }
@@ -148,8 +148,8 @@ void ReadEvent(const TLensModel& tModel, u64 qwAt_us, bool bMain, std::string_vi
   if (HasOneOf(sEvent, {"SaveConfigFile failed", "LogFile failed", "search PI fail", "waiting too long"}))
     tTold.bNotSaved = true;
   if (Has("Power loss unexpectedly!")) tTold.bRecovers = true;
-  tTold.tLeaving.Read(tModel, qwAt_us, sEvent);
-  // One that waited for its turn until the end has not begun.
+  tTold.tRecoveryLeft.Read(tModel, qwAt_us, sEvent);
+  // An axis that waited for its turn until the end has not begun its search.
   const ELensAxis eSearching = Has("Zoom") ? LENS_ZOOM : LENS_FOCUS;
   if (Has(" waiting for search PI.")) tTold.abWaits[eSearching] = true;
   if (Has(" searching PI.")) tTold.abWaits[eSearching] = false;
@@ -182,10 +182,10 @@ struct TLived {
   const TCamera& tCamera;
   const TLensModel& tModel;
   TStory tStory = {};
-  bool bRests = false;            // its end comes when all is at rest
-  bool bDamaged = false;          // its saved file was damaged before the start
+  bool bRests = false;            // it ends only when all is at rest
+  bool bDamaged = false;          // its saved positions were damaged before the start
   bool bUnread = false;           // its log is not read
-  std::size_t dwFirstStatus = 0;  // request of channel 0's status at rest
+  std::size_t dwFirstStatus = 0;  // number of the request for channel 0's status at rest
   TLifeResult tResult = {};
   u64 qwStarted_us = 0, qwEnded_us = 0;  // camera's clock
   TTold tTold = {};
@@ -198,7 +198,7 @@ std::string WhyNotOrderly(const TLived& tLived) {
   return tResult.bTranscriptWhole ? Judge_Order(tResult) : "the transcript is not whole";
 }
 
-// Clients that came before the main loop wait for that.
+// For a client that came before the main loop ran, the time counts from the loop's beginning.
 std::string WhyUnanswered(const TLived& tLived, TLivesOutcome& tOutcome) {
   const TTold& tTold = tLived.tTold;
   const u64 qwEnd_us = std::min(tTold.qwSignal_us, tLived.qwEnded_us);
@@ -225,14 +225,14 @@ std::string WhyEndedLate(const TLived& tLived, TLivesOutcome& tOutcome) {
   const u64 qwFrom_us = std::max({tTold.qwSignal_us, tTold.aqwBusy_us[LENS_ZOOM], tTold.aqwBusy_us[LENS_FOCUS]});
   const u64 qwTook_us = tLived.qwEnded_us - std::min(qwFrom_us, tLived.qwEnded_us);
   tOutcome.qwLongestEnd_us = std::max(tOutcome.qwLongestEnd_us, qwTook_us);
-  // A move of an ICS lens goes on in its driver: nothing of its length is seen in the requests.
+  // The driver of an ICS lens finishes a move by itself: the requests do not show how long that takes.
   const bool bICS = Model_IsICS(tLived.tModel);
   const u64 qwMoves_us = Story_Walk_us(tLived.tModel, LENS_ZOOM) + Story_Walk_us(tLived.tModel, LENS_FOCUS);
   const u64 qwMay_us = qwToExit_us + (bICS ? 2 * qwMoves_us : 0);
   return qwTook_us <= qwMay_us ? "" : "ended " + std::to_string(qwTook_us) + " us after the last walk";
 }
 
-// No walk is much longer than any that the lens has a use for.
+// No walk may be much longer than the longest one that makes sense on the lens.
 std::string WhyRunaway(const TLived& tLived) {
   for (const ELensAxis eAxis : {LENS_ZOOM, LENS_FOCUS}) {
     const TAxisSheet& tSheet = Model_Sheet(tLived.tModel, eAxis);
@@ -253,7 +253,7 @@ std::string WhyNotAtRest(const TLived& tLived) {
     const std::string& sStatus = tLived.tResult.asReplies[tLived.dwFirstStatus + static_cast<std::size_t>(i)];
     for (const ELensAxis eAxis : {LENS_ZOOM, LENS_FOCUS}) {
       if (!Model_HasAxis(tLived.tModel, eAxis)) continue;
-      // A search that ends by itself, since the driver has refused it a walk, keeps its code too.
+      // A search that ends because the driver has refused a walk keeps its function code too.
       const bool bRefused = tLived.tResult.sTranscript.find("is not known any more") != std::string::npos;
       const bool bWord = eAxis == LENS_ZOOM || ((dwSpoiled & SPOILS_WORD) == 0 && !bRefused);
       std::string sWhy = bWord ? Judge_Idle(sStatus, eAxis) : "";
@@ -265,7 +265,8 @@ std::string WhyNotAtRest(const TLived& tLived) {
   return "";
 }
 
-// The status is one for all channels, the request of the iris one for each.  A life that was killed leaves its request.
+// The status and the block must agree about the iris.  Judged on one channel only: the status has one value for all.
+// Judged in a first life only: a life that was killed leaves its request in the block.
 std::string WhyIrisWrong(const TLived& tLived) {
   const TLensModel& tModel = tLived.tModel;
   if (!tLived.bRests || tLived.tResult.eEnd != LIFE_EXITED || tModel.iChannels > 1) return "";
@@ -283,7 +284,7 @@ std::string WhyNotSharp(const TLived& tLived) {
   return Judge_Sharpness(tLived.tCamera, dwStep * 0.75 + 1.5 + dSlack);
 }
 
-// What the last act has promised.
+// The last act's promise must have been kept.
 std::string WhyNotKept(const TLived& tLived) {
   const TPromise& tPromise = tLived.tStory.tPromise;
   if (!tLived.bRests || tLived.tResult.eEnd != LIFE_EXITED || tPromise.szWhat[0] == '\0') return "";
@@ -305,7 +306,7 @@ std::string WhyNotKept(const TLived& tLived) {
   return sWhy.empty() ? "" : sWhy + sAfter;
 }
 
-// The one set of positions on flash is that of the channel that was saved last.
+// Whether the one set of positions on flash is the true one of this channel.
 bool IsSaved(const TLived& tLived, i32 iChannel) {
   const TLensModel& tModel = tLived.tModel;
   const std::string sSaved = tLived.tCamera.Read(Model_IsICS(tModel) ? szICSPositionsPath : szPositionsPath);
@@ -319,15 +320,15 @@ bool IsSaved(const TLived& tLived, i32 iChannel) {
   return true;
 }
 
-// On several channels the walk to a reference in doubt comes ahead of the channel's first move.  A signal in that walk
-// keeps the move from beginning: the lens stands where nobody has sent it.
+// On several channels the first move of a channel whose reference is in doubt begins with a walk to the reference.  If
+// the signal comes during that walk, the move itself never begins, and the lens stays at the reference.
 bool IsLeftAtReference(const TLived& tLived, ELensAxis eAxis) {
   const TTold& tTold = tLived.tTold;
   return tLived.tModel.iChannels > 1 && Model_Sheet(tLived.tModel, eAxis).bPISupport == 0 &&
          tTold.abToReference[eAxis] && tTold.qwSignal_us <= tTold.aqwBusy_us[eAxis];
 }
 
-// Where a log stands the next start finds the lens; a search for the sensors that was left early is made again too.
+// The saved positions must be true, unless the next start finds the lens by a working log, or by its sensors.
 std::string WhySavedWrong(const TLived& tLived) {
   const TCamera& tCamera = tLived.tCamera;
   constexpr u32 dwMayBeFalse = SPOILS_TRUTH | SPOILS_FLASH | SPOILS_DRIVER;
@@ -335,15 +336,15 @@ std::string WhySavedWrong(const TLived& tLived) {
   for (const char* szLog : {szZoomLogPath, szFocusLogPath}) {
     if (access(tCamera.Path(szLog).c_str(), F_OK) != 0) continue;
     const TTold& tTold = tLived.tTold;
-    // A command can overtake the recovery: the other channels are found at their next one.
-    const bool bUnfinished = !tLived.bRests || tLived.tModel.iChannels > 1 || tTold.tLeaving.bLeft;
+    // A command can come before the recovery has reached all channels: the others are found at their next command.
+    const bool bUnfinished = !tLived.bRests || tLived.tModel.iChannels > 1 || tTold.tRecoveryLeft.bLeft;
     const bool bRecovers = tTold.bRecovers && bUnfinished;
     const bool bMayStay = tTold.bNotSaved || bRecovers || tTold.abWaits[LENS_ZOOM] || tTold.abWaits[LENS_FOCUS] ||
                           IsLeftAtReference(tLived, szLog == szZoomLogPath ? LENS_ZOOM : LENS_FOCUS);
     return bMayStay ? "" : "a working log stands";
   }
   if (tLived.tModel.iChannels > 1 && tLived.tTold.qwSensors_us > tLived.tTold.qwSignal_us) return "";
-  // The lens of a driver that knows where it stands loses nothing by a damaged file, which stays until the next save.
+  // The driver of an ICS lens knows the position, so a damaged file does no harm and stays until the next save.
   bool bSaved = tLived.bDamaged && Model_IsICS(tLived.tModel) &&
                 tLived.tResult.sTranscript.find(std::string(" ") + szICSPositionsPath + "\n") == std::string::npos;
   for (i32 i = 0; i < tLived.tModel.iChannels; i++) {
@@ -374,19 +375,19 @@ void Hang(TWorld*) {
   Clock_End(CLOCK_END_STOOD_STILL, "the daemon does not end");
 }
 
-// A life's transcript without what was printed.
-std::string Deeds(const std::string& sTranscript) {
-  std::string sDeeds;
+// A transcript without the printed lines.
+std::string WithoutPrints(const std::string& sTranscript) {
+  std::string sRest;
   for (std::size_t dwAt = 0; dwAt < sTranscript.size();) {
     const std::size_t dwEnd = std::min(sTranscript.find('\n', dwAt), sTranscript.size() - 1) + 1;
     const std::string_view sLine = std::string_view(sTranscript).substr(dwAt, dwEnd - dwAt);
-    if (sLine.find(" print ") == std::string_view::npos) sDeeds += sLine;
+    if (sLine.find(" print ") == std::string_view::npos) sRest += sLine;
     dwAt = dwEnd;
   }
-  return sDeeds;
+  return sRest;
 }
 
-// With qwSignal_ms 0 the life goes on until all is at rest.
+// Runs the life until SIGTERM at qwSignal_ms.  With 0 it goes on until all is at rest.
 void Live(TLived& tLived, u64 qwSeed, u64 qwSignal_ms, u64 qwCutAtEvent) {
   TLifePlan tPlan;
   tPlan.sRoot = tLived.tCamera.sRoot;
@@ -410,34 +411,23 @@ void Live(TLived& tLived, u64 qwSeed, u64 qwSignal_ms, u64 qwCutAtEvent) {
   tLived.tTold = Read(tLived.tModel, tLived.tResult.sTranscript);
 }
 
-// After a life that lost steps a lens without sensors goes on from a false position.
-bool FindsItself(const TLensModel& tModel) {
-  return Model_IsICS(tModel) || ((!Model_HasZoom(tModel) || tModel.tZoom.bPISupport != 0) &&
-                                 (!Model_HasFocus(tModel) || tModel.tFocus.bPISupport != 0));
-}
-
 void SetSlowestSync(const TCamera& tCamera, u32 dwSlowest_us) {
   ChangeWorld(tCamera, [=](TWorld& tWorld) { tWorld.dwSlowestSync_us = dwSlowest_us; });
 }
 
-// The simulated driver of an ICS lens has one lens: its channels move one another's.
-bool IsShared(const TLensModel& tModel) {
-  return Model_IsICS(tModel) && tModel.iChannels > 1;
-}
-
-// The first of two lives; its draws go on in the second.
+// Runs the first of two lives.  The second one continues with tDraw.
 TLived LiveFirst(const TCamera& tCamera, const TLensModel& tModel, u64 qwSeed, bool bUnread, TDraw& tDraw,
                  ELivesEnd& eEnd) {
   constexpr u64 qwShortest_ms = 60'000, qwLongest_ms = 240'000;
-  constexpr u64 qwCutRanges = 10;  // of 32 events, 64, up to 16384
+  constexpr u64 qwCutRanges = 10;  // ranges of events: 32, 64, up to 16384
   if (Life_ResetRoot(tCamera.sRoot) != 0) std::abort();
-  tCamera.Write(szBackupPath, pszBackupText);
+  tCamera.Write(szBackupPath, szBackupText);
   TLived tFirst{.tCamera = tCamera, .tModel = tModel, .bUnread = bUnread};
   const u64 qwBusy_ms = qwShortest_ms + tDraw.Below(qwLongest_ms - qwShortest_ms);
   tFirst.tStory = Story_Draw(tCamera, tModel, tDraw, qwBusy_ms, 5 + static_cast<u32>(tDraw.Below(21)), true);
   eEnd = static_cast<ELivesEnd>(tDraw.Below(LIVES_ENDS));
   if (eEnd == ENDED_AT_REST) Story_AddLastAct(tCamera, tModel, tDraw, tFirst.tStory);
-  if (IsShared(tModel)) tFirst.tStory.dwSpoiled |= SPOILS_TRUTH;
+  if (Story_IsShared(tModel)) tFirst.tStory.dwSpoiled |= SPOILS_TRUTH;
   SetSlowestSync(tCamera, tDraw.OneIn(2) ? 0 : dwSlowestSync_us);
   const u64 qwSignal_ms = 1 + tFirst.tStory.DrawTime_ms(tDraw);
   const u64 qwCut = 1 + tDraw.Below(u64{32} << tDraw.Below(qwCutRanges));
@@ -452,7 +442,7 @@ TLived LiveFirst(const TCamera& tCamera, const TLensModel& tModel, u64 qwSeed, b
 
 TLivesOutcome Lives_Try(const TCamera& tCamera, const TLensModel& tModel, u64 qwSeed) {
   constexpr u64 qwNext_ms = 30'000;
-  constexpr u64 qwUnreadIn = 4;  // seeds
+  constexpr u64 qwUnreadIn = 4;  // one seed in so many has an unread log
   TDraw tDraw(qwSeed);
   TLivesOutcome tOutcome;
   std::string sUnread;
@@ -463,7 +453,8 @@ TLivesOutcome Lives_Try(const TCamera& tCamera, const TLensModel& tModel, u64 qw
   TLived tFirst = LiveFirst(tCamera, tModel, qwSeed, false, tDraw, tOutcome.eEnd);
   Judge(tFirst, tOutcome);
   if (tOutcome.sLoss.empty()) tOutcome.sLoss = WhyIrisWrong(tFirst);
-  if (tOutcome.sLoss.empty() && !sUnread.empty() && Deeds(sUnread) != Deeds(tFirst.tResult.sTranscript)) {
+  const bool bSame = sUnread.empty() || WithoutPrints(sUnread) == WithoutPrints(tFirst.tResult.sTranscript);
+  if (tOutcome.sLoss.empty() && !bSame) {
     tOutcome.sLoss = "another life when nobody reads the log";
     tOutcome.sTale = sUnread + "--- with a log that is read\n" + tFirst.tResult.sTranscript;
   }
@@ -473,13 +464,14 @@ TLivesOutcome Lives_Try(const TCamera& tCamera, const TLensModel& tModel, u64 qw
   Story_HealFaults(tCamera.sRoot);
   TLived tNext{.tCamera = tCamera, .tModel = tModel};
   tNext.tStory = Story_Draw(tCamera, tModel, tDraw, qwNext_ms, static_cast<u32>(tDraw.Below(8)), false);
-  // Such a file tells nothing; a cut has its own tears, and a full flash its own files.
+  // Only after a signal: a power cut damages files by itself.
   tNext.bDamaged = tOutcome.eEnd == ENDED_BY_SIGNAL && tDraw.OneIn(4);
   if (tNext.bDamaged) Story_DamageSaved(tCamera, tModel, tDraw);
-  // One set of positions is saved for all channels: without sensors the next life finds each at its first move.
-  if (IsShared(tModel) || (tModel.iChannels > 1 && !FindsItself(tModel))) tNext.tStory.dwSpoiled |= SPOILS_TRUTH;
+  // One set of positions is saved for all channels: without sensors the next life finds a channel at its first move.
+  if (Story_IsShared(tModel) || (tModel.iChannels > 1 && !Story_StartFindsAll(tModel)))
+    tNext.tStory.dwSpoiled |= SPOILS_TRUTH;
   const bool bFalse = (tFirst.tStory.dwSpoiled & (SPOILS_TRUTH | SPOILS_FLASH)) != 0;
-  if (bFalse && !FindsItself(tModel)) tNext.tStory.dwSpoiled |= SPOILS_TRUTH;
+  if (bFalse && !Story_StartFindsAll(tModel)) tNext.tStory.dwSpoiled |= SPOILS_TRUTH;
   Live(tNext, qwSeed + 1, 0, 0);
   Judge(tNext, tOutcome);
   if (!tOutcome.sLoss.empty()) tOutcome.sLoss = "in the next life: " + tOutcome.sLoss;

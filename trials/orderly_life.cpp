@@ -16,9 +16,9 @@ namespace {
 
 constexpr i64 llAnything = -1;
 constexpr std::size_t dwMaxSteps = 48;
-constexpr u64 qwLookAhead_ms = 100;  // of a step's end
+constexpr u64 qwLookAhead_ms = 100;  // the look comes so long before a step's end
 
-// What the lens truly is at the end of a step; seen by the life, read by its parent.
+// The true state of the lens at the end of a step.  The life writes it, its parent process reads it.
 struct TLook {
   double adTrue[iLensChannels][LENS_AXES];
   double dGlass, dSharp, dDepth;  // of the life's channel
@@ -30,8 +30,8 @@ struct TStep {
   u64 qwTakes_ms = 0;
   i64 llZoom = llAnything, llFocus = llAnything;  // virtual steps, of the life's channel
   bool bSharp = false;
-  bool bTrue = true;       // believed equals true on all channels
-  bool bFromHere = false;  // llFocus counts from where the step before has ended
+  bool bTrue = true;       // the believed positions of all channels must be true
+  bool bFromHere = false;  // llFocus counts from where the step before has ended; 0: the focus does not move
 };
 
 struct TOrderly {
@@ -45,20 +45,9 @@ struct TOrderly {
   std::vector<TStep> atSteps = {};
 };
 
-// The simulated driver of an ICS lens has one lens: its channels move one another's.
-bool IsShared(const TLensModel& tModel) {
-  return Model_IsICS(tModel) && tModel.iChannels > 1;
-}
-
-// One set of positions is saved for all channels, and a focus reset selects none.
-bool ResetsAreHers(const TLensModel& tModel) {
+// Whether a start can find the lens.  Not on a focus lens of several channels: its focus reset selects no channel.
+bool CanFindAtStart(const TLensModel& tModel) {
   return tModel.iChannels == 1 || tModel.dwCapability != CAPABILITY_FOCUS_ONLY;
-}
-
-bool StartFindsAll(const TLensModel& tModel) {
-  if (Model_IsICS(tModel)) return true;
-  return (!Model_HasZoom(tModel) || tModel.tZoom.bPISupport != 0) &&
-         (!Model_HasFocus(tModel) || tModel.tFocus.bPISupport != 0);
 }
 
 std::string Direct(ELensAxis eAxis, u64 qwPosition) {
@@ -69,7 +58,7 @@ u32 DrawPlace(TDraw& tDraw, const TAxisSheet& tSheet) {
   return tSheet.dwStart + static_cast<u32>(tDraw.Below(tSheet.dwEnd - tSheet.dwStart + 1));
 }
 
-// A plain target beyond the end is the end; one below 0 wraps and is the start.
+// A target beyond the end becomes the end.  One below 0 wraps round, and the daemon then takes the start.
 i64 ClampFocus(const TLensModel& tModel, i64 llTarget) {
   return llTarget < 0 ? i64{tModel.tFocus.dwStart} : std::min<i64>(llTarget, tModel.tFocus.dwEnd);
 }
@@ -84,14 +73,14 @@ i32 NightOffset(const TLensModel& tModel, u32 dwZoom) {
   return NightTable_Offset(tModel, dwRange);
 }
 
-i32 ThermalFocus(const TLensModel& tModel, u32 dwZoom, i32 i_C) {
+i32 ThermalFocus(const TLensModel& tModel, u32 dwZoom, i32 iTemperature_C) {
   u32 dwRow = 0;
   for (u32 dw = 0; dw < tModel.dwThermalRowsUsed; dw++) {
     if (ThermalTable_Zoom(tModel, dw) <= dwZoom) dwRow = dw;
   }
   i32 iColumn = 0;
   for (i32 i = 0; i < tModel.iThermalColumnsUsed; i++) {
-    if (ThermalTable_Temperature(i) <= i_C) iColumn = i;
+    if (ThermalTable_Temperature(i) <= iTemperature_C) iColumn = i;
   }
   return ThermalTable_Focus(tModel, dwRow, iColumn);
 }
@@ -107,12 +96,12 @@ TStep& AddAsk(TOrderly& t, const std::string& sQuery, u64 qwTakes_ms) {
   return tStep;
 }
 
-// A start that does not go by what was saved finds the lens wherever it stands.
+// Adds a start.  If it does not use the saved positions, it must find the lens wherever it stands.
 void AddStart(const TCamera& tCamera, TOrderly& t) {
   const TLensModel& tModel = t.tModel;
   enum EStart : u64 { FIRST, RESTORE, BACKUP, NORMAL };
   const u64 qwDrawn = t.tDraw.Below(6);
-  const EStart eStart = qwDrawn >= NORMAL || !ResetsAreHers(tModel) ? NORMAL : static_cast<EStart>(qwDrawn);
+  const EStart eStart = qwDrawn >= NORMAL || !CanFindAtStart(tModel) ? NORMAL : static_cast<EStart>(qwDrawn);
   if (eStart == NORMAL) {
     Add(t, "start", t.qwStart_ms);
     return;
@@ -133,7 +122,7 @@ void AddStart(const TCamera& tCamera, TOrderly& t) {
   tStep.bTrue = eStart != BACKUP || tModel.iChannels == 1;
 }
 
-// From here on each channel's position is its own.
+// Sends each channel to a place of its own.
 void AddMoveOfEach(TOrderly& t) {
   const ELensAxis eAxis = Model_HasZoom(t.tModel) ? LENS_ZOOM : LENS_FOCUS;
   if (t.tModel.dwCapability == CAPABILITY_NONE) return;
@@ -165,7 +154,7 @@ void AddNightAndDay(const TCamera& tCamera, TOrderly& t) {
   if (!Model_HasFocus(t.tModel)) return;
   const bool bLED = !t.tDraw.OneIn(3);
   if (!bLED) {
-    tCamera.Write(std::string("/") + pszIRCutFile,
+    tCamera.Write(std::string("/") + szIRCutFile,
                   "<root><ircutcontrol><disableirled>1</disableirled><enableextled>0</enableextled></ircutcontrol>"
                   "</root>\n");
   }
@@ -191,14 +180,14 @@ void AddTemperatures(TOrderly& t) {
   constexpr u64 qwChecks_ms = 370'000;  // two minutes from check to check, and a move
   constexpr i32 iPan_C = 25;
   if (t.tModel.bThermalTable == 0) return;
-  const i32 i_C = static_cast<i32>(t.tDraw.Below(60)) - 10;
-  const bool bMoves = std::abs(i_C - iPan_C) > 1;
-  const i64 llShift = ThermalFocus(t.tModel, t.dwZoom, i_C) - ThermalFocus(t.tModel, t.dwZoom, iPan_C);
-  for (const i32 iThen_C : {i_C, iPan_C}) {
+  const i32 iTemperature_C = static_cast<i32>(t.tDraw.Below(60)) - 10;
+  const bool bMoves = std::abs(iTemperature_C - iPan_C) > 1;
+  const i64 llShift = ThermalFocus(t.tModel, t.dwZoom, iTemperature_C) - ThermalFocus(t.tModel, t.dwZoom, iPan_C);
+  for (const i32 iThen_C : {iTemperature_C, iPan_C}) {
     TStep& tStep = Add(t, "temperature " + std::to_string(iThen_C), qwChecks_ms);
     tStep.atEvents.push_back(SetTemperature(0, iThen_C));
     tStep.bFromHere = true;
-    tStep.llFocus = !bMoves ? 0 : iThen_C == i_C ? llShift : -llShift;
+    tStep.llFocus = !bMoves ? 0 : iThen_C == iTemperature_C ? llShift : -llShift;
   }
 }
 
@@ -294,12 +283,12 @@ TLifeEvent LookAt(u64 qwAt_ms, std::size_t dwStep, i32 iChannel) {
 std::string WhyNotSharp(const TLensModel& tModel, const TLook& tLook, i32 iFocus) {
   const TAxisSheet& tFocus = tModel.tFocus;
   const TSearchSheet& tSearch = tModel.tSearch;
-  constexpr u32 dwICSOptics = 1500;  // steps: shorter ranges have no place for the curves
+  constexpr u32 dwICSOptics = 1500;  // steps: the curves need at least this range
   const bool bInRange = tLook.dSharp >= tFocus.dwStart && tLook.dSharp <= tFocus.dwEnd;
   if (Model_IsICS(tModel) && (!bInRange || tFocus.dwTotalStep < dwICSOptics)) return "";
   const double dStep = Model_IsICS(tModel) ? 4 : tSearch.bFineTuning != 0 ? tSearch.dwStepFine : tSearch.dwStepSmall;
   double dMay = tLook.dDepth + dStep * 0.75 + 1.5;
-  // So near to 0 no slack is taken up.
+  // That near to 0 the daemon does not take up the slack.
   if (!Model_IsICS(tModel) && iFocus < static_cast<i32>(tFocus.dwAdjustStep)) {
     dMay += static_cast<double>(tFocus.iSlack) / tFocus.dwOneStep;
   }
@@ -314,27 +303,27 @@ std::string WhyNotThere(const std::string& sStatus, ELensAxis eAxis, i64 llWante
   return Judge_Name(eAxis) + " ended at " + std::to_string(iPosition) + ", expected " + std::to_string(llWanted);
 }
 
-// asStatus and asFormer are the replies of all channels at the end of this step and of the one before.
-std::string JudgeStep(const TOrderly& t, const TStep& tStep, const TLook& tLook, const std::string* asStatus,
-                      const std::string* asFormer) {
+// psStatus and psFormer are the status replies of all channels at the end of this step and of the one before.
+std::string JudgeStep(const TOrderly& t, const TStep& tStep, const TLook& tLook, const std::string* psStatus,
+                      const std::string* psFormer) {
   const TLensModel& tModel = t.tModel;
   for (i32 i = 0; i < tModel.iChannels; i++) {
     for (const ELensAxis eAxis : {LENS_ZOOM, LENS_FOCUS}) {
       if (!Model_HasAxis(tModel, eAxis)) continue;
-      std::string sWhy = Judge_Idle(asStatus[i], eAxis);
-      if (sWhy.empty() && tStep.bTrue && !IsShared(tModel))
-        sWhy = Judge_Belief(asStatus[i], eAxis, tLook.adTrue[i][eAxis]);
+      std::string sWhy = Judge_Idle(psStatus[i], eAxis);
+      if (sWhy.empty() && tStep.bTrue && !Story_IsShared(tModel))
+        sWhy = Judge_Belief(psStatus[i], eAxis, tLook.adTrue[i][eAxis]);
       if (!sWhy.empty()) return "channel " + std::to_string(i) + ": " + sWhy;
     }
   }
-  if (IsShared(tModel)) return "";
-  const std::string& sStatus = asStatus[t.iChannel];
+  if (Story_IsShared(tModel)) return "";
+  const std::string& sStatus = psStatus[t.iChannel];
   std::string sWhy;
   if (Model_HasZoom(tModel)) sWhy = WhyNotThere(sStatus, LENS_ZOOM, tStep.llZoom);
   if (!Model_HasFocus(tModel) || !sWhy.empty()) return sWhy;
   i64 llFocus = tStep.llFocus;
   if (tStep.bFromHere) {
-    const i64 llFormer = StatusValue(asFormer[t.iChannel], "focus_motor");
+    const i64 llFormer = StatusValue(psFormer[t.iChannel], "focus_motor");
     llFocus = llFocus == 0 ? llFormer : ClampFocus(tModel, llFormer + llFocus);
   }
   sWhy = WhyNotThere(sStatus, LENS_FOCUS, llFocus);
@@ -346,7 +335,7 @@ std::string JudgeStep(const TOrderly& t, const TStep& tStep, const TLook& tLook,
 void Live(const TCamera& tCamera, const TOrderly& t, u64 qwSeed, TLivesOutcome& tOutcome) {
   TLifePlan tPlan{.sRoot = tCamera.sRoot, .qwSeed = qwSeed};
   const std::size_t dwChannels = static_cast<std::size_t>(t.tModel.iChannels);
-  std::vector<std::size_t> adwReplies;  // by step: the first of its status replies
+  std::vector<std::size_t> adwReplies;  // the number of each step's first status reply
   std::size_t dwRequests = 0;
   u64 qwAt_ms = 0;
   for (const TStep& tStep : t.atSteps) {
@@ -369,9 +358,9 @@ void Live(const TCamera& tCamera, const TOrderly& t, u64 qwSeed, TLivesOutcome& 
   tOutcome.sLoss = Judge_Order(tResult);
   for (std::size_t dw = 0; dw < t.atSteps.size() && tOutcome.sLoss.empty(); dw++) {
     const bool bAnswered = tResult.asReplies.size() >= adwReplies[dw] + dwChannels;
-    const std::string* asStatus = bAnswered ? &tResult.asReplies[adwReplies[dw]] : nullptr;
-    const std::string* asFormer = dw == 0 ? asStatus : &tResult.asReplies[adwReplies[dw - 1]];
-    std::string sWhy = bAnswered ? JudgeStep(t, t.atSteps[dw], Looks()[dw], asStatus, asFormer) : "no reply";
+    const std::string* psStatus = bAnswered ? &tResult.asReplies[adwReplies[dw]] : nullptr;
+    const std::string* psFormer = dw == 0 ? psStatus : &tResult.asReplies[adwReplies[dw - 1]];
+    std::string sWhy = bAnswered ? JudgeStep(t, t.atSteps[dw], Looks()[dw], psStatus, psFormer) : "no reply";
     if (!sWhy.empty()) tOutcome.sLoss = t.atSteps[dw].sWhat + ": " + sWhy;
   }
   const bool bLog =
@@ -384,7 +373,7 @@ void Live(const TCamera& tCamera, const TOrderly& t, u64 qwSeed, TLivesOutcome& 
 
 TLivesOutcome OrderlyLife_Try(const TCamera& tCamera, const TLensModel& tModel, u64 qwSeed) {
   if (Life_ResetRoot(tCamera.sRoot) != 0) std::abort();
-  tCamera.Write(szBackupPath, pszBackupText);
+  tCamera.Write(szBackupPath, szBackupText);
   TDraw tDraw(qwSeed);
   TLivesOutcome tOutcome;
   TOrderly tFirst = Begin(tModel, tDraw);
@@ -400,7 +389,7 @@ TLivesOutcome OrderlyLife_Try(const TCamera& tCamera, const TLensModel& tModel, 
   if (!tOutcome.sLoss.empty()) return tOutcome;
 
   TOrderly tNext = Begin(tModel, tDraw);
-  Add(tNext, "restart", tNext.qwStart_ms).bTrue = tModel.iChannels == 1 || StartFindsAll(tModel);
+  Add(tNext, "restart", tNext.qwStart_ms).bTrue = tModel.iChannels == 1 || Story_StartFindsAll(tModel);
   AddMoveOfEach(tNext);
   if (Model_HasFocus(tModel)) AddSearch(tNext, "function=auto", tNext.qwAuto_ms);
   Live(tCamera, tNext, qwSeed + 1, tOutcome);

@@ -110,7 +110,7 @@ TLifeResult Live(const TCamera& tCamera, std::vector<TLifeEvent> atEvents, u64 q
 
 namespace {
 
-// Calls fnLine with the event of each transcript line, "time thread event".
+// Calls fnLine with the event of each transcript line; a line is "time thread event".
 template <typename TLine>
 void ForEachEvent(const TLifeResult& tResult, TLine fnLine) {
   std::istringstream tLines(tResult.sTranscript);

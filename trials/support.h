@@ -1,4 +1,4 @@
-// What the tests of the daemon share: lives and their transcripts, read as a person would.
+// What the tests of the daemon share: cameras, events of a life, and readers of transcripts and replies.
 #pragma once
 
 #include <string>
@@ -10,7 +10,7 @@
 #include "motor/axis.h"
 #include "world/world.h"
 
-// A laid-out camera for one test, removed at its end.
+// A new simulated camera for one test.  Its files are removed at the end.
 struct TCamera {
   explicit TCamera(const char* pszModel);
   ~TCamera();
@@ -20,7 +20,7 @@ struct TCamera {
   std::string Path(std::string_view sPath) const;  // of a file of the camera
   void Write(std::string_view sPath, std::string_view sText) const;
   std::string Read(std::string_view sPath) const;
-  void Place(ELensAxis eAxis, u32 dwVirtual, i32 iChannel = 0) const;  // stands the motor there, gears driven forward
+  void Place(ELensAxis eAxis, u32 dwVirtual, i32 iChannel = 0) const;  // puts the motor there, gears driven forward
   double Truth(ELensAxis eAxis, i32 iChannel = 0) const;  // where the true motor has come to rest, virtual steps
 
   std::string sRoot;
@@ -34,12 +34,12 @@ void ChangeWorld(const TCamera& tCamera, TChange fnChange) {
   World_Unmap(ptWorld);
 }
 
-// Camera time at which the next life on a ROOT begins.
+// The camera time at which the next life on a ROOT begins.
 u64 NextStart_us(const std::string& sRoot);
 
-// First seed of the tests that draw: VERNIER_TEST_SEED, 1 if not set.
+// The first seed of the tests that draw: VERNIER_TEST_SEED, or 1 if that is not set.
 u64 FirstSeed();
-// Number of lives: all of them in a plain build, a tenth under a sanitizer or in an emulator.
+// How many lives a test runs: qwPlain in a plain build, a tenth of them with a sanitizer or in an emulator.
 u64 Lives(u64 qwPlain);
 
 TLifeEvent Ask(u64 qwAt_ms, std::string sQuery);
@@ -51,7 +51,7 @@ TLifeEvent SetTemperature(u64 qwAt_ms, double dTemperature_C);
 TLifeEvent Frame(u64 qwAt_ms, const TCamera& tCamera, std::string sBytes);
 std::string EventFrame(std::string_view sPayload);
 
-// A life of the whole daemon that ends by SIGTERM.
+// Runs a life of the whole daemon that ends by SIGTERM.
 TLifeResult Live(const TCamera& tCamera, std::vector<TLifeEvent> atEvents, u64 qwEnd_ms, u64 qwSeed = FirstSeed());
 
 // The requests to a device in short: "SELECT 0, FORWARD, WALK 160".
@@ -60,14 +60,14 @@ std::string Requests(const TLifeResult& tResult, std::string_view sDevice);
 std::string Printed(const TLifeResult& tResult);
 bool HasPrinted(const TLifeResult& tResult, std::string_view sLine);
 
-// The number behind "vernier_lens_KEY='" of a status reply, -1 if it has no such key.
+// The number after "vernier_lens_KEY='" in a status reply, or -1 if it has no such key.
 i32 StatusValue(std::string_view sReply, std::string_view sKey);
 
-// A text with each match of a pattern replaced; "$&" is the match.  The groups of each match, the whole of it first.
+// Replaced: each match of a pattern is replaced; "$&" is the match.  Matches: each match with its groups, itself first.
 std::string Replaced(const std::string& sText, const std::string& sPattern, const std::string& sWith);
 std::vector<std::vector<std::string>> Matches(const std::string& sText, const std::string& sPattern);
 
-// What a failure shows: how the life ended, its messages, the transcript's last lines.
+// What a failed test prints: how the life ended, its messages, the transcript's last lines.
 std::string Tale(const TLifeResult& tResult);
 
 inline ELensAxis LensAxisOf(const TAxis& tAxis) {

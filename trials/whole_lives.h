@@ -1,4 +1,4 @@
-// What the tests of whole lives share: how each ends, events and questions that several of them need.
+// What the tests of whole lives share: the judgement at the end, and events and readers that several of them need.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -18,8 +18,8 @@ inline bool Exists(const TCamera& tCamera, const char* szPath) {
   return access(tCamera.Path(szPath).c_str(), F_OK) == 0;
 }
 
-// The life ended in order; by its last reply, a status, each axis of the channel is at rest and where it is believed;
-// no working log is left.
+// Expects that the life ended in order and left no working log.  Its last reply must be a status: by that each axis of
+// the channel is at rest, and where it is believed.
 inline void ExpectRest(const TCamera& tCamera, const TLifeResult& tResult, i32 iChannel = 0) {
   EXPECT_EQ(Judge_Order(tResult), "") << Tale(tResult);
   ASSERT_FALSE(tResult.asReplies.empty());
@@ -32,7 +32,7 @@ inline void ExpectRest(const TCamera& tCamera, const TLifeResult& tResult, i32 i
   EXPECT_FALSE(Exists(tCamera, szZoomLogPath) || Exists(tCamera, szFocusLogPath)) << Tale(tResult);
 }
 
-// Puts a value into a file, at the first place of a path of elements.
+// Puts a value into an XML file, into the first element with this path.
 inline void SetElement(const TCamera& tCamera, const char* szFile, const std::string& sPath,
                        const std::string& sValue) {
   std::string sText = tCamera.Read(szFile);
@@ -47,7 +47,7 @@ inline void SetElement(const TCamera& tCamera, const char* szFile, const std::st
   tCamera.Write(szFile, sText);
 }
 
-// Into the model's configuration, at a path below vernierlensd.
+// Puts a value into the daemon's configuration, at a path below vernierlensd.
 inline void SetConfig(const TCamera& tCamera, const std::string& sPath, const std::string& sValue) {
   SetElement(tCamera, szConfigPath, "vernierlensd/" + sPath, sValue);
 }
@@ -66,13 +66,13 @@ inline double DepthsOff(const TCamera& tCamera, i32 iChannel = 0) {
   return dDepths;
 }
 
-// A button's frame, "zoomin" or "zoomout" or "af", pressed or released.
+// The frame of a button ("zoomin", "zoomout" or "af"); sEvent is "pressed" or "released".
 inline std::string Button(const std::string& sButton, const std::string& sEvent, const std::string& sChannel = "") {
   const std::string sOf = sChannel.empty() ? "" : "<channel>" + sChannel + "</channel>";
   return EventFrame("<message>" + sOf + "<" + sButton + "button>" + sEvent + "</" + sButton + "button></message>");
 }
 
-// How often a text stands in another.
+// How often sAll contains sText.
 inline std::size_t Count(std::string_view sAll, std::string_view sText) {
   std::size_t dwCount = 0;
   for (std::size_t dw = sAll.find(sText); dw != sAll.npos; dw = sAll.find(sText, dw + 1)) dwCount++;
@@ -80,13 +80,13 @@ inline std::size_t Count(std::string_view sAll, std::string_view sText) {
 }
 
 // The transcript from the signal on.
-inline std::string BehindTerm(const TLifeResult& tResult) {
+inline std::string SinceTerm(const TLifeResult& tResult) {
   const std::size_t dwTerm = tResult.sTranscript.find("Receive TERM");
   EXPECT_NE(dwTerm, std::string::npos) << Tale(tResult);
   return tResult.sTranscript.substr(std::min(dwTerm, tResult.sTranscript.size()));
 }
 
-// Camera time of the first line that holds a text.
+// Camera time of the first line that contains a text.
 inline u64 TimeOf_us(const TLifeResult& tResult, std::string_view sText) {
   const std::size_t dwAt = tResult.sTranscript.find(sText);
   EXPECT_NE(dwAt, std::string::npos) << sText << Tale(tResult);

@@ -13,14 +13,14 @@
 #include <cstring>
 #include <thread>
 
-TDescriptor::~TDescriptor() {
+TScopedFd::~TScopedFd() {
   if (m_fd >= 0) close(m_fd);
 }
 
 std::optional<std::string> Arguments_TakeOption(TArguments& asArgs, const std::string& sName) {
   const auto itName = std::find(asArgs.begin(), asArgs.end(), sName);
   if (itName == asArgs.end()) return std::nullopt;
-  if (itName + 1 == asArgs.end()) RefuseUsage(sName + " takes a value");
+  if (itName + 1 == asArgs.end()) Cli_RefuseUsage(sName + " takes a value");
   std::string sValue = itName[1];
   asArgs.erase(itName, itName + 2);
   return sValue;
@@ -33,11 +33,11 @@ bool Arguments_TakeFlag(TArguments& asArgs, const std::string& sName) {
   return true;
 }
 
-void Arguments_Expect(const TArguments& asArgs, size_t iLeast, size_t iMost, const std::string& sUsage) {
+void Arguments_Expect(const TArguments& asArgs, size_t dwLeast, size_t dwMost, const std::string& sUsage) {
   const auto itOption =
       std::find_if(asArgs.begin(), asArgs.end(), [](const std::string& sArg) { return sArg.starts_with("--"); });
-  if (itOption != asArgs.end()) RefuseUsage("unknown option " + *itOption + "; usage: simcamera " + sUsage);
-  if (asArgs.size() < iLeast || asArgs.size() > iMost) RefuseUsage("usage: simcamera " + sUsage);
+  if (itOption != asArgs.end()) Cli_RefuseUsage("unknown option " + *itOption + "; usage: simcamera " + sUsage);
+  if (asArgs.size() < dwLeast || asArgs.size() > dwMost) Cli_RefuseUsage("usage: simcamera " + sUsage);
 }
 
 double Number_Parse(const std::string& sText, const std::string& sName, double dLeast, double dMost) {
@@ -46,50 +46,50 @@ double Number_Parse(const std::string& sText, const std::string& sName, double d
   if (sText.empty() || *pszEnd != 0 || !(dValue >= dLeast && dValue <= dMost)) {
     char szBounds[64];
     std::snprintf(szBounds, sizeof szBounds, " from %g to %g, not ", dLeast, dMost);
-    RefuseUsage(sName + " is a number" + szBounds + "\"" + sText + "\"");
+    Cli_RefuseUsage(sName + " is a number" + szBounds + "\"" + sText + "\"");
   }
   return dValue;
 }
 
-i64 Integer_Parse(const std::string& sText, const std::string& sName, i64 iLeast, i64 iMost) {
-  const double dValue = Number_Parse(sText, sName, static_cast<double>(iLeast), static_cast<double>(iMost));
-  if (dValue != std::floor(dValue)) RefuseUsage(sName + " is a whole number, not \"" + sText + "\"");
+i64 Integer_Parse(const std::string& sText, const std::string& sName, i64 llLeast, i64 llMost) {
+  const double dValue = Number_Parse(sText, sName, static_cast<double>(llLeast), static_cast<double>(llMost));
+  if (dValue != std::floor(dValue)) Cli_RefuseUsage(sName + " is a whole number, not \"" + sText + "\"");
   return static_cast<i64>(dValue);
 }
 
-TCamera Camera_Open(const std::string& sRoot) {
+TOpenCamera Camera_Open(const std::string& sRoot) {
   char szRoot[PATH_MAX];
-  if (realpath(sRoot.c_str(), szRoot) == nullptr) Fail(sRoot + ": " + std::strerror(errno));
-  TCamera tCamera{szRoot, std::unique_ptr<TWorld, TWorldUnmap>(World_Map(szRoot)), nullptr};
+  if (realpath(sRoot.c_str(), szRoot) == nullptr) Cli_Fail(sRoot + ": " + std::strerror(errno));
+  TOpenCamera tCamera{szRoot, std::unique_ptr<TWorld, TWorldUnmap>(World_Map(szRoot)), nullptr};
   if (tCamera.ptWorld == nullptr) throw TRefusal{iExitFailed, ""};  // World_Map has said why
   tCamera.ptModel = Lenses_Find(tCamera.ptWorld->szModel);
-  if (tCamera.ptModel == nullptr) Fail(tCamera.sRoot + ": its lens model is not known");
+  if (tCamera.ptModel == nullptr) Cli_Fail(tCamera.sRoot + ": its lens model is not known");
   return tCamera;
 }
 
-TDescriptor Camera_OpenDirectory(const std::string& sRoot, const char* pszBelow) {
+TScopedFd Camera_OpenDirectory(const std::string& sRoot, const char* pszBelow) {
   const std::string sPath = sRoot + "/" + pszBelow;
   const i32 fd = open(sPath.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
-  if (fd < 0) Fail(sPath + ": " + std::strerror(errno));
-  return TDescriptor(fd);
+  if (fd < 0) Cli_Fail(sPath + ": " + std::strerror(errno));
+  return TScopedFd(fd);
 }
 
-std::string Camera_ShortPath(const TDescriptor& tDirectory, const char* pszName) {
+std::string Camera_ShortPath(const TScopedFd& tDirectory, const char* pszName) {
   return "/proc/self/fd/" + std::to_string(tDirectory.Get()) + "/" + pszName;
 }
 
 bool Camera_IsRun(const std::string& sRoot) {
-  const TDescriptor tFile(open((sRoot + "/sim/run.pid").c_str(), O_RDONLY | O_CLOEXEC));
+  const TScopedFd tFile(open((sRoot + "/sim/run.pid").c_str(), O_RDONLY | O_CLOEXEC));
   return tFile.Get() >= 0 && flock(tFile.Get(), LOCK_SH | LOCK_NB) != 0;
 }
 
-void Camera_Note(const TCamera& tCamera, const std::string& sText) {
-  const TDescriptor tFile(open((tCamera.sRoot + "/sim/transcript").c_str(), O_WRONLY | O_APPEND | O_CLOEXEC));
+void Camera_Note(const TOpenCamera& tCamera, const std::string& sText) {
+  const TScopedFd tFile(open((tCamera.sRoot + "/sim/transcript").c_str(), O_WRONLY | O_APPEND | O_CLOEXEC));
   const double dNow_s = static_cast<double>(World_Now_us(tCamera.ptWorld.get())) / 1e6;
   dprintf(tFile.Get(), "%13.6f -     %s\n", dNow_s, sText.c_str());
 }
 
-void Camera_Sleep(const TCamera& tCamera, u64 qwTime_us) {
+void Camera_Sleep(const TOpenCamera& tCamera, u64 qwTime_us) {
   const double dSpeed = tCamera.ptWorld->dSpeed > 0 ? tCamera.ptWorld->dSpeed : 1;
   std::this_thread::sleep_for(std::chrono::duration<double, std::micro>(static_cast<double>(qwTime_us) / dSpeed));
 }

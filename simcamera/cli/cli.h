@@ -1,5 +1,5 @@
-// The command line's own ground: refusals, the opened camera and the commands.  A command throws TRefusal where it
-// cannot go on; main prints it as one line and leaves with its status.
+// What the commands of the command line share: refusals, arguments, the opened camera.  A command that cannot go on
+// throws TRefusal; main prints its text as one line and exits with its status.
 #pragma once
 
 #include <memory>
@@ -18,20 +18,20 @@ struct TRefusal {
   std::string sText;
 };
 
-[[noreturn]] inline void RefuseUsage(const std::string& sText) {
+[[noreturn]] inline void Cli_RefuseUsage(const std::string& sText) {
   throw TRefusal{iExitUsage, sText};
 }
-[[noreturn]] inline void Fail(const std::string& sText) {
+[[noreturn]] inline void Cli_Fail(const std::string& sText) {
   throw TRefusal{iExitFailed, sText};
 }
 
-// A descriptor that closes itself; -1 none.
-class TDescriptor {
+// A descriptor that is closed with its scope; -1 none.
+class TScopedFd {
  public:
-  explicit TDescriptor(i32 fd = -1) : m_fd(fd) {}
-  TDescriptor(TDescriptor&& tOther) noexcept : m_fd(tOther.m_fd) { tOther.m_fd = -1; }
-  TDescriptor& operator=(TDescriptor&&) = delete;
-  ~TDescriptor();
+  explicit TScopedFd(i32 fd = -1) : m_fd(fd) {}
+  TScopedFd(TScopedFd&& tOther) noexcept : m_fd(tOther.m_fd) { tOther.m_fd = -1; }
+  TScopedFd& operator=(TScopedFd&&) = delete;
+  ~TScopedFd();
   i32 Get() const { return m_fd; }
 
  private:
@@ -42,14 +42,14 @@ struct TWorldUnmap {
   void operator()(TWorld* ptWorld) const { World_Unmap(ptWorld); }
 };
 
-// A camera that is laid out.
-struct TCamera {
+// A laid-out camera whose world is mapped.
+struct TOpenCamera {
   std::string sRoot;  // absolute
   std::unique_ptr<TWorld, TWorldUnmap> ptWorld;
   const TLensModel* ptModel;
 };
 
-// Holds the world's lock for its own lifetime.
+// Holds the world's lock for its scope.
 class TWorldLock {
  public:
   explicit TWorldLock(TWorld* ptWorld) : m_ptWorld(ptWorld) { World_Lock(ptWorld); }
@@ -66,34 +66,34 @@ using TArguments = std::vector<std::string>;
 std::optional<std::string> Arguments_TakeOption(TArguments& asArgs, const std::string& sName);
 // Takes "--name" out of the arguments; true if it was there.
 bool Arguments_TakeFlag(TArguments& asArgs, const std::string& sName);
-// Refuses what is left over, or missing, before a command starts.
-void Arguments_Expect(const TArguments& asArgs, size_t iLeast, size_t iMost, const std::string& sUsage);
+// Refuses unknown options and a wrong number of arguments, before a command starts.
+void Arguments_Expect(const TArguments& asArgs, size_t dwLeast, size_t dwMost, const std::string& sUsage);
 
-// The whole text as a number between the bounds; refused with the name otherwise.
+// Reads the whole text as a number between the bounds.  If it is none, refuses it by its name.
 double Number_Parse(const std::string& sText, const std::string& sName, double dLeast, double dMost);
-i64 Integer_Parse(const std::string& sText, const std::string& sName, i64 iLeast, i64 iMost);
+i64 Integer_Parse(const std::string& sText, const std::string& sName, i64 llLeast, i64 llMost);
 
-TCamera Camera_Open(const std::string& sRoot);
+TOpenCamera Camera_Open(const std::string& sRoot);
 
-// The descriptor of a directory below the root, so that a socket or FIFO in it has a short path: see Camera_ShortPath.
-TDescriptor Camera_OpenDirectory(const std::string& sRoot, const char* pszBelow);
-// A path of a few characters however deep the root lies, good while the descriptor is open.
-std::string Camera_ShortPath(const TDescriptor& tDirectory, const char* pszName);
+// Opens a directory below the root.  A socket or FIFO in it then has a short path: see Camera_ShortPath.
+TScopedFd Camera_OpenDirectory(const std::string& sRoot, const char* pszBelow);
+// A path of a few characters, however deep the root lies.  It is valid while tDirectory is open.
+std::string Camera_ShortPath(const TScopedFd& tDirectory, const char* pszName);
 
-// True while a simcamera plays this camera.
+// True while a simcamera runs this camera.
 bool Camera_IsRun(const std::string& sRoot);
 
-// Adds a line to the transcript, for what is done to the camera from outside.
-void Camera_Note(const TCamera& tCamera, const std::string& sText);
+// Adds a line to the transcript about something that is done to the camera from outside.
+void Camera_Note(const TOpenCamera& tCamera, const std::string& sText);
 
-// Sleeps a time of the camera's own clock.
-void Camera_Sleep(const TCamera& tCamera, u64 qwTime_us);
+// Sleeps for a time of the camera's clock.
+void Camera_Sleep(const TOpenCamera& tCamera, u64 qwTime_us);
 
-i32 Command_Run(TArguments asArgs);
-i32 Command_Ask(TArguments asArgs);
-i32 Command_Press(TArguments asArgs);
-i32 Command_Wait(TArguments asArgs);
-i32 Command_Show(TArguments asArgs);
-i32 Command_Set(TArguments asArgs);
-i32 Command_Fault(TArguments asArgs);
-i32 Command_Transcript(TArguments asArgs);
+i32 Cli_Run(TArguments asArgs);
+i32 Cli_Ask(TArguments asArgs);
+i32 Cli_Press(TArguments asArgs);
+i32 Cli_Wait(TArguments asArgs);
+i32 Cli_Show(TArguments asArgs);
+i32 Cli_Set(TArguments asArgs);
+i32 Cli_Fault(TArguments asArgs);
+i32 Cli_Transcript(TArguments asArgs);

@@ -13,33 +13,33 @@
 namespace {
 
 constexpr i32 iReplyTimeout_s = 10;
-constexpr u64 qwPoll_us = 50'000;  // of the camera's clock, at least the next
+constexpr u64 qwPoll_us = 50'000;  // of the camera's clock, but at least tLeastPoll of the host's
 constexpr auto tLeastPoll = std::chrono::milliseconds(20);
 
-TDescriptor Connect(const std::string& sRoot) {
-  const TDescriptor tDirectory = Camera_OpenDirectory(sRoot, "tmp");
+TScopedFd Connect(const std::string& sRoot) {
+  const TScopedFd tDirectory = Camera_OpenDirectory(sRoot, "tmp");
   sockaddr_un tAddress{};
   tAddress.sun_family = AF_UNIX;
   std::snprintf(tAddress.sun_path, sizeof tAddress.sun_path, "%s", Camera_ShortPath(tDirectory, "VernierLens").c_str());
-  TDescriptor tSocket(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  TScopedFd tSocket(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
   const timeval tTimeout{iReplyTimeout_s, 0};
   setsockopt(tSocket.Get(), SOL_SOCKET, SO_RCVTIMEO, &tTimeout, sizeof tTimeout);
   setsockopt(tSocket.Get(), SOL_SOCKET, SO_SNDTIMEO, &tTimeout, sizeof tTimeout);
-  if (connect(tSocket.Get(), reinterpret_cast<const sockaddr*>(&tAddress), sizeof tAddress) != 0) return TDescriptor();
+  if (connect(tSocket.Get(), reinterpret_cast<const sockaddr*>(&tAddress), sizeof tAddress) != 0) return TScopedFd();
   return tSocket;
 }
 
 bool SendAll(i32 fd, const std::string& sText) {
-  size_t iSent = 0;
-  while (iSent < sText.size()) {
-    const ssize_t iCount = send(fd, sText.data() + iSent, sText.size() - iSent, MSG_NOSIGNAL);
+  size_t dwSent = 0;
+  while (dwSent < sText.size()) {
+    const ssize_t iCount = send(fd, sText.data() + dwSent, sText.size() - dwSent, MSG_NOSIGNAL);
     if (iCount <= 0) return false;
-    iSent += static_cast<size_t>(iCount);
+    dwSent += static_cast<size_t>(iCount);
   }
   return true;
 }
 
-// All up to the end of the connection; nothing on a time-out.
+// Receives all up to the end of the connection.  Returns nothing on a timeout.
 std::optional<std::string> ReceiveAll(i32 fd) {
   std::string sText;
   char acBuffer[4096];
@@ -53,34 +53,33 @@ std::optional<std::string> ReceiveAll(i32 fd) {
 
 void RequireQuery(const std::string& sQuery) {
   for (const char c : sQuery) {
-    // The daemon decodes nothing, so such a byte has no place in a request line.
+    // The daemon does not decode escaped bytes, so these can't be sent in a request line.
     if (static_cast<unsigned char>(c) <= ' ' || static_cast<unsigned char>(c) >= 0x7F || c == '#') {
-      RefuseUsage("a query holds neither blanks nor control characters nor '#'");
+      Cli_RefuseUsage("a query holds neither blanks nor control characters nor '#'");
     }
   }
 }
 
-// Idle by its own word: every axis's busy word is 0, asked of channel 0 last, since the daemon goes on with the last
-// channel that was named.
-bool SaysIdle(const TCamera& tCamera) {
+// The daemon says that all axes are idle.  Channel 0 is asked last: the last channel asked becomes the current one.
+bool SaysIdle(const TOpenCamera& tCamera) {
   for (i32 iChannel = tCamera.ptModel->iChannels - 1; iChannel >= 0; --iChannel) {
     const auto tStatus = Client_Status(tCamera.sRoot, iChannel);
     if (!tStatus) return false;
-    for (const auto& [sKey, iValue] : *tStatus) {
-      if (sKey.ends_with("_enable") && iValue != 0) return false;
+    for (const auto& [sKey, llValue] : *tStatus) {
+      if (sKey.ends_with("_enable") && llValue != 0) return false;
     }
   }
   return true;
 }
 
-bool IsMoving(const TCamera& tCamera) {
+bool IsMoving(const TOpenCamera& tCamera) {
   const TWorldLock tLock(tCamera.ptWorld.get());
   return Lens_IsMoving(&tCamera.ptWorld->tLens, World_Now_us(tCamera.ptWorld.get()));
 }
 
-// A motor at work by the mark that it leaves in the flash.  Looked at first because it disturbs nothing, while a status
-// request makes its channel the daemon's current one.
-bool HasWorkingLog(const TCamera& tCamera) {
+// A working log shows that a motor is at work.  This is asked first because it disturbs nothing, while a status request
+// makes its channel the daemon's current one.
+bool HasWorkingLog(const TOpenCamera& tCamera) {
   const std::string sDirectory = tCamera.sRoot + "/etc/conf.d/vernierlensd/";
   return (Model_HasFocus(*tCamera.ptModel) && access((sDirectory + "focusworking.log").c_str(), F_OK) == 0) ||
          (Model_HasZoom(*tCamera.ptModel) && access((sDirectory + "zoomworking.log").c_str(), F_OK) == 0);
@@ -93,7 +92,7 @@ bool Client_IsHeard(const std::string& sRoot) {
 }
 
 std::optional<TReply> Client_Ask(const std::string& sRoot, const std::string& sQuery) {
-  const TDescriptor tSocket = Connect(sRoot);
+  const TScopedFd tSocket = Connect(sRoot);
   if (tSocket.Get() < 0) return std::nullopt;
   if (!SendAll(tSocket.Get(),
                "GET /vernierlens?" + sQuery + " HTTP/1.1\r\nHost: camera\r\nConnection: close\r\n\r\n")) {
@@ -102,9 +101,9 @@ std::optional<TReply> Client_Ask(const std::string& sRoot, const std::string& sQ
   const auto sReply = ReceiveAll(tSocket.Get());
   TReply tReply{};
   if (!sReply || std::sscanf(sReply->c_str(), "HTTP/%*d.%*d %d", &tReply.iStatus) != 1) return std::nullopt;
-  const size_t iHeadEnd = sReply->find("\r\n\r\n");
-  if (iHeadEnd == std::string::npos) return std::nullopt;
-  tReply.sBody = sReply->substr(iHeadEnd + 4);
+  const size_t dwHeadEnd = sReply->find("\r\n\r\n");
+  if (dwHeadEnd == std::string::npos) return std::nullopt;
+  tReply.sBody = sReply->substr(dwHeadEnd + 4);
   return tReply;
 }
 
@@ -112,41 +111,41 @@ std::optional<std::map<std::string, i64>> Client_Status(const std::string& sRoot
   const auto tReply = Client_Ask(sRoot, "channel=" + std::to_string(iChannel) + "&function=getstatus");
   if (!tReply || tReply->iStatus != 200) return std::nullopt;
   std::map<std::string, i64> tStatus;
-  for (size_t iAt = 0; iAt < tReply->sBody.size();) {
-    const size_t iEnd = std::min(tReply->sBody.find("\r\n", iAt), tReply->sBody.size());
-    const std::string sLine = tReply->sBody.substr(iAt, iEnd - iAt);
+  for (size_t dwAt = 0; dwAt < tReply->sBody.size();) {
+    const size_t dwEnd = std::min(tReply->sBody.find("\r\n", dwAt), tReply->sBody.size());
+    const std::string sLine = tReply->sBody.substr(dwAt, dwEnd - dwAt);
     char szKey[64];
-    long long iValue = 0;
-    if (std::sscanf(sLine.c_str(), "%63[^=]='%lld'", szKey, &iValue) == 2) tStatus[szKey] = iValue;
-    iAt = iEnd + 2;
+    long long llValue = 0;
+    if (std::sscanf(sLine.c_str(), "%63[^=]='%lld'", szKey, &llValue) == 2) tStatus[szKey] = llValue;
+    dwAt = dwEnd + 2;
   }
   return tStatus;
 }
 
-i32 Command_Ask(TArguments asArgs) {
+i32 Cli_Ask(TArguments asArgs) {
   Arguments_Expect(asArgs, 2, 2, "ask ROOT QUERY");
   RequireQuery(asArgs[1]);
-  const TCamera tCamera = Camera_Open(asArgs[0]);
+  const TOpenCamera tCamera = Camera_Open(asArgs[0]);
   const auto tReply = Client_Ask(tCamera.sRoot, asArgs[1]);
-  if (!tReply) Fail(asArgs[0] + ": the daemon does not answer");
+  if (!tReply) Cli_Fail(asArgs[0] + ": the daemon does not answer");
   std::fputs(tReply->sBody.c_str(), stdout);
   if (!tReply->sBody.empty() && !tReply->sBody.ends_with('\n')) std::fputc('\n', stdout);
-  if (tReply->iStatus != 200) Fail("refused with " + std::to_string(tReply->iStatus));
+  if (tReply->iStatus != 200) Cli_Fail("refused with " + std::to_string(tReply->iStatus));
   return 0;
 }
 
-i32 Command_Wait(TArguments asArgs) {
+i32 Cli_Wait(TArguments asArgs) {
   const auto sTimeout = Arguments_TakeOption(asArgs, "--timeout");
   Arguments_Expect(asArgs, 1, 1, "wait ROOT [--timeout SECONDS]");
   const double dTimeout_s = sTimeout ? Number_Parse(*sTimeout, "--timeout", 0, 1e6) : 120;
-  const TCamera tCamera = Camera_Open(asArgs[0]);
+  const TOpenCamera tCamera = Camera_Open(asArgs[0]);
   const TWorld* ptWorld = tCamera.ptWorld.get();
   const u64 qwDeadline_us = World_Now_us(ptWorld) + static_cast<u64>(dTimeout_s * 1e6);
   i32 iIdlePolls = 0;
   while (iIdlePolls < 2) {
-    if (!Camera_IsRun(tCamera.sRoot)) Fail(asArgs[0] + ": the camera is not running");
-    if (World_Now_us(ptWorld) > qwDeadline_us) Fail(asArgs[0] + ": not idle in time");
-    // The pause comes first: a command just accepted has to reach its motor before anything else is asked.
+    if (!Camera_IsRun(tCamera.sRoot)) Cli_Fail(asArgs[0] + ": the camera is not running");
+    if (World_Now_us(ptWorld) > qwDeadline_us) Cli_Fail(asArgs[0] + ": not idle in time");
+    // The pause comes first: a command that was just accepted has to reach its motor before the first look.
     std::this_thread::sleep_for(tLeastPoll);
     Camera_Sleep(tCamera, qwPoll_us);
     const bool bIdle = !HasWorkingLog(tCamera) && !IsMoving(tCamera) && SaysIdle(tCamera) && !IsMoving(tCamera);

@@ -1,4 +1,4 @@
-// The camera's web side in small: one request a connection over the daemon's socket.
+// Talks to the daemon as the camera's web server does: over its socket, one request for each connection.
 #pragma once
 
 #include <map>
@@ -15,9 +15,9 @@ struct TReply {
 // True if something accepts connections on the daemon's socket.
 bool Client_IsHeard(const std::string& sRoot);
 
-// Sends a query as a GET.  Nothing if the daemon is not there or gave no whole reply within the time (of the host's
+// Sends a query as a GET.  Returns nothing if the daemon is not there or gives no whole reply in time (of the host's
 // clock).
 std::optional<TReply> Client_Ask(const std::string& sRoot, const std::string& sQuery);
 
-// The status of a channel, by key; nothing if it could not be had.
+// The status of a channel, by key; nothing if the daemon does not tell it.
 std::optional<std::map<std::string, i64>> Client_Status(const std::string& sRoot, i32 iChannel);

@@ -5,7 +5,7 @@
 
 namespace {
 
-i32 Command_Lenses(TArguments asArgs) {
+i32 Cli_Lenses(TArguments asArgs) {
   Arguments_Expect(asArgs, 0, 0, "lenses");
   for (i32 i = 0; const TLensModel* ptModel = Lenses_At(i); ++i) {
     std::printf("%-10s%s\n", ptModel->pszName, ptModel->pszDescription);
@@ -19,9 +19,8 @@ struct TCommandRow {
 };
 
 constexpr TCommandRow g_atCommands[] = {
-    {"lenses", Command_Lenses}, {"run", Command_Run},     {"ask", Command_Ask},
-    {"press", Command_Press},   {"wait", Command_Wait},   {"show", Command_Show},
-    {"set", Command_Set},       {"fault", Command_Fault}, {"transcript", Command_Transcript},
+    {"lenses", Cli_Lenses}, {"run", Cli_Run}, {"ask", Cli_Ask},     {"press", Cli_Press},           {"wait", Cli_Wait},
+    {"show", Cli_Show},     {"set", Cli_Set}, {"fault", Cli_Fault}, {"transcript", Cli_Transcript},
 };
 
 i32 Dispatch(const TArguments& asArgs) {
@@ -30,7 +29,7 @@ i32 Dispatch(const TArguments& asArgs) {
       if (asArgs[0] == tRow.pszName) return tRow.pfnRun(TArguments(asArgs.begin() + 1, asArgs.end()));
     }
   }
-  RefuseUsage("usage: simcamera lenses | run | ask | press | wait | show | set | fault | transcript ...");
+  Cli_RefuseUsage("usage: simcamera lenses | run | ask | press | wait | show | set | fault | transcript ...");
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// Plays one camera: power, clock and image side, with the daemon as a child.
+// Runs one camera: it is the camera's power, clock and image side, and has the daemon as a child.
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/file.h>
@@ -25,19 +25,19 @@
 namespace {
 
 constexpr u64 qwMicrosPerSecond = 1'000'000;
-constexpr u64 qwListenTimeout_us = 30 * qwMicrosPerSecond;  // of the host's clock, as the next three
-constexpr u64 qwEndTimeout_us = 60 * qwMicrosPerSecond;     // the daemon ends its walk and its waits first
+constexpr u64 qwListenTimeout_us = 30 * qwMicrosPerSecond;  // this and the next three are of the host's clock
+constexpr u64 qwEndTimeout_us = 60 * qwMicrosPerSecond;     // the daemon first ends its walk and its waits
 constexpr u64 qwLeastPause_us = 200;
 constexpr u64 qwMostPause_us = 50'000;
-constexpr u64 qwIdleLook_us = 250'000;  // of the camera's clock: the image side's looks while no values are wanted
+constexpr u64 qwIdleLook_us = 250'000;  // of the camera's clock: between two looks while no focus values are wanted
 
 struct TRun {
-  TCamera tCamera;
+  TOpenCamera tCamera;
   std::string sDaemon, sHooks;
   u32* apdwBlock[iLensChannels] = {};
   pid_t iDaemon = 0;
-  u64 qwStarted_us = 0;   // host's clock, of the present daemon
-  u64 qwEndAsked_us = 0;  // host's clock, 0 not yet
+  u64 qwStarted_us = 0;   // host's clock: start of the present daemon
+  u64 qwEndAsked_us = 0;  // host's clock: when its end was asked for; 0 not yet
   bool bListens = false;
 };
 
@@ -55,22 +55,22 @@ void Say(const char* pszText) {
 std::string BuildDirectory() {
   char szPath[PATH_MAX];
   const ssize_t iLength = readlink("/proc/self/exe", szPath, sizeof szPath - 1);
-  if (iLength < 0) Fail("cannot tell where this program lies");
+  if (iLength < 0) Cli_Fail("cannot tell where this program lies");
   const std::string sPath(szPath, static_cast<size_t>(iLength));
   const std::string sBin = sPath.substr(0, sPath.rfind('/'));
   return sBin.substr(0, sBin.rfind('/'));
 }
 
 void RequireReadable(const std::string& sPath) {
-  if (access(sPath.c_str(), R_OK) != 0) Fail(sPath + ": " + std::strerror(errno));
+  if (access(sPath.c_str(), R_OK) != 0) Cli_Fail(sPath + ": " + std::strerror(errno));
 }
 
-// Memory that a power cut or a new start finds empty: "/tmp", "/var/run" and the blocks.
+// Empties what a power cut or a new start finds empty: "/tmp", "/var/run" and the focus statistics blocks.
 void ClearMemory(TRun& tRun) {
   for (const char* pszBelow : {"tmp", "var/run"}) {
     const std::string sDirectory = tRun.tCamera.sRoot + "/" + pszBelow;
     DIR* pDirectory = opendir(sDirectory.c_str());
-    if (pDirectory == nullptr) Fail(sDirectory + ": " + std::strerror(errno));
+    if (pDirectory == nullptr) Cli_Fail(sDirectory + ": " + std::strerror(errno));
     while (const dirent* ptEntry = readdir(pDirectory)) unlinkat(dirfd(pDirectory), ptEntry->d_name, 0);
     closedir(pDirectory);
   }
@@ -82,12 +82,12 @@ void ClearMemory(TRun& tRun) {
 void MapBlocks(TRun& tRun) {
   for (i32 iChannel = 0; iChannel < tRun.tCamera.ptModel->iChannels; ++iChannel) {
     const std::string sPath = tRun.tCamera.sRoot + "/shm/" + std::to_string(iChannel);
-    const TDescriptor tFile(open(sPath.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644));
+    const TScopedFd tFile(open(sPath.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644));
     void* pv = MAP_FAILED;
     if (tFile.Get() >= 0 && ftruncate(tFile.Get(), BLOCK_WORDS * sizeof(u32)) == 0) {
       pv = mmap(nullptr, BLOCK_WORDS * sizeof(u32), PROT_READ | PROT_WRITE, MAP_SHARED, tFile.Get(), 0);
     }
-    if (pv == MAP_FAILED) Fail(sPath + ": " + std::strerror(errno));
+    if (pv == MAP_FAILED) Cli_Fail(sPath + ": " + std::strerror(errno));
     tRun.apdwBlock[iChannel] = static_cast<u32*>(pv);
   }
 }
@@ -108,9 +108,9 @@ void StopClock(TWorld* ptWorld) {
   ptWorld->dSpeed = 0;
 }
 
-// In the child: everything up to the daemon's own first instruction.
+// Runs in the child: all that comes before the daemon's own first instruction.
 [[noreturn]] void BecomeDaemon(const TRun& tRun) {
-  setpgid(0, 0);  // a Ctrl-C on the terminal is ours to pass on
+  setpgid(0, 0);  // Ctrl-C on the terminal then reaches only the parent, which passes it on
   prctl(PR_SET_PDEATHSIG, SIGKILL);
   sigset_t tNone;
   sigemptyset(&tNone);
@@ -122,7 +122,7 @@ void StopClock(TWorld* ptWorld) {
   dup2(fdLog, 2);
   setenv("SIMCAMERA_ROOT", tRun.tCamera.sRoot.c_str(), 1);
   setenv("LD_PRELOAD", tRun.sHooks.c_str(), 1);
-  // A daemon built with the address sanitizer would refuse any library before the sanitizer's own.
+  // Without this a daemon built with the address sanitizer refuses a library that comes before the sanitizer's own.
   const char* pszOptions = getenv("ASAN_OPTIONS");
   setenv("ASAN_OPTIONS", (std::string(pszOptions == nullptr ? "" : pszOptions) + ":verify_asan_link_order=0").c_str(),
          1);
@@ -134,13 +134,13 @@ void StartDaemon(TRun& tRun) {
   ClearMemory(tRun);
   std::fflush(stdout);
   tRun.iDaemon = fork();
-  if (tRun.iDaemon < 0) Fail(std::string("fork: ") + std::strerror(errno));
+  if (tRun.iDaemon < 0) Cli_Fail(std::string("fork: ") + std::strerror(errno));
   if (tRun.iDaemon == 0) BecomeDaemon(tRun);
   tRun.qwStarted_us = HostNow_us();
   tRun.bListens = false;
   const std::string sPath = tRun.tCamera.sRoot + "/sim/daemon.pid";
   FILE* pFile = std::fopen(sPath.c_str(), "w");
-  if (pFile == nullptr) Fail(sPath + ": " + std::strerror(errno));
+  if (pFile == nullptr) Cli_Fail(sPath + ": " + std::strerror(errno));
   std::fprintf(pFile, "%d\n", tRun.iDaemon);
   std::fclose(pFile);
 }
@@ -155,11 +155,11 @@ void LookForSocket(TRun& tRun) {
   } else if (HostNow_us() - tRun.qwStarted_us > qwListenTimeout_us) {
     kill(tRun.iDaemon, SIGKILL);
     waitpid(tRun.iDaemon, nullptr, 0);
-    Fail("the daemon does not listen; see " + tRun.tCamera.sRoot + "/sim/daemon.log");
+    Cli_Fail("the daemon does not listen; see " + tRun.tCamera.sRoot + "/sim/daemon.log");
   }
 }
 
-// One look at every channel; gives the pause to the next, of the host's clock.
+// Looks at the block of every channel.  Returns the pause until the next look, of the host's clock.
 u64 PlayImageSide(TRun& tRun) {
   bool bWanted = false;
   for (i32 iChannel = 0; iChannel < tRun.tCamera.ptModel->iChannels; ++iChannel) {
@@ -175,21 +175,21 @@ void AskForEnd(TRun& tRun) {
   kill(tRun.iDaemon, SIGTERM);
 }
 
-// The daemon is dead: its motors stop, and the flash draws what was written without a sync.
+// Call this when the daemon is dead: the motors stop, and it is drawn which unsynced writes the flash keeps.
 void CutPower(TRun& tRun) {
   TWorld* ptWorld = tRun.tCamera.ptWorld.get();
   const TWorldLock tLock(ptWorld);
   World_PowerCut(ptWorld, World_Now_us(ptWorld));
   const u64 qwSeed = ptWorld->qwSeed * 31 + ++ptWorld->dwPowerCuts;
-  if (Flash_PowerCut(tRun.tCamera.sRoot.c_str(), qwSeed) != 0) Fail(tRun.tCamera.sRoot + ": the flash is lost");
+  if (Flash_PowerCut(tRun.tCamera.sRoot.c_str(), qwSeed) != 0) Cli_Fail(tRun.tCamera.sRoot + ": the flash is lost");
 }
 
-// A camera that is switched on has all its files on the flash, also those that were edited by hand.
+// At power-on all files count as synced, also those that were edited by hand.
 void SettleFlash(const TRun& tRun) {
   unlink((tRun.tCamera.sRoot + "/sim/flash").c_str());
 }
 
-// Takes the daemon's end if it has come.  Nothing while the run goes on, else its exit status.
+// Looks whether the daemon has ended.  Returns nothing while the run goes on, else the run's exit status.
 std::optional<i32> TakeEnd(TRun& tRun) {
   i32 iStatus = 0;
   if (waitpid(tRun.iDaemon, &iStatus, WNOHANG) != tRun.iDaemon) return std::nullopt;
@@ -205,7 +205,7 @@ std::optional<i32> TakeEnd(TRun& tRun) {
   std::string sHow = WIFSIGNALED(iStatus) ? "was ended by signal " + std::to_string(WTERMSIG(iStatus))
                                           : "ended with status " + std::to_string(WEXITSTATUS(iStatus));
   if (!bEndAsked) sHow += " unasked";
-  Fail("the daemon " + sHow + "; see " + tRun.tCamera.sRoot + "/sim/daemon.log");
+  Cli_Fail("the daemon " + sHow + "; see " + tRun.tCamera.sRoot + "/sim/daemon.log");
 }
 
 i32 Play(TRun& tRun, const sigset_t& tSignals) {
@@ -225,26 +225,27 @@ i32 Play(TRun& tRun, const sigset_t& tSignals) {
   }
 }
 
-// The run of a root, held by a lock on the file with our process id.
-TDescriptor TakeRoot(const std::string& sRoot) {
+// Takes the root for this run: a lock on the file with our process id.
+TScopedFd TakeRoot(const std::string& sRoot) {
   const std::string sPath = sRoot + "/sim/run.pid";
-  TDescriptor tFile(open(sPath.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644));
-  if (tFile.Get() < 0) Fail(sPath + ": " + std::strerror(errno));
-  if (flock(tFile.Get(), LOCK_EX | LOCK_NB) != 0) Fail(sRoot + ": this camera is running already");
-  if (ftruncate(tFile.Get(), 0) != 0 || dprintf(tFile.Get(), "%d\n", getpid()) < 0) Fail(sPath + ": cannot be written");
+  TScopedFd tFile(open(sPath.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644));
+  if (tFile.Get() < 0) Cli_Fail(sPath + ": " + std::strerror(errno));
+  if (flock(tFile.Get(), LOCK_EX | LOCK_NB) != 0) Cli_Fail(sRoot + ": this camera is running already");
+  const bool bWritten = ftruncate(tFile.Get(), 0) == 0 && dprintf(tFile.Get(), "%d\n", getpid()) >= 0;
+  if (!bWritten) Cli_Fail(sPath + ": cannot be written");
   return tFile;
 }
 
 }  // namespace
 
-i32 Command_Run(TArguments asArgs) {
+i32 Cli_Run(TArguments asArgs) {
   const auto sLens = Arguments_TakeOption(asArgs, "--lens");
   const auto sSpeed = Arguments_TakeOption(asArgs, "--speed");
   const auto sSeed = Arguments_TakeOption(asArgs, "--seed");
   Arguments_Expect(asArgs, 1, 1, "run ROOT [--lens NAME] [--speed X] [--seed N]");
   const double dSpeed = sSpeed ? Number_Parse(*sSpeed, "--speed", 0.01, 1000) : 1;
   const u64 qwSeed = sSeed ? static_cast<u64>(Integer_Parse(*sSeed, "--seed", 0, 1LL << 52)) : 1;
-  if (sLens && Lenses_Find(sLens->c_str()) == nullptr) RefuseUsage("there is no lens model \"" + *sLens + "\"");
+  if (sLens && Lenses_Find(sLens->c_str()) == nullptr) Cli_RefuseUsage("there is no lens model \"" + *sLens + "\"");
 
   const std::string sBuild = BuildDirectory();
   TRun tRun{};
@@ -252,14 +253,14 @@ i32 Command_Run(TArguments asArgs) {
   tRun.sHooks = sBuild + "/lib/libsimcamera.so";
   RequireReadable(tRun.sDaemon);
   RequireReadable(tRun.sHooks);
-  if (sBuild.find_first_of(" :") != std::string::npos) Fail(sBuild + ": no library in here can be preloaded");
+  if (sBuild.find_first_of(" :") != std::string::npos) Cli_Fail(sBuild + ": no library in here can be preloaded");
 
   if (World_LayOut(asArgs[0].c_str(), sLens ? sLens->c_str() : "zoom", qwSeed) != 0) return iExitFailed;
   tRun.tCamera = Camera_Open(asArgs[0]);
   if (sLens && *sLens != tRun.tCamera.ptModel->pszName) {
-    Fail(asArgs[0] + ": laid out for the lens " + tRun.tCamera.ptModel->pszName);
+    Cli_Fail(asArgs[0] + ": laid out for the lens " + tRun.tCamera.ptModel->pszName);
   }
-  const TDescriptor tHeld = TakeRoot(tRun.tCamera.sRoot);
+  const TScopedFd tHeld = TakeRoot(tRun.tCamera.sRoot);
   MapBlocks(tRun);
   SettleFlash(tRun);
   if (sSeed) tRun.tCamera.ptWorld->qwSeed = qwSeed;

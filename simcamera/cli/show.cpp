@@ -1,4 +1,4 @@
-// Belief and truth side by side.
+// Prints the believed and the true positions side by side.
 #include <cstdio>
 
 #include "cli/cli.h"
@@ -9,13 +9,13 @@ namespace {
 
 struct TAxisView {
   const char* pszName;
-  std::optional<i64> iBelieved;
+  std::optional<i64> llBelieved;
   double dTrue, dGlass;
   std::optional<double> dSharp, dDepth;  // of a focus
 };
 
-// The truth of the moment, taken under one lock.
-std::vector<TAxisView> View(const TCamera& tCamera, i32 iChannel) {
+// The believed positions of a channel, and the true ones of one moment.
+std::vector<TAxisView> View(const TOpenCamera& tCamera, i32 iChannel) {
   const auto tStatus = Client_Status(tCamera.sRoot, iChannel);
   TWorld* ptWorld = tCamera.ptWorld.get();
   const TWorldLock tLock(ptWorld);
@@ -30,7 +30,7 @@ std::vector<TAxisView> View(const TCamera& tCamera, i32 iChannel) {
                     std::nullopt,
                     std::nullopt};
     const std::string sKey = std::string("vernier_lens_") + tView.pszName + "_motor";
-    if (tStatus && tStatus->contains(sKey)) tView.iBelieved = tStatus->at(sKey);
+    if (tStatus && tStatus->contains(sKey)) tView.llBelieved = tStatus->at(sKey);
     if (eAxis == LENS_FOCUS) tView.dSharp = World_SharpFocus(ptWorld, iChannel);
     if (eAxis == LENS_FOCUS) tView.dDepth = World_DepthOfFocus(ptWorld, iChannel);
     atViews.push_back(tView);
@@ -38,7 +38,7 @@ std::vector<TAxisView> View(const TCamera& tCamera, i32 iChannel) {
   return atViews;
 }
 
-void PrintText(const TCamera& tCamera) {
+void PrintText(const TOpenCamera& tCamera) {
   const TWorld* ptWorld = tCamera.ptWorld.get();
   std::printf("lens %s, %s, %.1f C, object at %g m, camera time %.3f s\n", tCamera.ptModel->pszName,
               ptWorld->bNight != 0 ? "night" : "day", ptWorld->dTemperature_C, ptWorld->dDistance_m,
@@ -46,7 +46,7 @@ void PrintText(const TCamera& tCamera) {
   std::printf("%-8s%-8s%10s%12s%12s%12s\n", "channel", "axis", "believed", "true", "lens", "sharp");
   for (i32 iChannel = 0; iChannel < tCamera.ptModel->iChannels; ++iChannel) {
     for (const TAxisView& tView : View(tCamera, iChannel)) {
-      const std::string sBelieved = tView.iBelieved ? std::to_string(*tView.iBelieved) : "-";
+      const std::string sBelieved = tView.llBelieved ? std::to_string(*tView.llBelieved) : "-";
       std::printf("%-8d%-8s%10s%12.3f%12.3f", iChannel, tView.pszName, sBelieved.c_str(), tView.dTrue, tView.dGlass);
       if (tView.dSharp) std::printf("%12.1f", *tView.dSharp);
       std::printf("\n");
@@ -54,14 +54,14 @@ void PrintText(const TCamera& tCamera) {
   }
 }
 
-void PrintJson(const TCamera& tCamera) {
+void PrintJson(const TOpenCamera& tCamera) {
   const TWorld* ptWorld = tCamera.ptWorld.get();
   std::printf("{\"channels\":[");
   for (i32 iChannel = 0; iChannel < tCamera.ptModel->iChannels; ++iChannel) {
     std::printf("%s{", iChannel == 0 ? "" : ",");
     const char* pszComma = "";
     for (const TAxisView& tView : View(tCamera, iChannel)) {
-      const std::string sBelieved = tView.iBelieved ? std::to_string(*tView.iBelieved) : "null";
+      const std::string sBelieved = tView.llBelieved ? std::to_string(*tView.llBelieved) : "null";
       std::printf("%s\"%s\":{\"believed\":%s,\"true\":%.10g,\"lens\":%.10g", pszComma, tView.pszName, sBelieved.c_str(),
                   tView.dTrue, tView.dGlass);
       if (tView.dSharp) std::printf(",\"sharp\":%.10g", *tView.dSharp);
@@ -79,10 +79,10 @@ void PrintJson(const TCamera& tCamera) {
 
 }  // namespace
 
-i32 Command_Show(TArguments asArgs) {
+i32 Cli_Show(TArguments asArgs) {
   const bool bJson = Arguments_TakeFlag(asArgs, "--json");
   Arguments_Expect(asArgs, 1, 1, "show ROOT [--json]");
-  const TCamera tCamera = Camera_Open(asArgs[0]);
+  const TOpenCamera tCamera = Camera_Open(asArgs[0]);
   bJson ? PrintJson(tCamera) : PrintText(tCamera);
   return 0;
 }

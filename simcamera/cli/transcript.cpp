@@ -1,6 +1,6 @@
-// The transcript as it stands, or as a picture: where the motors of channel 0 were over time, worked out from what the
-// drivers were asked.  A driver line reads "SECONDS THREAD DEVICE REQUEST [ARGUMENT] = RESULT rotor PLACE", with the
-// time of the request's return.
+// Prints the transcript as it is, or as a picture: the places of the motors of channel 0 over time, worked out from the
+// requests to the drivers.  A driver line is "SECONDS THREAD DEVICE REQUEST [ARGUMENT] = RESULT rotor PLACE", with the
+// time at which the request returned.
 #include <algorithm>
 #include <cmath>
 #include <fstream>
@@ -15,7 +15,7 @@ constexpr i32 iColumns = 100;
 constexpr i32 iRows = 16;
 constexpr i32 iSamplesPerColumn = 24;
 
-struct TPoint {
+struct TCorner {
   double dTime_s;
   double dPlace;  // driver steps
 };
@@ -23,8 +23,8 @@ struct TPoint {
 struct TDriverLine {
   double dTime_s;
   std::string sDevice, sRequest;
-  i64 iArgument;
-  i64 iRotor;
+  i64 llArgument;
+  i64 llRotor;
 };
 
 std::optional<TDriverLine> ParseLine(const std::string& sLine) {
@@ -34,27 +34,27 @@ std::optional<TDriverLine> ParseLine(const std::string& sLine) {
   if (!(tIn >> tLine.dTime_s >> sThread >> tLine.sDevice >> tLine.sRequest >> sWord)) return std::nullopt;
   if (tLine.sDevice != "zoommotor" && tLine.sDevice != "focusmotor") return std::nullopt;
   if (sWord != "=") {
-    tLine.iArgument = std::atoll(sWord.c_str());
+    tLine.llArgument = std::atoll(sWord.c_str());
     if (!(tIn >> sWord) || sWord != "=") return std::nullopt;
   }
-  if (!(tIn >> sResult >> sRotor >> tLine.iRotor) || sRotor != "rotor") return std::nullopt;
+  if (!(tIn >> sResult >> sRotor >> tLine.llRotor) || sRotor != "rotor") return std::nullopt;
   return tLine;
 }
 
-// The course of one motor: corners between which it moved evenly.
+// The course of one motor: corners, between which it moved at an even speed.
 class TCourse {
  public:
   explicit TCourse(const TAxisModel& tModel) : m_tModel(tModel) {}
 
   void Take(const TDriverLine& tLine) {
-    if (tLine.sRequest == "MOTOR_SELECT_DEVICE") m_iChannel = tLine.iArgument;
-    if (m_iChannel != 0) return;
-    const double dPlace = static_cast<double>(tLine.iRotor);
-    const double dSteps = static_cast<double>(std::max<i64>(tLine.iArgument, 0));
+    if (tLine.sRequest == "MOTOR_SELECT_DEVICE") m_llChannel = tLine.llArgument;
+    if (m_llChannel != 0) return;
+    const double dPlace = static_cast<double>(tLine.llRotor);
+    const double dSteps = static_cast<double>(std::max<i64>(tLine.llArgument, 0));
     const double dWalk_s = dSteps * static_cast<double>(m_tModel.qwStepTime_ns) / 1e9;
     const bool bBlocking = IsBlocking(tLine.sRequest);
-    // A line is written when its request returns: a blocking walk is over by then.
-    if (bBlocking && !m_atPoints.empty()) EndWalk(tLine.dTime_s - dWalk_s, m_atPoints.back().dPlace);
+    // A line is written when its request returns: a blocking walk has ended by then.
+    if (bBlocking && !m_atCorners.empty()) EndWalk(tLine.dTime_s - dWalk_s, m_atCorners.back().dPlace);
     EndWalk(tLine.dTime_s, dPlace);
     if (tLine.sRequest == "MOTOR_SET_FORWARD") m_iSense = 1;
     if (tLine.sRequest == "MOTOR_SET_BACKWARD") m_iSense = -1;
@@ -64,21 +64,21 @@ class TCourse {
     m_bWalks = true;
   }
 
-  // The last walk goes to its own end.
+  // Lets the last walk go to its end.
   void Finish() {
-    if (m_bWalks && !m_atPoints.empty()) m_atPoints.push_back({m_dWalkEnd_s, m_dWalkPlace});
+    if (m_bWalks && !m_atCorners.empty()) m_atCorners.push_back({m_dWalkEnd_s, m_dWalkPlace});
     m_bWalks = false;
   }
 
-  const std::vector<TPoint>& Points() const { return m_atPoints; }
+  const std::vector<TCorner>& Corners() const { return m_atCorners; }
   double Virtual(double dPlace) const { return (dPlace - m_tModel.iOrigin) / m_tModel.iDriverPerVirtual; }
 
   double PlaceAt(double dTime_s) const {
-    const auto itNext = std::find_if(m_atPoints.begin(), m_atPoints.end(),
-                                     [dTime_s](const TPoint& tPoint) { return tPoint.dTime_s >= dTime_s; });
-    if (itNext == m_atPoints.begin()) return m_atPoints.front().dPlace;
-    if (itNext == m_atPoints.end()) return m_atPoints.back().dPlace;
-    const TPoint& tBefore = itNext[-1];
+    const auto itNext = std::find_if(m_atCorners.begin(), m_atCorners.end(),
+                                     [dTime_s](const TCorner& tCorner) { return tCorner.dTime_s >= dTime_s; });
+    if (itNext == m_atCorners.begin()) return m_atCorners.front().dPlace;
+    if (itNext == m_atCorners.end()) return m_atCorners.back().dPlace;
+    const TCorner& tBefore = itNext[-1];
     const double dShare = (dTime_s - tBefore.dTime_s) / (itNext->dTime_s - tBefore.dTime_s);
     return tBefore.dPlace + dShare * (itNext->dPlace - tBefore.dPlace);
   }
@@ -89,26 +89,26 @@ class TCourse {
            sRequest == "MOTOR_SEARCH_PI";
   }
 
-  // The motor stands at the place at the time; it got there at the end of its walk, or on the way.
+  // At this time the motor is at this place: its walk has ended before, or it is on the way.
   void EndWalk(double dTime_s, double dPlace) {
-    if (m_bWalks && m_dWalkEnd_s < dTime_s) m_atPoints.push_back({m_dWalkEnd_s, dPlace});
+    if (m_bWalks && m_dWalkEnd_s < dTime_s) m_atCorners.push_back({m_dWalkEnd_s, dPlace});
     m_bWalks = false;
-    if (!m_atPoints.empty()) dTime_s = std::max(dTime_s, m_atPoints.back().dTime_s);
-    m_atPoints.push_back({dTime_s, dPlace});
+    if (!m_atCorners.empty()) dTime_s = std::max(dTime_s, m_atCorners.back().dTime_s);
+    m_atCorners.push_back({dTime_s, dPlace});
   }
 
   TAxisModel m_tModel;
-  std::vector<TPoint> m_atPoints;
-  i64 m_iChannel = 0;
+  std::vector<TCorner> m_atCorners;
+  i64 m_llChannel = 0;
   i32 m_iSense = 1;
   bool m_bWalks = false;
   double m_dWalkEnd_s = 0, m_dWalkPlace = 0;
 };
 
 void Draw(const char* pszName, const TCourse& tCourse, double dFrom_s, double dTo_s) {
-  if (tCourse.Points().empty()) return;
-  const auto Less = [](const TPoint& tA, const TPoint& tB) { return tA.dPlace < tB.dPlace; };
-  const auto [itLow, itHigh] = std::minmax_element(tCourse.Points().begin(), tCourse.Points().end(), Less);
+  if (tCourse.Corners().empty()) return;
+  const auto Less = [](const TCorner& tA, const TCorner& tB) { return tA.dPlace < tB.dPlace; };
+  const auto [itLow, itHigh] = std::minmax_element(tCourse.Corners().begin(), tCourse.Corners().end(), Less);
   const double dLow = itLow->dPlace, dSpan = std::max(itHigh->dPlace - dLow, 1.0);
   std::vector<std::string> asRows(iRows, std::string(iColumns, ' '));
   const auto RowAt = [&](i32 iSample) {
@@ -130,7 +130,7 @@ void Draw(const char* pszName, const TCourse& tCourse, double dFrom_s, double dT
               iColumns - iColumns / 2, dTo_s);
 }
 
-void DrawPicture(const TCamera& tCamera, std::istream& tIn) {
+void DrawPicture(const TOpenCamera& tCamera, std::istream& tIn) {
   TCourse tZoom(tCamera.ptWorld->tLens.atModel[LENS_ZOOM]);
   TCourse tFocus(tCamera.ptWorld->tLens.atModel[LENS_FOCUS]);
   for (std::string sLine; std::getline(tIn, sLine);) {
@@ -139,9 +139,9 @@ void DrawPicture(const TCamera& tCamera, std::istream& tIn) {
   double dFrom_s = INFINITY, dTo_s = -INFINITY;
   for (TCourse* ptCourse : {&tZoom, &tFocus}) {
     ptCourse->Finish();
-    if (ptCourse->Points().empty()) continue;
-    dFrom_s = std::min(dFrom_s, ptCourse->Points().front().dTime_s);
-    dTo_s = std::max(dTo_s, ptCourse->Points().back().dTime_s);
+    if (ptCourse->Corners().empty()) continue;
+    dFrom_s = std::min(dFrom_s, ptCourse->Corners().front().dTime_s);
+    dTo_s = std::max(dTo_s, ptCourse->Corners().back().dTime_s);
   }
   if (!(dTo_s > dFrom_s)) {
     std::printf("no motor has been asked for anything\n");
@@ -153,12 +153,12 @@ void DrawPicture(const TCamera& tCamera, std::istream& tIn) {
 
 }  // namespace
 
-i32 Command_Transcript(TArguments asArgs) {
+i32 Cli_Transcript(TArguments asArgs) {
   const bool bPicture = Arguments_TakeFlag(asArgs, "--picture");
   Arguments_Expect(asArgs, 1, 1, "transcript ROOT [--picture]");
-  const TCamera tCamera = Camera_Open(asArgs[0]);
+  const TOpenCamera tCamera = Camera_Open(asArgs[0]);
   std::ifstream tIn(tCamera.sRoot + "/sim/transcript");
-  if (!tIn) Fail(tCamera.sRoot + "/sim/transcript cannot be read");
+  if (!tIn) Cli_Fail(tCamera.sRoot + "/sim/transcript cannot be read");
   if (bPicture) {
     DrawPicture(tCamera, tIn);
   } else if (tIn.peek() != std::ifstream::traits_type::eof()) {

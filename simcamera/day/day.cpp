@@ -17,18 +17,18 @@ namespace {
 constexpr u32 dwDay_min = 24 * 60;
 constexpr u32 dwHottest_min = 15 * 60;
 constexpr u32 dwSunrise_min = 6 * 60 + 30, dwSunset_min = 19 * 60 + 30;
-constexpr double dDaysDiffer = 0.1;  // of the swing: by so much at most is a day's end nearer to its middle
+constexpr double dDaysDiffer = 0.1;  // later extremes are less than the first by at most this part of the swing
 
 constexpr u64 qwMinute_us = 60'000'000;
 constexpr u64 qwSearchAt_us = qwMinute_us;
 constexpr u32 dwSearchOver_min = 5;
-// Between two checks of the temperature: they come at the beginning of a minute.
+// These times lie between two checks of the temperature, which come at the beginning of a minute.
 constexpr u64 qwStatusBeforeEnd_us = 20'000'000, qwTermBeforeEnd_us = 10'000'000;
 
-// Two minutes from check to check, up to 3 seconds until the thread looks at the minute, and the step of the weather.
+// Two minutes from check to check, up to 3 seconds until the thread sees a new minute, and one step of the weather.
 constexpr u32 dwBetweenChecks_min = 3;
 
-// Passed from minute to minute of the life.
+// What the life passes on from minute to minute.
 struct TWatch {
   const TDayPlan* ptPlan;
   TDaySample* ptSamples;  // by minute; shared with the parent
@@ -45,19 +45,19 @@ double Share(u64 qwSeed, u64 qwNumber) {
   return Draw_Share(Draw_Mix(qwSeed + (qwNumber + 1) * qwDrawStep));
 }
 
-// The first coldest and the first hottest moment are the plan's own.
-double Inward(const TDayPlan& tPlan, u32 dwDay, u32 dwEnd) {
+// By how much a day's coldest (dwEnd 0) or hottest (1) moment is milder than the plan's.  0 on the first day.
+double Milder(const TDayPlan& tPlan, u32 dwDay, u32 dwEnd) {
   if (dwDay == 0) return 0;
   return dDaysDiffer * (tPlan.dTo_C - tPlan.dFrom_C) * Share(tPlan.qwSeed, u64{dwDay} * 2 + dwEnd);
 }
 double Coldest(const TDayPlan& tPlan, u32 dwDay) {
-  return tPlan.dFrom_C + Inward(tPlan, dwDay, 0);
+  return tPlan.dFrom_C + Milder(tPlan, dwDay, 0);
 }
 double Hottest(const TDayPlan& tPlan, u32 dwDay) {
-  return tPlan.dTo_C - Inward(tPlan, dwDay, 1);
+  return tPlan.dTo_C - Milder(tPlan, dwDay, 1);
 }
 
-// Level at both ends, and the same bits from every compiler.
+// A smooth curve that is level at both ends, with the same bits from every compiler.
 double Ease(double dFrom, double dTo, u32 dwAt, u32 dwLength) {
   const double dShare = static_cast<double>(dwAt) / dwLength;
   return dFrom + (dTo - dFrom) * dShare * dShare * (3 - 2 * dShare);
@@ -79,8 +79,8 @@ TDaySample TakeSample(TWorld* ptWorld, u32 dwMinute) {
           .dAllowed = 0};
 }
 
-// Runs in the life.  The sample comes first: what the daemon is judged by has stood for a minute.  Each minute asks for
-// the next, so that the clock's list of things to come stays short.
+// Runs in the life.  The sample comes before the new weather: the daemon is judged by a weather that has lasted for a
+// minute.  Each minute schedules the next one, so that the clock's list stays short.
 void EachMinute(void* pvWatch) {
   TWatch& tWatch = *static_cast<TWatch*>(pvWatch);
   TWorld* ptWorld = Clock_World();
@@ -111,14 +111,14 @@ TLifeResult Live(const TDayPlan& tPlan, const std::string& sRoot, TDaySample* pt
   return Life_Run(tLife);
 }
 
-// The number behind "vernier_lens_KEY='", -1 if there is none.
+// The number after "vernier_lens_KEY='", or -1 if there is none.
 i32 StatusNumber(const std::string& sReply, const std::string& sKey) {
   const std::string sWanted = "vernier_lens_" + sKey + "='";
   const std::size_t dwAt = sReply.find(sWanted);
   return dwAt == sReply.npos ? -1 : std::atoi(sReply.c_str() + dwAt + sWanted.size());
 }
 
-// Takes belief and truth.  A transcript that is not whole is no trouble: nothing is judged by it.
+// Puts belief and truth at the end into the report.  The transcript may be cut short: nothing is judged by it.
 void TakeEnd(const TLifeResult& tResult, TWorld* ptWorld, TDayReport& tReport) {
   if (tResult.eEnd != LIFE_EXITED || tResult.iStatus != 0) {
     tReport.sTrouble = "the life ended badly: end " + std::to_string(tResult.eEnd) + ", status " +
@@ -142,7 +142,7 @@ double DriftPerDegree(const TLensModel& tModel, double dZoom) {
                    Optics_SharpFocus(tModel, dZoom, dPanDistance_m, dPanTemperature_C, false));
 }
 
-// By how much the table of night shifts is off at a zoom: it has one whole number for a range.
+// By how much the table of night shifts is wrong at a zoom: it has only one whole number for each range.
 double NightTableMiss(const TLensModel& tModel, double dZoom) {
   const double dIndex = std::max(dZoom, 1.0) - 1;
   u32 dwRange = 0;
@@ -152,7 +152,7 @@ double NightTableMiss(const TLensModel& tModel, double dZoom) {
   return std::fabs(dShift - NightTable_Offset(tModel, dwRange));
 }
 
-// Degrees since the last check, wherever it came.
+// By how many degrees the temperature may have moved since the last check.
 double MovedSinceCheck(const std::vector<TDaySample>& atSamples, std::size_t dwAt) {
   double dMoved_C = 0;
   for (std::size_t dwBack = 1; dwBack <= std::min<std::size_t>(dwBetweenChecks_min, dwAt); ++dwBack) {
@@ -161,9 +161,9 @@ double MovedSinceCheck(const std::vector<TDaySample>& atSamples, std::size_t dwA
   return dMoved_C;
 }
 
-// The sum of what the correction cannot know: what the search was off by, the steps of the thermal table, the way of
-// the temperature since the last check, and, while the light is another than at the search, what the night table is off
-// by.
+// Judges each sample.  What is allowed is the sum of what the correction cannot know: the error of the search, the
+// steps of the thermal table, and how far the temperature has moved since the last check.  If day or night has changed
+// since the search, the error of the night table is added.
 void Judge(const TLensModel& tModel, TDayReport& tReport) {
   const TDaySample& tStart = tReport.atSamples.front();
   tReport.dSearchError = std::fabs(Sample_Error(tStart));
@@ -180,7 +180,7 @@ void Judge(const TLensModel& tModel, TDayReport& tReport) {
   }
 }
 
-// In a ROOT that stands.
+// Runs and judges in a ROOT that exists.
 TDayReport RunIn(const TDayPlan& tPlan, const TLensModel& tModel, const std::string& sRoot) {
   TDayReport tReport{};
   const u64 qwMinutes = Minutes(tPlan);

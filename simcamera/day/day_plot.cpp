@@ -30,7 +30,7 @@ struct TRange {
   double dLow, dHigh;
 };
 
-// What both pictures are drawn to.
+// The scales of both pictures.
 struct TScales {
   TRange tTemperature_C, tSteps, tError, tHours;
 };
@@ -79,7 +79,7 @@ i32 ColumnOf(const TRange& tHours, const TDaySample& tSample) {
   return std::clamp(static_cast<i32>(ShareOf(tHours, Hour(tSample)) * iColumns), 0, iColumns - 1);
 }
 
-// Later curves cover earlier ones; where two meet that one is meant to meet, cBoth stands.
+// Draws a curve over the earlier ones.  Where it meets the curve with the mark cOther, it writes cBoth.
 void Draw(TGrid& tGrid, const TDayReport& tReport, const TRange& tRange, FValue pfnValue, char cMark, char cOther = 0,
           char cBoth = 0) {
   const i32 iTop = static_cast<i32>(tGrid.asRows.size()) - 1;
@@ -96,7 +96,7 @@ TGrid NewGrid(i32 iRows, const TRange& tHours) {
           .tHours = tHours};
 }
 
-// Scales beside every other row; the right one only if there is one.
+// Prints the rows.  Every second one has its value on the left, and on the right if there is a right scale.
 void PrintGrid(const TGrid& tGrid, const TRange& tLeft, const TRange* ptRight) {
   const i32 iTop = static_cast<i32>(tGrid.asRows.size()) - 1;
   for (i32 iRow = iTop; iRow >= 0; --iRow) {
@@ -163,9 +163,9 @@ struct TPanel {
 };
 constexpr double dSvgWidth = 900, dSvgHeight = 560, dSvgLeft = 60, dSvgRight = 840;
 constexpr TPanel g_tUpper{.dTop = 50, .dHeight = 290}, g_tLower{.dTop = 390, .dHeight = 120};
-constexpr std::size_t dwSvgPoints = 480;  // of a curve, at most
+constexpr std::size_t dwSvgPoints = 480;  // a curve has at most so many
 
-// A curve with its own way of drawing, so that it shows without colour too.
+// How a curve is drawn: each has its own line style, so that they can be told apart without colour.
 struct TPen {
   const char* szName;
   const char* szStroke;  // attributes
@@ -203,7 +203,7 @@ void SvgNights(FILE* pFile, const TDayReport& tReport, const TScales& tScales, c
   }
 }
 
-// Frame, hours below, and a scale on the left, or on the right too.
+// Draws the frame with the hours below and a scale on the left.  If ptRight is given, one on the right too.
 void SvgFrame(FILE* pFile, const TScales& tScales, const TPanel& tPanel, const TRange& tLeft, const TRange* ptRight) {
   constexpr i32 iHours = 8, iValues = 4;
   const double dBottom = tPanel.dTop + tPanel.dHeight;

@@ -3,9 +3,9 @@
 
 #include "day/day.h"
 
-// On stdout, 96 columns wide: temperature, focus and sharp position over the days, and the error below.  The report has
-// samples.
+// Prints on stdout, 96 columns wide: temperature, focus and sharp position over the days, and the error below.  The
+// report must have samples.
 void DayPlot_Print(const TDayReport& tReport);
 
-// The same as an SVG document.  0; -1 if the file cannot be written.
+// Writes the same as an SVG document.  Returns 0, or -1 if the file cannot be written.
 i32 DayPlot_WriteSvg(const TDayReport& tReport, const char* pszPath);

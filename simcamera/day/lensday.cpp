@@ -1,5 +1,5 @@
-// lensday: days in the life of a thermal lens, run, judged and drawn.  Exits 0 only if the lens stayed sharp and the
-// daemon knows where it stands, 1 if not, 2 on wrong usage.
+// lensday: runs, judges and draws days in the life of a thermal lens.  Exits with 0 if the lens stayed sharp and the
+// believed positions are true, with 1 if not, with 2 on wrong usage.
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>

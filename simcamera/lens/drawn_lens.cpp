@@ -18,7 +18,7 @@ namespace {
 constexpr std::string_view sNamePrefix = "drawn-";
 constexpr std::size_t dwMaxDigits = 9;
 
-// One draw to a statement: the order in which a compiler evaluates operands must not change the lens.
+// Make only one draw in a statement: the order in which a compiler evaluates operands must not change the lens.
 struct TDice {
   u64 Below(u64 qwBelow) { return qwBelow == 0 ? 0 : tEngine() % qwBelow; }
   u64 In(u64 qwLow, u64 qwHigh) { return qwLow + Below(qwHigh - qwLow + 1); }
@@ -26,7 +26,7 @@ struct TDice {
   double Between(double dLow, double dHigh) {
     return dLow + (dHigh - dLow) * (static_cast<double>(tEngine() >> 11) / static_cast<double>(u64{1} << 53));
   }
-  // As likely between 10 and 20 as between 1000 and 2000.
+  // Small and large numbers are equally likely: between 10 and 20 as often as between 1000 and 2000.
   u64 Spread(u64 qwLow, u64 qwHigh) {
     const u64 qwSpan = qwLow << Below(static_cast<u64>(std::bit_width(qwHigh / qwLow)));
     return std::min(qwHigh, qwSpan + Below(qwSpan));
@@ -40,12 +40,12 @@ TICSSheet g_atICSSheets[LENS_AXES];
 char g_szName[16] = "";
 char g_szModelName[16];
 
-// What the rest of a model asks of one of its axes.
-struct TAxisWish {
+// What the rest of a model requires of one of its axes.
+struct TAxisNeeds {
   bool bFocus;
   bool bPI;
-  bool bReferenceAtStop = false;  // something walks against the stop for the reference
-  bool bWalksStopAtPI = false;    // MOTOR_CHECK_PI_WALK_STEPS is used for that
+  bool bReferenceAtStop = false;  // some walk uses the stop as reference
+  bool bWalksStopAtPI = false;    // walks stop at the sensor, by MOTOR_CHECK_PI_WALK_STEPS
 };
 
 TAxisSheet NoAxis() {
@@ -74,10 +74,10 @@ void DrawRange(TDice& tDice, TAxisSheet& t) {
   t.dwOneStep = static_cast<u32>(qwOneStep);
 }
 
-// The driver keeps up with the step time, now and then only just, and with its quotient by the driver steps cut to
-// whole microseconds: walks to a stop are slept out by that.
+// The driver is as fast as the configured step time, sometimes only just.  It also keeps the time of one driver step in
+// whole microseconds, rounded down: the daemon sleeps by that during walks to a stop.
 void DrawTimes(TDice& tDice, TAxisSheet& t, bool bPI) {
-  // From end to end.  Searches for a sensor take turns, and one in eight lenses has searches above a minute.
+  // Time from end to end.  Searches for a sensor take turns, and with one lens in eight they take above a minute.
   const u64 qwLongest_ns = bPI && !tDice.OneIn(8) ? 14'000'000'000 : 40'000'000'000;
   const u64 qwSlowest_ns = qwLongest_ns / (u64{t.dwTotalStep} * t.dwOneStep);
   t.qwStepTime_ns = std::max<u64>(std::min(tDice.Spread(100'000, 2'000'000), qwSlowest_ns), 20'000);
@@ -94,51 +94,51 @@ void DrawGears(TDice& tDice, TAxisSheet& t) {
   t.dwAdjustStep = dwLeast + static_cast<u32>(tDice.OneIn(3) ? 0 : tDice.Below(6));
 }
 
-// The stops below and above the range.  Where no sensor tells the reference, the stop is the reference.
-void DrawStops(TDice& tDice, TAxisSheet& t, const TAxisWish& tWish) {
+// Draws the stops below and above the range.  Without a sensor the stop is the reference.
+void DrawStops(TDice& tDice, TAxisSheet& t, const TAxisNeeds& tNeeds) {
   const bool bReverse = t.bReverseCalibration != 0;
   const i32 iEnd = static_cast<i32>(t.dwEnd * t.dwOneStep);
   const i32 iBelow = tDice.OneIn(2) ? 0 : static_cast<i32>(tDice.Below(static_cast<u64>(iEnd) / 8 + 2));
   const i32 iAbove = tDice.OneIn(2) ? 0 : static_cast<i32>(tDice.Below(static_cast<u64>(iEnd) / 8 + 2));
-  const bool bStopIsReference = !tWish.bPI || tWish.bReferenceAtStop;
+  const bool bStopIsReference = !tNeeds.bPI || tNeeds.bReferenceAtStop;
   t.iOrigin = bStopIsReference && !bReverse ? 0 : iBelow;
   t.iTravel = t.iOrigin + iEnd + (bStopIsReference && bReverse ? 0 : iAbove);
 }
 
-void DrawSensor(TDice& tDice, TAxisSheet& t, const TAxisWish& tWish) {
-  t.bPISupport = tWish.bPI ? 1 : 0;
+void DrawSensor(TDice& tDice, TAxisSheet& t, const TAxisNeeds& tNeeds) {
+  t.bPISupport = tNeeds.bPI ? 1 : 0;
   t.bCheckPIWalk = tDice.OneIn(2) ? 1 : 0;
   t.iPI = -1;
-  if (!tWish.bPI) return;
+  if (!tNeeds.bPI) return;
   const i32 iEnd = static_cast<i32>(t.dwEnd * t.dwOneStep);
-  const u64 qwAbove = static_cast<u64>(tWish.bFocus ? iEnd : t.iTravel - t.iOrigin);
+  const u64 qwAbove = static_cast<u64>(tNeeds.bFocus ? iEnd : t.iTravel - t.iOrigin);
   const u64 qwAt = tDice.OneIn(3) ? 0 : tDice.Below(qwAbove + 1);
   t.iPI = t.iOrigin + static_cast<i32>(qwAt);
-  if (!tWish.bFocus) return;
-  // Without reverse calibration the focus has its sensor at position 0: its shifts are distances of one direction.
+  if (!tNeeds.bFocus) return;
+  // Without reverse calibration the focus sensor is at position 0, so that neither shift is negative.
   if (t.bReverseCalibration == 0) t.iPI = t.iOrigin;
-  if (t.bReverseCalibration != 0 && (qwAt == 0 || (tWish.bWalksStopAtPI && t.bCheckPIWalk != 0))) {
+  if (t.bReverseCalibration != 0 && (qwAt == 0 || (tNeeds.bWalksStopAtPI && t.bCheckPIWalk != 0))) {
     t.iPI = t.iOrigin + iEnd;
   }
 }
 
-TAxisSheet DrawAxis(TDice& tDice, const TAxisWish& tWish) {
+TAxisSheet DrawAxis(TDice& tDice, const TAxisNeeds& tNeeds) {
   TAxisSheet t{};
-  t.bReverseCalibration = tWish.bFocus && tDice.OneIn(3) ? 1 : 0;
+  t.bReverseCalibration = tNeeds.bFocus && tDice.OneIn(3) ? 1 : 0;
   DrawRange(tDice, t);
-  DrawTimes(tDice, t, tWish.bPI);
+  DrawTimes(tDice, t, tNeeds.bPI);
   DrawGears(tDice, t);
-  DrawStops(tDice, t, tWish);
-  DrawSensor(tDice, t, tWish);
+  DrawStops(tDice, t, tNeeds);
+  DrawSensor(tDice, t, tNeeds);
   const u64 qwTravel = static_cast<u64>(t.iTravel);
   t.dwPositioningStep = static_cast<u32>(qwTravel + 1 + tDice.Below(tDice.OneIn(2) ? 3 : qwTravel / 10 + 2));
   const u64 qwSearch = qwTravel + tDice.Below(tDice.OneIn(2) ? 2 : qwTravel / 10 + 2);
-  t.dwPISearchStep = tWish.bPI ? static_cast<u32>(qwSearch) : 0;
+  t.dwPISearchStep = tNeeds.bPI ? static_cast<u32>(qwSearch) : 0;
   t.dwFirstPosition = PlaceIn(tDice, t);
   return t;
 }
 
-// All that moves the sharp position together stays within the focus range.
+// Zoom, distance, temperature and light together keep the sharp position within the focus range.
 void DrawOptics(TDice& tDice, TLensModel& t) {
   const double dRange = t.tFocus.dwEnd - t.tFocus.dwStart;
   TOptics& o = t.tOptics;
@@ -157,7 +157,7 @@ void DrawOptics(TDice& tDice, TLensModel& t) {
   o.dPeakTele = std::max(1.0, o.dPeakWide * tDice.Between(0.5, 1));
 }
 
-// The levels fit together: a step is as wide as the peak or narrower, and a range covers the steps of the level ahead.
+// The levels fit together: steps are not much wider than the peak, and a range covers the steps of the level before.
 void DrawSearch(TDice& tDice, TLensModel& t) {
   const double dRange = t.tFocus.dwEnd - t.tFocus.dwStart;
   const double dWidth = std::min(t.tOptics.dPeakWide, t.tOptics.dPeakTele);
@@ -174,7 +174,7 @@ void DrawSearch(TDice& tDice, TLensModel& t) {
   s.iRangeSecond = static_cast<i32>(2 * s.dwStepLarge + s.dwStepSmall + tDice.Below(2 * s.dwStepLarge + 2));
   s.iRangeThird = static_cast<i32>(2 * s.dwStepSmall + s.dwStepFine + tDice.Below(2 * s.dwStepSmall + 2));
   s.bFineTuning = tDice.OneIn(4) ? 0 : 1;
-  // A sweep step, sent without waiting in stepped mode, is over and seen in whole frames when its value is read.
+  // Stepped mode does not wait for a sweep step.  It must be over, and seen in whole frames, when the value is read.
   const u64 qwWalk_us = u64{s.dwStepLarge} * t.tFocus.dwOneStep * t.tFocus.qwStepTime_ns / 1000;
   s.dwOneStepSearchTime_us = static_cast<u32>(qwWalk_us + 75'000 + tDice.Below(150'000));
   s.dwOpenIrisTime_us = static_cast<u32>(tDice.In(10'000, 800'000));
@@ -191,14 +191,14 @@ void DrawPlain(TDice& tDice, TLensModel& t) {
   const bool bZoomPI = tDice.OneIn(2);
   const bool bFocusPI = tDice.OneIn(2);
   const bool bFocusOnly = t.dwCapability == CAPABILITY_FOCUS_ONLY;
-  const TAxisWish tFocus{.bFocus = true,
-                         .bPI = bFocusPI,
-                         .bReferenceAtStop = bFocusOnly,
-                         .bWalksStopAtPI = bFocusOnly && t.bBlockingMode != 0};
-  const TAxisWish tZoom{.bFocus = false, .bPI = bZoomPI};
+  const TAxisNeeds tFocus{.bFocus = true,
+                          .bPI = bFocusPI,
+                          .bReferenceAtStop = bFocusOnly,
+                          .bWalksStopAtPI = bFocusOnly && t.bBlockingMode != 0};
+  const TAxisNeeds tZoom{.bFocus = false, .bPI = bZoomPI};
   t.tZoom = Model_HasZoom(t) ? DrawAxis(tDice, tZoom) : NoAxis();
   t.tFocus = Model_HasFocus(t) ? DrawAxis(tDice, tFocus) : NoAxis();
-  // A configuration often has keys of an axis that the lens lacks.
+  // A configuration often has keys of an axis that the lens does not have.
   if (!Model_HasZoom(t) && tDice.OneIn(2)) t.tZoomKeys = DrawAxis(tDice, tZoom);
   if (!Model_HasFocus(t) && tDice.OneIn(2)) t.tFocusKeys = DrawAxis(tDice, tFocus);
   t.bThermalTable = t.dwCapability == CAPABILITY_ZOOM_AND_FOCUS && tDice.OneIn(4) ? 1 : 0;
@@ -222,7 +222,7 @@ TICSSheet DrawICSAxis(TDice& tDice, u64 qwMin, u64 qwRange) {
   return tSheet;
 }
 
-// What the daemon makes of the driver's range, and a configuration of its own for the parking motor.
+// The range that the daemon makes of the driver's, with the keys of the parking motor.
 TAxisSheet ICSSheet(TDice& tDice, const TICSSheet& tDriver, u32 dwMargin, u32 dwPark) {
   TAxisSheet tSheet{};
   tSheet.dwStart = static_cast<u32>(tDriver.iMin) + dwMargin;
@@ -239,7 +239,7 @@ TAxisSheet ICSSheet(TDice& tDice, const TICSSheet& tDriver, u32 dwMargin, u32 dw
   return tSheet;
 }
 
-// The optics of an ICS lens are fixed places; one range in four does not hold them, and only belief counts there.
+// The optics of an ICS lens are fixed places.  One range in four does not contain them: there no sharpness is judged.
 void DrawICS(TDice& tDice, TLensModel& t) {
   constexpr u32 dwFocusMargin = 50;
   t.pszLensType = "ics";
@@ -272,7 +272,7 @@ void Draw(u64 qwNumber) {
   } else {
     DrawPlain(tDice, t);
   }
-  // The daemon takes a lens whose name begins so for one with a thermal table.
+  // By a model name that begins with "Q31" the daemon knows a lens with a thermal table.
   std::snprintf(g_szModelName, sizeof g_szModelName, "%s%u", t.bThermalTable != 0 ? "Q31" : "D",
                 static_cast<u32>(tDice.Below(100)));
   if (t.dwCapability == CAPABILITY_ZOOM_AND_FOCUS && !Model_IsICS(t)) {

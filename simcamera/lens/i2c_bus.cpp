@@ -11,7 +11,7 @@ constexpr u32 dwTemperature = 0, dwConfiguration = 1, dwControl = 4;
 struct TSlaveSheet {
   EI2CSlave eSlave;
   u32 dwAddress;                // 7 bits
-  u32 adwBytes[iI2CRegisters];  // of each register, 0 there is none
+  u32 adwBytes[iI2CRegisters];  // of each register; 0: there is no such register
   u8 byConfiguration;           // after power-on
   u8 byMeasures;                // configuration bit that tells whether it measures
   bool bMeasuresIfSet;
@@ -44,7 +44,7 @@ i32 Clamp(double dValue, i32 iLeast, i32 iMost) {
   return dValue < iLeast ? iLeast : dValue > iMost ? iMost : static_cast<i32>(dValue);
 }
 
-// The temperature register as it reads now.
+// Writes the present temperature into its register, if the slave measures.
 void Measure(const TSlaveSheet& tSheet, TI2CSlave& tSlave, double dTemperature_C) {
   const bool bSet = (tSlave.aabyRegisters[dwConfiguration][0] & tSheet.byMeasures) != 0;
   if (bSet != tSheet.bMeasuresIfSet) return;
@@ -59,7 +59,7 @@ void Measure(const TSlaveSheet& tSheet, TI2CSlave& tSlave, double dTemperature_C
   abyRegister[1] = static_cast<u8>(iValue);
 }
 
-// The place of one byte within a transfer, from the pointer on; behind the last register there is none.
+// The place of one byte within a transfer, from the pointer on; after the last register there is none.
 struct TPlace {
   u32 dwRegister, dwByte;
 };
@@ -92,7 +92,7 @@ void Write(const TSlaveSheet& tSheet, TI2CSlave& tSlave, const u8* pbyData, u32 
   }
 }
 
-// 0, or -errno of a transfer that does not come about.
+// Returns 0, or -errno if the transfer cannot be made.
 i32 Refusal(TI2CBus& tBus, std::span<const TI2CMessage> atMessages) {
   if (tBus.eFault == SENSOR_ABSENT || tBus.eFault == SENSOR_SILENT) return -ENXIO;
   bool bReads = false;
@@ -108,7 +108,7 @@ i32 Refusal(TI2CBus& tBus, std::span<const TI2CMessage> atMessages) {
 void Move(TI2CBus& tBus, double dTemperature_C, const TI2CMessage& tMessage, u32 dwLength) {
   const TSlaveSheet& tSheet = *FindSlave(tMessage.dwAddress);
   TI2CSlave& tSlave = tBus.atSlaves[tSheet.eSlave];
-  // Before a write too: one that stops the measuring leaves the present temperature behind.
+  // Measure before a write too: if it stops the measuring, the slave keeps the present temperature.
   Measure(tSheet, tSlave, dTemperature_C);
   if (tMessage.bRead)
     Read(tSheet, tSlave, tMessage.pbyData, dwLength);

@@ -1,5 +1,5 @@
-// The simulated camera's I2C bus, "/dev/i2c-2", with the temperature sensors on it: registers in plain memory, and how
-// they answer to transfers.
+// The simulated camera's I2C bus, "/dev/i2c-2", with its temperature sensors: their registers in plain memory, and the
+// transfers that read and write them.
 //
 // Two slaves are always there, whichever of them the camera's configuration names.  A register is one or two bytes, the
 // high one first:
@@ -8,14 +8,14 @@
 //     0x71 TMP103B    1 byte, whole degrees   bit 1 set: it measures     1 byte each   none        shut down, 0 degrees
 //     0x4A LM73       2 bytes, 1/128 degree   bit 7 clear: it measures   2 bytes each  1 byte      measures
 //
-// Temperatures are two's complement and cut towards minus infinity, those of the LM73 to 1/4 degree, or down to 1/32 by
-// bits 5 and 6 of its control register.  A slave that does not measure keeps the last temperature.
+// Temperatures are two's complement, rounded down: those of the LM73 to 1/4 degree, or to as little as 1/32 by bits 5
+// and 6 of its control register.  A slave that does not measure keeps the last temperature.
 //
-// The first byte of a write sets the register pointer, further ones go into that register and those behind it; a read
-// starts at the register that the pointer names.  The pointer stays where it was set.  What is written to register 0 or
-// behind the last register is taken and dropped, what is read from there is 0xFF.  A transfer takes no time.
+// The first byte of a write sets the register pointer.  Further bytes go into that register and the next ones.  A read
+// starts at the register that the pointer names.  The pointer stays where it was set.  Bytes written to register 0 or
+// after the last register are ignored; bytes read after the last register are 0xFF.  A transfer takes no time.
 //
-// Callers hold the world's lock (at a speed) or are the one thread that runs (on the virtual clock).
+// Callers hold the world's lock (at a speed) or are the only thread that runs (on the virtual clock).
 #pragma once
 
 #include <span>
@@ -26,7 +26,7 @@ constexpr u32 dwTMP103BAddress = 0x71, dwLM73Address = 0x4A;  // 7 bits
 
 enum EI2CSlave : u32 { I2C_TMP103B, I2C_LM73, I2C_SLAVES };
 
-// What is wrong with the sensors, all of them.
+// What is wrong with all sensors.
 enum ESensorFault : u32 {
   SENSOR_GOOD,
   SENSOR_ABSENT,   // there is no bus: its device cannot be opened, and nothing answers on one that is open
@@ -54,11 +54,11 @@ struct TI2CMessage {
   u32 dwLength;
 };
 
-// Gives every slave the registers it has after power-on; a fault stays.
+// Sets the registers of every slave to those after power-on.  A fault stays.
 void I2CBus_PowerOn(TI2CBus* ptBus);
 
-// One message by itself, as read(2) and write(2) of the device make it: the number of bytes moved, or -errno.
+// One message by itself, as by read(2) or write(2) of the device.  Returns the number of bytes moved, or -errno.
 i32 I2CBus_Message(TI2CBus* ptBus, double dTemperature_C, const TI2CMessage& tMessage);
 
-// Messages joined by repeated starts: their number, or -errno; a read that failed has filled nothing.
+// Messages joined by repeated starts.  Returns their number, or -errno; then no read has filled anything.
 i32 I2CBus_Combined(TI2CBus* ptBus, double dTemperature_C, std::span<const TI2CMessage> atMessages);

@@ -15,7 +15,7 @@ constexpr i32 iCountsPerDegree = 5, iADAtZero = 600;
 
 constexpr double g_adDistances_m[] = {1.5, 2.5, 5, 10, 1000};
 constexpr u32 g_adwTemperatureZooms[] = {100, 600, 1100, 1600, 2100};
-// Wave length codes of the infra-red files; 1 is the lamps that the camera has.
+// Wave length codes of the infra-red files; the lamps of the camera have code 1.
 constexpr u32 g_adwWaveLengths[] = {2, 1, 3};
 constexpr double g_adWaveFactors[] = {0.8, 1, 1.15};
 

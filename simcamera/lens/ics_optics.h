@@ -1,15 +1,14 @@
-// The physics of the ICS lens, and its characterisation as curve files.
+// The physics of the ICS lens, and the curve files that describe it.
 //
-// Assumptions, from which both the true lens and the files are made, so that every number stands once:
+// Both the true lens and the files are made from these assumptions, so that every number stands once:
 //   - a vari-focal lens whose sharp focus for an object at infinity is a parabola over the zoom position;
-//   - a near object moves it up by the square of the focal length over the distance, and the focal length grows
-//   linearly
-//     with the zoom position;
-//   - a change of temperature moves it in proportion, the more so the longer the focal length;
+//   - a near object moves it up in proportion to the square of the focal length over the distance, and the focal length
+//     grows linearly with the zoom position;
+//   - a change of temperature moves it in proportion, more so with a longer focal length;
 //   - infra-red light moves it up, linearly over the zoom position;
-//   - the sensor is linear: so many counts a degree, fewer when it is warmer.
-// Each is a polynomial in what the curve files take as their argument, so the coefficients are the model's own and no
-// fit is needed; what is lost is their rounding to single precision.  Positions are the driver's own.
+//   - the sensor is linear: a fixed number of counts less for each degree.
+// Each is a polynomial of the argument of its curve file, so the coefficients are exact but for their rounding to
+// single precision.  Positions are those of the driver.
 #pragma once
 
 #include <span>
@@ -18,7 +17,7 @@
 
 double ICSOptics_SharpFocus(double dZoom, double dDistance_m, double dTemperature_C, bool bNight);
 
-// What the sensor reads.
+// The value of the temperature sensor.
 i32 ICSOptics_AD(double dTemperature_C);
 constexpr i32 iICSColdestAD = 800, iICSHottestAD = 175;
 

@@ -8,7 +8,7 @@
 namespace {
 
 constexpr u64 qwNanosPerMicro = 1000;
-constexpr i64 iMicrosPerSecond = 1'000'000;
+constexpr i64 llMicrosPerSecond = 1'000'000;
 
 TDriverAnswer Answer(i32 iResult, u64 qwUntil_us = 0) {
   return {iResult, 0, qwUntil_us};
@@ -55,7 +55,7 @@ void Axis_Walk(const TAxisModel& tModel, TAxisTruth& tAxis, u64 qwNow_us) {
   if (tAxis.iWalkDone == tAxis.iWalkCount) tAxis.iWalkCount = tAxis.iWalkDone = 0;
 }
 
-// Whoever settles the axis, and however seldom: the glass is caught at the frame's beginning on the way.
+// Settles the axis.  On the way it notes the glass at the frame's beginning, however rarely this is called.
 void Axis_Settle(const TAxisModel& tModel, TAxisTruth& tAxis, u64 qwNow_us) {
   const u64 qwFrame = qwNow_us / qwFrameTime_us;
   if (qwFrame != tAxis.qwFrame) {
@@ -66,20 +66,20 @@ void Axis_Settle(const TAxisModel& tModel, TAxisTruth& tAxis, u64 qwNow_us) {
   Axis_Walk(tModel, tAxis, qwNow_us);
 }
 
-// Ends the walk of a settled axis; gives the driver steps that were still to go.
+// Ends the walk of a settled axis.  Returns the driver steps that were still to go.
 i32 Axis_EndWalk(TAxisTruth& tAxis) {
   const i32 iLeft = tAxis.iWalkCount - tAxis.iWalkDone;
   tAxis.iWalkCount = tAxis.iWalkDone = 0;
   return iLeft;
 }
 
-// A driver wakes up forward, standing still.
+// After power-on a driver stands still, and its direction is forward.
 void Axis_Wake(TAxisTruth& tAxis) {
   Axis_EndWalk(tAxis);
   tAxis.bForward = 1;
 }
 
-// Starts a walk of a settled axis; gives the time at which it will be done.
+// Starts a walk of a settled axis.  Returns the time at which it will have ended.
 u64 Axis_StartWalk(const TAxisModel& tModel, TAxisTruth& tAxis, bool bForward, i32 iCount, u64 qwNow_us) {
   Axis_EndWalk(tAxis);
   tAxis.iWalkCount = iCount;
@@ -88,8 +88,8 @@ u64 Axis_StartWalk(const TAxisModel& tModel, TAxisTruth& tAxis, bool bForward, i
   return qwNow_us + Walk_Duration_us(tModel, iCount);
 }
 
-// Driver steps after which a walk in a direction stands at the PI sensor: 0 if it stands there already, -1 if the count
-// does not get it there.  Tried on a copy of the axis, since steps may be lost on the way.
+// Driver steps after which a walk stands at the PI sensor: 0 if it stands there already, -1 if iCount steps do not
+// reach it.  The walk is tried on a copy of the axis, since steps may be lost on the way.
 i32 Axis_StepsToPI(const TAxisModel& tModel, TAxisTruth tAxis, bool bForward, i32 iCount) {
   if (tAxis.iRotor == tModel.iPI) return 0;
   for (i32 iStep = 1; iStep <= iCount; ++iStep) {
@@ -121,7 +121,7 @@ TDriverAnswer Stepper_Request(TLens* ptLens, ELensAxis eAxis, u32 dwRequest, i32
   const TAxisModel& tModel = bPark ? ptLens->tParkModel : ptLens->atModel[eAxis];
   if (tModel.bPresent == 0) return Refuse(ENODEV);
   TAxisTruth& tAxis = bPark ? ptLens->tParkAxis : ptLens->atAxis[ptLens->adwSelected[eAxis]][eAxis];
-  // Settled first, whatever the request: a new direction must not bend the steps already made.
+  // Settle before any request: a new direction must not change the steps already made.
   Axis_Settle(tModel, tAxis, qwNow_us);
 
   switch (dwRequest) {
@@ -181,15 +181,15 @@ TDriverAnswer Driver_Request(TLens* ptLens, ELensAxis eAxis, u32 dwRequest, i32 
 }
 
 i32 ICS_Position(const TICSAxisTruth& tAxis, u64 qwNow_us) {
-  const i64 iPassed_us = qwNow_us > tAxis.qwMoveStart_us ? static_cast<i64>(qwNow_us - tAxis.qwMoveStart_us) : 0;
-  const i64 iDistance = static_cast<i64>(tAxis.iTarget) - tAxis.iFrom;
-  const i64 iLength = iDistance < 0 ? -iDistance : iDistance;
+  const i64 llPassed_us = qwNow_us > tAxis.qwMoveStart_us ? static_cast<i64>(qwNow_us - tAxis.qwMoveStart_us) : 0;
+  const i64 llDistance = static_cast<i64>(tAxis.iTarget) - tAxis.iFrom;
+  const i64 llLength = llDistance < 0 ? -llDistance : llDistance;
   // A pause of years between two requests must not overflow the product.
-  const bool bDone = tAxis.iSpeed > 0 && iPassed_us / iMicrosPerSecond > iLength / tAxis.iSpeed;
+  const bool bDone = tAxis.iSpeed > 0 && llPassed_us / llMicrosPerSecond > llLength / tAxis.iSpeed;
   if (bDone) return tAxis.iTarget;
-  const i64 iSteps = iPassed_us * tAxis.iSpeed / iMicrosPerSecond;
-  if (iSteps >= iLength) return tAxis.iTarget;
-  return static_cast<i32>(tAxis.iFrom + (iDistance < 0 ? -iSteps : iSteps));
+  const i64 llSteps = llPassed_us * tAxis.iSpeed / llMicrosPerSecond;
+  if (llSteps >= llLength) return tAxis.iTarget;
+  return static_cast<i32>(tAxis.iFrom + (llDistance < 0 ? -llSteps : llSteps));
 }
 
 void ICS_HoldAt(TICSAxisTruth& tAxis, u64 qwNow_us) {
@@ -204,7 +204,7 @@ void ICS_Stop(TLens* ptLens, u64 qwNow_us) {
   }
 }
 
-// Neither gears nor lost steps: rotor and glass are where the driver says.
+// An ICS lens has no slack and loses no steps: rotor and glass are where the driver says.
 void ICS_Settle(TLens* ptLens, u64 qwNow_us) {
   for (u32 dwAxis = 0; dwAxis < LENS_AXES; ++dwAxis) {
     const u64 qwFrame = qwNow_us / qwFrameTime_us;
@@ -212,7 +212,7 @@ void ICS_Settle(TLens* ptLens, u64 qwNow_us) {
     for (auto& atChannel : ptLens->atAxis) {
       TAxisTruth& tAxis = atChannel[dwAxis];
       tAxis.iRotor = tAxis.iGlass = iNow;
-      if (tAxis.qwFrame == qwFrame) continue;  // known since before a new target bent the course
+      if (tAxis.qwFrame == qwFrame) continue;  // noted already; a new target may have changed the course since
       tAxis.qwFrame = qwFrame;
       tAxis.iFrameGlass = ICS_Position(ptLens->atICS[dwAxis], qwFrame * qwFrameTime_us);
     }

@@ -1,24 +1,23 @@
-// The true lens of the simulated camera: what motors, gears and glass really do, apart from what the daemon believes.
+// The true lens of the simulated camera: what motors, gears and glass really do, whatever the daemon believes.
 //
-// A TLens is plain memory without pointers.  It lies in the mapping of a TWorld, outlives the daemon and is seen by the
-// image side and the command line as well.  Callers hold the world's lock (at a speed) or are the one thread that runs
-// (on the virtual clock).  Times are microseconds of the camera's own clock and never go back.
+// A TLens is plain memory without pointers.  It lies in the mapping of a TWorld and outlives the daemon; the image side
+// and the command line see it too.  Callers hold the world's lock (at a speed) or are the only thread that runs (on the
+// virtual clock).  Times are microseconds of the camera's own clock and never go back.
 //
-// A stepper axis.  Rotor and glass are counted in driver steps from the low end stop.  A walk takes step time per
-// driver step from the moment of its request; settling a walk to a time moves the rotor by the whole steps that have
-// passed.  A rotor that reaches an end stop loses the remaining steps.  The glass follows the rotor through the gear
-// slack: driven forward it stands at the rotor, driven backward slack steps above it, between the two it stays where it
-// is, so that
-//     rotor <= glass <= rotor + slack   (a backward walk first takes up the slack before the glass moves).
+// A stepper axis.  Rotor and glass are counted in driver steps from the low end stop.  A walk begins with its request
+// and takes the step time for each driver step.  To settle a walk to a time means: the rotor moves by the whole steps
+// that have passed.  A rotor that reaches an end stop loses the remaining steps.  The glass follows the rotor through
+// the gear slack.  Driven forward it stands at the rotor, driven backward by the slack above it; in between the glass
+// stays where it is, so that
+//     rotor <= glass <= rotor + slack   (a backward walk takes up the slack before the glass moves).
 // Position 0 of the daemon's counter is the rotor at iOrigin.  That is 0, the low end stop, for a lens that finds its
 // reference by running into the stop; with a PI sensor the first position may lie above the stop.
 //
-// What a stepper driver does is open loop: it counts the steps that it sends, whether the rotor follows or not.  A
-// direction holds for later walks only.  A walk asked for while another runs ends that one where it is and drops the
-// rest of it. The PI sensor tells on which side of it the rotor stands, so MOTOR_SEARCH_PI walks towards it from either
-// side, up to the count, and stands exactly at it if it gets there; the direction of later walks stays as it was.
-// MOTOR_CHECK_PI_WALK_STEPS is a blocking walk in the set direction that ends early at the sensor, and it powers the
-// sensor by itself.
+// A stepper driver is open loop: it counts the steps that it sends, whether the rotor follows or not.  A direction
+// holds for later walks only.  A new walk ends the one that runs where it is and drops its rest.  The PI sensor tells
+// on which side of it the rotor stands.  So MOTOR_SEARCH_PI walks towards the sensor from either side, at most by the
+// count, and stops exactly at it; the direction of later walks stays as it was.  MOTOR_CHECK_PI_WALK_STEPS is a
+// blocking walk in the set direction that ends early at the sensor, and it powers the sensor by itself.
 #pragma once
 
 #include "core/types.h"
@@ -38,82 +37,81 @@ struct TAxisModel {
   u64 qwStepTime_ns;      // of one driver step
 };
 
-constexpr u64 qwFrameTime_us = 33'333;  // the camera exposes image after image, the first from time 0
+constexpr u64 qwFrameTime_us = 33'333;  // frame follows frame, the first begins at time 0
 
 struct TAxisTruth {
   i32 iRotor;       // driver steps, settled to the last request's time
   i32 iGlass;       // driver steps
   u64 qwFrame;      // number of the frame that was under way when the axis was settled last
-  i32 iFrameGlass;  // driver steps: the glass at that frame's beginning, which the last whole one ended with
+  i32 iFrameGlass;  // driver steps: the glass at that frame's beginning, the end of the last whole frame
   u32 bForward;     // direction of later walks
   u32 bSticky;      // stall fault: the rotor does not turn while this is set (its walks take their time all the same)
   i32 iSlipOneIn;   // slip fault: one driver step in so many is lost, 0 none
   i32 iSlipCount;   // driver steps since the last lost one
-  i32 iSlipNow;     // slip fault: that many of the next driver steps are lost
+  i32 iSlipNow;     // slip fault: so many of the next driver steps are lost
   i32 iLost;        // driver steps lost so far, to stops and faults; only grows
   // The walk under way; iWalkCount 0 none.
   i32 iWalkCount;  // driver steps asked for
-  i32 iWalkDone;   // of them settled
+  i32 iWalkDone;   // driver steps settled so far
   u32 bWalkForward;
   u64 qwWalkStart_us;
 };
 
 struct TICSAxisTruth {
   i32 iMin, iMax, iPI, iHome, iSpeed;  // positions; steps per second
-  i32 iFrom, iTarget;                  // the move under way or done; at speed 0 it stands still
+  i32 iFrom, iTarget;                  // the last move, under way or done; at speed 0 the axis stands still
   u64 qwMoveStart_us;
 };
 
-// Requests that a stepper driver gets wrong: after iPassed good ones the next iTimes.
+// Requests that a stepper driver handles wrongly: after iPassed good ones the next iTimes.
 struct TDriverFault {
-  u32 dwRequest;  // of that kind; 0 of every kind
+  u32 dwRequest;  // only requests of this kind; 0: of every kind
   i32 iPassed;
   i32 iTimes;  // 0 none
-  i32 iAdded;  // 0: they fail with EIO and do nothing; else they are done, and their answer is that much too high
+  i32 iAdded;  // 0: they fail with EIO and do nothing; else they are done, and their answer is too high by this
 };
 
 struct TLens {
   TAxisModel atModel[LENS_AXES];
   TAxisTruth atAxis[iLensChannels][LENS_AXES];
   u32 adwSelected[LENS_AXES];      // channel that MOTOR_SELECT_DEVICE chose, by device
-  u32 bPIPower;                    // of the PI sensors: one switch for both axes and all channels
-  TICSAxisTruth atICS[LENS_AXES];  // the driver's axes; settled, every channel's atAxis shows their places
-  TAxisModel tParkModel;           // of an ICS lens: a stepper behind /dev/focusmotor that is no part of the image
+  u32 bPIPower;                    // power of the PI sensors: one switch for both axes and all channels
+  TICSAxisTruth atICS[LENS_AXES];  // the ICS driver's axes; settling copies their places to atAxis of every channel
+  TAxisModel tParkModel;           // of an ICS lens: the parking motor at /dev/focusmotor, which moves no glass
   TAxisTruth tParkAxis;
   TDriverFault atFault[LENS_AXES];
   u32 bICS;          // an ICS lens
   u32 bICSDetached;  // the ICS lens does not answer
-  u32 bICSGetsFail;  // its driver has no value to give: every GET fails, and the lens goes where it is sent
+  u32 bICSGetsFail;  // its driver has no values: every GET fails, but the lens still moves
   i32 iAD, iMinAD, iMaxAD;
   u64 qwRequests;         // driver requests so far
-  u64 qwDetachAtRequest;  // this one is the first that the ICS lens does not answer; 0 never
+  u64 qwDetachAtRequest;  // from this request on the ICS lens does not answer; 0 never
 };
 
-// What a driver says to a request.
+// A driver's answer to a request.
 struct TDriverAnswer {
   i32 iResult;  // the ioctl's return value; below 0 with iErrno set
   i32 iErrno;
-  u64 qwUntil_us;  // a blocking request returns at this time; not above the present: at once
+  u64 qwUntil_us;  // a blocking request returns at this time; at once if the time has passed
 };
 
-// One request to a driver at a time.  bHasArgument tells whether the request takes iArgument.  Unknown requests give -1
-// and ENOTTY, a selected channel outside 0..3 gives -1 and EINVAL, a negative count of steps gives -1 and EINVAL.
+// One request to a driver at a time.  Unknown requests give -1 and ENOTTY; a selected channel outside 0..3 or a
+// negative count of steps gives -1 and EINVAL.
 TDriverAnswer Lens_Request(TLens* ptLens, ELensDevice eDevice, u32 dwRequest, i32 iArgument, u64 qwNow_us);
 
 // Brings every axis to where it stands at the given time.
 void Lens_Settle(TLens* ptLens, u64 qwNow_us);
 
-// The ICS lens stops answering, its axes where they are at that time, or answers again.
+// Detaches the ICS lens: it stops answering, and its axes stay where they are at that time.  Or attaches it again.
 void Lens_SetDetached(TLens* ptLens, bool bDetached, u64 qwNow_us);
 
-// Power is cut: every walk and move ends where it is at that time.
+// Cuts the power: every walk and move ends where it is at that time.
 void Lens_PowerCut(TLens* ptLens, u64 qwNow_us);
 
-// True if the request takes an argument; one of an ioctl without argument is register garbage and must not be looked
-// at.
+// True if the request takes an argument.  If it does not, the argument of the ioctl is garbage and must not be used.
 bool Lens_RequestHasArgument(ELensDevice eDevice, u32 dwRequest);
 
-// The request's name as in motor/motor_device.h, or null for one that is none.
+// The request's name as in motor/motor_device.h, or null if there is no such request.
 const char* Lens_RequestName(ELensDevice eDevice, u32 dwRequest);
 
 // Rotor and glass of an axis in virtual steps, and the glass at the end of the last whole frame.

@@ -1,22 +1,22 @@
-// A lens model: what a maker would know of one camera with its lens.  Each model is one constant record, from which
-// both the true lens and the camera's configuration files are made, so that every number stands once.
+// A lens model: what the maker of a camera knows about it and its lens.  Each model is one constant record.  Both the
+// true lens and the camera's configuration files are made from the record, so that every number stands once.
 #pragma once
 
 #include "core/context.h"
 #include "lens/lens.h"
 
-// One axis.  A model without the axis leaves it all zero.
+// One axis.  For a model without the axis all is 0, but iPI is -1.
 struct TAxisSheet {
   u32 dwStart, dwEnd;       // virtual steps: the usable range
   u32 dwTotalStep;          // virtual steps
   u32 dwOneStep;            // driver steps in one virtual step
   u32 dwPositioningStep;    // driver steps: a walk that reaches the stop from anywhere
-  u32 dwOneStepTime_us;     // what the daemon allows for a virtual step
+  u32 dwOneStepTime_us;     // time that the daemon allows for a virtual step
   u32 dwAdjustStep;         // virtual steps: how far the daemon goes to take up slack
   u32 bReverseCalibration;  // focus only: the reference is the end of the range
   u32 bPISupport;           // the configuration tells the daemon to use the PI sensor
   u32 dwPISearchStep;       // driver steps
-  u32 dwFirstPosition;      // virtual steps: where a new camera stands; the focus of a zoom lens on its pan focus
+  u32 dwFirstPosition;      // virtual steps: where a new camera stands; a zoom lens has its focus on the pan focus
   i32 iTravel, iSlack, iOrigin, iPI;  // driver steps, as in TAxisModel
   u32 bCheckPIWalk;
   u64 qwStepTime_ns;
@@ -25,22 +25,22 @@ struct TAxisSheet {
 struct TSearchSheet {
   i32 iRangeFirst, iRangeSecond, iRangeThird;  // virtual steps
   u32 dwStepFine, dwStepSmall, dwStepLarge;    // virtual steps
-  u32 dwOneStepSearchTime_us;                  // covers a large step and a few frames
+  u32 dwOneStepSearchTime_us;                  // long enough for a large step and a few frames
   u32 dwOpenIrisTime_us;
   u32 bFineTuning;
 };
 
-// How the sharp focus position depends on the rest; virtual steps throughout.  See Optics_SharpFocus.
+// How the sharp focus position depends on zoom, distance, temperature and light, in virtual steps: Optics_SharpFocus.
 struct TOptics {
-  double dWide, dTele;    // sharp at infinity at both ends of the zoom; a lens without zoom stands at the wide end
+  double dWide, dTele;    // sharp at infinity, at both ends of the zoom; a lens without zoom stands at the wide end
   double dNearWide;       // an object at 1 m moves it up by this at the wide end
   double dMagnification;  // focal length at the tele end over that at the wide end
-  double dPerDegree, dPerDegreeTele;  // for each degree Celsius above 25, at both ends of the zoom
-  double dNight;                      // infra-red light at the wide end
+  double dPerDegree, dPerDegreeTele;  // each degree Celsius above 25 moves it up by this, at both ends of the zoom
+  double dNight;                      // infra-red light moves it up by this at the wide end
   double dPeakWide, dPeakTele;        // width of the focus value's peak at both ends of the zoom
 };
 
-// One axis of an ICS lens, as its driver tells it: positions, and steps a second.
+// One axis of an ICS lens, as its driver describes it: positions, and steps a second.
 struct TICSSheet {
   i32 iMin, iMax, iPI, iHome, iSpeed;
 };
@@ -56,23 +56,22 @@ struct TLensModel {
   TAxisSheet tZoom, tFocus;
   TSearchSheet tSearch;
   TOptics tOptics;
-  u32 bThermalTable = 0;             // its camera has a table of focus by temperature, and a TMP103B to go by
-  const TICSSheet* ptICS = nullptr;  // of both axes, zoom first; null: a plain lens
-  TAxisSheet tZoomKeys = {},
-             tFocusKeys = {};  // of an axis that the lens lacks: what its configuration says all the same
-  u32 dwThermalRowsUsed = 8;   // of the thermal table
+  u32 bThermalTable = 0;                       // its camera has a table of focus by temperature, and a TMP103B sensor
+  const TICSSheet* ptICS = nullptr;            // of both axes, zoom first; null: a plain lens
+  TAxisSheet tZoomKeys = {}, tFocusKeys = {};  // configuration keys of an axis that the lens does not have
+  u32 dwThermalRowsUsed = 8;                   // of the thermal table
   i32 iThermalColumnsUsed = 13;
-  u32 bFlangeBack = 0;  // the night offset applies without an LED too
-  u32 bFlatStarts = 0;  // searches start at one place for all zooms
+  u32 bFlangeBack = 0;  // the night offset is used without an LED too
+  u32 bFlatStarts = 0;  // searches start at the same place for all zoom positions
 };
 
-// The model of that name, or the drawn one (lenses/drawn_lens.h); null if there is none.
+// The model of that name, or the drawn one (lens/drawn_lens.h); null if there is none.
 const TLensModel* Lenses_Find(const char* pszName);
 
-// The model in place iIndex from 0; null behind the last.
+// The model number iIndex, from 0; null after the last.
 const TLensModel* Lenses_At(i32 iIndex);
 
-// Its optics and curves are those of lens/ics_optics.h; of tOptics only the peaks count.
+// The optics and curves of an ICS lens are in lens/ics_optics.h; of tOptics it uses only the peaks.
 inline bool Model_IsICS(const TLensModel& tModel) {
   return tModel.ptICS != nullptr;
 }
@@ -89,8 +88,8 @@ inline const TAxisSheet& Model_Sheet(const TLensModel& tModel, ELensAxis eAxis) 
   return eAxis == LENS_ZOOM ? tModel.tZoom : tModel.tFocus;
 }
 
-// Driver steps between the PI sensor and the daemon's reference, which the configuration calls the forward and the
-// backward shift: forward from the sensor to the reference of a positioning, backward from the sensor to position 0.
+// The forward and the backward shift of the configuration, in driver steps: forward from the PI sensor to the reference
+// of a positioning, backward from the sensor to position 0.
 constexpr i32 Sheet_PIForwardShift(const TAxisSheet& tSheet) {
   if (tSheet.iPI < 0) return 0;
   const i32 iReference = tSheet.bReverseCalibration != 0 ? static_cast<i32>(tSheet.dwEnd * tSheet.dwOneStep) : 0;

@@ -12,8 +12,8 @@ constexpr TAxisSheet NoAxis() {
   return tSheet;
 }
 
-// The stepped lens: the daemon times every step by sleeping, so a real driver is a little faster than the time allowed,
-// 600 microseconds a driver step where the daemon counts 625.  No sensor: the reference is the low end stop.
+// The stepped lens: the daemon times every step by sleeping.  So the driver is a little faster than the time allowed:
+// 600 microseconds for a driver step, where the daemon counts 625.  No sensor: the reference is the low end stop.
 constexpr TLensModel g_tZoomModel{
     .pszName = "zoom",
     .pszDescription = "zoom and focus, stepped walks, no PI sensor",
@@ -76,8 +76,8 @@ constexpr TLensModel g_tZoomModel{
                 .dPeakTele = 22},
 };
 
-// A fixed focal length whose driver times its walks.  The sensor sits at the far end of the range, at the high stop,
-// and the range is counted down from there (reverse calibration).
+// A fixed focal length; the driver times its walks.  The sensor is at the far end of the range, at the high stop, and
+// the range is counted down from there (reverse calibration).
 constexpr TLensModel g_tFocusModel{
     .pszName = "focus",
     .pszDescription = "focus only, blocking walks, PI sensor at the far end, reverse calibration",
@@ -104,7 +104,7 @@ constexpr TLensModel g_tFocusModel{
                .iPI = 4032,
                .bCheckPIWalk = 1,
                .qwStepTime_ns = 450'000},
-    .tSearch = {.iRangeFirst = 1000,  // the whole: without a zoom there is no pan focus to centre a shorter one on
+    .tSearch = {.iRangeFirst = 1000,  // the whole range: without a zoom there is no pan focus in the middle of a part
                 .iRangeSecond = 100,
                 .iRangeThird = 20,
                 .dwStepFine = 1,
@@ -168,8 +168,8 @@ constexpr TLensModel g_tFixedModel{
     .tOptics = {},
 };
 
-// Four heads in one housing.  One saved position serves all four, so only the sensors of both axes make it true of each
-// head again at a start.  Position 0 lies above the low stop: at the focus sensor, and 80 driver steps below the zoom
+// Four heads in one housing.  There is only one saved position, so at a start each head must find its position by the
+// sensors of both axes.  Position 0 lies above the low stop: at the focus sensor, and 80 driver steps below the zoom
 // sensor.
 constexpr TLensModel g_tQuadModel{
     .pszName = "quad",
@@ -233,8 +233,8 @@ constexpr TLensModel g_tQuadModel{
                 .dPeakTele = 11},
 };
 
-// Glass that drifts with temperature, more so at the tele end, and so a camera that shifts the focus by a table of its
-// own: the name of the lens decides that.  The driver times its walks.
+// The sharp position drifts with temperature, most at the tele end.  So the camera has a thermal table; the daemon
+// knows that by the lens's model name.  The driver times its walks.
 constexpr TLensModel g_tThermalModel{
     .pszName = "thermal",
     .pszDescription = "zoom and focus, blocking walks, no PI sensor, temperature sensor and thermal table",
@@ -298,8 +298,8 @@ constexpr TLensModel g_tThermalModel{
     .bThermalTable = 1,
 };
 
-// A lens behind a driver of its own, which goes to positions by itself.  The sheets tell of its ranges and where a new
-// camera stands; the configuration's focus motor parks once at each start and is no part of the image.
+// A lens with a driver of its own, which goes to positions by itself.  The sheets give its ranges and where a new
+// camera stands.  The focus motor of the configuration parks once at each start and moves no glass.
 constexpr TICSSheet g_atICSSheets[LENS_AXES] = {{.iMin = 100, .iMax = 2100, .iPI = 300, .iHome = 100, .iSpeed = 2000},
                                                 {.iMin = 50, .iMax = 3050, .iPI = 400, .iHome = 1500, .iSpeed = 2500}};
 
@@ -345,8 +345,8 @@ constexpr const TLensModel* g_aptModels[] = {&g_tZoomModel, &g_tFocusModel,   &g
                                              &g_tQuadModel, &g_tThermalModel, &g_tICSModel};
 constexpr i32 iModels = static_cast<i32>(sizeof(g_aptModels) / sizeof(g_aptModels[0]));
 
-// A lens that the daemon can work with: the range lies between the stops, the slack is taken up, the reference walk
-// reaches the stop, the PI shifts are distances forward and backward, and the driver keeps up with the daemon's time.
+// True for a lens that the daemon can work with: the range lies between the stops, the backlash setting covers the
+// slack, the reference walk reaches the stop, no PI shift is negative, and the driver is as fast as the daemon assumes.
 constexpr bool SheetIsSound(const TAxisSheet& tSheet) {
   if (tSheet.iTravel == 0) return tSheet.dwTotalStep == 0 && tSheet.iPI == -1;
   const i32 iOneStep = static_cast<i32>(tSheet.dwOneStep);
@@ -362,14 +362,14 @@ constexpr bool SheetIsSound(const TAxisSheet& tSheet) {
 
 constexpr bool ModelsAreSound() {
   for (const TLensModel* ptModel : g_aptModels) {
-    if (ptModel->ptICS != nullptr) continue;  // its driver knows
+    if (ptModel->ptICS != nullptr) continue;  // its driver knows ranges and speeds by itself
     if (!SheetIsSound(ptModel->tZoom) || !SheetIsSound(ptModel->tFocus)) return false;
     if (Sheet_PIForwardShift(ptModel->tFocus) < 0) return false;
-    // The daemon takes a lens whose name begins so for one with a thermal table.
+    // By a model name that begins with "Q31" the daemon knows a lens with a thermal table.
     if (std::string_view(ptModel->pszModelName).starts_with("Q31") != (ptModel->bThermalTable != 0)) return false;
     if (ptModel->bThermalTable != 0 && ptModel->dwCapability != CAPABILITY_ZOOM_AND_FOCUS) return false;
     if (ptModel->iChannels < 1 || ptModel->iChannels > iLensChannels) return false;
-    // A sweep step, sent without waiting in stepped mode, is over when its value is read.
+    // In stepped mode the daemon does not wait for a sweep step: it must have ended when the value is read.
     const u64 qwWalk_us =
         ptModel->tSearch.dwStepLarge * ptModel->tFocus.dwOneStep * ptModel->tFocus.qwStepTime_ns / 1000;
     if (qwWalk_us > ptModel->tSearch.dwOneStepSearchTime_us) return false;

@@ -7,23 +7,23 @@
 
 namespace {
 
-constexpr double dSearchMargin = 0.07;  // of the focus range, kept below the lowest sharp position
+constexpr double dSearchMargin = 0.07;  // a search starts by this part of the range below the lowest sharp position
 
-// In widths of the peak: 1 / (1 + x^2)^1.5 is 0.95 there.
+// In widths of the peak: at this distance 1 / (1 + x^2)^1.5 is 0.95.
 constexpr double dDepth = 0.1865125;
 constexpr double Cube(double d) {
   return d * d * d;
 }
 static_assert(Cube(1 + dDepth * dDepth) * 0.95 * 0.95 > 0.999999 && Cube(1 + dDepth * dDepth) * 0.95 * 0.95 < 1.000001);
 
-// The zoom from 0, wide, to 1, tele.
+// The zoom as a number from 0 (wide) to 1 (tele).
 double ZoomShare(const TLensModel& tModel, double dZoom) {
   if (tModel.tZoom.dwTotalStep == 0) return 0;
   const double dShare = dZoom / tModel.tZoom.dwTotalStep;
   return dShare < 0 ? 0 : dShare > 1 ? 1 : dShare;
 }
 
-// The lens's own width between the two ends of the zoom, as the scene stretches it.
+// The width of the peak at a zoom position: that of the lens, stretched by the scene.
 double PeakWidth(const TLensModel& tModel, const TScene& tScene, double dZoom) {
   const TOptics& tOptics = tModel.tOptics;
   const double dShare = ZoomShare(tModel, dZoom);
@@ -49,10 +49,10 @@ double Optics_SharpFocus(const TLensModel& tModel, double dZoom, double dDistanc
   if (Model_IsICS(tModel)) return ICSOptics_SharpFocus(dZoom, dDistance_m, dTemperature_C, bNight);
   const TOptics& tOptics = tModel.tOptics;
   const double dShare = ZoomShare(tModel, dZoom);
-  // A vari-focal lens: steep at the wide end, flatter towards tele, rising all the way.
+  // A vari-focal lens: the curve rises everywhere, steeply at the wide end, less towards tele.
   const double dCurve = dShare * (1.6 - 0.6 * dShare);
   const double dInfinity = tOptics.dWide + (tOptics.dTele - tOptics.dWide) * dCurve;
-  // The image of a near object lies farther back by the square of the focal length over the distance.
+  // The image of a near object lies farther back, by the square of the focal length divided by the distance.
   const double dFocal = 1 + (tOptics.dMagnification - 1) * dShare;
   const double dNear = tOptics.dNearWide * dFocal * dFocal / dDistance_m;
   const double dPerDegree = tOptics.dPerDegree + (tOptics.dPerDegreeTele - tOptics.dPerDegree) * dShare;
@@ -80,12 +80,12 @@ u32 Optics_PanFocus(const TLensModel& tModel, u32 dwZoom) {
 
 u32 Optics_SearchStart(const TLensModel& tModel, u32 dwZoom) {
   const double dMargin = dSearchMargin * tModel.tFocus.dwTotalStep;
-  // The lowest sharp position is that of the object at infinity, on the hottest or the coldest day, or at night.
+  // The lowest sharp position is that of an object at infinity, on the hottest or the coldest day, by day or at night.
   constexpr double dInfinity_m = 1e6, dHottest_C = 60, dColdest_C = -10;
   double dLowest = Optics_SharpFocus(tModel, dwZoom, dInfinity_m, dHottest_C, false);
-  for (const double d_C : {dColdest_C, dHottest_C}) {
+  for (const double dTemperature_C : {dColdest_C, dHottest_C}) {
     for (const bool bNight : {false, true}) {
-      dLowest = std::min(dLowest, Optics_SharpFocus(tModel, dwZoom, dInfinity_m, d_C, bNight));
+      dLowest = std::min(dLowest, Optics_SharpFocus(tModel, dwZoom, dInfinity_m, dTemperature_C, bNight));
     }
   }
   return Clamp(tModel.tFocus, dLowest - dMargin);

@@ -1,4 +1,4 @@
-// What the simulated drivers know: each request's name, and whether an argument comes with it.
+// The requests that the simulated drivers know: each one's name, and whether it has an argument.
 #include <cstddef>
 
 #include "lens/lens.h"
@@ -25,7 +25,7 @@ constexpr TRequestRow g_atStepperRequests[] = {
     {MOTOR_SET_PI_POWER_OFF, false, "MOTOR_SET_PI_POWER_OFF"},
 };
 
-// MOTOR_SELECT_DEVICE is here for its name: it is sent to this device too, which does not know it.
+// MOTOR_SELECT_DEVICE is here only for its name: the daemon sends it to this device too, which does not know it.
 constexpr TRequestRow g_atICSRequests[] = {
     {ICS_GET_FOCUS_PI_POSITION, false, "ICS_GET_FOCUS_PI_POSITION"},
     {ICS_GET_ZOOM_PI_POSITION, false, "ICS_GET_ZOOM_PI_POSITION"},

@@ -1,5 +1,5 @@
-// What the image side looks at: how the focus value answers to the focus.  A table of constant records; one of them is
-// chosen for a camera at a time.
+// The scenes that the image side may look at: how the focus value depends on the focus.  Each is a constant record, and
+// a camera has one of them at a time.
 #pragma once
 
 #include "core/types.h"
@@ -18,25 +18,25 @@ enum EScene : u32 {
   SCENES
 };
 
-// Shares are of the value that would be read without them.
+// A share is a part of the focus value.
 struct TScene {
   EScene eScene;
   const char* pszName;
-  double dWidth = 1;             // of the peak, in widths of the lens's own
+  double dWidth = 1;             // of the peak; 1 is the lens's own width
   double dFloor = 2000;          // focus value of an image wholly out of focus
-  double dPeak = 60000;          // added where it is sharp; 0: nothing to focus on
-  double dSecondPeak = 0;        // height of another peak in that of the first, 0 none
-  double dNoise = 1.0 / 512;     // share by which each reading is off at most, drawn
+  double dPeak = 60000;          // added where the image is sharp; 0: there is nothing to focus on
+  double dSecondPeak = 0;        // height of a second peak as a part of the first, 0 none
+  double dNoise = 1.0 / 512;     // each reading is off by a drawn share, at most by this
   double dOutliers = 0;          // share of the readings that are too high by half
-  double dFlicker = 0;           // share by which lamps brighten and darken, period qwFlicker_us
-  double dDrift = 0.05;          // share by which brightness wanders, period qwDrift_us
-  bool bHoldsBrightness = true;  // while auto focus is busy the image side keeps the brightness where it is
+  double dFlicker = 0;           // share by which lamps flicker, period qwFlicker_us
+  double dDrift = 0.05;          // share by which the brightness drifts, period qwDrift_us
+  bool bHoldsBrightness = true;  // the image side keeps the brightness while auto focus is busy
 };
 
 constexpr u64 qwFlicker_us = 3'700'000;
 constexpr u64 qwDrift_us = 40'000'000;
 constexpr double dOutlierFactor = 1.5;
-constexpr double dSecondPeakAway = 0.2;  // from the first, in focus ranges, towards the middle of the range
+constexpr double dSecondPeakAway = 0.2;  // distance from the first, in focus ranges, towards the middle
 
 inline constexpr TScene g_atScenes[SCENES] = {
     {.eScene = SCENE_NORMAL, .pszName = "normal"},

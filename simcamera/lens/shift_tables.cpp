@@ -11,7 +11,7 @@ double NightShift(const TLensModel& tModel, double dZoom) {
          Optics_SharpFocus(tModel, dZoom, dPanDistance_m, dPanTemperature_C, false);
 }
 
-// By how much a degree moves the sharp focus, whichever way.
+// By how much a degree moves the sharp focus, up or down.
 double DriftPerDegree(const TLensModel& tModel, double dZoom) {
   return std::fabs(Optics_SharpFocus(tModel, dZoom, dPanDistance_m, dPanTemperature_C + 1, false) -
                    Optics_SharpFocus(tModel, dZoom, dPanDistance_m, dPanTemperature_C, false));

@@ -33,7 +33,7 @@ std::string g_sQuery;
 std::string g_sMethod;
 }  // namespace
 
-// All descriptors through the kernel alone: a race detector would take the script's for the daemon's.
+// The script calls the kernel directly for its descriptors: a race detector would confuse them with the daemon's.
 static void Ring() {
   syscall(SYS_write, g_afdBell[1], "", 1);
 }

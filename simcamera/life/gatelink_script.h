@@ -3,5 +3,5 @@
 
 #include "core/types.h"
 
-// A request arrives.  Texts are borrowed until the life ends.  In a scripted call of the clock.
+// Lets a request arrive.  Texts are borrowed until the life ends.  Call it only from a scripted call of the clock.
 void GatelinkScript_Request(u32 dwNumber, const char* pszMethod, const char* pszQuery);

@@ -20,10 +20,10 @@
 #include "life/gatelink_script.h"
 #include "world/world_image.h"
 
-// Of the daemon's objects, where the test program has them.
+// From the daemon's objects, if the test program has them.
 [[gnu::weak]] i32 VernierLensd_Main(i32 iCount, char** apszArgs);
 
-// Of a sanitizer, and of a coverage counter: they have something to do at exit.
+// From a sanitizer and a coverage counter, if they are there: these have work to do at exit.
 extern "C" {
 [[gnu::weak]] void __sanitizer_print_stack_trace();
 [[gnu::weak]] void __gcov_dump();
@@ -86,7 +86,7 @@ TLifeResult Life_Run(const TLifePlan& tPlan) {
   return tResult;
 }
 
-// One mapping serves all lives of the process; what a long one used is given back.
+// All lives of the process use one mapping.  The memory of a long transcript is given back.
 static TLifeRecord* FreshRecord() {
   static TLifeRecord* ptRecord = nullptr;
   if (ptRecord == nullptr) {
@@ -115,7 +115,7 @@ static void Live(const TLifePlan& tPlan, TWorld* ptWorld, TLifeRecord* ptRecord,
   signal(SIGPIPE, SIG_IGN);
   TakeOutput();
   on_exit(&LeaveLife, nullptr);
-  mallopt(M_ARENA_MAX, 1);  // one thread runs at a time, and a heap for each is dear to make
+  mallopt(M_ARENA_MAX, 1);  // one thread runs at a time, and a heap for each of them costs much time
   g_ptPlan = &tPlan;
   Hooks_SetRoot(tPlan.sRoot.c_str());
   if (Flash_Open(tPlan.sRoot.c_str()) != 0) _exit(1);
@@ -162,7 +162,7 @@ static void EndByTerm(void*) {
   Clock_Signal(SIGTERM);
 }
 
-// Where a block is attached and something is wanted of the image side, it looks at the block at the present time.
+// Lets the image side look at each attached block in which the daemon waits for something.
 static void ImageSide(void* pv) {
   TWorld* ptWorld = static_cast<TWorld*>(pv);
   for (i32 iChannel = 0; iChannel < iLensChannels; ++iChannel) {
@@ -176,10 +176,10 @@ static void ImageSide(void* pv) {
   }
 }
 
-// Runs under the stream's lock: no other task may get a turn in it.
-static ssize_t PrintedToTranscript(void*, const char* pcText, size_t iLength) {
-  Transcript_Printed(pcText, iLength);
-  return static_cast<ssize_t>(iLength);
+// Runs under the stream's lock: no other task may run meanwhile.
+static ssize_t PrintedToTranscript(void*, const char* pcText, size_t dwLength) {
+  Transcript_Printed(pcText, dwLength);
+  return static_cast<ssize_t>(dwLength);
 }
 
 static void TakeOutput() {
@@ -200,8 +200,8 @@ static i32 RunBody(const TLifePlan& tPlan, TWorld* ptWorld) {
   return VernierLensd_Main(static_cast<i32>(asArgs.size()), apszArgs.data());
 }
 
-// The first to run at exit: what a sanitizer or a static destructor does after it is no part of the life.  Where nobody
-// has to be asked any more the process goes at once: the destructors of all libraries cost more than a short life.
+// Runs first at exit: what a sanitizer or a static destructor does after it is no part of the life.  In a plain build
+// the process ends here: the destructors of all libraries take longer than a short life.
 static void LeaveLife(i32 iStatus, void*) {
   fflush(stdout);
   Transcript_PrintTheRest();
@@ -209,7 +209,7 @@ static void LeaveLife(i32 iStatus, void*) {
   if (__sanitizer_print_stack_trace == nullptr && __gcov_dump == nullptr) _exit(iStatus);
 }
 
-// False if the watchdog ended it.
+// Waits until the life has ended.  Returns false if the watchdog had to end it.
 static bool WaitForEnd(pid_t pid, const TLifeRecord& tRecord, i32* piStatus) {
   pollfd tEnd{.fd = static_cast<i32>(syscall(SYS_pidfd_open, pid, 0)), .events = POLLIN, .revents = 0};
   bool bEnded = false;

@@ -1,4 +1,4 @@
-// The directories that lives run in: made, brought back to what they were, removed.
+// The directories that lives run in: makes them, brings them back to what they were, removes them.
 #include <fcntl.h>
 #include <ftw.h>
 #include <stdio.h>
@@ -13,19 +13,19 @@
 
 namespace {
 
-// Content by path below ROOT; of the world file, as bytes, too.
+// Content of each file by its path below ROOT, also that of the world file.
 using TRootCopy = std::map<std::string, std::string>;
 
-constexpr const char* pszWorldPath = "/sim/world";
+constexpr const char* szWorldPath = "/sim/world";
 
 std::map<std::string, TRootCopy>& Copies() {
   static std::map<std::string, TRootCopy> mapCopies;
   return mapCopies;
 }
 
-// What one walk of the tree works on: nftw takes no argument of ours.
+// What one walk of the tree works on.  It is global because nftw passes no argument to its callbacks.
 struct TWalk {
-  size_t iRootLength = 0;
+  size_t dwRootLength = 0;
   TRootCopy* ptCopy = nullptr;
 };
 TWalk g_tWalk;
@@ -52,12 +52,12 @@ bool WriteFile(const std::string& sPath, const std::string& sContent) {
 
 int KeepOne(const char* pszPath, const struct stat*, int iType, struct FTW*) {
   if (iType != FTW_F) return 0;
-  std::string& sContent = (*g_tWalk.ptCopy)[pszPath + g_tWalk.iRootLength];
+  std::string& sContent = (*g_tWalk.ptCopy)[pszPath + g_tWalk.dwRootLength];
   return ReadFile(pszPath, sContent) ? 0 : -1;
 }
 
 int RemoveIfNew(const char* pszPath, const struct stat*, int iType, struct FTW*) {
-  if (iType == FTW_DP || g_tWalk.ptCopy->contains(pszPath + g_tWalk.iRootLength)) return 0;
+  if (iType == FTW_DP || g_tWalk.ptCopy->contains(pszPath + g_tWalk.dwRootLength)) return 0;
   return unlink(pszPath);
 }
 
@@ -71,7 +71,7 @@ std::string Life_MakeRoot(const char* pszModel, u64 qwSeed) {
   char szRoot[] = "/dev/shm/simcamera-XXXXXX";
   if (mkdtemp(szRoot) == nullptr || World_LayOut(szRoot, pszModel, qwSeed) != 0) return "";
   TRootCopy tCopy;
-  g_tWalk = {.iRootLength = strlen(szRoot), .ptCopy = &tCopy};
+  g_tWalk = {.dwRootLength = strlen(szRoot), .ptCopy = &tCopy};
   if (nftw(szRoot, &KeepOne, 8, FTW_PHYS) != 0) return "";
   Copies()[szRoot] = std::move(tCopy);
   return szRoot;
@@ -80,16 +80,16 @@ std::string Life_MakeRoot(const char* pszModel, u64 qwSeed) {
 i32 Life_ResetRoot(const std::string& sRoot) {
   const auto it = Copies().find(sRoot);
   if (it == Copies().end()) return -1;
-  g_tWalk = {.iRootLength = sRoot.size(), .ptCopy = &it->second};
+  g_tWalk = {.dwRootLength = sRoot.size(), .ptCopy = &it->second};
   if (nftw(sRoot.c_str(), &RemoveIfNew, 8, FTW_DEPTH | FTW_PHYS) != 0) return -1;
   std::string sNow;
   for (const auto& [sBelow, sContent] : it->second) {
     const std::string sPath = sRoot + sBelow;
-    if (sBelow == pszWorldPath) continue;
+    if (sBelow == szWorldPath) continue;
     if ((!ReadFile(sPath.c_str(), sNow) || sNow != sContent) && !WriteFile(sPath, sContent)) return -1;
   }
-  // In place: a test program may have the world mapped.
-  const std::string& sWorld = it->second.at(pszWorldPath);
+  // The world file is overwritten in place: a test program may have it mapped.
+  const std::string& sWorld = it->second.at(szWorldPath);
   TWorld* ptWorld = World_Map(sRoot.c_str());
   if (ptWorld == nullptr) return -1;
   memcpy(static_cast<void*>(ptWorld), sWorld.data(), sizeof *ptWorld);

@@ -16,10 +16,10 @@
 
 namespace {
 
-// The one file under way: opened below ROOT, closed with a check that all of it has been written.
+// The file that is being written: opened below ROOT, closed with a check that all of it has been written.
 struct TOutput {
   FILE* pFile = nullptr;
-  char szPath[iCameraPath];
+  char szPath[dwCameraPath];
 };
 
 bool Output_Open(TOutput& tOutput, const char* pszRoot, const char* pszBelow) {
@@ -45,15 +45,15 @@ struct TXmlRow {
 // A path cut at its slashes.
 struct TXmlPath {
   i32 iNames = 0;
-  std::string_view aName[8];
+  std::string_view asNames[8];
 };
 
 TXmlPath Xml_Cut(std::string_view sPath) {
   TXmlPath tPath;
   while (!sPath.empty()) {
-    const size_t iSlash = sPath.find('/');
-    tPath.aName[tPath.iNames++] = sPath.substr(0, iSlash);
-    sPath = iSlash == sPath.npos ? std::string_view() : sPath.substr(iSlash + 1);
+    const size_t dwSlash = sPath.find('/');
+    tPath.asNames[tPath.iNames++] = sPath.substr(0, dwSlash);
+    sPath = dwSlash == sPath.npos ? std::string_view() : sPath.substr(dwSlash + 1);
   }
   return tPath;
 }
@@ -62,30 +62,30 @@ void Xml_Tag(FILE* pFile, i32 iDepth, const char* pszBefore, std::string_view sN
   fprintf(pFile, "%*s%s%.*s>", 2 * iDepth, "", pszBefore, static_cast<i32>(sName.size()), sName.data());
 }
 
-// Rows that share parents stand together.
-bool WriteXml(const char* pszRoot, const char* pszBelow, const TXmlRow* ptRows, size_t iRows) {
+// Writes rows as an XML document.  Rows that share parents must stand together.
+bool WriteXml(const char* pszRoot, const char* pszBelow, const TXmlRow* ptRows, size_t dwRows) {
   TOutput tOutput;
   if (!Output_Open(tOutput, pszRoot, pszBelow)) return false;
   FILE* pFile = tOutput.pFile;
   fputs("<?xml version=\"1.0\"?>\n", pFile);
   TXmlPath tLast;
-  for (size_t i = 0; i <= iRows; ++i) {
-    const TXmlPath tPath = i < iRows ? Xml_Cut(ptRows[i].pszPath) : TXmlPath();
+  for (size_t i = 0; i <= dwRows; ++i) {
+    const TXmlPath tPath = i < dwRows ? Xml_Cut(ptRows[i].pszPath) : TXmlPath();
     i32 iShared = 0;
-    while (iShared < tLast.iNames - 1 && tPath.aName[iShared] == tLast.aName[iShared]) ++iShared;
+    while (iShared < tLast.iNames - 1 && tPath.asNames[iShared] == tLast.asNames[iShared]) ++iShared;
     for (i32 iDepth = tLast.iNames - 2; iDepth >= iShared; --iDepth) {
-      Xml_Tag(pFile, iDepth, "</", tLast.aName[iDepth]);
+      Xml_Tag(pFile, iDepth, "</", tLast.asNames[iDepth]);
       fputc('\n', pFile);
     }
-    if (i == iRows) break;
+    if (i == dwRows) break;
     const i32 iLeaf = tPath.iNames - 1;
     for (i32 iDepth = iShared; iDepth < iLeaf; ++iDepth) {
-      Xml_Tag(pFile, iDepth, "<", tPath.aName[iDepth]);
+      Xml_Tag(pFile, iDepth, "<", tPath.asNames[iDepth]);
       fputc('\n', pFile);
     }
-    Xml_Tag(pFile, iLeaf, "<", tPath.aName[iLeaf]);
+    Xml_Tag(pFile, iLeaf, "<", tPath.asNames[iLeaf]);
     fputs(ptRows[i].pszText, pFile);
-    Xml_Tag(pFile, 0, "</", tPath.aName[iLeaf]);
+    Xml_Tag(pFile, 0, "</", tPath.asNames[iLeaf]);
     fputc('\n', pFile);
     tLast = tPath;
   }
@@ -96,33 +96,33 @@ struct TNumber {
   char szText[24];
 };
 
-TNumber Number(i64 iValue) {
+TNumber Number(i64 llValue) {
   TNumber tNumber;
-  snprintf(tNumber.szText, sizeof tNumber.szText, "%lld", static_cast<long long>(iValue));
+  snprintf(tNumber.szText, sizeof tNumber.szText, "%lld", static_cast<long long>(llValue));
   return tNumber;
 }
 
 // Numbers with a comma between them.
 struct TList {
   char szText[128] = "";
-  size_t iLength = 0;
+  size_t dwLength = 0;
 };
 
-void List_Add(TList& tList, i64 iValue) {
-  const i32 iAdded = snprintf(tList.szText + tList.iLength, sizeof tList.szText - tList.iLength,
-                              tList.iLength == 0 ? "%lld" : ",%lld", static_cast<long long>(iValue));
-  tList.iLength += static_cast<size_t>(iAdded);
+void List_Add(TList& tList, i64 llValue) {
+  const i32 iAdded = snprintf(tList.szText + tList.dwLength, sizeof tList.szText - tList.dwLength,
+                              tList.dwLength == 0 ? "%lld" : ",%lld", static_cast<long long>(llValue));
+  tList.dwLength += static_cast<size_t>(iAdded);
 }
 
-constexpr i32 iFocusStartEntries = 16;
+constexpr u32 dwFocusStartEntries = iFocusStartEntries;
 
-// The lowest search position at each sixteenth of the zoom range, as the daemon divides it.  Between two of them the
-// daemon goes up, so starts that fall with the zoom cannot be told: then all are the lowest of any zoom.
+// The lowest search position at each sixteenth of the zoom range, as the daemon divides it.  The daemon expects starts
+// that rise with the zoom.  If those of the lens do not, all of them become the lowest start of any zoom.
 TList FocusStarts(const TLensModel& tModel) {
-  const u32 dwInterval = std::max(tModel.tZoom.dwTotalStep / iFocusStartEntries, 1U);
-  u32 adwStarts[iFocusStartEntries] = {};
+  const u32 dwInterval = std::max(tModel.tZoom.dwTotalStep / dwFocusStartEntries, 1U);
+  u32 adwStarts[dwFocusStartEntries] = {};
   const bool bBoth = Model_HasFocus(tModel) && Model_HasZoom(tModel);
-  for (u32 i = 0; i < iFocusStartEntries && bBoth; ++i) adwStarts[i] = Optics_SearchStart(tModel, i * dwInterval);
+  for (u32 i = 0; i < dwFocusStartEntries && bBoth; ++i) adwStarts[i] = Optics_SearchStart(tModel, i * dwInterval);
   if (tModel.bFlatStarts != 0 || !std::is_sorted(std::begin(adwStarts), std::end(adwStarts))) {
     u32 dwLowest = adwStarts[0];
     for (u32 dw = 0; dw <= tModel.tZoom.dwTotalStep && bBoth; ++dw) {
@@ -207,20 +207,20 @@ bool WriteDaemonConfig(const char* pszRoot, const TLensModel& tModel) {
       {"root/vernierlensd/blockingmode", Number(tModel.bBlockingMode)},
       {"root/vernierlensd/finetunning", Number(tSearch.bFineTuning)},
   };
-  constexpr size_t iNumbers = sizeof atNumbers / sizeof atNumbers[0];
-  constexpr size_t iPlain = iNumbers + 1;
-  TXmlRow atRows[iPlain + 4 + dwThermalRows];
-  for (size_t i = 0; i < iNumbers; ++i) atRows[i] = {atNumbers[i].pszPath, atNumbers[i].tNumber.szText};
-  atRows[iNumbers] = {"root/vernierlensd/table/focusstart", tStarts.szText};
+  constexpr size_t dwNumbers = sizeof atNumbers / sizeof atNumbers[0];
+  constexpr size_t dwPlain = dwNumbers + 1;
+  TXmlRow atRows[dwPlain + 4 + dwThermalRows];
+  for (size_t i = 0; i < dwNumbers; ++i) atRows[i] = {atNumbers[i].pszPath, atNumbers[i].tNumber.szText};
+  atRows[dwNumbers] = {"root/vernierlensd/table/focusstart", tStarts.szText};
   const TNumber tColumns = Number(tModel.iThermalColumnsUsed), tZooms = Number(tModel.dwThermalRowsUsed);
-  atRows[iPlain] = {"root/shift_table/thermal/temperature/total_step", tColumns.szText};
-  atRows[iPlain + 1] = {"root/shift_table/thermal/temperature/offset", tThermal.tTemperatures.szText};
-  atRows[iPlain + 2] = {"root/shift_table/thermal/zoomposition/total_step", tZooms.szText};
-  atRows[iPlain + 3] = {"root/shift_table/thermal/zoomposition/offset", tThermal.tZooms.szText};
+  atRows[dwPlain] = {"root/shift_table/thermal/temperature/total_step", tColumns.szText};
+  atRows[dwPlain + 1] = {"root/shift_table/thermal/temperature/offset", tThermal.tTemperatures.szText};
+  atRows[dwPlain + 2] = {"root/shift_table/thermal/zoomposition/total_step", tZooms.szText};
+  atRows[dwPlain + 3] = {"root/shift_table/thermal/zoomposition/offset", tThermal.tZooms.szText};
   const u32 dwRows = tModel.dwThermalRowsUsed;
-  for (u32 i = 0; i < dwRows; ++i) atRows[iPlain + 4 + i] = {tThermal.aszNames[i], tThermal.atRows[i].szText};
-  const size_t iRows = iPlain + (tModel.bThermalTable != 0 ? 4 + dwRows : 0);
-  return WriteXml(pszRoot, "etc/conf.d/vernierlensd/config_vernierlensd.xml", atRows, iRows);
+  for (u32 i = 0; i < dwRows; ++i) atRows[dwPlain + 4 + i] = {tThermal.aszNames[i], tThermal.atRows[i].szText};
+  const size_t dwAllRows = dwPlain + (tModel.bThermalTable != 0 ? 4 + dwRows : 0);
+  return WriteXml(pszRoot, "etc/conf.d/vernierlensd/config_vernierlensd.xml", atRows, dwAllRows);
 }
 
 bool WriteXmlText(const char* pszRoot, const char* pszBelow, const char* pszPath, const char* pszText) {
@@ -239,14 +239,13 @@ bool WriteCameraConfig(const char* pszRoot, const TLensModel& tModel) {
                       tModel.pszLensType);
 }
 
-// What the daemon corrects the focus by where day turns to night.
+// The files for the daemon's focus correction between day and night.
 bool WriteNightConfig(const char* pszRoot, const TLensModel& tModel) {
   if (!Model_HasFocus(tModel) || Model_IsICS(tModel)) return true;
-  constexpr const char* pszProfile = "etc/conf.d/image_cfgs/c0/imgsys/mdp_lens_profile.xml";
+  constexpr const char* szProfile = "etc/conf.d/image_cfgs/c0/imgsys/mdp_lens_profile.xml";
   if (!Model_HasZoom(tModel)) {
-    return World_WriteIRCutFile(pszRoot) == 0 &&
-           WriteXmlText(pszRoot, pszProfile, "root/Focus/IRCORRECTION/FOCUS_SHIFT",
-                        Number(NightTable_Offset(tModel, 0)).szText);
+    return World_WriteIRCutFile(pszRoot) == 0 && WriteXmlText(pszRoot, szProfile, "root/Focus/IRCORRECTION/FOCUS_SHIFT",
+                                                              Number(NightTable_Offset(tModel, 0)).szText);
   }
   TList tSteps, tOffsets;
   for (u32 dwRange = 0; dwRange < dwNightRanges; ++dwRange) {
@@ -257,7 +256,7 @@ bool WriteNightConfig(const char* pszRoot, const TLensModel& tModel) {
   const TXmlRow atRows[] = {{"root/Focus/IRCORRECTION/STEP_NUM", tRanges.szText},
                             {"root/Focus/IRCORRECTION/ZOOM_STEP", tSteps.szText},
                             {"root/Focus/IRCORRECTION/FOCUS_OFFSET", tOffsets.szText}};
-  return World_WriteIRCutFile(pszRoot) == 0 && WriteXml(pszRoot, pszProfile, atRows, sizeof atRows / sizeof atRows[0]);
+  return World_WriteIRCutFile(pszRoot) == 0 && WriteXml(pszRoot, szProfile, atRows, sizeof atRows / sizeof atRows[0]);
 }
 
 bool WriteSensorConfig(const char* pszRoot, const TLensModel& tModel) {
@@ -269,7 +268,7 @@ bool WriteSensorConfig(const char* pszRoot, const TLensModel& tModel) {
   return WriteXml(pszRoot, "etc/conf.d/config_temperature.xml", atRows, sizeof atRows / sizeof atRows[0]);
 }
 
-// 8 hexadecimal digits a word, the coefficients as their bits; the first token and the last word mean nothing.
+// A curve file has hexadecimal words; a coefficient is the word with its bits.  The first and the last word are unused.
 bool WriteCurve(const char* pszRoot, ECurveFamily eFamily, u32 dwFile) {
   char szPath[64];
   snprintf(szPath, sizeof szPath, "etc/conf.d/vernierlensd/%s_y%u", g_atCurveFamilies[eFamily].pszName, dwFile);
@@ -333,7 +332,7 @@ bool WritePanTable(const char* pszRoot, const TLensModel& tModel) {
 
 }  // namespace
 
-bool CameraFiles_JoinPath(char (&szPath)[iCameraPath], const char* pszRoot, const char* pszBelow) {
+bool CameraFiles_JoinPath(char (&szPath)[dwCameraPath], const char* pszRoot, const char* pszBelow) {
   const i32 iLength = snprintf(szPath, sizeof szPath, "%s/%s", pszRoot, pszBelow);
   if (iLength > 0 && static_cast<size_t>(iLength) < sizeof szPath) return true;
   fprintf(stderr, "simcamera: %s: the path is too long\n", pszRoot);
@@ -341,12 +340,12 @@ bool CameraFiles_JoinPath(char (&szPath)[iCameraPath], const char* pszRoot, cons
 }
 
 bool CameraFiles_MakeDirectories(const char* pszPath) {
-  char szPath[iCameraPath];
+  char szPath[dwCameraPath];
   if (snprintf(szPath, sizeof szPath, "%s", pszPath) >= static_cast<i32>(sizeof szPath)) return false;
   for (char* pc = szPath + 1; *pc != 0; ++pc) {
     if (*pc != '/') continue;
     *pc = 0;
-    mkdir(szPath, 0755);  // one that is missing shows in the last step
+    mkdir(szPath, 0755);  // a failure shows when the last directory cannot be made
     *pc = '/';
   }
   if (mkdir(szPath, 0755) == 0 || errno == EEXIST) return true;
@@ -369,5 +368,5 @@ bool CameraFiles_Write(const char* pszRoot, const TLensModel& tModel) {
 
 i32 World_WriteIRCutFile(const char* pszRoot) {
   constexpr TXmlRow atRows[] = {{"root/ircutcontrol/disableirled", "0"}, {"root/ircutcontrol/enableextled", "0"}};
-  return WriteXml(pszRoot, pszIRCutFile, atRows, sizeof atRows / sizeof atRows[0]) ? 0 : -1;
+  return WriteXml(pszRoot, szIRCutFile, atRows, sizeof atRows / sizeof atRows[0]) ? 0 : -1;
 }

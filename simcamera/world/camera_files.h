@@ -1,20 +1,20 @@
 // The files of a camera as its maker ships it: configuration, saved state and tables of a lens model, below ROOT.
-// Errors are told on stderr.
+// Errors are printed on stderr.
 #pragma once
 
 #include <stddef.h>
 
 #include "lens/lens_model.h"
 
-constexpr size_t iCameraPath = 4096;  // bytes of a path, its NUL among them
+constexpr size_t dwCameraPath = 4096;  // bytes of a path, its NUL among them
 
-// ROOT and what lies below it as one path.  False: too long.
-bool CameraFiles_JoinPath(char (&szPath)[iCameraPath], const char* pszRoot, const char* pszBelow);
+// Joins ROOT and a path below it.  Returns false if the path is too long.
+bool CameraFiles_JoinPath(char (&szPath)[dwCameraPath], const char* pszRoot, const char* pszBelow);
 
-// Makes a directory with all that it lies in.
+// Makes a directory and all its parents.
 bool CameraFiles_MakeDirectories(const char* pszPath);
 
 bool CameraFiles_WriteText(const char* pszRoot, const char* pszBelow, const char* pszText);
 
-// All of a model's files, into directories that are there.
+// Writes all files of a model.  Their directories must exist.
 bool CameraFiles_Write(const char* pszRoot, const TLensModel& tModel);

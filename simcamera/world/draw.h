@@ -1,18 +1,18 @@
-// SplitMix64: draws that come out the same on every machine.
+// SplitMix64: random draws that are the same on every machine.
 #pragma once
 
 #include "core/types.h"
 
 constexpr u64 qwDrawStep = 0x9E3779B97F4A7C15u;  // from one state to the next
 
-// The draw of a state.
+// Returns the draw of a state.
 constexpr u64 Draw_Mix(u64 qwState) {
   qwState = (qwState ^ (qwState >> 30)) * 0xBF58476D1CE4E5B9u;
   qwState = (qwState ^ (qwState >> 27)) * 0x94D049BB133111EBu;
   return qwState ^ (qwState >> 31);
 }
 
-// Takes a state to the next one.  Returns its draw, from 0 to below dwBelow.
+// Advances the state to the next one.  Returns its draw, from 0 to below dwBelow.
 constexpr u32 Draw_Below(u64& qwState, u32 dwBelow) {
   qwState += qwDrawStep;
   return static_cast<u32>((Draw_Mix(qwState) >> 32) * dwBelow >> 32);

@@ -12,7 +12,7 @@
 TWorld* World_Map(const char* pszRoot) {
   char szWorld[4096];
   if (snprintf(szWorld, sizeof szWorld, "%s/sim/world", pszRoot) >= static_cast<i32>(sizeof szWorld)) return nullptr;
-  // Asked of the kernel directly: the hooks map their world before they can tell whose a call of open is.
+  // The kernel is called directly: the hooks map their world before they can tell who calls open.
   const i32 fd = static_cast<i32>(syscall(SYS_openat, AT_FDCWD, szWorld, O_RDWR | O_CLOEXEC));
   if (fd < 0) {
     fprintf(stderr, "simcamera: %s: no simulated camera (%s)\n", pszRoot, strerror(errno));
@@ -52,7 +52,7 @@ void World_PowerCut(TWorld* ptWorld, u64 qwNow_us) {
 
 void World_Lock(TWorld* ptWorld) {
   if (ptWorld->eTime == TIME_VIRTUAL) return;
-  // A holder that was killed left whole words behind: settling an axis again goes on where it stopped.
+  // A holder that was killed has left whole words: settling an axis again goes on where the holder stopped.
   if (pthread_mutex_lock(&ptWorld->mutexAtSpeed) == EOWNERDEAD) pthread_mutex_consistent(&ptWorld->mutexAtSpeed);
 }
 

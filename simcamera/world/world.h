@@ -9,8 +9,7 @@
 #include "lens/lens.h"
 #include "lens/scene.h"
 
-// Calls of one name that fail although nothing is wrong with what they are given: the first dwGood do not, the next
-// dwFailing do.
+// Calls of one name that fail although their arguments are good: the first dwGood succeed, the next dwFailing fail.
 struct TFailingCall {
   char szCall[16];
   u32 dwGood;
@@ -41,46 +40,46 @@ struct TWorld {
   u32 bNight;
   EScene eScene;
 
-  // Of the image side: when it began to hold each channel's brightness, 0 it does not; and its faults.
+  // The image side: when it began to hold each channel's brightness (0: it does not), and its faults.
   u64 aqwHeldSince_us[iLensChannels];
-  u32 bImageSideSilent;     // it answers nothing
+  u32 bImageSideSilent;     // it gives no answer
   u32 bImageSideZero;       // its focus values are 0
   u32 bImageSideBackwards;  // its focus values count down, one each frame, whatever it sees
 
-  // Of the flash, for the daemon: what lies below ROOT/etc and ROOT/mnt.  A CALL event of a life may switch them.
-  u32 bFlashFull;        // writes fail with ENOSPC; what is opened for writing is made or emptied all the same
+  // Faults of the flash (ROOT/etc and ROOT/mnt) that only the daemon sees.  A CALL event of a life may switch them.
+  u32 bFlashFull;        // writes fail with ENOSPC; a file opened for writing is still made or emptied
   u32 bFlashReadOnly;    // every change fails with EROFS
   u32 dwSlowestSync_us;  // each sync and fsync takes a drawn time below this, on the virtual clock; 0: none
 
-  u32 bSelectFails;  // every select of the daemon's ends with ENOMEM; on the virtual clock
-  // On the virtual clock: open (of what is not the camera's), mkfifo, socketpair, send, write, shmdt, pthread_join,
-  // GATELINK_init, GATELINK_read.
+  u32 bSelectFails;  // every select of the daemon ends with ENOMEM; on the virtual clock
+  // On the virtual clock: open (of files that are not the camera's), mkfifo, socketpair, send, write, shmdt,
+  // pthread_join, GATELINK_init, GATELINK_read.
   TFailingCall atFailingCalls[2];
 
-  u32 dwPowerCuts;  // at a speed, so far: each cut draws the flash's fate anew
+  u32 dwPowerCuts;  // so far, at a speed: each cut draws anew which unsynced writes the flash keeps
 };
 
 constexpr u32 dwWorldMagic = 0x314D4953;
 
-// Maps ROOT/sim/world.  Null with a line on stderr if it is not there or not of this build.  World_Unmap ends it.
+// Maps ROOT/sim/world, until World_Unmap.  Returns null, with a line on stderr, if it is missing or of another build.
 TWorld* World_Map(const char* pszRoot);
 void World_Unmap(TWorld* ptWorld);
 
 // Lays an empty (or absent) ROOT out for a model: the camera's configuration and state files, its directories, and
-// ROOT/sim/world with the lens at the model's first position.  Nothing of a ROOT that is laid out already is touched.
-// 0; -1 with a line on stderr (no such model, no room).
+// ROOT/sim/world with the lens at the model's first position.  A ROOT that is laid out already is not changed.
+// Returns 0, or -1 with a line on stderr (no such model, no room).
 i32 World_LayOut(const char* pszRoot, const char* pszModel, u64 qwSeed);
 
-// The IR-cut settings of a laid-out camera as they were at first (infra-red LEDs in use); an existing file is replaced.
-// 0 or -1.
-constexpr const char* pszIRCutFile = "etc/conf.d/config_ircutctrl.xml";
+// Writes the IR-cut settings that a new camera has (infra-red LEDs in use); an existing file is replaced.  Returns 0 or
+// -1.
+constexpr const char* szIRCutFile = "etc/conf.d/config_ircutctrl.xml";
 i32 World_WriteIRCutFile(const char* pszRoot);
 
 u64 World_Now_us(const TWorld* ptWorld);
 
-// Power is cut: motors stop where they are at that time, and the sensors forget their registers.
+// Cuts the power: motors stop where they are at that time, and the sensors forget their registers.
 void World_PowerCut(TWorld* ptWorld, u64 qwNow_us);
 
-// Bracket round every use of tLens and of the scene at a speed; does nothing on the virtual clock.
+// At a speed every use of tLens and of the scene must stand between these two.  On the virtual clock they do nothing.
 void World_Lock(TWorld* ptWorld);
 void World_Unlock(TWorld* ptWorld);

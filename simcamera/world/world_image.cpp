@@ -6,7 +6,7 @@
 
 namespace {
 
-constexpr u32 dwBackwardsFrom = 100'000'000;  // counted down from, at 30 frames a second for more than a month
+constexpr u32 dwBackwardsFrom = 100'000'000;  // start of the count down: enough for a month of 30 frames a second
 
 // The draws of one frame of one channel, each from 0 to below 1.
 struct TFrameDraws {
@@ -24,7 +24,7 @@ double Wave(u64 qwAt_us, u64 qwPeriod_us) {
   return dPhase < 0.5 ? 4 * dPhase - 1 : 3 - 4 * dPhase;
 }
 
-// Light of the scene on a frame: lamps flicker, and brightness wanders unless it is held.
+// The light of the scene in a frame: lamps flicker, and the brightness drifts unless it is held.
 double Brightness(TWorld* ptWorld, i32 iChannel, bool bBusy, u64 qwFrameEnd_us) {
   const TScene& tScene = g_atScenes[ptWorld->eScene];
   u64& qwHeldSince_us = ptWorld->aqwHeldSince_us[iChannel];

@@ -1,5 +1,5 @@
-// The image side of the camera: what the process that owns the image puts into the focus statistics blocks and takes
-// from them.  A block is eight 32-bit words in memory that the daemon shares, the file ROOT/shm/N of channel N.
+// The image side of the camera, as the process that owns the image: it writes and reads the focus statistics blocks.  A
+// block is eight 32-bit words of memory that is shared with the daemon: the file ROOT/shm/N for channel N.
 #pragma once
 
 #include "world/world.h"
@@ -16,13 +16,13 @@ enum EBlockWord : u32 {
   BLOCK_WORDS
 };
 
-// One look of the image side at a channel's block, at the present time: answers an iris request, sets the day/night
-// mode, and while values are wanted works the focus value out from where the glass truly stood at the end of the last
-// whole frame.  All looks within one frame see the same value, whatever moved since.  Does nothing while the image side
-// is silenced.  Takes the world's lock.
+// One look of the image side at a channel's block, at the present time.  It answers an iris request and sets the
+// day/night mode.  While focus values are wanted, it computes one from the true place of the glass at the end of the
+// last whole frame: all looks within one frame see the same value.  Does nothing while the image side is silent.  Takes
+// the world's lock.
 void World_ImageFrame(TWorld* ptWorld, i32 iChannel, u32* pdwBlock);
 
-// Where the focus of a channel would be sharp now, for the true zoom, and by how much it may miss that: see
+// Where the focus of a channel would be sharp now, at the true zoom, and how far from there it is still sharp: see
 // Optics_DepthOfFocus.  Virtual steps; 0 for a lens without focus.  The caller holds the lock and has settled the lens.
 double World_SharpFocus(const TWorld* ptWorld, i32 iChannel);
 double World_DepthOfFocus(const TWorld* ptWorld, i32 iChannel);

@@ -15,7 +15,7 @@
 
 namespace {
 
-constexpr u64 qwWallAtFirstStart_us = 1'704'067'200'000'000;  // 2024-01-01 00:00:00, till a run at a speed knows better
+constexpr u64 qwWallAtFirstStart_us = 1'704'067'200'000'000;  // 2024-01-01 00:00:00; a run at a speed sets real time
 
 constexpr const char* g_apszDirectories[] = {"etc/conf.d/vernierlensd",
                                              "etc/conf.d/image_cfgs/c0/imgsys",
@@ -54,7 +54,7 @@ void FillLens(TLens& tLens, const TLensModel& tModel) {
   }
 }
 
-// The driver stands where the camera left it; the parking motor is a stepper with a travel of 500.
+// The driver stands at the model's first position.  The parking motor is a stepper with a travel of 500.
 void FillICS(TLens& tLens, const TLensModel& tModel) {
   if (!Model_IsICS(tModel)) return;
   tLens.bICS = 1;
@@ -102,9 +102,9 @@ void FillWorld(TWorld& tWorld, const TLensModel& tModel, u64 qwSeed) {
   tWorld.dTemperature_C = dPanTemperature_C;
 }
 
-// The world is the last file made, under another name till it is whole: a ROOT that has it is laid out.
+// A ROOT that has the world file is laid out.  So this file is written last, and has another name until it is whole.
 bool WriteWorld(const char* pszRoot, const TLensModel& tModel, u64 qwSeed) {
-  char szNew[iCameraPath], szWorld[iCameraPath];
+  char szNew[dwCameraPath], szWorld[dwCameraPath];
   if (!CameraFiles_JoinPath(szNew, pszRoot, "sim/world.new") || !CameraFiles_JoinPath(szWorld, pszRoot, "sim/world"))
     return false;
   const i32 fd = open(szNew, O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
@@ -136,7 +136,7 @@ bool IsEmptyDirectory(const char* pszPath) {
 
 bool LayOutFiles(const char* pszRoot, const TLensModel& tModel, u64 qwSeed) {
   for (const char* pszDirectory : g_apszDirectories) {
-    char szPath[iCameraPath];
+    char szPath[dwCameraPath];
     if (!CameraFiles_JoinPath(szPath, pszRoot, pszDirectory) || !CameraFiles_MakeDirectories(szPath)) return false;
   }
   return CameraFiles_Write(pszRoot, tModel) &&
@@ -153,7 +153,7 @@ i32 World_LayOut(const char* pszRoot, const char* pszModel, u64 qwSeed) {
     fprintf(stderr, "simcamera: there is no lens model \"%.40s\"\n", pszModel);
     return -1;
   }
-  char szWorld[iCameraPath];
+  char szWorld[dwCameraPath];
   if (!CameraFiles_JoinPath(szWorld, pszRoot, "sim/world")) return -1;
   if (access(szWorld, F_OK) == 0) return 0;
   if (!CameraFiles_MakeDirectories(pszRoot)) return -1;

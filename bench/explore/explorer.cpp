@@ -13,29 +13,29 @@
 
 namespace {
 
-constexpr u32 dwSoon = 120;               // accesses of another task that count as next to come
-constexpr u32 dwSoonOfMain = 400;         // of the main thread, which first takes its input in
-constexpr u32 dwFirstTimes = 2;           // of one place of the code: these times and the last are tried
-constexpr u32 dwLongSleep_us = 200;       // an overrun
-constexpr std::size_t dwTimeColumn = 16;  // of a transcript's line
+constexpr u32 dwSoon = 120;               // a task touches a word soon if it does so within these next accesses
+constexpr u32 dwSoonOfMain = 400;         // the same for the main thread, which first reads its input
+constexpr u32 dwFirstTimes = 2;           // a place of the code is tried the first times that it runs, and the last
+constexpr u32 dwLongSleep_us = 200;       // by which a sleep overruns
+constexpr std::size_t dwTimeColumn = 16;  // characters of the time in a transcript's line
 
-u64 Mix(u64 a, u64 b) {
-  a ^= b + 0x9E3779B97F4A7C15u + (a << 6) + (a >> 2);
-  a *= 0xBF58476D1CE4E5B9u;
-  return a ^ (a >> 29);
+u64 Mix(u64 qwLeft, u64 qwRight) {
+  qwLeft ^= qwRight + 0x9E3779B97F4A7C15u + (qwLeft << 6) + (qwLeft >> 2);
+  qwLeft *= 0xBF58476D1CE4E5B9u;
+  return qwLeft ^ (qwLeft >> 29);
 }
 
-// Two lives in which the accesses of each word come in one order are one life.
+// A number for the order of accesses.  If each word is accessed in the same order in two lives, they count as one.
 u64 OrderOfAccesses(std::span<const TPoint> atPoints) {
   struct TWord {
-    u64 qwWrites, qwReads;  // reads between two writes have no order
+    u64 qwWrites, qwReads;  // the order of reads between two writes does not matter
   };
   std::unordered_map<u64, TWord> mapWords;
   for (const TPoint& tPoint : atPoints) {
     if (tPoint.ePoint != POINT_ACCESS && tPoint.ePoint != POINT_SLEEP) continue;
     const bool bWrite = tPoint.bWrite || tPoint.ePoint == POINT_SLEEP;
-    TWord& tWord = mapWords[tPoint.ePoint == POINT_SLEEP ? tPoint.bTask : tPoint.qwWord];
-    const u64 qwThis = Mix(Mix(tPoint.bTask, tPoint.qwTime_us), tPoint.qwPlace);
+    TWord& tWord = mapWords[tPoint.ePoint == POINT_SLEEP ? tPoint.byTask : tPoint.qwWord];
+    const u64 qwThis = Mix(Mix(tPoint.byTask, tPoint.qwTime_us), tPoint.qwPlace);
     if (bWrite)
       tWord = {.qwWrites = Mix(Mix(tWord.qwWrites, tWord.qwReads), qwThis), .qwReads = 0};
     else
@@ -87,14 +87,14 @@ class TCandidates {
 TCandidates::TCandidates(std::span<const TPoint> atPoints, u32 dwFrom, bool bPrunes)
     : m_atPoints(atPoints), m_dwFrom(dwFrom), m_bPrunes(bPrunes) {
   for (u32 dw = dwFrom; dw < atPoints.size(); dw++) {
-    if (atPoints[dw].ePoint == POINT_ACCESS) m_adwAccesses[atPoints[dw].bTask].push_back(dw);
+    if (atPoints[dw].ePoint == POINT_ACCESS) m_adwAccesses[atPoints[dw].byTask].push_back(dw);
     m_mapAll[PlaceOf(dw)]++;
   }
 }
 
 TCandidates::TPlace TCandidates::PlaceOf(u32 dwPoint) const {
   const TPoint& tPoint = m_atPoints[dwPoint];
-  return {tPoint.ePoint, tPoint.bTask, tPoint.qwPlace, tPoint.qwWord,
+  return {tPoint.ePoint, tPoint.byTask, tPoint.qwPlace, tPoint.qwWord,
           tPoint.ePoint == POINT_ORDER ? u32{tPoint.wReady} : 0U};
 }
 
@@ -104,7 +104,7 @@ bool TCandidates::IsRare(u32 dwPoint) {
   return !m_bPrunes || dwTime <= dwFirstTimes || dwTime == m_mapAll[tPlace];
 }
 
-// True if the task soon touches what is touched at the point, and one of both writes.
+// True if the task soon touches the word that is touched at the point, and one of the two writes it.
 bool TCandidates::Touches(u32 dwTask, u32 dwPoint, u32 dwHowSoon) const {
   if (!m_bPrunes) return true;
   const TPoint& tPoint = m_atPoints[dwPoint];
@@ -119,7 +119,7 @@ bool TCandidates::Touches(u32 dwTask, u32 dwPoint, u32 dwHowSoon) const {
 void TCandidates::AtAccess(u32 dwPoint) {
   const TPoint& tPoint = m_atPoints[dwPoint];
   for (u32 dwTask = 0; dwTask < iMaxTasks; dwTask++) {
-    const bool bReady = (tPoint.wReady >> dwTask & 1) != 0 && dwTask != tPoint.bTask;
+    const bool bReady = (tPoint.wReady >> dwTask & 1) != 0 && dwTask != tPoint.byTask;
     if (bReady && Touches(dwTask, dwPoint, dwSoon)) m_atDeviations.push_back({dwPoint, DEVIATION_TASK, dwTask});
   }
   if (tPoint.bMayArrive && Touches(0, dwPoint, dwSoonOfMain)) {
@@ -173,7 +173,7 @@ u64 CountAccesses(std::span<const TPoint> atPoints) {
   return static_cast<u64>(std::ranges::count(atPoints, POINT_ACCESS, &TPoint::ePoint));
 }
 
-// The life's schedule with each further deviation after its last.
+// Adds to atNext the schedules that have one more deviation, after the last one of this life.
 void AddChildren(const std::vector<TDeviation>& atDeviations, std::span<const TPoint> atPoints, bool bPrunes,
                  std::vector<std::vector<TDeviation>>& atNext) {
   const u32 dwFrom = atDeviations.empty() ? 0 : atDeviations.back().dwPoint + 1;

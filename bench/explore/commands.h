@@ -1,4 +1,4 @@
-// The commands that are put in pairs, each with what it promises of a camera at rest where it came last.
+// The commands that are put in pairs.  Each has promises: what must hold at rest if this command came last.
 #pragma once
 
 #include <span>
@@ -11,9 +11,9 @@
 // One lens of the exploration.
 struct TPairLens {
   const char* szModel;
-  u64 qwReady_ms;   // by then the daemon waits for its inputs, and all passes at its start are over
-  u64 qwSecond_ms;  // after the first command: nothing is under way any more, the second comes at the latest
-  u64 qwRest_ms;    // after the first command: the second, too, has ended
+  u64 qwReady_ms;   // by then the daemon waits for its inputs, and all walks of its start have ended
+  u64 qwSecond_ms;  // time from the first command until it has ended; at the latest then the second one comes
+  u64 qwRest_ms;    // time from the first command until the second one has ended too
   i32 iZoom, iZoomBack, iFocus, iFocusBack;  // near targets, virtual steps
 };
 std::span<const TPairLens> PairLenses();
@@ -28,11 +28,11 @@ enum EPromise : u32 {
   PROMISES_SAVED_FOCUS = 32,
   PROMISES_REFERENCE = 64,  // the zoom ends on its reference
   PROMISES_SHARP = 128,     // the focus ends where it is sharp
-  PROMISES_DEFAULT = 256,   // the new focus default is stored, also where another command follows; a focus lens only
-  WALKS_NOTHING = 512,      // a recovery under way goes on, to where the lens is sharp
-  STOPS = 1024,             // a recovery under way ends: sharp, or with the log that has it done later
+  PROMISES_DEFAULT = 256,   // the new focus default is stored, even if another command follows; a focus lens only
+  WALKS_NOTHING = 512,      // a recovery under way goes on until the lens is sharp
+  STOPS = 1024,             // a recovery under way ends: sharp, or the log stays so that the next start does the rest
   LEAVES_SEARCH = 2048,     // a recovery under way loses its search, and so its log may stay
-  ENDS_LIFE = 4096,         // nobody can be asked afterwards, and what was under way may leave its log
+  ENDS_LIFE = 4096,         // no status can be asked afterwards, and a walk under way may leave its log
   CHANGES_LIGHT = 8192,     // the daemon itself moves the focus after it
 };
 constexpr u32 PROMISES_OF_FOCUS = PROMISES_FOCUS | PROMISES_FOCUS_BACK | PROMISES_SAVED_FOCUS | PROMISES_SHARP;
@@ -42,14 +42,14 @@ constexpr u32 dwPairBackupZoom = 50, dwPairBackupFocus = 300, dwPairDefault = 30
 struct TPairCommand {
   const char* szName;
   u32 dwPromises;                 // EPromise
-  const char* szQuery = nullptr;  // of a client; what ends in '=' is completed with the place that is promised
+  const char* szQuery = nullptr;  // of a client; if it ends in '=', the promised position is added
   const char* szFrame = nullptr;  // content of the message on the event FIFO
-  u64 qwHeld_ms = 0;              // of a button, which is released then; 0 no button
+  u64 qwHeld_ms = 0;              // a button is released after this time; 0 no button
   ESeenBy eSeenBy = SEEN_BY_SELECT;
 };
 
-// The first of a pair may be any command but "term", or this: the daemon was started after a power loss, and the second
-// comes at any time from its start.
+// The first of a pair may be any command but "term", or a recovery: the daemon starts after a power loss, and the
+// second command comes at any time from the start on.
 constexpr const char* szRecovery = "recovery";
 
 struct TPair {
@@ -61,14 +61,13 @@ std::vector<TPair> Pair_All(const TPairLens& tLens);
 std::string Pair_Name(const TPair& tPair);  // "LENS/FIRST/SECOND"
 TPair Pair_Find(const std::string& sName);  // null pointers: there is none
 
-// What the pair's life is made of.  Clients' requests are numbered from 0; the last ones ask for the status of each
-// channel, at rest.
+// The life of a pair.  Clients' requests are numbered from 0; the last ones ask for the status of each channel at rest.
 struct TPairLife {
   TSchedule tSchedule;
   TLifePlan tPlan;
-  u32 dwRequests;  // none after a command that ends the life
+  u32 dwRequests;  // after a command that ends the life no status is asked
 };
 TPairLife Pair_Prepare(const TPair& tPair, const TCamera& tCamera);
 
-// What does not hold of the life at its end; "" all does.
+// Returns what does not hold at the end of the life, or "" if all does.
 std::string Pair_Judge(const TPair& tPair, const TCamera& tCamera, u32 dwRequests, const TLifeResult& tResult);

@@ -14,34 +14,33 @@ namespace {
 struct TSeen {
   const TAxis* ptAxis;
   const char* szName;
-  TMotorCommand tWritten = {};  // last
-  u32 dwNumber = 0;             // of the command that it belongs to; higher is newer, for both axes together
+  TMotorCommand tWritten = {};  // the command that was written last
+  u32 dwNumber = 0;             // its number; higher is newer, for both axes together
   bool bTaken = false;
   bool bByZoom = false;       // focus: the zoom thread wrote it
   u32 dwRunning = 0;          // number of the command that the thread runs
-  bool bHasFollowed = false;  // zoom: the focus has begun to go along with the running command
+  bool bHasFollowed = false;  // zoom: the focus has taken the follow-up of the running command
 };
 TSeen g_tZoom = {.ptAxis = &g_tZoomAxis, .szName = "zoom"};
 TSeen g_tFocus = {.ptAxis = &g_tFocusAxis, .szName = "focus"};
 
 TVernierLensdInfo* g_ptContext = nullptr;
-u32 g_dwCommands = 0;                    // of clients, buttons and the daemon's start, so far
-const TSeen* g_ptWrittenLast = nullptr;  // by the main thread
+u32 g_dwCommands = 0;                    // commands of clients, buttons and the daemon's start, so far
+const TSeen* g_ptWrittenLast = nullptr;  // the box that the main thread has written last
 
 template <typename... TArguments>
-void Blame(const char* szFormat, TArguments... arguments) {
+void Blame(const char* szFormat, TArguments... tArguments) {
   char szFault[160];
-  std::snprintf(szFault, sizeof szFault, szFormat, arguments...);
+  std::snprintf(szFault, sizeof szFault, szFormat, tArguments...);
   Schedule_Blame(szFault);
 }
 
-// Commands that walk nothing and do not say where the lens is to be: others may be written over them, and what they
-// wish is judged at rest.
+// A wish does not move the lens.  Other commands may be written over it; whether it was fulfilled is judged at rest.
 bool IsWish(u32 dwFunction) {
   return dwFunction == FUNCTION_IRISOPEN || dwFunction == FUNCTION_IRISENABLE || dwFunction == FUNCTION_SETFOCUSDEFAULT;
 }
 
-// The focus's half of a command whose zoom's half was written before it.
+// True for the focus command of a pair that the main thread sends to both axes, the zoom first.
 bool IsSecondHalf(const TSeen& tSeen, u32 dwFunction) {
   if (&tSeen != &g_tFocus || g_ptWrittenLast != &g_tZoom) return false;
   const u32 dwOther = g_tZoom.tWritten.dwFunction;
@@ -51,24 +50,24 @@ bool IsSecondHalf(const TSeen& tSeen, u32 dwFunction) {
   return bSearch ? dwOther == FUNCTION_STOP : bBoth && dwOther == dwFunction;
 }
 
-// The axis whose thread the running task is.
+// The axis whose motor thread is running.
 TSeen& SeenOfTask() {
   const bool bFocus = g_ptContext->bSupportZoom == 0 || (g_ptContext->bSupportFocus != 0 && g_tSelf.iTask == 1);
   return bFocus ? g_tFocus : g_tZoom;
 }
 
-// A zoom that cannot be interrupted reaches its target in spite of a stop.  If that stop came before the focus began to
-// go along, the focus goes after the zoom once the zoom is there, as the end of that stop.
+// A zoom that cannot be interrupted reaches its target in spite of a stop.  If the stop came before the focus began to
+// follow, the focus follows once the zoom is there.  That follow-up counts as a part of the stop.
 bool EndsStop(const TSeen& tCause, const TSeen& tSeen) {
   const bool bInterruptible = g_tVernierLensdConfigInfo.bBlockingMode == 0 && g_ptContext->bSupportICS == 0;
   return !bInterruptible && &tCause == &g_tZoom && &tSeen == &g_tFocus && !tCause.bHasFollowed && !tCause.bTaken &&
          tCause.tWritten.dwFunction == FUNCTION_STOP;
 }
 
-// The number of a follow-up is that of the command it follows from.
+// Returns the number of a follow-up: that of the command from which it follows.
 u32 JudgeFollowUp(const TSeen& tSeen, u32 dwFunction) {
   const TSeen& tCause = SeenOfTask();
-  // A button that is still held asks for each of its steps; nothing but its release ends it.
+  // While a button is held, each of its steps counts as a new command: only the release ends them.
   if (&tSeen == &g_tZoom && g_ptContext->tZoomCommand.bZoomContinuous != 0) return ++g_dwCommands;
   const u32 dwCause = EndsStop(tCause, tSeen) ? tCause.dwNumber : tCause.dwRunning;
   if (tSeen.dwNumber > dwCause) {
@@ -113,7 +112,7 @@ void Taken(TSeen& tSeen) {
 }  // namespace
 
 extern "C" {
-// The daemon's start of its motor threads comes here first (linker option --wrap): it hands out the context.
+// The daemon calls this to start its motor threads (linker option --wrap).  It tells where the context is.
 i32 __real_TaskShim_Initial(void** phTask, const TTaskShimOptions* ptOptions);
 i32 __wrap_TaskShim_Initial(void** phTask, const TTaskShimOptions* ptOptions) {
   g_ptContext = static_cast<TVernierLensdInfo*>(ptOptions->pvArgument);

@@ -45,14 +45,14 @@ constexpr TPairCommand g_atCommands[] = {
     {"term", ENDS_LIFE, nullptr, nullptr, 0, SEEN_BY_ANYONE},
 };
 
-// What a promised place is.
+// Where an axis ends if a command promises it.
 struct TPlace {
   EPromise ePromise;
   ELensAxis eAxis;
   i32 iPlace;  // virtual steps
 };
 
-// The saved positions of an ICS lens are its own.
+// For an ICS lens the positions of the backup are not judged.
 std::vector<TPlace> Places(const TPairLens& tLens, bool bICS) {
   constexpr i32 iICSReference = 100;
   std::vector<TPlace> atPlaces = {{PROMISES_ZOOM, LENS_ZOOM, tLens.iZoom},
@@ -88,7 +88,7 @@ TArrival Message(u64 qwLatest_ms, const TCamera& tCamera, const std::string& sCo
           .fnHappen = Frame(0, tCamera, EventFrame("<message>" + sContent + "</message>")).fnCall};
 }
 
-// The command's arrivals, the first by qwLatest_ms.  Requests take their numbers from *pdwRequests on.
+// What arrives for a command, the first by qwLatest_ms.  Requests are numbered from *pdwRequests on.
 std::vector<TArrival> Arrivals(const TPairLens& tLens, const TPairCommand& tCommand, const TCamera& tCamera,
                                u64 qwLatest_ms, u32* pdwRequests) {
   std::vector<TArrival> atArrivals;
@@ -120,15 +120,15 @@ std::string JudgeStatus(const TLensModel& tModel, const TCamera& tCamera, const 
   return bAll ? Judge_Channels(tCamera, tModel, tModel.iChannels, tResult) : "a client without an answer";
 }
 
-// The end of the life; a recovery that a client has ended, and of several channels also one that a command has gone
-// ahead of: the log then has the next start do what is missing.
+// A log may stay after the end of the life, and after a recovery that a client has ended.  On several channels also if
+// a command came before the recovery of all of them.  The log makes the next start do what is missing.
 bool MayLeaveLog(const TPair& tPair) {
   if (EndsLife(tPair)) return true;
   const bool bSeveral = Lenses_Find(tPair.ptLens->szModel)->iChannels > 1;
   return tPair.ptFirst == nullptr && (bSeveral || (tPair.ptSecond->dwPromises & LEAVES_SEARCH) != 0);
 }
 
-// One set serves all channels: it is true if it is of one of them.
+// There is one saved set for all channels: it is true if it is the true one of any channel.
 bool IsSavedTrue(const TLensModel& tModel, const TCamera& tCamera) {
   const std::string sSaved = tCamera.Read(Model_IsICS(tModel) ? szICSPositionsPath : szPositionsPath);
   const auto IsTrue = [&](ELensAxis eAxis, i32 iChannel) {

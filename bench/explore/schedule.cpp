@@ -16,10 +16,10 @@ namespace {
 
 constexpr u32 dwMaxPoints = 1 << 17;
 
-// Of one life; shared with its process.
+// The record of one life.  The life's process writes it, its parent reads it.
 struct TRecord {
   u32 dwPoints;
-  u32 dwTaken;  // deviations
+  u32 dwTaken;  // deviations made so far
   bool bFull;
   char szFault[200];
   TPoint atPoints[dwMaxPoints];
@@ -65,7 +65,7 @@ bool MayArrive(EPoint ePoint) {
   return false;
 }
 
-// Notes the point.  The deviation that is wanted at it, or null.
+// Notes the point.  Returns the deviation to make there, or null.
 const TDeviation* Note(EPoint ePoint, u32 dwReady, u64 qwWord, u64 qwPlace, bool bWrite) {
   TRecord& tRecord = *g_ptRecord;
   if (tRecord.dwPoints >= dwMaxPoints) {
@@ -77,7 +77,7 @@ const TDeviation* Note(EPoint ePoint, u32 dwReady, u64 qwWord, u64 qwPlace, bool
                                .qwPlace = qwPlace,
                                .qwTime_us = LifeTime_us(),
                                .wReady = static_cast<std::uint16_t>(dwReady),
-                               .bTask = static_cast<u8>(g_tSelf.iTask),
+                               .byTask = static_cast<u8>(g_tSelf.iTask),
                                .ePoint = ePoint,
                                .bWrite = bWrite,
                                .bMayArrive = MayArrive(ePoint)};
@@ -86,7 +86,7 @@ const TDeviation* Note(EPoint ePoint, u32 dwReady, u64 qwWord, u64 qwPlace, bool
   return bWanted ? &atDeviations[tRecord.dwTaken++] : nullptr;
 }
 
-// The next arrival, and those that follow it have its moment to go by.
+// Lets the next arrival come.  The latest time of the one after it counts from now.
 void Arrive(void*) {
   const TArrival& tArrival = g_ptSchedule->atArrivals[g_dwArrived++];
   tArrival.fnHappen(Clock_World());
@@ -104,7 +104,7 @@ void ArriveHere() {
 }
 
 bool NeverGivesWay() {
-  return false;  // the points of access are finer
+  return false;  // the points of access make threads give way instead
 }
 
 i32 NextTask(u32 dwReady) {

@@ -1,7 +1,7 @@
 // Makes each access of a shared word a point of the schedule.  The daemon's sources are compiled here with
 // -fsanitize=thread, and the compiler then calls these functions for every access of memory; the sanitizer's own
-// library is not linked.  Atomic accesses are what Word_* and std::atomic make.  Plain ones are not shared, as
-// ThreadSanitizer shows elsewhere, and pass.
+// library is not linked.  Word_* and std::atomic make atomic accesses.  Plain accesses do nothing here: the build with
+// ThreadSanitizer shows that what they touch is not shared.
 #include <pthread.h>
 #include <semaphore.h>
 
