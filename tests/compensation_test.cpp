@@ -151,9 +151,8 @@ TEST(DayNight, CommandInTheInstantOfTheCheckIsKept) {
     return LiveToRest(tCamera, std::move(atEvents), 30'000, qwSeed);
   };
   ForSeeds(100, [&](u64 qwSeed) {
-    std::vector<TLifeEvent> atMove = Asks("0 focus=650");
-    atMove[0].qwAt_us = TimeOf_us(LiveWith({}, qwSeed), szSwitch) - 1 + qwSeed % 3;
-    const TLifeResult tResult = LiveWith(atMove, qwSeed);
+    const u64 qwSwitch_us = TimeOf_us(LiveWith({}, qwSeed), szSwitch);
+    const TLifeResult tResult = LiveWith({At(qwSwitch_us - 1 + qwSeed % 3, Asks("0 focus=650")[0])}, qwSeed);
     const double dFocus = tCamera.Truth(LENS_FOCUS);
     EXPECT_TRUE(dFocus == 650 || dFocus == 650 + 14) << dFocus << Tale(tResult);
     EXPECT_EQ(Count(tResult.sTranscript, std::string("create ") + szFocusLogPath), 3U)
@@ -217,8 +216,7 @@ TEST(DayNight, EachChannelMovesUntilSigterm) {
   const i32 iOffset = NightTable_Offset(*Lenses_Find("quad"), 3);  // zoom 100 reads index 99, of the fourth range
   for (i32 i = 0; i < 4; i++)
     EXPECT_EQ(tCamera.Truth(LENS_FOCUS, i) - adBefore[static_cast<std::size_t>(i)], iOffset) << i;
-  TLifeEvent tTerm = Signal(0, SIGTERM);
-  tTerm.qwAt_us = TimeOf_us(tWhole, "Focus Offset") + 5'000;
+  const TLifeEvent tTerm = At(TimeOf_us(tWhole, "Focus Offset") + 5'000, Signal(0, SIGTERM));
   ASSERT_EQ(Life_ResetRoot(tCamera.sRoot), 0);
   const TLifeResult tEnded = Live(tCamera, {SetNight(120'000), tTerm}, 0);
   EXPECT_EQ(Judge_Order(tEnded), "") << Tale(tEnded);

@@ -367,11 +367,10 @@ TEST(ICS, TemperatureBand) {
   for (u64 qw = 0; qw < 40 || dwFirst == 0; qw++) {
     ASSERT_LT(qw, 400U) << "no client came first";
     const u64 qwSeed = FirstSeed() + qw;
-    TLifeEvent tMove = Ask(0, "function=focus&direction=direct&position=1500");
     const TLifeResult tAlone = LiveWith({}, qwSeed);
     const i32 iShift = static_cast<i32>(tCamera.Truth(LENS_FOCUS)) - 1215;
-    tMove.qwAt_us = TimeOf_us(tAlone, szDiff) - 1 + qw % 3;
-    const TLifeResult tResult = LiveWith({tMove}, qwSeed);
+    const u64 qwMove_us = TimeOf_us(tAlone, szDiff) - 1 + qw % 3;
+    const TLifeResult tResult = LiveWith({At(qwMove_us, Asks("0 focus=1500")[0])}, qwSeed);
     const bool bFirst = Count(Printed(tResult), szDiff) > 1;
     dwFirst += bFirst ? 1 : 0;
     ASSERT_TRUE(!bFirst || tCamera.Truth(LENS_FOCUS) == 1500 + iShift) << qwSeed << Tale(tResult);

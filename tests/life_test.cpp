@@ -120,9 +120,9 @@ TEST(Life, NewHoldTakesItsOwnChannel) {
 TEST(Life, NoCommandIsLostAtTheEndOfAWalk) {
   ForSeeds(200, [](u64 qwSeed) {
     const TCamera tCamera("zoomonly");
-    std::vector<TLifeEvent> atEvents = Asks("100 zoom=50, 0 zoom=60");
     // About the end of a walk of 60 driver steps.
-    atEvents[1].qwAt_us = 100'000 + 300'000 + 28'200 - 1'000 + (qwSeed - FirstSeed()) * 10;
+    const u64 qwSecond_us = 100'000 + 300'000 + 28'200 - 1'000 + (qwSeed - FirstSeed()) * 10;
+    const auto atEvents = Asks("100 zoom=50", {At(qwSecond_us, Asks("0 zoom=60")[0])});
     const TLifeResult tResult = LiveToRest(tCamera, atEvents, 3000, qwSeed);
     EXPECT_EQ(tCamera.Truth(LENS_ZOOM), 60) << Tale(tResult);
   });

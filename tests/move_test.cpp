@@ -112,8 +112,8 @@ TEST(Move, StopAtEveryDriverStepLeavesTheCounterTrue) {
       const TSetUp tSetUp = {.dwFrom = bForward ? 100 : 100 + dwSteps};
       const u64 qwLead_us = ptAxis->bFocusLeads ? 300'000 : 0;
       for (u64 qwStep = 0; qwStep < (dwSteps + 1) * 5000 / qwDriverStep_us; qwStep += 10 / Lives(10)) {
-        TLifeEvent tStop = Call(0, [&](TWorld*) { Word_Publish(g_tInfo.*ptAxis->pbWake, 1); });
-        tStop.qwAt_us = qwLead_us + qwStep * qwDriverStep_us;
+        const auto Stop = [&](TWorld*) { Word_Publish(g_tInfo.*ptAxis->pbWake, 1); };
+        const TLifeEvent tStop = At(qwLead_us + qwStep * qwDriverStep_us, Call(0, Stop));
         const TLifeResult tResult =
             RunMove(tCamera, *ptAxis, tSetUp,
                     [&](i32 fd) { return MoveTo(*ptAxis, fd, bForward ? 100 + dwSteps : 100); }, {tStop});

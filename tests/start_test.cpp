@@ -171,9 +171,7 @@ TEST(Start, BackupOfSeveralChannelsFindsTheLens) {
   PlaceFour(tCamera);
   const auto LiveAndJudge = [&](u64 qwAsk_ms, i32 iChannels) {
     std::vector<TLifeEvent> atEvents;
-    for (i32 i = 0; i < 4; i++) {
-      atEvents.push_back(Ask(qwAsk_ms, "channel=" + std::to_string(i) + "&function=getstatus"));
-    }
+    AskEachStatus(atEvents, qwAsk_ms, 4);
     const TLifeResult tResult = Live(tCamera, atEvents, qwAsk_ms + 1'000);
     EXPECT_EQ(Judge_Channels(tCamera, *Lenses_Find("quad"), iChannels, tResult), "") << Tale(tResult);
     return StatusValue(tResult.asReplies.at(0), "zoom_motor");
@@ -362,8 +360,7 @@ TEST(Start, SigtermEndsItAtOnce) {
     const TCamera tCamera(szModel);
     for (u64 qw = 0; qw < Lives(100); qw++) {
       ASSERT_EQ(Life_ResetRoot(tCamera.sRoot), 0);
-      TLifeEvent tTerm = Signal(0, SIGTERM);
-      tTerm.qwAt_us = (FirstSeed() + qw) * 4519 % 400'000;
+      const TLifeEvent tTerm = At((FirstSeed() + qw) * 4519 % 400'000, Signal(0, SIGTERM));
       const TLifeResult tResult = Live(tCamera, {tTerm}, 0, FirstSeed() + qw);
       SCOPED_TRACE(std::string(szModel) + " at " + std::to_string(tTerm.qwAt_us) + " us\n" + Tale(tResult));
       ASSERT_EQ(tResult.eEnd, LIFE_EXITED);
