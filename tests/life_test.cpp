@@ -1,10 +1,7 @@
 // Whole lives of the daemon on the virtual clock, judged by replies, printed lines and the true lens.
-#include <fcntl.h>
-#include <sys/socket.h>
 
 #include <csignal>
 
-#include "clock/inside.h"
 #include "core/daemon/entry.h"
 #include "short_lives.h"
 
@@ -272,19 +269,10 @@ TEST(Life, UnreadLogChangesNothing) {
   for (const auto& tCase : atCases) {
     const TCamera tCamera("zoom");
     if (tCase.bOpenFails) ChangeWorld(tCamera, [](TWorld& tWorld) { tWorld.atFailingCalls[0] = {"open", 0, 1}; });
-    i32 afd[2] = {-1, -1};
-    char acText[4096] = "";
-    const auto Fill = [&] {
-      const TInside tInside;  // the clock does not count these calls: they are not the daemon's
-      const bool bMade =
-          tCase.bSocket ? socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0, afd) == 0 : pipe2(afd, O_NONBLOCK) == 0;
-      while (bMade && write(afd[1], acText, sizeof acText) > 0) {
-      }
-      fcntl(afd[1], F_SETFL, 0);
-      dup2(afd[1], STDOUT_FILENO);
-    };
+    i32 fdReader = -1;
     const auto Read = [&](TWorld*) {
-      while (tCase.bReadAgain && read(afd[0], acText, sizeof acText) > 0) {
+      char acText[4096];
+      while (tCase.bReadAgain && read(fdReader, acText, sizeof acText) > 0) {
       }
     };
     const TLifeResult tResult =
@@ -297,7 +285,7 @@ TEST(Life, UnreadLogChangesNothing) {
                   .fnBody = [&](TWorld*) {
                     static char szName[] = "vernierlensd";
                     static char* aszArgs[] = {szName, nullptr};
-                    if (tCase.bFull) Fill();
+                    if (tCase.bFull) fdReader = FillLog(tCase.bSocket);
                     return VernierLensd_Main(1, aszArgs);
                   }});
     EXPECT_TRUE(tResult.eEnd == LIFE_EXITED && tResult.iStatus == 0) << Tale(tResult);

@@ -40,6 +40,12 @@ std::function<void(const TCamera&)> Gone(const char* szPath) {
 std::function<void(const TCamera&)> Set(u32 TWorld::*pbWord) {
   return [=](const TCamera& tCamera) { ChangeWorld(tCamera, [=](TWorld& tWorld) { tWorld.*pbWord = 1; }); };
 }
+void LinkAtFIFO(const TCamera& tCamera) {
+  std::filesystem::create_symlink("/nowhere", tCamera.Path(szFIFOPath));
+}
+void FolderAtFIFO(const TCamera& tCamera) {
+  std::filesystem::create_directory(tCamera.Path(szFIFOPath));
+}
 void Nothing(const TCamera&) {}
 
 TEST(Place, CostsALineAndNoMore) {
@@ -50,16 +56,8 @@ TEST(Place, CostsALineAndNoMore) {
       {"no program file", Gone("/usr/sbin/vernierlensd"), {}, "[vernierlensd] : shmget failed.", false},
       {"no right to the shared block", Blocked("/shm/0"), {}, "[vernierlensd] : shmget failed.", false},
       {"no folder for the FIFO", Gone("/tmp"), {}, "[vernierlensd] : Failed to create FIFO.", false},
-      {"a dangling link at the FIFO's path",
-       [](const TCamera& tCamera) { std::filesystem::create_symlink("/nowhere", tCamera.Path(szFIFOPath)); },
-       {},
-       szGoesOn,
-       true},
-      {"an empty folder at the FIFO's path",
-       [](const TCamera& tCamera) { std::filesystem::create_directory(tCamera.Path(szFIFOPath)); },
-       {},
-       szGoesOn,
-       true},
+      {"a dangling link at the FIFO's path", LinkAtFIFO, {}, szGoesOn, true},
+      {"an empty folder at the FIFO's path", FolderAtFIFO, {}, szGoesOn, true},
       {"no folder for the PID",
        Gone("/var/run"),
        {},

@@ -10,7 +10,6 @@
 #include <map>
 
 #include "clock/clock.h"
-#include "clock/inside.h"
 #include "core/daemon/entry.h"
 #include "core/paths.h"
 #include "judge.h"
@@ -29,17 +28,6 @@ u32 OpenDescriptors() {
   u32 dwOpen = 0;
   for (i32 fd = 0; fd < iHighest; fd++) dwOpen += syscall(SYS_fcntl, fd, F_GETFD) >= 0 ? 1 : 0;
   return dwOpen;
-}
-
-// Makes stdout a full pipe that nobody reads, so that it takes no line.
-void FillLog() {
-  const TInside tInside;  // the clock counts only the calls of the daemon
-  constexpr char acText[4096] = "";
-  i32 afd[2];
-  if (pipe2(afd, O_NONBLOCK) != 0) std::abort();
-  while (write(afd[1], acText, sizeof acText) > 0) {
-  }
-  if (fcntl(afd[1], F_SETFL, 0) != 0 || dup2(afd[1], STDOUT_FILENO) < 0) std::abort();
 }
 
 i32 LiveAndCount(TWorld*) {

@@ -58,6 +58,9 @@ std::string EventFrame(std::string_view sPayload);
 // Runs a life of the whole daemon that ends by SIGTERM.
 TLifeResult Live(const TCamera& tCamera, std::vector<TLifeEvent> atEvents, u64 qwEnd_ms, u64 qwSeed = FirstSeed());
 
+// In the daemon's place: makes stdout a pipe or socket that is full and that nobody reads.  Returns the end to read.
+i32 FillLog(bool bSocket = false);
+
 // The requests to a device in short: "SELECT 0, FORWARD, WALK 160".
 std::string Requests(const TLifeResult& tResult, std::string_view sDevice);
 // The printed lines, a line each.
