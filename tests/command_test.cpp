@@ -10,9 +10,8 @@
 #include "config/config_load.h"
 #include "config/token_file.h"
 #include "core/number.h"
-#include "hooks/hooks.h"
 #include "motor/motor_device.h"
-#include "whole_lives.h"
+#include "short_lives.h"
 
 namespace {
 
@@ -168,55 +167,25 @@ TEST(TokenFile, TakesKnownKeysOnly) {
   EXPECT_EQ(TokenFile_Read(szPath, {}), -1);
 }
 
-struct TAsk {
-  u64 qwAt_ms;
-  const char* szQuery;  // what follows "function="
-};
-
-std::vector<TLifeEvent> Asks(const std::vector<TAsk>& atAsks) {
-  std::vector<TLifeEvent> atEvents;
-  for (const auto& [qwAt_ms, szQuery] : atAsks) atEvents.push_back(Ask(qwAt_ms, "function=" + std::string(szQuery)));
-  return atEvents;
-}
-
-constexpr const char* szFocus900 = "focus&direction=direct&position=900";
-
 // The later of two commands wins, even if the zoom sends the focus along only after it: here its thread is still busy.
 TEST(Commands, NoFollowUpOvertakesANewerCommand) {
   const struct {
     const char* szRule;
     const char* szModel;
-    std::vector<TAsk> atAsks;
+    const char* szAsks;
     double dLeast, dMost;  // where the focus ends
   } atCases[] = {
-      {"a stop while the zoom goes nowhere",
-       "zoom",
-       {{100, "focus&direction=direct&position=1400"}, {6000, "zoom&direction=direct&position=200"}, {6150, "stop"}},
-       1300,
-       1400},
-      {"a stop while the zoom takes up backlash",
-       "zoom",
-       {{100, "focus&direction=direct&position=1400"}, {6000, "zoom&direction=direct&position=190"}, {6380, "stop"}},
-       1250,
-       1400},
-      {"a focus while the zoom walks to its reference",
-       "zoom",
-       {{100, "motorreset"}, {1000, "zoom&direction=direct&position=400"}, {2000, szFocus900}},
-       900,
+      {"a stop while the zoom goes nowhere", "zoom", "100 focus=1400, 6000 zoom=200, 6150 stop", 1300, 1400},
+      {"a stop while the zoom takes up backlash", "zoom", "100 focus=1400, 6000 zoom=190, 6380 stop", 1250, 1400},
+      {"a focus while the zoom walks to its reference", "zoom", "100 motorreset, 1000 zoom=400, 2000 focus=900", 900,
        900},
-      {"a focus while a zoom before it takes up backlash",
-       "zoom",
-       {{100, "zoom&direction=direct&position=150"}, {665, "zoom&direction=direct&position=400"}, {675, szFocus900}},
-       900,
+      {"a focus while a zoom before it takes up backlash", "zoom", "100 zoom=150, 665 zoom=400, 675 focus=900", 900,
        900},
   };
   for (const auto& tCase : atCases) {
-    const TCamera tCamera(tCase.szModel);
-    std::vector<TLifeEvent> atEvents = Asks(tCase.atAsks);
-    atEvents.push_back(Ask(30'000, szStatus));
-    const TLifeResult tResult = Live(tCamera, atEvents, 30'500);
     SCOPED_TRACE(tCase.szRule);
-    ExpectRest(tCamera, tResult);
+    const TCamera tCamera(tCase.szModel);
+    const TLifeResult tResult = LiveToRest(tCamera, Asks(tCase.szAsks), 30'000);
     EXPECT_GE(tCamera.Truth(LENS_FOCUS), tCase.dLeast) << Tale(tResult);
     EXPECT_LE(tCamera.Truth(LENS_FOCUS), tCase.dMost) << Tale(tResult);
   }
@@ -224,13 +193,11 @@ TEST(Commands, NoFollowUpOvertakesANewerCommand) {
 
 // In blocking mode no walk can be interrupted.  A focus that already follows is not sent a second time after a stop.
 TEST(Commands, StopOnABlockingLensSendsNoSecondFocus) {
+  const std::string sMoves = "100 focus=1400, 6000 zoom=160";
   std::string asRequests[2];
   for (const bool bStop : {false, true}) {
-    const TCamera tCamera("thermal");
-    std::vector<TLifeEvent> atEvents =
-        Asks({{100, "focus&direction=direct&position=1400"}, {6000, "zoom&direction=direct&position=160"}});
-    if (bStop) atEvents.push_back(Ask(6150, "function=stop"));
-    asRequests[bStop ? 1 : 0] = Requests(Live(tCamera, atEvents, 12'000), "focusmotor");
+    const TLifeResult tResult = Live(TCamera("thermal"), Asks(sMoves + (bStop ? ", 6150 stop" : "")), 12'000);
+    asRequests[bStop ? 1 : 0] = Requests(tResult, "focusmotor");
   }
   EXPECT_EQ(asRequests[1], asRequests[0]);
 }
@@ -239,11 +206,10 @@ TEST(Commands, BackupEndsOnBothSavedPositions) {
   const std::string sBackup = EventFrame("<message><autofocus>rising</autofocus></message>");
   for (const char* szFile : {"zoom_motor=300\nfocus_motor=640\n", "focus_motor=640\nzoom_motor=300\n"}) {
     for (const char* szModel : {"zoom", "thermal"}) {
+      SCOPED_TRACE(szFile);
       const TCamera tCamera(szModel);
       tCamera.Write(szBackupPath, szFile);
-      const TLifeResult tResult = Live(tCamera, {Frame(100, tCamera, sBackup), Ask(20'000, szStatus)}, 20'500);
-      SCOPED_TRACE(szFile);
-      ExpectRest(tCamera, tResult);
+      const TLifeResult tResult = LiveToRest(tCamera, {Frame(100, tCamera, sBackup)}, 20'000);
       EXPECT_EQ(tCamera.Truth(LENS_ZOOM), 300);
       EXPECT_EQ(tCamera.Truth(LENS_FOCUS), 640) << Tale(tResult);
     }
@@ -254,51 +220,38 @@ TEST(Commands, BackupEndsOnBothSavedPositions) {
 TEST(Commands, NoneWithoutAWalkIsLost) {
   const struct {
     const char* szModel;
-    std::vector<TAsk> atAsks;
+    const char* szAsks;
     u64 qwEnd_ms;
     i32 iIris;
     const char* szDefault;
   } atCases[] = {
-      {"zoom", {{2000, "irisopen"}, {4000, szFocus900}, {4500, "irisenable"}, {4500, "focus&steps=3"}}, 9000, 0, ""},
-      {"thermal", {{2000, "irisopen"}, {4000, szFocus900}, {4100, "irisenable"}, {4110, "focus&steps=3"}}, 9000, 0, ""},
-      {"thermal", {{2000, szFocus900}, {2100, "irisenable"}, {2110, "irisopen"}, {2120, "stop"}}, 9000, 1, ""},
-      {"focus",
-       {{20'000, szFocus900}, {20'100, "setfocusdefault&defaultposition=333"}, {20'110, "stop"}},
-       25'000,
-       0,
-       "333\n"},
-      {"focus", {{20'000, szFocus900}, {20'100, "setfocusdefault&defaultposition=333"}}, 20'200, 0, "333\n"},
+      {"zoom", "2000 irisopen, 4000 focus=900, 4500 irisenable, 4500 focus+3", 9000, 0, ""},
+      {"thermal", "2000 irisopen, 4000 focus=900, 4100 irisenable, 4110 focus+3", 9000, 0, ""},
+      {"thermal", "2000 focus=900, 2100 irisenable, 2110 irisopen, 2120 stop", 9000, 1, ""},
+      {"focus", "20000 focus=900, 20100 setfocusdefault&defaultposition=333, 20110 stop", 25'000, 0, "333\n"},
+      {"focus", "20000 focus=900, 20100 setfocusdefault&defaultposition=333", 20'200, 0, "333\n"},
   };
   for (const auto& tCase : atCases) {
     const TCamera tCamera(tCase.szModel);
-    std::vector<TLifeEvent> atEvents = Asks(tCase.atAsks);
-    atEvents.push_back(Ask(tCase.qwEnd_ms - 5, szStatus));
-    const std::string sIris = tCamera.Path("/iris");
-    const auto KeepIris = [&](TWorld*) {
-      u32* pdwBlock = Memory_Block(0);
-      std::ofstream(sIris) << (pdwBlock == nullptr ? 9 : Word_Load(pdwBlock[BLOCK_IRIS_REQUEST]));
-    };
-    atEvents.push_back(Call(tCase.qwEnd_ms - 1, KeepIris));
-    const TLifeResult tResult = Live(tCamera, atEvents, tCase.qwEnd_ms);
-    SCOPED_TRACE(tCase.atAsks.back().szQuery + Tale(tResult));
+    const auto PrintIris = [&](TWorld*) { std::printf("iris %u\n", Judge_Published(tCamera, BLOCK_IRIS_REQUEST, 0)); };
+    const TLifeResult tResult =
+        Live(tCamera, Asks(tCase.szAsks, {Ask(tCase.qwEnd_ms - 5, szStatus), Call(tCase.qwEnd_ms - 1, PrintIris)}),
+             tCase.qwEnd_ms);
+    SCOPED_TRACE(tCase.szAsks + Tale(tResult));
     EXPECT_EQ(Judge_Order(tResult), "");
     EXPECT_EQ(StatusValue(tResult.asReplies.back(), "iris_open"), tCase.iIris);
-    EXPECT_EQ(tCamera.Read("/iris"), std::to_string(tCase.iIris));
-    if (tCase.szDefault[0] != '\0') {
-      EXPECT_EQ(tCamera.Read(szFocusDefaultPath), tCase.szDefault);
-    }
+    EXPECT_TRUE(HasPrinted(tResult, "iris " + std::to_string(tCase.iIris)));
+    EXPECT_TRUE(tCase.szDefault[0] == '\0' || tCamera.Read(szFocusDefaultPath) == tCase.szDefault);
   }
 }
 
 // Each repeat of a held zoom is a new command, newer than a focus command that a client sent during the hold.
 TEST(Commands, FocusFollowsAHeldZoomOn) {
   const TCamera tCamera("zoom");
-  const TLifeResult tResult =
-      Live(tCamera,
-           {Frame(2000, tCamera, Button("zoomin", "pressed")), Ask(5000, "function=focus&direction=direct&position=60"),
-            Frame(9000, tCamera, Button("zoomin", "released")), Ask(60'000, szStatus)},
-           61'000);
-  ExpectRest(tCamera, tResult);
+  const TLifeResult tResult = LiveToRest(tCamera,
+                                         Asks("5000 focus=60", {Frame(2000, tCamera, Button("zoomin", "pressed")),
+                                                                Frame(9000, tCamera, Button("zoomin", "released"))}),
+                                         60'000);
   EXPECT_LT(DepthsOff(tCamera), 5) << Tale(tResult);
 }
 
@@ -306,16 +259,14 @@ TEST(Commands, FocusFollowsAHeldZoomOn) {
 TEST(Commands, StopStartsNoMotor) {
   const TCamera tWrong("zoom");
   const TDriverFault tRefused = {.dwRequest = MOTOR_WALK_STEPS, .iPassed = 0, .iTimes = 1, .iAdded = 0};
-  TLifeResult tResult = Live(tWrong,
-                             {Call(900, [&](TWorld* pt) { pt->tLens.atFault[LENS_ZOOM] = tRefused; }),
-                              Ask(1000, "function=zoom&direction=direct&position=600"), Ask(20'000, "function=stop")},
-                             60'000);
+  const auto Refuse = [&](TWorld* pt) { pt->tLens.atFault[LENS_ZOOM] = tRefused; };
+  TLifeResult tResult = Live(tWrong, Asks("1000 zoom=600, 20000 stop", {Call(900, Refuse)}), 60'000);
   EXPECT_EQ(Count(Requests(tResult, "zoommotor"), "WALK"), 1U) << Tale(tResult);
 
   const TCamera tQuad("quad");
   tQuad.Write(szStatusPath, "backup\n");
   for (const ELensAxis eAxis : g_aeAxes) tQuad.Place(eAxis, 120, 1);
-  tResult = Live(tQuad, {Ask(60'000, "function=stop"), Ask(90'000, "function=auto")}, 150'000);
+  tResult = Live(tQuad, Asks("60000 stop, 90000 auto"), 150'000);
   for (const ELensAxis eAxis : g_aeAxes) EXPECT_EQ(tQuad.Truth(eAxis, 1), 120) << Tale(tResult);
 }
 
@@ -327,9 +278,9 @@ TEST(Commands, RecoveryOutlastsWhateverComesBetween) {
       for (const u64 qwAt_ms : {300U, 2500U, 9000U, 12'000U}) {  // the walk to the reference, then the search
         const TCamera tCamera(szModel);
         tCamera.Write(szZoomLogPath, "");
-        std::vector<TLifeEvent> atEvents = Asks({{qwFrom_ms + qwAt_ms, szQuery}, {99'000, "getstatus"}});
-        if (std::string_view(szQuery) == "scan") atEvents.insert(atEvents.begin() + 1, Ask(19'000, "function=stop"));
-        const TLifeResult tResult = Live(tCamera, atEvents, 99'500);
+        const std::string sStop = std::string_view(szQuery) == "scan" ? ", 19000 stop" : "";
+        const TLifeResult tResult =
+            Live(tCamera, Asks(std::to_string(qwFrom_ms + qwAt_ms) + " " + szQuery + sStop), 99'500);
         SCOPED_TRACE(szModel + std::string(" ") + szQuery + " at " + std::to_string(qwAt_ms) + Tale(tResult));
         EXPECT_EQ(Judge_Order(tResult), "");
         const bool bSearched = szQuery[0] == 'i';
@@ -351,26 +302,24 @@ TEST(Commands, RecoveryOutlastsWhateverComesBetween) {
 TEST(Commands, RecoveryGoesOnUnlessAClientTakesItsPlace) {
   const struct {
     const char* szModel;
-    std::vector<TAsk> atAsks;
+    const char* szAsks;
     bool bSharp, bLog;
   } atCases[] = {
-      {"zoom", {{300, szFocus900}, {310, "irisopen"}}, true, false},
-      {"focus", {{300, szFocus900}, {310, "irisopen"}, {6000, szFocus900}, {6000, "irisenable"}}, true, false},
-      {"thermal", {{300, szFocus900}, {301, "irisopen"}, {302, szFocus900}, {303, "irisenable"}}, true, false},
-      {"thermal", {{300, szFocus900}, {301, "stop"}, {302, "irisopen"}}, false, true},
-      {"quad", {{100, "stop"}, {110, "irisopen"}}, false, true},
-      {"quad", {{100, szFocus900}, {110, "irisopen"}}, true, false},
-      {"zoom", {{0, szFocus900}, {0, "irisopen"}}, true, false},
-      {"thermal", {{5000, "stop"}, {6000, szFocus900}, {6100, "irisopen"}}, false, false},
-      {"thermal", {{5000, "stop"}, {6000, "zoom&direction=direct&position=90"}, {6320, "stop"}}, true, false},
+      {"zoom", "300 focus=900, 310 irisopen", true, false},
+      {"focus", "300 focus=900, 310 irisopen, 6000 focus=900, 6000 irisenable", true, false},
+      {"thermal", "300 focus=900, 301 irisopen, 302 focus=900, 303 irisenable", true, false},
+      {"thermal", "300 focus=900, 301 stop, 302 irisopen", false, true},
+      {"quad", "100 stop, 110 irisopen", false, true},
+      {"quad", "100 focus=900, 110 irisopen", true, false},
+      {"zoom", "0 focus=900, 0 irisopen", true, false},
+      {"thermal", "5000 stop, 6000 focus=900, 6100 irisopen", false, false},
+      {"thermal", "5000 stop, 6000 zoom=90, 6320 stop", true, false},
   };
   for (const auto& tCase : atCases) {
     const TCamera tCamera(tCase.szModel);
     tCamera.Write(szFocusLogPath, "");
-    std::vector<TLifeEvent> atEvents = Asks(tCase.atAsks);
-    atEvents.push_back(Ask(99'000, szStatus));
-    const TLifeResult tResult = Live(tCamera, atEvents, 99'500);
-    SCOPED_TRACE(tCase.szModel + std::string(" ") + tCase.atAsks.back().szQuery + Tale(tResult));
+    const TLifeResult tResult = Live(tCamera, Asks(tCase.szAsks, {Ask(99'000, szStatus)}), 99'500);
+    SCOPED_TRACE(tCase.szModel + std::string(" ") + tCase.szAsks + Tale(tResult));
     EXPECT_EQ(Judge_Order(tResult), "");
     EXPECT_EQ(Judge_Belief(tResult.asReplies.back(), LENS_FOCUS, tCamera.Truth(LENS_FOCUS)), "");
     EXPECT_EQ(DepthsOff(tCamera) < 1, tCase.bSharp) << DepthsOff(tCamera);
@@ -380,30 +329,20 @@ TEST(Commands, RecoveryGoesOnUnlessAClientTakesItsPlace) {
 
 // A search starts from the focus of the present zoom position, however the zoom got there, on each channel.
 TEST(Commands, SearchFindsFocusWhereverTheZoomHasGone) {
-  const struct {
-    const char* szModel;
-    std::vector<TAsk> atAsks;
-  } atCases[] = {
-      {"zoom", {{100, "motorreset"}, {10'000, "scan"}}},
-      {"quad", {{60'000, "zoom&direction=direct&position=390&channel=1"}, {80'000, "scan"}}},
-      {"quad", {{60'000, "positioning"}, {60'500, "zoom&direction=direct&position=390&channel=1"}, {90'000, "auto"}}},
+  const std::pair<const char*, const char*> atCases[] = {
+      {"zoom", "100 motorreset, 10000 scan"},
+      {"quad", "60000 channel=1&zoom=390, 80000 scan"},
+      {"quad", "60000 positioning, 60500 channel=1&zoom=390, 90000 auto"},
       // After a stopped zoom a search would start from its target's focus.  A zoom by 0 steps corrects that.
-      {"zoom",
-       {{100, "zoom&direction=direct&position=750"},
-        {1500, "stop"},
-        {2000, "zoom&direction=forward&steps=0"},
-        {9000, "auto"}}},
+      {"zoom", "100 zoom=750, 1500 stop, 2000 zoom+0, 9000 auto"},
   };
-  for (const auto& tCase : atCases) {
-    for (u64 qw = 0; qw < Lives(4); qw++) {
-      const TCamera tCamera(tCase.szModel);
-      std::vector<TLifeEvent> atEvents = Asks(tCase.atAsks);
-      atEvents.push_back(Ask(180'000, szStatus));
-      const TLifeResult tResult = Live(tCamera, atEvents, 180'500, FirstSeed() + qw);
-      SCOPED_TRACE(std::string(tCase.szModel) + " " + tCase.atAsks.back().szQuery);
-      ExpectRest(tCamera, tResult);
+  for (const auto& [szModel, szAsks] : atCases) {
+    SCOPED_TRACE(std::string(szModel) + " " + szAsks);
+    ForSeeds(4, [&, szModel = szModel, szAsks = szAsks](u64 qwSeed) {
+      const TCamera tCamera(szModel);
+      const TLifeResult tResult = LiveToRest(tCamera, Asks(szAsks), 180'000, qwSeed);
       EXPECT_LT(DepthsOff(tCamera), 1) << Tale(tResult);
-    }
+    });
   }
 }
 

@@ -4,7 +4,7 @@
 #include "config/saved_state.h"
 #include "lens/lens_model.h"
 #include "lens/shift_tables.h"
-#include "whole_lives.h"
+#include "short_lives.h"
 
 namespace {
 
@@ -22,10 +22,12 @@ bool SavesNight(const TCamera& tCamera) {
   return tCamera.Read(szPositionsPath).find("night_mode=1\n") != std::string::npos;
 }
 
-// Expects the lens at rest and its focus at dFocus.
-void ExpectFocus(const TCamera& tCamera, const TLifeResult& tResult, double dFocus) {
-  ExpectRest(tCamera, tResult);
+// Lives to rest and expects the focus at dFocus.
+TLifeResult LiveToFocus(const TCamera& tCamera, const std::vector<TLifeEvent>& atEvents, u64 qwRest_ms, double dFocus,
+                        u64 qwSeed = FirstSeed()) {
+  TLifeResult tResult = LiveToRest(tCamera, atEvents, qwRest_ms, qwSeed);
   EXPECT_EQ(tCamera.Truth(LENS_FOCUS), dFocus) << Tale(tResult);
+  return tResult;
 }
 
 std::string Element(const std::string& sName, const std::string& sText) {
@@ -65,8 +67,7 @@ TEST(DayNight, OffsetsOfTheProfile) {
         Element("root", Element("Focus", Element("IRCORRECTION", Element("STEP_NUM", tCase.szRanges) +
                                                                      Element("ZOOM_STEP", tCase.szFirsts) +
                                                                      Element("FOCUS_OFFSET", tCase.szOffsets)))));
-    const TLifeResult tNight = Live(tCamera, {SetNight(4'000), Ask(20'000, szStatus)}, 21'000);
-    ExpectFocus(tCamera, tNight, 500 + tCase.iOffset);
+    const TLifeResult tNight = LiveToFocus(tCamera, {SetNight(4'000)}, 20'000, 500 + tCase.iOffset);
     const bool bOn = tCase.szRefused == nullptr;
     EXPECT_EQ(Count(Printed(tNight), szSwitch), bOn ? 1U : 0U) << Tale(tNight);
     EXPECT_EQ(SavesNight(tCamera), bOn);
@@ -86,8 +87,7 @@ TEST(DayNight, BrokenProfileSwitchesItOff) {
     SCOPED_TRACE(szText);
     const TCamera tCamera("focus");
     tCamera.Write(szLensProfilePath, szText);
-    const TLifeResult tResult = Live(tCamera, {SetNight(20'000), Ask(30'000, szStatus)}, 31'000);
-    ExpectRest(tCamera, tResult);
+    const TLifeResult tResult = LiveToRest(tCamera, {SetNight(20'000)}, 30'000);
     const std::string sPrinted = Printed(tResult);
     EXPECT_EQ(Count(sPrinted, szSwitch), 0U) << Tale(tResult);
     EXPECT_EQ(Count(sPrinted, "SXMLParser_Process failed = 0x") + Count(sPrinted, "FOCUS_SHIFT error."), 1U)
@@ -122,9 +122,8 @@ TEST(DayNight, LedsDecideTheOffsetAndTheModeIsAlwaysSaved) {
     const std::string sFlange = "<FlangeBackCompensation>";
     ReplaceInConfig(tCamera, sFlange + "0", sFlange + (tCase.bFlange ? "1" : "0"));
     tCamera.Write(szPositionsPath, "focus_motor=520\nnight_mode=0\n");
-    const TLifeResult tResult =
-        Live(tCamera, {SetNight(20'000), SetNight(30'000, false), SetNight(40'000), Ask(50'000, szStatus)}, 51'000);
-    ExpectFocus(tCamera, tResult, 520 + tCase.iOffset);
+    const std::vector<TLifeEvent> atSwitches = {SetNight(20'000), SetNight(30'000, false), SetNight(40'000)};
+    const TLifeResult tResult = LiveToFocus(tCamera, atSwitches, 50'000, 520 + tCase.iOffset);
     EXPECT_EQ(Count(Printed(tResult), szSwitch), 3U) << "once for each switch" << Tale(tResult);
     EXPECT_GE(Count(Printed(tResult), tCase.szLine), 1U) << Tale(tResult);
     EXPECT_TRUE(SavesNight(tCamera));
@@ -133,19 +132,13 @@ TEST(DayNight, LedsDecideTheOffsetAndTheModeIsAlwaysSaved) {
 
 // Each move runs to its end.  Whichever comes first, offset and steps are both made, the offset once.
 TEST(DayNight, SwitchAmongCommandsIsAppliedOnce) {
-  for (u64 qw = 0; qw < Lives(60); qw++) {
-    const u64 qwSeed = FirstSeed() + qw;
-    SCOPED_TRACE("seed " + std::to_string(qwSeed));
+  ForSeeds(60, [](u64 qwSeed) {
     const TCamera tCamera("focus");
     tCamera.Write(szPositionsPath, "focus_motor=520\nnight_mode=0\n");
-    const TLifeResult tResult =
-        Live(tCamera,
-             {SetNight(18'000 + qwSeed * 137 % 6'000), Ask(20'000, "function=focus&direction=forward&steps=20"),
-              Ask(22'000, "function=focus&direction=backward&steps=9"), Ask(40'000, szStatus)},
-             41'000, qwSeed);
-    ExpectFocus(tCamera, tResult, 520 + 20 - 9 + 14);
+    const auto atEvents = Asks("20000 focus+20, 22000 focus-9", {SetNight(18'000 + qwSeed * 137 % 6'000)});
+    const TLifeResult tResult = LiveToFocus(tCamera, atEvents, 40'000, 520 + 20 - 9 + 14, qwSeed);
     EXPECT_EQ(Count(Printed(tResult), szSwitch), 1U) << Tale(tResult);
-  }
+  });
 }
 
 // A client's command comes in the very instant of the check.  Whichever is first, neither is lost, each has its move.
@@ -155,21 +148,16 @@ TEST(DayNight, CommandInTheInstantOfTheCheckIsKept) {
     EXPECT_EQ(Life_ResetRoot(tCamera.sRoot), 0);
     tCamera.Write(szPositionsPath, "focus_motor=520\nnight_mode=0\n");
     atEvents.push_back(SetNight(18'000));
-    atEvents.push_back(Ask(30'000, szStatus));
-    return Live(tCamera, std::move(atEvents), 31'000, qwSeed);
+    return LiveToRest(tCamera, std::move(atEvents), 30'000, qwSeed);
   };
-  for (u64 qw = 0; qw < Lives(100); qw++) {
-    const u64 qwSeed = FirstSeed() + qw;
-    SCOPED_TRACE("seed " + std::to_string(qwSeed));
-    TLifeEvent tMove = Ask(0, "function=focus&direction=direct&position=650");
-    tMove.qwAt_us = TimeOf_us(LiveWith({}, qwSeed), szSwitch) - 1 + qw % 3;
-    const TLifeResult tResult = LiveWith({tMove}, qwSeed);
-    ExpectRest(tCamera, tResult);
+  ForSeeds(100, [&](u64 qwSeed) {
+    const u64 qwSwitch_us = TimeOf_us(LiveWith({}, qwSeed), szSwitch);
+    const TLifeResult tResult = LiveWith({At(qwSwitch_us - 1 + qwSeed % 3, Asks("0 focus=650")[0])}, qwSeed);
     const double dFocus = tCamera.Truth(LENS_FOCUS);
     EXPECT_TRUE(dFocus == 650 || dFocus == 650 + 14) << dFocus << Tale(tResult);
     EXPECT_EQ(Count(tResult.sTranscript, std::string("create ") + szFocusLogPath), 3U)
         << "a move of the start, the client's and the switch's" << Tale(tResult);
-  }
+  });
 }
 
 // A power cut during a switch leaves the log and the old mode.  The recovery's search finds focus in the new light:
@@ -179,8 +167,7 @@ TEST(DayNight, ModeFollowsTheRecoverysSearch) {
   tCamera.Write(szPositionsPath, "focus_motor=520\nnight_mode=0\n");
   tCamera.Write(szFocusLogPath, "");
   ChangeWorld(tCamera, [](TWorld& tWorld) { tWorld.bNight = 1; });
-  const TLifeResult tResult = Live(tCamera, {Ask(120'000, szStatus)}, 121'000);
-  ExpectRest(tCamera, tResult);
+  const TLifeResult tResult = LiveToRest(tCamera, {}, 120'000);
   EXPECT_LT(DepthsOff(tCamera), 1) << Tale(tResult);
   EXPECT_EQ(Count(Printed(tResult), szSwitch), 0U) << Tale(tResult);
   EXPECT_TRUE(SavesNight(tCamera));
@@ -209,18 +196,14 @@ TEST(DayNight, ZoomsSaveKeepsTheMode) {
 
 // The switch comes during a search.  The mode is saved together with a true position, and the offset is added once.
 TEST(DayNight, SwitchInASearchKeepsModeAndPositionTogether) {
-  for (u64 qw = 0; qw < Lives(20); qw++) {
-    const u64 qwSeed = FirstSeed() + qw;
-    SCOPED_TRACE("seed " + std::to_string(qwSeed));
+  ForSeeds(20, [](u64 qwSeed) {
     const TCamera tCamera("zoom");
-    const TLifeResult tResult =
-        Live(tCamera, {Ask(4'000, "function=auto"), SetNight(3'500 + qwSeed * 1'337 % 30'000), Ask(60'000, szStatus)},
-             61'000, qwSeed);
-    ExpectRest(tCamera, tResult);
+    const u64 qwSwitch_ms = 3'500 + qwSeed * 1'337 % 30'000;
+    const TLifeResult tResult = LiveToRest(tCamera, Asks("4000 auto", {SetNight(qwSwitch_ms)}), 60'000, qwSeed);
     EXPECT_TRUE(SavesNight(tCamera));
-    const TLifeResult tAgain = Live(tCamera, {Ask(8'000, szStatus)}, 9'000, qwSeed);
+    const TLifeResult tAgain = Live(tCamera, {}, 9'000, qwSeed);
     EXPECT_EQ(Count(Printed(tResult) + Printed(tAgain), szSwitch), 1U) << Tale(tResult);
-  }
+  });
 }
 
 // Each channel is corrected by a move of its own.  After SIGTERM no further channel is moved.
@@ -233,8 +216,7 @@ TEST(DayNight, EachChannelMovesUntilSigterm) {
   const i32 iOffset = NightTable_Offset(*Lenses_Find("quad"), 3);  // zoom 100 reads index 99, of the fourth range
   for (i32 i = 0; i < 4; i++)
     EXPECT_EQ(tCamera.Truth(LENS_FOCUS, i) - adBefore[static_cast<std::size_t>(i)], iOffset) << i;
-  TLifeEvent tTerm = Signal(0, SIGTERM);
-  tTerm.qwAt_us = TimeOf_us(tWhole, "Focus Offset") + 5'000;
+  const TLifeEvent tTerm = At(TimeOf_us(tWhole, "Focus Offset") + 5'000, Signal(0, SIGTERM));
   ASSERT_EQ(Life_ResetRoot(tCamera.sRoot), 0);
   const TLifeResult tEnded = Live(tCamera, {SetNight(120'000), tTerm}, 0);
   EXPECT_EQ(Judge_Order(tEnded), "") << Tale(tEnded);
@@ -271,8 +253,7 @@ TEST(Thermal, RowsAndColumns) {
     StandAt(tCamera, tCase.dwZoom, 700);
     WriteThermalTable(tCamera);
     ChangeWorld(tCamera, [&](TWorld& tWorld) { tWorld.dTemperature_C = tCase.dFrom; });
-    const TLifeResult tResult = Live(tCamera, {SetTemperature(10'000, tCase.dTo), Ask(150'000, szStatus)}, 151'000);
-    ExpectFocus(tCamera, tResult, 700 + tCase.iShift);
+    const TLifeResult tResult = LiveToFocus(tCamera, {SetTemperature(10'000, tCase.dTo)}, 150'000, 700 + tCase.iShift);
     EXPECT_EQ(Count(Printed(tResult), "ThermalFocusShift_Check move to"), tCase.dwMoves) << Tale(tResult);
   }
 }
@@ -300,8 +281,7 @@ TEST(Thermal, BrokenTableMovesNothing) {
     const TCamera tCamera("thermal");
     WriteThermalTable(tCamera, tCase.sTable);
     const double dBefore = tCamera.Truth(LENS_FOCUS);
-    const TLifeResult tResult = Live(tCamera, {SetTemperature(10'000, -20), Ask(150'000, szStatus)}, 151'000);
-    ExpectFocus(tCamera, tResult, dBefore);
+    const TLifeResult tResult = LiveToFocus(tCamera, {SetTemperature(10'000, -20)}, 150'000, dBefore);
     const std::string sKey = tCase.szKey;
     EXPECT_EQ(Count(Printed(tResult), "[vernierlensd] : Parse shift_table_thermal_" + sKey + " error."), 1U)
         << Tale(tResult);
@@ -334,21 +314,13 @@ TEST(Thermal, ClientsFocusIsTheNewReference) {
   const TCamera tCamera("thermal");
   StandAt(tCamera, 300, 700);
   WriteThermalTable(tCamera);
-  const TLifeResult tResult =
-      Live(tCamera,
-           {SetTemperature(10'000, 5), Ask(20'000, "function=focus&direction=direct&position=800"),
-            Ask(150'000, szStatus), SetTemperature(160'000, 15), Ask(290'000, szStatus)},
-           291'000);
+  const auto atEvents =
+      Asks("20000 focus=800, 150000 getstatus", {SetTemperature(10'000, 5), SetTemperature(160'000, 15)});
+  const TLifeResult tResult = LiveToFocus(tCamera, atEvents, 290'000, 840);
   ASSERT_EQ(tResult.asReplies.size(), 3U);
   EXPECT_EQ(StatusValue(tResult.asReplies[1], "focus_motor"), 800) << Tale(tResult);
-  ExpectFocus(tCamera, tResult, 840);
   // If a second command is waiting, only its end sets the reference.  By then it has become colder.
-  const TLifeResult tTwo = Live(
-      tCamera,
-      {Ask(20'000, "function=focus&direction=direct&position=300"),
-       Ask(20'200, "function=focus&direction=direct&position=700"), SetTemperature(21'300, 5), Ask(200'000, szStatus)},
-      201'000);
-  ExpectFocus(tCamera, tTwo, 700);
+  LiveToFocus(tCamera, Asks("20000 focus=300, 20200 focus=700", {SetTemperature(21'300, 5)}), 200'000, 700);
 }
 
 // After its move the check waits until the motor must have ended.  A command waits for that, SIGTERM does not.
@@ -371,6 +343,20 @@ TEST(Thermal, MoveIsWaitedOut) {
   EXPECT_LT(TimeOf_us(tEnded, "Release resources"), qwAfter_ms * 1000 + 1'000'000) << Tale(tEnded);
 }
 
+TLifeEvent SetSensor(u64 qwAt_ms, ESensorFault eFault) {
+  return Call(qwAt_ms, [=](TWorld* ptWorld) { ptWorld->tI2C.eFault = eFault; });
+}
+
+// Puts the thermal lens at 5 degrees, with such a sensor.
+void SetUpThermal(const TCamera& tCamera, u32 dwFocus, ESensorFault eFault) {
+  StandAt(tCamera, 300, dwFocus);
+  WriteThermalTable(tCamera);
+  ChangeWorld(tCamera, [&](TWorld& tWorld) {
+    tWorld.dTemperature_C = 5;
+    tWorld.tI2C.eFault = eFault;
+  });
+}
+
 // Without its sensor at start-up the lens works without correction.  A later failure costs only the checks during it.
 TEST(Thermal, SensorFaults) {
   const struct {
@@ -382,62 +368,37 @@ TEST(Thermal, SensorFaults) {
                  {SENSOR_GOOD, SENSOR_SHORT, 740}};
   for (const auto& tCase : atCases) {
     const TCamera tCamera("thermal");
-    StandAt(tCamera, 300, 700);
-    WriteThermalTable(tCamera);
-    ChangeWorld(tCamera, [&](TWorld& tWorld) {
-      tWorld.dTemperature_C = 5;
-      tWorld.tI2C.eFault = tCase.eAtStart;
-    });
-    const auto Fault = [](u64 qwAt_ms, ESensorFault eFault) {
-      return Call(qwAt_ms, [eFault](TWorld* ptWorld) { ptWorld->tI2C.eFault = eFault; });
-    };
-    const TLifeResult tResult = Live(tCamera,
-                                     {Fault(60'000, tCase.eLater), SetTemperature(61'000, 15), Ask(200'000, szStatus),
-                                      Fault(210'000, SENSOR_GOOD), Ask(400'000, szStatus)},
-                                     401'000);
+    SetUpThermal(tCamera, 700, tCase.eAtStart);
+    const auto atEvents = Asks("200000 getstatus", {SetSensor(60'000, tCase.eLater), SetTemperature(61'000, 15),
+                                                    SetSensor(210'000, SENSOR_GOOD)});
+    const TLifeResult tResult = LiveToFocus(tCamera, atEvents, 400'000, tCase.dFocus);
     const bool bOn = tCase.eAtStart == SENSOR_GOOD;
     for (const char* szCall : {"VernierLensd_InitTemperatureSensor", "ThermalFocusShift_TemperatureUpdae"}) {
       EXPECT_EQ(HasPrinted(tResult, "[vernierlensd] : " + std::string(szCall) + " failed."), !bOn) << Tale(tResult);
     }
     EXPECT_EQ(StatusValue(tResult.asReplies.front(), "focus_motor"), 700) << "moved by a reading that failed";
     EXPECT_EQ(Count(Printed(tResult), "2 Mins fly"), bOn ? 3U : 0U) << "a failed check restarts the period";
-    ExpectFocus(tCamera, tResult, tCase.dFocus);
   }
 }
 
 // If the reading for a reference fails, the next good reading is the reference, and the sharp lens is not moved.
 TEST(Thermal, FailedReferenceIsTakenAgain) {
-  const auto Fault = [](u64 qwAt_ms, ESensorFault eFault) {
-    return Call(qwAt_ms, [eFault](TWorld* ptWorld) { ptWorld->tI2C.eFault = eFault; });
-  };
   const struct {
     const char* szName;
     ESensorFault eAtStart;
     std::vector<TLifeEvent> atEvents;
-  } atCases[] = {
-      {"at the start", SENSOR_BAD_ONCE, {}},
-      {"after a client's move",
-       SENSOR_GOOD,
-       {Fault(20'000, SENSOR_SILENT), Ask(30'000, "function=focus&direction=direct&position=640"),
-        Fault(40'000, SENSOR_GOOD)}},
-  };
+  } atCases[] = {{"at the start", SENSOR_BAD_ONCE, {}},
+                 {"after a client's move", SENSOR_GOOD,
+                  Asks("30000 focus=640", {SetSensor(20'000, SENSOR_SILENT), SetSensor(40'000, SENSOR_GOOD)})}};
   for (const auto& tCase : atCases) {
     SCOPED_TRACE(tCase.szName);
     const TCamera tCamera("thermal");
-    StandAt(tCamera, 300, 640);
-    WriteThermalTable(tCamera);
-    ChangeWorld(tCamera, [&](TWorld& tWorld) {
-      tWorld.dTemperature_C = 5;
-      tWorld.tI2C.eFault = tCase.eAtStart;
-    });
-    std::vector<TLifeEvent> atEvents = {SetTemperature(10'000, 25)};
-    atEvents.insert(atEvents.end(), tCase.atEvents.begin(), tCase.atEvents.end());
-    const std::vector<TLifeEvent> atLater = {Ask(200'000, szStatus), SetTemperature(210'000, 15),
-                                             Ask(400'000, szStatus)};
-    atEvents.insert(atEvents.end(), atLater.begin(), atLater.end());
-    const TLifeResult tResult = Live(tCamera, atEvents, 401'000);
+    SetUpThermal(tCamera, 640, tCase.eAtStart);
+    auto atEvents = Asks("200000 getstatus", {SetTemperature(10'000, 25), SetTemperature(210'000, 15)});
+    atEvents.insert(atEvents.begin(), tCase.atEvents.begin(), tCase.atEvents.end());
+    // From the column of 20 degrees to that of 10.
+    const TLifeResult tResult = LiveToFocus(tCamera, atEvents, 400'000, 640 - 60);
     EXPECT_EQ(StatusValue(tResult.asReplies[tResult.asReplies.size() - 2], "focus_motor"), 640) << Tale(tResult);
-    ExpectFocus(tCamera, tResult, 640 - 60);  // from the column of 20 degrees to that of 10
   }
 }
 

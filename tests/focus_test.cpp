@@ -8,7 +8,7 @@
 #include "motor/command_box.h"
 #include "motor/pi_search.h"
 #include "motor/positioning.h"
-#include "whole_lives.h"
+#include "short_lives.h"
 
 namespace {
 
@@ -16,26 +16,17 @@ namespace {
 TEST(Focus, StoppedScanLeavesTheZoomAlone) {
   const TCamera tCamera("zoom");
   ChangeWorld(tCamera, [](TWorld& tWorld) { tWorld.bImageSideSilent = 1; });
-  const TLifeResult tResult =
-      Live(tCamera, {Ask(100, "function=scan&iris=1"), Ask(1000, "function=stop"), Ask(60'000, szStatus)}, 61'000);
-  ExpectRest(tCamera, tResult);
+  const TLifeResult tResult = LiveToRest(tCamera, Asks("100 scan&iris=1, 1000 stop"), 60'000);
   EXPECT_EQ(Count(tResult.sTranscript, "zoommotor MOTOR_WALK"), 0U) << Tale(tResult);
 }
 
 // A zoom that comes right after a scan is the newer command, however far the start of the scan has got.
 TEST(Focus, ZoomAfterAScanIsKept) {
-  for (u64 qw = 0; qw < Lives(200); qw++) {
-    const u64 qwSeed = FirstSeed() + qw;
-    SCOPED_TRACE("seed " + std::to_string(qwSeed));
-    const TCamera tCamera(qw % 2 == 0 ? "zoom" : "thermal");
-    const TLifeResult tResult = Live(
-        tCamera,
-        {Ask(100, "function=scan"), Ask(100, "function=zoom&direction=direct&position=333"), Ask(60'000, szStatus)},
-        61'000, qwSeed);
-    ExpectRest(tCamera, tResult);
+  ForSeeds(200, [](u64 qwSeed) {
+    const TCamera tCamera(qwSeed % 2 == 0 ? "zoom" : "thermal");
+    const TLifeResult tResult = LiveToRest(tCamera, Asks("100 scan, 100 zoom=333"), 60'000, qwSeed);
     EXPECT_EQ(tCamera.Truth(LENS_ZOOM), 333) << Tale(tResult);
-    if (HasFailure()) break;
-  }
+  });
 }
 
 TEST(Focus, SigtermEndsEverythingInTime) {
@@ -53,12 +44,11 @@ TEST(Focus, SigtermEndsEverythingInTime) {
 // After a search for the sensor no walk is under way, so a scan that is stopped then ends without waiting for one.
 TEST(Focus, ScanStoppedAfterItsSensorIsOver) {
   const TCamera tCamera("quad");
-  const auto LiveWith = [&](const std::vector<TLifeEvent>& atEvents, u64 qwEnd_ms) {
+  const auto LiveWith = [&](std::vector<TLifeEvent> atEvents, u64 qwEnd_ms) {
     EXPECT_EQ(Life_ResetRoot(tCamera.sRoot), 0);
     SetConfig(tCamera, "focus/onesteptime", "40000");  // a walk to the stop would take 26 s
-    std::vector<TLifeEvent> atAll = {Ask(100'000, "function=scan")};
-    atAll.insert(atAll.end(), atEvents.begin(), atEvents.end());
-    return Live(tCamera, atAll, qwEnd_ms);
+    atEvents.insert(atEvents.begin(), Ask(100'000, "function=scan"));
+    return Live(tCamera, atEvents, qwEnd_ms);
   };
   const u64 qwAfter_ms = TimeOf_us(LiveWith({}, 130'000), "PerformFocusScan search PI done") / 1000 + 500;
   const TLifeResult tStopped = LiveWith({Ask(qwAfter_ms, "function=stop"), Ask(qwAfter_ms + 500, szStatus)}, 200'000);
@@ -78,19 +68,14 @@ TEST(Focus, OddRangeEndsAtTheEnd) {
   std::string sTable;
   for (u32 dw = 0; dw < Lenses_Find("zoom")->tZoom.dwTotalStep; dw++) sTable += std::to_string(tSheet.dwEnd - 12) + " ";
   tCamera.Write(szPanFocusPath, sTable);
-  const TLifeResult tResult = Live(
-      tCamera,
-      {Ask(5'000, "function=zoom&direction=direct&position=300"), Ask(20'000, "function=auto"), Ask(100'000, szStatus)},
-      101'000);
-  ExpectRest(tCamera, tResult);
+  LiveToRest(tCamera, Asks("5000 zoom=300, 20000 auto"), 100'000);
 }
 
 // All readings are equal: each level walks to its very end, and the first reading is the best.
 TEST(Focus, FirstOfEqualReadingsAndTheWholeRange) {
   const TCamera tCamera("zoom");
   ChangeWorld(tCamera, [](TWorld& tWorld) { tWorld.bImageSideZero = 1; });
-  const TLifeResult tResult = Live(tCamera, {Ask(20'000, "function=auto"), Ask(200'000, szStatus)}, 201'000);
-  ExpectRest(tCamera, tResult);
+  const TLifeResult tResult = LiveToRest(tCamera, Asks("20000 auto"), 200'000);
   EXPECT_EQ(Count(Printed(tResult), "Best focus: 0, Motor position: 0.\n"), 3U) << Tale(tResult);
   for (const char* szLast : {"Step: 600, Focus", "Step: 120, Focus", "Step: 24, Focus"}) {
     EXPECT_EQ(Count(Printed(tResult), szLast), 1U) << szLast << Tale(tResult);
@@ -100,22 +85,22 @@ TEST(Focus, FirstOfEqualReadingsAndTheWholeRange) {
 // One switch powers the sensors of both axes.  It stays on if one axis ends in the instant in which the other begins.
 TEST(Focus, SensorsStayOnForTheOtherAxis) {
   const TCamera tCamera("quad");
-  for (u64 qw = 0; qw < Lives(100); qw++) {
-    const TLifeResult tResult = Life_Run({.sRoot = tCamera.sRoot, .qwSeed = FirstSeed() + qw, .fnBody = [](TWorld* pt) {
-                                            static const auto fnEnd = [](void*) -> void* {
-                                              const i32 fd = open(g_tZoomAxis.szDevice, O_WRONLY);
-                                              PISearch_End(g_tZoomAxis, fd);
-                                              return nullptr;
-                                            };
-                                            g_tVernierLensdConfigInfo.bFocusPIDone = 1;
-                                            pthread_t tEnd;
-                                            pthread_create(&tEnd, nullptr, fnEnd, nullptr);
-                                            PISearch_Begin(g_tFocusAxis, open(g_tFocusAxis.szDevice, O_WRONLY));
-                                            pthread_join(tEnd, nullptr);
-                                            return pt->tLens.bPIPower != 0 ? 0 : 1;
-                                          }});
-    ASSERT_TRUE(tResult.eEnd == LIFE_EXITED && tResult.iStatus == 0) << "seed " << FirstSeed() + qw << Tale(tResult);
-  }
+  const auto fnBody = [](TWorld* pt) {
+    static const auto fnEnd = [](void*) -> void* {
+      PISearch_End(g_tZoomAxis, open(g_tZoomAxis.szDevice, O_WRONLY));
+      return nullptr;
+    };
+    g_tVernierLensdConfigInfo.bFocusPIDone = 1;
+    pthread_t tEnd;
+    pthread_create(&tEnd, nullptr, fnEnd, nullptr);
+    PISearch_Begin(g_tFocusAxis, open(g_tFocusAxis.szDevice, O_WRONLY));
+    pthread_join(tEnd, nullptr);
+    return pt->tLens.bPIPower != 0 ? 0 : 1;
+  };
+  ForSeeds(100, [&](u64 qwSeed) {
+    const TLifeResult tResult = Life_Run({.sRoot = tCamera.sRoot, .qwSeed = qwSeed, .fnBody = fnBody});
+    EXPECT_TRUE(tResult.eEnd == LIFE_EXITED && tResult.iStatus == 0) << Tale(tResult);
+  });
 }
 
 TEST(Buttons, HeldTimeChoosesTheAction) {
@@ -134,12 +119,10 @@ TEST(Buttons, HeldTimeChoosesTheAction) {
   for (const auto& tCase : atCases) {
     SCOPED_TRACE(std::string(tCase.szModel) + " " + std::to_string(tCase.qwHeld_ms));
     const TCamera tCamera(tCase.szModel);
-    const TLifeResult tResult =
-        Live(tCamera,
-             {Frame(20'000, tCamera, Button("af", "pressed")),
-              Frame(20'000 + tCase.qwHeld_ms, tCamera, Button("af", "released")), Ask(150'000, szStatus)},
-             151'000);
-    ExpectRest(tCamera, tResult);
+    const TLifeResult tResult = LiveToRest(tCamera,
+                                           {Frame(20'000, tCamera, Button("af", "pressed")),
+                                            Frame(20'000 + tCase.qwHeld_ms, tCamera, Button("af", "released"))},
+                                           150'000);
     const std::string sLine = "Press AF button over ";
     EXPECT_EQ(Count(Printed(tResult), sLine), tCase.szAction != nullptr ? 1U : 0U) << Tale(tResult);
     if (tCase.szAction != nullptr) {
@@ -162,8 +145,7 @@ TEST(State, StatusFileChoosesWhatIsDue) {
     tCamera.Write(szBackupPath, "nothing\nzoom_motor=321\nfocus_motor=400\n");
     unlink(tCamera.Path(szStatusPath).c_str());
     if (tCase.szText != nullptr) tCamera.Write(szStatusPath, tCase.szText);
-    const TLifeResult tResult = Live(tCamera, {Ask(100'000, szStatus)}, 101'000);
-    ExpectRest(tCamera, tResult);
+    const TLifeResult tResult = LiveToRest(tCamera, {}, 100'000);
     EXPECT_EQ(tCamera.Read(szStatusPath), tCase.szAfter);
     const std::string sReceived = "[vernierlensd] : Receive FIFO command: <message><autofocus>";
     const std::string sEvent = tCase.szEvent;
@@ -176,54 +158,45 @@ TEST(State, StatusFileChoosesWhatIsDue) {
 // An earlier life has left its logs.  The lens is repaired even if a client's command comes first and replaces the
 // recovery, or itself needs a true position.
 TEST(State, StaleLogIsRepairedWhateverAClientDoesFirst) {
-  const char* const aszQueries[] = {szStatus,
-                                    "function=stop",
-                                    "function=auto",
-                                    "function=irisopen",
-                                    "function=irisenable",
-                                    "function=setfocusdefault&defaultposition=100",
-                                    "function=zoom&direction=direct&position=300",
-                                    "function=focus&direction=forward&steps=3"};
+  const std::string asQueries[] = {"getstatus", "stop",       "auto",
+                                   "irisopen",  "irisenable", "setfocusdefault&defaultposition=100",
+                                   "zoom=300",  "focus+3"};
   for (const char* szModel : {"zoom", "zoomonly", "focus", "thermal", "ics"}) {
     const TCamera tCamera(szModel);
-    for (u64 qw = 0; qw < std::size(aszQueries) * Lives(10); qw++) {
+    for (u64 qw = 0; qw < std::size(asQueries) * Lives(10) && !HasFailure(); qw++) {
       ASSERT_EQ(Life_ResetRoot(tCamera.sRoot), 0);
-      const char* szQuery = aszQueries[qw % std::size(aszQueries)];
+      const std::string& sQuery = asQueries[qw % std::size(asQueries)];
       const u64 qwSeed = FirstSeed() + qw;
-      SCOPED_TRACE(std::string(szModel) + " " + szQuery + " seed " + std::to_string(qwSeed));
+      SCOPED_TRACE(std::string(szModel) + " " + sQuery + " seed " + std::to_string(qwSeed));
       for (const ELensAxis eAxis : {LENS_ZOOM, LENS_FOCUS}) tCamera.Place(eAxis, 17);
       if (std::string_view(szModel) != "focus") tCamera.Write(szZoomLogPath, "");
       if (std::string_view(szModel) != "zoomonly") tCamera.Write(szFocusLogPath, "");
-      const TLifeResult tResult =
-          Live(tCamera, {Ask(qw / std::size(aszQueries) % 2, szQuery), Ask(120'000, szStatus)}, 121'000, qwSeed);
+      const std::string sAt_ms = qw / std::size(asQueries) % 2 == 0 ? "0 " : "1 ";
+      const TLifeResult tResult = Live(tCamera, Asks(sAt_ms + sQuery + ", 120000 getstatus"), 121'000, qwSeed);
       EXPECT_TRUE(HasPrinted(tResult, "[vernierlensd] : Power loss unexpectedly! Need positioning."));
-      if (std::string_view(szQuery) == "function=stop" && std::string_view(szModel) != "zoomonly") {
+      if (sQuery == "stop" && std::string_view(szModel) != "zoomonly") {
         EXPECT_TRUE(Exists(tCamera, szFocusLogPath)) << "no search after a stop";
         for (const char* szLog : {szZoomLogPath, szFocusLogPath}) unlink(tCamera.Path(szLog).c_str());
       }
       ExpectRest(tCamera, tResult);
-      if (HasFailure()) break;
     }
   }
 }
 
 // No walk begins after SIGTERM: not that of a restore that waits when the signal comes, nor the next channel's search.
 TEST(State, NoWalkBeginsAfterSigterm) {
-  for (u64 qw = 0; qw < Lives(60); qw++) {
-    const u64 qwSeed = FirstSeed() + qw;
-    SCOPED_TRACE("seed " + std::to_string(qwSeed));
-    const u64 qwTerm_ms = 5'005 + qwSeed * 37 % 300;
+  ForSeeds(60, [](u64 qwSeed) {
     const TCamera tZoom("zoom");
-    const std::string sRestore = EventFrame("<message><autofocus>falling</autofocus></message>");
-    const TLifeResult tRestore = Live(
-        tZoom, {Ask(2'000, "function=auto"), Frame(5'000, tZoom, sRestore), Signal(qwTerm_ms, SIGTERM)}, 0, qwSeed);
-    EXPECT_EQ(tRestore.eEnd, LIFE_EXITED) << Tale(tRestore);
-    EXPECT_EQ(Count(SinceTerm(tRestore), "MOTOR_WALK_STEPS 12200"), 0U) << Tale(tRestore);
-  }
+    const TLifeEvent tRestore = Frame(5'000, tZoom, EventFrame("<message><autofocus>falling</autofocus></message>"));
+    const u64 qwTerm_ms = 5'005 + qwSeed * 37 % 300;
+    const TLifeResult tResult = Live(tZoom, Asks("2000 auto", {tRestore}), qwTerm_ms, qwSeed);
+    EXPECT_EQ(tResult.eEnd, LIFE_EXITED) << Tale(tResult);
+    EXPECT_EQ(Count(SinceTerm(tResult), "MOTOR_WALK_STEPS 12200"), 0U) << Tale(tResult);
+  });
   const TCamera tQuad("quad");
   tQuad.Write(szZoomLogPath, "");
   tQuad.Write(szFocusLogPath, "");
-  const TLifeResult tSearch = Live(tQuad, {Signal(32'000, SIGTERM)}, 0);
+  const TLifeResult tSearch = Live(tQuad, {}, 32'000);
   EXPECT_EQ(Count(SinceTerm(tSearch), " searching PI."), 0U) << Tale(tSearch);
 }
 
@@ -234,8 +207,7 @@ TEST(State, RecoveryServesEveryChannel) {
   tCamera.Write(szPositionsPath, "zoom_motor=390\nfocus_motor=380\n");
   tCamera.Write(szZoomLogPath, "");
   tCamera.Write(szFocusLogPath, "");
-  const TLifeResult tResult =
-      Live(tCamera, {Ask(300'000, "channel=2&function=auto"), Ask(400'000, "channel=2&function=getstatus")}, 401'000);
+  const TLifeResult tResult = Live(tCamera, Asks("300000 channel=2&auto, 400000 channel=2&getstatus"), 401'000);
   ExpectRest(tCamera, tResult, 2);
   EXPECT_LT(DepthsOff(tCamera, 2), 1) << Tale(tResult);
 }
@@ -250,8 +222,7 @@ TEST(State, RecoveryOfSlowMotorsWaitsForEachSearch) {
   ChangeWorld(tCamera, [](TWorld& tWorld) {
     for (TAxisModel& tAxis : tWorld.tLens.atModel) tAxis.qwStepTime_ns *= 12;
   });
-  const TLifeResult tResult = Live(tCamera, {Ask(1'000'000, szStatus)}, 1'001'000);
-  ExpectRest(tCamera, tResult);
+  const TLifeResult tResult = LiveToRest(tCamera, {}, 1'000'000);
   EXPECT_EQ(Count(Printed(tResult), "waiting too long"), 0U) << Tale(tResult);
 }
 
@@ -263,10 +234,8 @@ TEST(State, FailedSaveKeepsFileAndLog) {
     const auto Break = [=](u32 bOn) {
       return [=](TWorld* ptWorld) { (bFull ? ptWorld->bFlashFull : ptWorld->bFlashReadOnly) = bOn; };
     };
-    const TLifeResult tBad = Live(tCamera,
-                                  {Call(3000, Break(1)), Ask(4000, "function=focus&direction=forward&steps=9"),
-                                   Ask(8000, szStatus), Call(8100, Break(0))},
-                                  8500);
+    const auto atEvents = Asks("4000 focus+9, 8000 getstatus", {Call(3000, Break(1)), Call(8100, Break(0))});
+    const TLifeResult tBad = Live(tCamera, atEvents, 8500);
     EXPECT_TRUE(HasPrinted(tBad, "[vernierlensd] : VernierLensd_SaveConfigFile failed.")) << Tale(tBad);
     EXPECT_EQ(StatusValue(tBad.asReplies[1], "focus_enable"), 0);
     EXPECT_EQ(tCamera.Read(szPositionsPath), sBefore);
@@ -277,22 +246,17 @@ TEST(State, FailedSaveKeepsFileAndLog) {
 
 TEST(State, SavedFilesHaveTheirForm) {
   const struct {
-    const char* szModel;
-    const char* szQuery;
-    const char* szPath;
-    const char* szText;
+    const char *szModel, *szAsks, *szPath, *szText;
   } atCases[] = {
-      {"zoomonly", "function=zoom&direction=direct&position=111", szPositionsPath, "zoom_motor=111\n"},
-      {"focus", "function=focus&direction=direct&position=111", szPositionsPath, "focus_motor=111\nnight_mode=0\n"},
-      {"zoom", "function=focus&direction=direct&position=111", szPositionsPath,
-       "zoom_motor=200\nfocus_motor=111\nnight_mode=0\n"},
-      {"focus", "function=setfocusdefault&defaultposition=77", szFocusDefaultPath, "77\n"},
+      {"zoomonly", "20000 zoom=111", szPositionsPath, "zoom_motor=111\n"},
+      {"focus", "20000 focus=111", szPositionsPath, "focus_motor=111\nnight_mode=0\n"},
+      {"zoom", "20000 focus=111", szPositionsPath, "zoom_motor=200\nfocus_motor=111\nnight_mode=0\n"},
+      {"focus", "20000 setfocusdefault&defaultposition=77", szFocusDefaultPath, "77\n"},
   };
   for (const auto& tCase : atCases) {
+    SCOPED_TRACE(tCase.szAsks);
     const TCamera tCamera(tCase.szModel);
-    const TLifeResult tResult = Live(tCamera, {Ask(20'000, tCase.szQuery), Ask(40'000, szStatus)}, 41'000);
-    SCOPED_TRACE(tCase.szQuery);
-    ExpectRest(tCamera, tResult);
+    LiveToRest(tCamera, Asks(tCase.szAsks), 40'000);
     EXPECT_EQ(tCamera.Read(tCase.szPath), tCase.szText);
   }
 }
@@ -328,37 +292,27 @@ TEST(Tracking, SearchStartRisesEvenWhereItsTableFalls) {
 TEST(Tracking, TokenFillsItsEntryHoweverLong) {
   const TCamera tCamera("zoom");
   tCamera.Write(szPanFocusPath, std::string(140, '0') + " 310 330 350");
-  ExpectRest(tCamera,
-             Live(tCamera, {Ask(5'000, "function=zoom&direction=direct&position=3"), Ask(20'000, szStatus)}, 21'000));
+  LiveToRest(tCamera, Asks("5000 zoom=3"), 20'000);
   EXPECT_EQ(tCamera.Truth(LENS_FOCUS), 330);
 }
 
 // The focus follows every zoom.  If the walk cannot be interrupted, a stop right after a zoom leaves the focus where
 // the whole zoom would have left it.  And of two zooms none is lost.
 TEST(Tracking, FocusFollowsAZoomThatCannotBeStopped) {
-  constexpr u64 qwAt_ms = 9'000;
-  const char* szStep = "function=zoom&direction=forward&steps=10";
-  const char* szStop = "function=stop";
   for (const char* szModel : {"thermal", "ics"}) {
     const TCamera tCamera(szModel);
     const double dStart = tCamera.Truth(LENS_ZOOM), dTarget = dStart + 200;
-    const std::string sFar = "function=zoom&direction=direct&position=" + std::to_string(static_cast<i32>(dTarget));
-    Live(tCamera, {Ask(qwAt_ms, sFar)}, 20'000);
+    const std::string sFar = "9000 zoom=" + std::to_string(static_cast<i32>(dTarget));
+    Live(tCamera, Asks(sFar), 20'000);
     const double dSharp = tCamera.Truth(LENS_FOCUS);
     ASSERT_EQ(tCamera.Truth(LENS_ZOOM), dTarget);
-    const std::vector<TLifeEvent> aatLives[] = {
-        {Ask(qwAt_ms, sFar), Ask(qwAt_ms, szStop)},
-        {Ask(qwAt_ms, sFar), Ask(qwAt_ms + 150, szStop)},
-        {Ask(qwAt_ms, sFar), Ask(qwAt_ms, szStop), Ask(qwAt_ms + 50, "function=focus&direction=direct&position=950")},
-        {Ask(qwAt_ms, szStep), Ask(qwAt_ms, szStep)}};
-    for (u64 qw = 0; qw < Lives(120); qw++) {
-      SCOPED_TRACE(std::string(szModel) + " seed " + std::to_string(FirstSeed() + qw));
+    const std::string asLives[] = {sFar + ", 9000 stop", sFar + ", 9150 stop", sFar + ", 9000 stop, 9050 focus=950",
+                                   "9000 zoom+10, 9000 zoom+10"};
+    ForSeeds(120, [&](u64 qwSeed) {
+      SCOPED_TRACE(szModel);
       ASSERT_EQ(Life_ResetRoot(tCamera.sRoot), 0);
-      const u64 qwLife = qw % std::size(aatLives);
-      std::vector<TLifeEvent> atEvents = aatLives[qwLife];
-      atEvents.push_back(Ask(20'000, szStatus));
-      const TLifeResult tResult = Live(tCamera, atEvents, 21'000, FirstSeed() + qw);
-      ExpectRest(tCamera, tResult);
+      const u64 qwLife = qwSeed % std::size(asLives);
+      const TLifeResult tResult = LiveToRest(tCamera, Asks(asLives[qwLife]), 20'000, qwSeed);
       if (qwLife < 2 && tCamera.Truth(LENS_ZOOM) == dTarget) {
         EXPECT_EQ(tCamera.Truth(LENS_FOCUS), dSharp) << Tale(tResult);
       } else if (qwLife == 2) {
@@ -368,8 +322,7 @@ TEST(Tracking, FocusFollowsAZoomThatCannotBeStopped) {
         const bool bBoth = Count(tResult.sTranscript, std::string("create ") + szZoomLogPath) > 1;
         EXPECT_EQ(tCamera.Truth(LENS_ZOOM), dStart + (bBoth ? 20 : 10)) << Tale(tResult);
       }
-      if (HasFailure()) break;
-    }
+    });
   }
 }
 

@@ -6,7 +6,7 @@
 #include <deque>
 #include <map>
 
-#include "whole_lives.h"
+#include "short_lives.h"
 
 namespace {
 
@@ -34,8 +34,7 @@ std::string Story(const TLifeResult& tResult, const std::string& sThread, std::s
 
 TEST(ICS, SetUpAndRestoreInTheirOrder) {
   const TCamera tCamera("ics");
-  const TLifeResult tResult = Live(tCamera, {Ask(qwReady_ms, szStatus)}, qwReady_ms + 500);
-  ExpectRest(tCamera, tResult);
+  const TLifeResult tResult = LiveToRest(tCamera, {}, qwReady_ms);
   EXPECT_EQ(tCamera.Truth(LENS_ZOOM), 600);
   EXPECT_EQ(tCamera.Truth(LENS_FOCUS), 1215);
   EXPECT_TRUE(
@@ -77,28 +76,27 @@ TEST(ICS, CommandsInTheirOrder) {
   const std::string sToPI = "GET_FOCUS_PI_POSITION, " + Go("FOCUS", 400, 326);
   const std::string sZoomToPI = "GET_ZOOM_PI_POSITION, " + Go("ZOOM", 300, 150);
   const struct {
-    const char* szQuery;
-    std::string sFocus, sZoom;
+    std::string sQuery, sFocus, sZoom;
   } atCases[] = {
-      {"function=positioning", sToPI + Go("FOCUS", 100, 120) + Steps(100, 50), sZoomToPI + Go("ZOOM", 100, 100)},
-      {"function=motorreset", sToPI, sZoomToPI + Go("ZOOM", 100, 100)},
-      {"function=scan", sToPI + Go("FOCUS", 100, 120) + Steps(100, 20), sZoomToPI + Go("ZOOM", 600, 150)},
-      {"function=auto", Go("FOCUS", 553, 265) + Steps(553, 50), ""},
-      {"function=focus&direction=direct&position=2000", Go("FOCUS", 2000, 314), ""},
-      {"function=focus&direction=direct&position=90000", Go("FOCUS", 3000, 714), ""},
-      {"function=focus&direction=direct&position=-1", Go("FOCUS", 100, 446), ""},
-      {"function=zoom&direction=direct&position=5", Go("FOCUS", 748, 187), "SLEEP 300, " + Go("ZOOM", 100, 250)},
-      {"function=focus&direction=forward&steps=99", Go("FOCUS", 1245, 12), ""},
-      {"function=focus&direction=backward&steps=20", Go("FOCUS", 1195, 8), ""},
-      {"function=zoom&direction=direct&position=900", Go("FOCUS", 1557, 137), "SLEEP 300, " + Go("ZOOM", 900, 150)},
-      {"function=zoom&direction=backward&steps=30", Go("FOCUS", 1248, 13), "SLEEP 300, " + Go("ZOOM", 570, 15)},
-      {"function=stop", "", ""},
-      {"function=resetfocus", "", ""},
+      {"positioning", sToPI + Go("FOCUS", 100, 120) + Steps(100, 50), sZoomToPI + Go("ZOOM", 100, 100)},
+      {"motorreset", sToPI, sZoomToPI + Go("ZOOM", 100, 100)},
+      {"scan", sToPI + Go("FOCUS", 100, 120) + Steps(100, 20), sZoomToPI + Go("ZOOM", 600, 150)},
+      {"auto", Go("FOCUS", 553, 265) + Steps(553, 50), ""},
+      {"focus=2000", Go("FOCUS", 2000, 314), ""},
+      {"focus=90000", Go("FOCUS", 3000, 714), ""},
+      {"focus=-1", Go("FOCUS", 100, 446), ""},
+      {"zoom=5", Go("FOCUS", 748, 187), "SLEEP 300, " + Go("ZOOM", 100, 250)},
+      {"focus+99", Go("FOCUS", 1245, 12), ""},
+      {"focus-20", Go("FOCUS", 1195, 8), ""},
+      {"zoom=900", Go("FOCUS", 1557, 137), "SLEEP 300, " + Go("ZOOM", 900, 150)},
+      {"zoom-30", Go("FOCUS", 1248, 13), "SLEEP 300, " + Go("ZOOM", 570, 15)},
+      {"stop", "", ""},
+      {"resetfocus", "", ""},
   };
   for (const auto& tCase : atCases) {
     const TCamera tCamera("ics");
-    const TLifeResult tResult = Live(tCamera, {Ask(qwReady_ms, tCase.szQuery)}, 14'000);
-    const std::string sTale = std::string(tCase.szQuery) + Tale(tResult);
+    const TLifeResult tResult = Live(tCamera, Asks("8000 " + tCase.sQuery), 14'000);
+    const std::string sTale = tCase.sQuery + Tale(tResult);
     // The focus thread is the one that checks for a detached lens.
     const auto asLooks = Matches(tResult.sTranscript, "(t[12]) +icsdriver ICS_CHECK_DETACHED");
     ASSERT_FALSE(asLooks.empty());
@@ -120,7 +118,7 @@ TEST(ICS, CommandsInTheirOrder) {
 // A client's search chooses the tracking curve.  The lens then stays sharp along zoom, temperature and night.
 TEST(ICS, FocusIsKept) {
   const TCamera tCamera("ics");
-  std::vector<TLifeEvent> atEvents = {Ask(qwReady_ms, "function=auto"), Ask(40'000, "function=scan")};
+  std::vector<TLifeEvent> atEvents = Asks("8000 auto, 40000 scan");
   const auto Look = [&](u64 qwAt_ms, const char* szWhat) {
     atEvents.push_back(Call(qwAt_ms, [szWhat](TWorld* ptWorld) {
       Lens_Settle(&ptWorld->tLens, World_Now_us(ptWorld));
@@ -144,9 +142,7 @@ TEST(ICS, FocusIsKept) {
     Look(qwAt_ms + 15'000, "night");
     qwAt_ms += 20'000;
   }
-  atEvents.push_back(Ask(qwAt_ms, szStatus));
-  const TLifeResult tResult = Live(tCamera, std::move(atEvents), qwAt_ms + 500);
-  ExpectRest(tCamera, tResult);
+  const TLifeResult tResult = LiveToRest(tCamera, std::move(atEvents), qwAt_ms);
   EXPECT_TRUE(HasPrinted(tResult, "Tracking Curve update  [2]")) << "5 m" << Tale(tResult);
   const auto asLooks = Matches(Printed(tResult), "(zoom|temperature|night) off by (-?[0-9.]+)\n");
   for (const auto& asLook : asLooks) {
@@ -168,21 +164,15 @@ struct TRequestLife {
 };
 
 std::vector<TRequestLife> RequestLives() {
+  const std::string sMoves = "8000 zoom=1800, 9000 stop, 14000 focus+30, 125000 zoom-5, 130000 getstatus";
+  const std::string sSearches = "8000 auto, 50000 scan, 100000 motorreset, 140000 getstatus";
+  std::vector<TLifeEvent> atMoves = Asks(sMoves);
+  atMoves.insert(atMoves.begin(), {SetNight(20'000), SetTemperature(30'000, 45)});
   return {{"Start", "normal\n", {Ask(qwReady_ms, szStatus)}, qwReady_ms + 500},
           {"Restore", "restore\n", {Ask(58'000, szStatus)}, 60'000, true},
-          {"Moves",
-           "normal\n",
-           {Ask(qwReady_ms, "function=zoom&direction=direct&position=1800"), Ask(9'000, "function=stop"),
-            Ask(14'000, "function=focus&direction=forward&steps=30"), SetNight(20'000), SetTemperature(30'000, 45),
-            Ask(125'000, "function=zoom&direction=backward&steps=5"), Ask(130'000, szStatus)},
-           131'000},
-          {"Searches",
-           "normal\n",
-           {Ask(qwReady_ms, "function=auto"), Ask(50'000, "function=scan"), Ask(100'000, "function=motorreset"),
-            Ask(140'000, szStatus)},
-           141'000,
-           true},
-          {"Ended", "normal\n", {Ask(qwReady_ms, "function=scan")}, 12'000, true}};
+          {"Moves", "normal\n", atMoves, 131'000},
+          {"Searches", "normal\n", Asks(sSearches), 141'000, true},
+          {"Ended", "normal\n", Asks("8000 scan"), 12'000, true}};
 }
 
 // What a life's transcript says about the driver and the clients.
@@ -272,16 +262,11 @@ INSTANTIATE_TEST_SUITE_P(ICS, Detached, testing::Range<std::size_t>(0, RequestLi
 // The driver moves the lens but fails every GET, from its set-up on or later.
 TEST(ICS, FailedGetIsNeverSaved) {
   for (const u64 qwFrom_ms : {u64{0}, qwReady_ms}) {
-    for (const char* szQuery :
-         {"function=zoom&direction=direct&position=900", "function=zoom&direction=backward&steps=30",
-          "function=focus&direction=forward&steps=30", "function=auto", "function=scan", "function=positioning",
-          "function=motorreset"}) {
+    for (const std::string sQuery : {"zoom=900", "zoom-30", "focus+30", "auto", "scan", "positioning", "motorreset"}) {
       const TCamera tCamera("ics");
-      const TLifeResult tResult = Live(tCamera,
-                                       {Call(qwFrom_ms, [](TWorld* ptWorld) { ptWorld->tLens.bICSGetsFail = 1; }),
-                                        Ask(qwReady_ms + 1, szQuery), Ask(100'000, szStatus)},
-                                       101'000);
-      SCOPED_TRACE(std::string(szQuery) + " " + std::to_string(qwFrom_ms) + Tale(tResult));
+      const TLifeEvent tFail = Call(qwFrom_ms, [](TWorld* ptWorld) { ptWorld->tLens.bICSGetsFail = 1; });
+      const TLifeResult tResult = Live(tCamera, Asks("8001 " + sQuery + ", 100000 getstatus", {tFail}), 101'000);
+      SCOPED_TRACE(sQuery + " " + std::to_string(qwFrom_ms) + Tale(tResult));
       ASSERT_EQ(tResult.eEnd, LIFE_EXITED);
       EXPECT_EQ(Judge_Idle(tResult.asReplies.back(), LENS_ZOOM), "");
       const char* szLine = "zoom/motor/positioningstep = -1 is no answer of a lens's driver, 0 is used.";
@@ -309,8 +294,7 @@ TEST(ICS, PositionsBelow0ComeBack) {
 TEST(ICS, NightOffsetReadsTheEntryBelow) {
   const TCamera tCamera("ics");
   tCamera.Write("/etc/conf.d/vernierlensd/ir_curve_y1", "0 1 0 0 3f800000 0 0 0 0 0 0 0 0 0");
-  const TLifeResult tResult = Live(tCamera, {SetNight(qwReady_ms), Ask(12'000, szStatus)}, 13'000);
-  ExpectRest(tCamera, tResult);
+  const TLifeResult tResult = LiveToRest(tCamera, {SetNight(qwReady_ms)}, 12'000);
   EXPECT_TRUE(HasPrinted(tResult, "[vernierlensd] : Focus Offset: 599")) << Tale(tResult);
   EXPECT_EQ(tCamera.Truth(LENS_FOCUS), 1215 + 599);
 }
@@ -338,11 +322,8 @@ TEST(ICS, BrokenFiles) {
     const TCamera tCamera("ics");
     std::remove(tCamera.Path(tCase.szPath).c_str());
     if (tCase.szText != nullptr) tCamera.Write(tCase.szPath, tCase.szText);
-    const TLifeResult tResult =
-        Live(tCamera,
-             {SetTemperature(10'000, 60), SetNight(20'000), Ask(80'000, "function=zoom&direction=direct&position=700"),
-              Ask(140'000, szStatus)},
-             141'000);
+    const auto atEvents = Asks("80000 zoom=700, 140000 getstatus", {SetTemperature(10'000, 60), SetNight(20'000)});
+    const TLifeResult tResult = Live(tCamera, atEvents, 141'000);
     EXPECT_TRUE(HasPrinted(tResult, tCase.szLine)) << Tale(tResult);
     if (tCase.bRuns) ExpectRest(tCamera, tResult);
     EXPECT_EQ(tResult.eEnd, LIFE_EXITED) << Tale(tResult);
@@ -356,10 +337,7 @@ TEST(ICS, NoMoveIsWaitedForWithoutEnd) {
     tWorld.tLens.atICS[LENS_FOCUS].iMax = 900'000;
     tWorld.tLens.atICS[LENS_FOCUS].iSpeed = 1000;
   });
-  const TLifeResult tMoved = Live(tCamera,
-                                  {Ask(20'000, "function=focus&direction=direct&position=890000"),
-                                   Ask(30'000, "function=zoom&direction=direct&position=900"), Ask(400'000, szStatus)},
-                                  401'000);
+  const TLifeResult tMoved = Live(tCamera, Asks("20000 focus=890000, 30000 zoom=900, 400000 getstatus"), 401'000);
   EXPECT_EQ(tCamera.Truth(LENS_ZOOM), 900) << Tale(tMoved);
   EXPECT_LT(TimeOf_us(tMoved, "[FOCUS]current"), 20'000'000 + 121'000'000U) << Tale(tMoved);
   ASSERT_EQ(Life_ResetRoot(tCamera.sRoot), 0);
@@ -389,11 +367,10 @@ TEST(ICS, TemperatureBand) {
   for (u64 qw = 0; qw < 40 || dwFirst == 0; qw++) {
     ASSERT_LT(qw, 400U) << "no client came first";
     const u64 qwSeed = FirstSeed() + qw;
-    TLifeEvent tMove = Ask(0, "function=focus&direction=direct&position=1500");
     const TLifeResult tAlone = LiveWith({}, qwSeed);
     const i32 iShift = static_cast<i32>(tCamera.Truth(LENS_FOCUS)) - 1215;
-    tMove.qwAt_us = TimeOf_us(tAlone, szDiff) - 1 + qw % 3;
-    const TLifeResult tResult = LiveWith({tMove}, qwSeed);
+    const u64 qwMove_us = TimeOf_us(tAlone, szDiff) - 1 + qw % 3;
+    const TLifeResult tResult = LiveWith({At(qwMove_us, Asks("0 focus=1500")[0])}, qwSeed);
     const bool bFirst = Count(Printed(tResult), szDiff) > 1;
     dwFirst += bFirst ? 1 : 0;
     ASSERT_TRUE(!bFirst || tCamera.Truth(LENS_FOCUS) == 1500 + iShift) << qwSeed << Tale(tResult);

@@ -2,11 +2,10 @@
 #include <sys/mman.h>
 
 #include <csignal>
-#include <cstring>
 
 #include "autofocus/focus_block.h"
 #include "hooks/hooks.h"
-#include "whole_lives.h"
+#include "short_lives.h"
 
 namespace {
 
@@ -34,32 +33,26 @@ void LookAtBlock(TWorld* ptWorld) {
 TEST(Image, ReadsWhatASearchDoes) {
   const struct {
     u32 bLeft;  // a killed life has left values wanted, and busy
-    std::vector<TLifeEvent> atEvents;
-    const char* szNoted;
+    const char *szAsks, *szNoted;
   } atCases[] = {
-      {0, {Ask(5'000, "function=auto&iris")}, "OBVvVvVvob"},
-      {0, {Ask(5'000, "function=auto")}, "BVvVvVvb"},
-      {0, {Ask(5'000, "function=scan&iris")}, "OBVvVvVvob"},
-      {0, {Ask(5'000, "function=auto&iris"), Ask(14'000, "function=stop")}, "OBVvob"},
-      {0,
-       {Ask(3'000, "function=irisopen"), Ask(5'000, "function=auto"), Ask(60'000, "function=irisenable")},
-       "OOBVvVvVvbo"},
-      {1, {Ask(5'000, szStatus)}, ""},
+      {0, "5000 auto&iris", "OBVvVvVvob"},
+      {0, "5000 auto", "BVvVvVvb"},
+      {0, "5000 scan&iris", "OBVvVvVvob"},
+      {0, "5000 auto&iris, 14000 stop", "OBVvob"},
+      {0, "3000 irisopen, 5000 auto, 60000 irisenable", "OOBVvVvVvbo"},
+      {1, "5000 getstatus", ""},
   };
   for (const auto& tCase : atCases) {
     const TCamera tCamera("zoom");
     const u32 adwLeft[BLOCK_WORDS] = {tCase.bLeft, 0, 0, 0, 0, tCase.bLeft};
     tCamera.Write("/shm/0", {reinterpret_cast<const char*>(adwLeft), sizeof adwLeft});
-    TLifePlan tPlan{.sRoot = tCamera.sRoot, .qwSeed = FirstSeed(), .atEvents = tCase.atEvents, .bImageSide = false};
+    TLifePlan tPlan{.sRoot = tCamera.sRoot, .qwSeed = FirstSeed(), .atEvents = Asks(tCase.szAsks), .bImageSide = false};
     tPlan.qwEnd_us = 90'000'000;
     for (u64 qw = 0; qw * 1000 < tPlan.qwEnd_us; qw += qwLook_ms) tPlan.atEvents.push_back(Call(qw, LookAtBlock));
     const TLifeResult tResult = Life_Run(tPlan);
     std::string sNoted;
-    for (std::size_t dw = 0; (dw = tResult.sTranscript.find(szNote, dw)) != std::string::npos;) {
-      dw += std::strlen(szNote);
-      sNoted += tResult.sTranscript[dw];
-    }
-    EXPECT_EQ(sNoted, tCase.szNoted) << tCase.atEvents.back().sQuery;
+    for (const auto& asNote : Matches(tResult.sTranscript, szNote + std::string("(.)"))) sNoted += asNote[1];
+    EXPECT_EQ(sNoted, tCase.szNoted) << tCase.szAsks;
     EXPECT_EQ(Judge_Order(tResult), "") << Tale(tResult);
   }
 }

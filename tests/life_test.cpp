@@ -1,12 +1,9 @@
 // Whole lives of the daemon on the virtual clock, judged by replies, printed lines and the true lens.
-#include <fcntl.h>
-#include <sys/socket.h>
 
 #include <csignal>
 
-#include "clock/inside.h"
 #include "core/daemon/entry.h"
-#include "whole_lives.h"
+#include "short_lives.h"
 
 namespace {
 
@@ -65,49 +62,23 @@ TEST(Life, EndsWhereTheCommandsSay) {
   const struct {
     const char* szRule;
     const char* szModel;
-    std::vector<std::pair<u64, const char*>> atQueries;  // time, and what follows "function="
+    const char* szAsks;
     u64 qwRest_ms;
     i32 iZoom, iFocus;  // where the true motor ends, virtual steps; -1 anywhere
   } atCases[] = {
-      {"relative zoom", "zoom", {{100, "zoom&direction=forward&steps=25"}}, 3000, 225, -1},
-      {"backward past 0 ends at the start",
-       "zoom",
-       {{100, "focus&direction=direct&position=10"}, {6000, "focus&direction=backward&steps=30"}},
-       9000,
-       200,
-       20},
-      {"a refused query in the middle costs nothing",
-       "zoom",
-       {{100, "zoom&direction=forward&steps=25"}, {450, "stop&channel=9"}},
-       3000,
-       225,
-       -1},
-      {"stop while nothing moves", "zoom", {{100, "stop"}}, 500, 200, 485},
-      {"two commands within one step: the later runs, once",
-       "zoom",
-       {{100, "focus&direction=direct&position=900"},
-        {600, "focus&direction=forward&steps=7"},
-        {601, "focus&direction=direct&position=500"}},
-       4000,
-       200,
-       500},
-      {"a command during a blocking walk runs afterwards",
-       "zoomonly",
-       {{100, "zoom&direction=direct&position=200"}, {420, "zoom&direction=direct&position=60"}},
-       4000,
-       60,
-       -1},
+      {"relative zoom", "zoom", "100 zoom+25", 3000, 225, -1},
+      {"backward past 0 ends at the start", "zoom", "100 focus=10, 6000 focus-30", 9000, 200, 20},
+      {"a refused query in the middle costs nothing", "zoom", "100 zoom+25, 450 stop&channel=9", 3000, 225, -1},
+      {"stop while nothing moves", "zoom", "100 stop", 500, 200, 485},
+      {"two commands within one step: the later runs, once", "zoom", "100 focus=900, 600 focus+7, 601 focus=500", 4000,
+       200, 500},
+      {"a command during a blocking walk runs afterwards", "zoomonly", "100 zoom=200, 420 zoom=60", 4000, 60, -1},
   };
   for (const auto& tCase : atCases) {
     SCOPED_TRACE(tCase.szRule);
     const TCamera tCamera(tCase.szModel);
-    std::vector<TLifeEvent> atEvents = {Signal(150, SIGPIPE)};  // which costs a line only
-    for (const auto& [qwAt_ms, szFunction] : tCase.atQueries) {
-      atEvents.push_back(Ask(qwAt_ms, "function=" + std::string(szFunction)));
-    }
-    atEvents.push_back(Ask(tCase.qwRest_ms, szStatus));
-    const TLifeResult tResult = Live(tCamera, atEvents, tCase.qwRest_ms + 500);
-    ExpectRest(tCamera, tResult);
+    const TLifeEvent tPipe = Signal(150, SIGPIPE);  // costs a line only
+    const TLifeResult tResult = LiveToRest(tCamera, Asks(tCase.szAsks, {tPipe}), tCase.qwRest_ms);
     for (const auto& [eAxis, iEnd] : {std::pair{LENS_ZOOM, tCase.iZoom}, {LENS_FOCUS, tCase.iFocus}}) {
       EXPECT_TRUE(iEnd < 0 || tCamera.Truth(eAxis) == iEnd) << tCamera.Truth(eAxis) << Tale(tResult);
     }
@@ -116,18 +87,15 @@ TEST(Life, EndsWhereTheCommandsSay) {
 
 // A query of another channel right after a command turns neither the command nor the counter to that channel.
 TEST(Life, CommandStaysOnItsChannel) {
-  for (u64 qw = 0; qw < Lives(40); qw++) {
+  ForSeeds(40, [](u64 qwSeed) {
     const TCamera tCamera("quad");
-    const TLifeResult tResult = Live(
-        tCamera,
-        {Ask(qwQuadReady_ms, "channel=2&function=zoom&direction=direct&position=130"), Ask(qwQuadReady_ms, szStatus),
-         Ask(qwQuadReady_ms + 50, szStatus), Ask(qwQuadReady_ms + 3000, "channel=2&function=getstatus")},
-        qwQuadReady_ms + 3500, FirstSeed() + qw);
+    const auto atEvents = Asks("60000 channel=2&zoom=130, 60000 getstatus, 60050 getstatus, 63000 channel=2&getstatus");
+    const TLifeResult tResult = Live(tCamera, atEvents, 63'500, qwSeed);
     for (const i32 iChannel : {0, 1, 3})
-      ASSERT_EQ(tCamera.Truth(LENS_ZOOM, iChannel), 100) << iChannel << Tale(tResult);
-    ASSERT_EQ(tCamera.Truth(LENS_ZOOM, 2), 130) << Tale(tResult);
-    ASSERT_EQ(StatusValue(tResult.asReplies[3], "zoom_motor"), 130) << Tale(tResult);
-  }
+      EXPECT_EQ(tCamera.Truth(LENS_ZOOM, iChannel), 100) << iChannel << Tale(tResult);
+    EXPECT_EQ(tCamera.Truth(LENS_ZOOM, 2), 130) << Tale(tResult);
+    EXPECT_EQ(StatusValue(tResult.asReplies[3], "zoom_motor"), 130) << Tale(tResult);
+  });
 }
 
 // A button of another channel that is pressed during a hold's last move brings its own channel and direction.
@@ -147,24 +115,21 @@ TEST(Life, NewHoldTakesItsOwnChannel) {
 
 // No command that got its OK may be lost, whenever it comes: before, within and at the very end of a blocking walk.
 TEST(Life, NoCommandIsLostAtTheEndOfAWalk) {
-  for (u64 qw = 0; qw < Lives(200); qw++) {
+  ForSeeds(200, [](u64 qwSeed) {
     const TCamera tCamera("zoomonly");
-    std::vector<TLifeEvent> atEvents = {Ask(100, "function=zoom&direction=direct&position=50"),
-                                        Ask(0, "function=zoom&direction=direct&position=60"), Ask(3000, szStatus)};
-    atEvents[1].qwAt_us = 100'000 + 300'000 + 28'200 - 1'000 + qw * 10;  // about the end of a walk of 60 driver steps
-    const TLifeResult tResult = Live(tCamera, atEvents, 3500, FirstSeed() + qw);
-    SCOPED_TRACE(qw);
-    ExpectRest(tCamera, tResult);
-    ASSERT_EQ(tCamera.Truth(LENS_ZOOM), 60) << Tale(tResult);
-  }
+    // About the end of a walk of 60 driver steps.
+    const u64 qwSecond_us = 100'000 + 300'000 + 28'200 - 1'000 + (qwSeed - FirstSeed()) * 10;
+    const auto atEvents = Asks("100 zoom=50", {At(qwSecond_us, Asks("0 zoom=60")[0])});
+    const TLifeResult tResult = LiveToRest(tCamera, atEvents, 3000, qwSeed);
+    EXPECT_EQ(tCamera.Truth(LENS_ZOOM), 60) << Tale(tResult);
+  });
 }
 
 // SIGTERM at any moment of a move: the walk is finished, and the daemon is gone 5 seconds of camera time later.
 TEST(Life, SigtermFinishesTheMove) {
   for (const u64 qwEnd_ms : {90U, 101U, 250U, 405U, 700U, 1234U}) {
     const TCamera tCamera("zoom");
-    const TLifeResult tResult =
-        Live(tCamera, {Ask(100, "function=zoom&direction=direct&position=400")}, qwEnd_ms, FirstSeed());
+    const TLifeResult tResult = Live(tCamera, Asks("100 zoom=400"), qwEnd_ms);
     SCOPED_TRACE(qwEnd_ms);
     EXPECT_EQ(Judge_Order(tResult), "") << Tale(tResult);
     EXPECT_TRUE(HasPrinted(tResult, "[vernierlensd] : Receive TERM/INT signal!"));
@@ -180,17 +145,15 @@ TEST(Life, HeldButtonRepeatsInGrowingSteps) {
   for (const bool bAgain : {false, true}) {
     const TCamera tCamera("zoom");
     const std::string sSecond = bAgain ? Button("zoomout", "pressed") : "\x02\x01";
-    const TLifeResult tResult =
-        Live(tCamera,
-             {Frame(100, tCamera, Button("zoomin", "pressed")), Frame(bAgain ? 1000 : 150, tCamera, sSecond),
-              Frame(bAgain ? 1900 : 2200, tCamera, Button("zoomout", "released")), Ask(9000, szStatus)},
-             9500);
+    const std::vector<TLifeEvent> atFrames = {Frame(100, tCamera, Button("zoomin", "pressed")),
+                                              Frame(bAgain ? 1000 : 150, tCamera, sSecond),
+                                              Frame(bAgain ? 1900 : 2200, tCamera, Button("zoomout", "released"))};
+    const TLifeResult tResult = LiveToRest(tCamera, atFrames, 9000);
     const std::string sRequests = Requests(tResult, "zoommotor");
     const std::string sFirst = sStep + ", " + sStep + ", " + sStep + ", " + sStep;
     EXPECT_TRUE(sRequests.starts_with(bAgain ? sFirst : sFirst + ", SELECT 0, FORWARD, WALK 240")) << sRequests;
     EXPECT_EQ(Count(sRequests, "BACKWARD") + (bAgain ? Count(sRequests, "240") : 0), 0U) << sRequests;
     EXPECT_TRUE(HasPrinted(tResult, "[vernierlensd] : Zoom out stop!"));
-    ExpectRest(tCamera, tResult);
     EXPECT_TRUE(!bAgain || tCamera.Truth(LENS_ZOOM) == 206) << tCamera.Truth(LENS_ZOOM);
   }
 }
@@ -214,10 +177,9 @@ TEST(Life, BrokenFramesCostALine) {
   };
   for (const auto& tCase : atCases) {
     const TCamera tCamera("zoom");
-    const TLifeResult tResult = Live(
-        tCamera,
-        {Frame(100, tCamera, tCase.sBytes), Frame(2000, tCamera, Button("zoomout", "released")), Ask(3000, szStatus)},
-        3500);
+    const std::vector<TLifeEvent> atFrames = {Frame(100, tCamera, tCase.sBytes),
+                                              Frame(2000, tCamera, Button("zoomout", "released"))};
+    const TLifeResult tResult = Live(tCamera, atFrames, 3500);
     SCOPED_TRACE(Tale(tResult));
     EXPECT_EQ(Judge_Order(tResult), "") << Tale(tResult);
     EXPECT_TRUE(HasPrinted(tResult, tCase.szLine));
@@ -233,13 +195,9 @@ TEST(Life, FloodedAndRemovedFIFOHoldsNobodyUp) {
   const TCamera tCamera("zoom");
   std::string sFlood;
   for (i32 i = 0; i < 900; i++) sFlood += Button("zoomin", "released");
-  const TLifeResult tResult =
-      Live(tCamera,
-           {Frame(100, tCamera, sFlood), Ask(100, "function=zoom&direction=forward&steps=4"),
-            Call(2000, [&](TWorld*) { unlink(tCamera.Path("/tmp/VernierLensFIFO").c_str()); }), Ask(4000, szStatus)},
-           4500);
-  EXPECT_EQ(Count(Printed(tResult), "Zoom in stop!"), 900U);
-  ExpectRest(tCamera, tResult);
+  const auto Unlink = [&](TWorld*) { unlink(tCamera.Path(szFIFOPath).c_str()); };
+  const auto atEvents = Asks("100 zoom+4", {Frame(100, tCamera, sFlood), Call(2000, Unlink)});
+  EXPECT_EQ(Count(Printed(LiveToRest(tCamera, atEvents, 4000)), "Zoom in stop!"), 900U);
   EXPECT_EQ(tCamera.Truth(LENS_ZOOM), 204);
 }
 
@@ -248,13 +206,11 @@ TEST(Life, HalfAFrameHoldsNobodyUp) {
   const std::string sRelease = Button("zoomin", "released");
   for (const bool bRest : {false, true}) {
     const TCamera tCamera("zoom");
-    const TLifeResult tResult = Live(
-        tCamera,
-        {Frame(100, tCamera, sRelease.substr(0, 4)), Ask(150, szStatus), Ask(300, szStatus),
-         Frame(500, tCamera, bRest ? sRelease.substr(4, 9) : ""), Frame(900, tCamera, bRest ? sRelease.substr(13) : ""),
-         Frame(2000, tCamera, Button("zoomout", "released")), Ask(2500, szStatus)},
-        3000);
-    ExpectRest(tCamera, tResult);
+    const auto atEvents = Asks(
+        "150 getstatus, 300 getstatus",
+        {Frame(100, tCamera, sRelease.substr(0, 4)), Frame(500, tCamera, bRest ? sRelease.substr(4, 9) : ""),
+         Frame(900, tCamera, bRest ? sRelease.substr(13) : ""), Frame(2000, tCamera, Button("zoomout", "released"))});
+    const TLifeResult tResult = LiveToRest(tCamera, atEvents, 2500);
     EXPECT_LT(TimeOf_us(tResult, "reply 1 "), 310'000U) << Tale(tResult);
     EXPECT_EQ(HasPrinted(tResult, "[vernierlensd] : Zoom in stop!"), bRest) << Tale(tResult);
     EXPECT_EQ(HasPrinted(tResult, "[vernierlensd] : Reinitialize FIFO..."), !bRest) << Tale(tResult);
@@ -281,11 +237,9 @@ TEST(Life, WaitingRestoresAreMerged) {
   const std::pair<std::string, std::size_t> atWaiting[] = {{sThree, 2}, {sThree + sRelease + sThree, 3}};
   for (const auto& [sWaiting, dwRestores] : atWaiting) {
     const TCamera tCamera("zoom");
-    const TLifeResult tResult = Live(tCamera,
-                                     {Frame(100, tCamera, sRestore), Frame(2000, tCamera, sWaiting),
-                                      Frame(200'000, tCamera, sRestore), Ask(290'000, szStatus)},
-                                     300'000);
-    ExpectRest(tCamera, tResult);
+    const std::vector<TLifeEvent> atFrames = {Frame(100, tCamera, sRestore), Frame(2000, tCamera, sWaiting),
+                                              Frame(200'000, tCamera, sRestore)};
+    const TLifeResult tResult = LiveToRest(tCamera, atFrames, 290'000);
     // Each restore ends in a search with the iris open, and walks the zoom to its low stop once.
     EXPECT_EQ(Count(tResult.sTranscript, "create /etc/conf.d/vernierlensd/zoomworking.log"), dwRestores)
         << Tale(tResult);
@@ -315,34 +269,25 @@ TEST(Life, UnreadLogChangesNothing) {
   for (const auto& tCase : atCases) {
     const TCamera tCamera("zoom");
     if (tCase.bOpenFails) ChangeWorld(tCamera, [](TWorld& tWorld) { tWorld.atFailingCalls[0] = {"open", 0, 1}; });
-    i32 afd[2] = {-1, -1};
-    char acText[4096] = "";
-    const auto Fill = [&] {
-      const TInside tInside;  // the clock does not count these calls: they are not the daemon's
-      const bool bMade =
-          tCase.bSocket ? socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0, afd) == 0 : pipe2(afd, O_NONBLOCK) == 0;
-      while (bMade && write(afd[1], acText, sizeof acText) > 0) {
-      }
-      fcntl(afd[1], F_SETFL, 0);
-      dup2(afd[1], STDOUT_FILENO);
-    };
+    i32 fdReader = -1;
     const auto Read = [&](TWorld*) {
-      while (tCase.bReadAgain && read(afd[0], acText, sizeof acText) > 0) {
+      char acText[4096];
+      while (tCase.bReadAgain && read(fdReader, acText, sizeof acText) > 0) {
       }
     };
-    const TLifeResult tResult = Life_Run(
-        {.sRoot = tCamera.sRoot,
-         .qwSeed = FirstSeed(),
-         .atEvents = {Ask(100, "function=zoom&direction=direct&position=300"), Ask(500, szStatus),
-                      Frame(5'000, tCamera, Button("zoomin", "pressed")), Signal(5'050, SIGPIPE),
-                      Frame(5'100, tCamera, Button("zoomin", "released")), Call(20'000, Read), Ask(25'000, szStatus)},
-         .qwEnd_us = 26'000'000,
-         .fnBody = [&](TWorld*) {
-           static char szName[] = "vernierlensd";
-           static char* aszArgs[] = {szName, nullptr};
-           if (tCase.bFull) Fill();
-           return VernierLensd_Main(1, aszArgs);
-         }});
+    const TLifeResult tResult =
+        Life_Run({.sRoot = tCamera.sRoot,
+                  .qwSeed = FirstSeed(),
+                  .atEvents = Asks("100 zoom=300, 500 getstatus, 25000 getstatus",
+                                   {Frame(5'000, tCamera, Button("zoomin", "pressed")), Signal(5'050, SIGPIPE),
+                                    Frame(5'100, tCamera, Button("zoomin", "released")), Call(20'000, Read)}),
+                  .qwEnd_us = 26'000'000,
+                  .fnBody = [&](TWorld*) {
+                    static char szName[] = "vernierlensd";
+                    static char* aszArgs[] = {szName, nullptr};
+                    if (tCase.bFull) fdReader = FillLog(tCase.bSocket);
+                    return VernierLensd_Main(1, aszArgs);
+                  }});
     EXPECT_TRUE(tResult.eEnd == LIFE_EXITED && tResult.iStatus == 0) << Tale(tResult);
     const std::string sPrinted = Printed(tResult), sOne = "[^\n]* (print|open fails)[^\n]*\n";
     const std::string sDone = Replaced(tResult.sTranscript, sOne, "");
@@ -364,11 +309,10 @@ TEST(Life, UnreadLogChangesNothing) {
 
 TEST(Life, DaemonModeWorksWithoutALog) {
   const TCamera tCamera("zoom");
-  const TLifeResult tResult =
-      Life_Run({.sRoot = tCamera.sRoot,
-                .atEvents = {Ask(100, "function=zoom&direction=direct&position=300"), Ask(5000, szStatus)},
-                .qwEnd_us = 6'000'000,
-                .asArgs = {"vernierlensd", "-d"}});
+  const TLifeResult tResult = Life_Run({.sRoot = tCamera.sRoot,
+                                        .atEvents = Asks("100 zoom=300, 5000 getstatus"),
+                                        .qwEnd_us = 6'000'000,
+                                        .asArgs = {"vernierlensd", "-d"}});
   EXPECT_EQ(tResult.eEnd, LIFE_EXITED) << Tale(tResult);
   EXPECT_EQ(Printed(tResult), "[vernierlensd] : Entering daemon mode...\n");
   EXPECT_EQ(Judge_Belief(tResult.asReplies.back(), LENS_ZOOM, 300), "") << Tale(tResult);

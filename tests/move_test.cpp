@@ -7,7 +7,7 @@
 
 #include "motor/axis_move.h"
 #include "motor/command_box.h"
-#include "whole_lives.h"
+#include "short_lives.h"
 
 namespace {
 
@@ -112,8 +112,8 @@ TEST(Move, StopAtEveryDriverStepLeavesTheCounterTrue) {
       const TSetUp tSetUp = {.dwFrom = bForward ? 100 : 100 + dwSteps};
       const u64 qwLead_us = ptAxis->bFocusLeads ? 300'000 : 0;
       for (u64 qwStep = 0; qwStep < (dwSteps + 1) * 5000 / qwDriverStep_us; qwStep += 10 / Lives(10)) {
-        TLifeEvent tStop = Call(0, [&](TWorld*) { Word_Publish(g_tInfo.*ptAxis->pbWake, 1); });
-        tStop.qwAt_us = qwLead_us + qwStep * qwDriverStep_us;
+        const auto Stop = [&](TWorld*) { Word_Publish(g_tInfo.*ptAxis->pbWake, 1); };
+        const TLifeEvent tStop = At(qwLead_us + qwStep * qwDriverStep_us, Call(0, Stop));
         const TLifeResult tResult =
             RunMove(tCamera, *ptAxis, tSetUp,
                     [&](i32 fd) { return MoveTo(*ptAxis, fd, bForward ? 100 + dwSteps : 100); }, {tStop});
@@ -204,53 +204,43 @@ TEST(Move, CommandTurnsTheBlockIntoATarget) {
 const struct {
   const char* szName;
   const char* szModel;
-  const char* szQuery;  // with the axis for %s
+  const char* szQuery;  // after the axis's name if it begins with '='
   TDriverFault tFault;
   bool bStop = false;       // half a second later
   bool bFinds = true;       // the next command of this life finds the lens; else the next start does
   bool bFocusOnly = false;  // no query of the zoom
 } g_atDriverFailures[] = {
-    {"walk refused", "zoom", "function=%s&direction=direct&position=100", {MOTOR_WALK_STEPS, 0, 1, 0}},
-    {"direction refused", "zoom", "function=%s&direction=direct&position=100", {MOTOR_SET_BACKWARD, 0, 1, 0}},
-    {"take-up refused", "zoom", "function=%s&direction=direct&position=100", {MOTOR_WALK_STEPS, 1, 1, 0}},
-    {"way back refused", "zoom", "function=%s&direction=direct&position=100", {MOTOR_WALK_STEPS, 2, 1, 0}},
-    {"blocking walk refused",
-     "thermal",
-     "function=%s&direction=direct&position=100",
-     {MOTOR_WALK_STEPS_BLOCK, 0, 1, 0}},
-    {"left above asked", "zoom", "function=%s&direction=direct&position=100", {MOTOR_STOP_WALK, 0, 1, 100'000}, true},
-    {"left a little above asked",
-     "zoom",
-     "function=%s&direction=direct&position=100",
-     {MOTOR_STOP_WALK, 0, 1, 2'900},
-     true},
-    {"stop refused", "zoom", "function=%s&direction=direct&position=100", {MOTOR_STOP_WALK, 0, 1, 0}, true},
-    {"sweep's step refused", "zoom", "function=auto", {MOTOR_WALK_STEPS, 9, 1, 0}, false, true, true},
-    {"walk to the stop refused", "zoom", "function=motorreset", {MOTOR_WALK_STEPS, 0, 1, 0}, false, false},
-    {"walk from the sensor refused", "quad", "function=motorreset", {MOTOR_WALK_STEPS_BLOCK, 1, 1, 0}, false, false},
+    {"walk refused", "zoom", "=100", {MOTOR_WALK_STEPS, 0, 1, 0}},
+    {"direction refused", "zoom", "=100", {MOTOR_SET_BACKWARD, 0, 1, 0}},
+    {"take-up refused", "zoom", "=100", {MOTOR_WALK_STEPS, 1, 1, 0}},
+    {"way back refused", "zoom", "=100", {MOTOR_WALK_STEPS, 2, 1, 0}},
+    {"blocking walk refused", "thermal", "=100", {MOTOR_WALK_STEPS_BLOCK, 0, 1, 0}},
+    {"left above asked", "zoom", "=100", {MOTOR_STOP_WALK, 0, 1, 100'000}, true},
+    {"left a little above asked", "zoom", "=100", {MOTOR_STOP_WALK, 0, 1, 2'900}, true},
+    {"stop refused", "zoom", "=100", {MOTOR_STOP_WALK, 0, 1, 0}, true},
+    {"sweep's step refused", "zoom", "auto", {MOTOR_WALK_STEPS, 9, 1, 0}, false, true, true},
+    {"walk to the stop refused", "zoom", "motorreset", {MOTOR_WALK_STEPS, 0, 1, 0}, false, false},
+    {"walk from the sensor refused", "quad", "motorreset", {MOTOR_WALK_STEPS_BLOCK, 1, 1, 0}, false, false},
 };
 
 // A driver that fails once costs a printed line.  The lens is found before the next move, or by the next start.
 TEST(Move, DriverThatFailsOnceLosesNoPosition) {
   for (const TAxis* ptAxis : {&g_tZoomAxis, &g_tFocusAxis}) {
     const ELensAxis eAxis = LensAxisOf(*ptAxis);
-    const std::string sAxis = Judge_Name(eAxis), sMove = "function=" + sAxis + "&direction=direct&position=150";
+    const std::string sAxis = Judge_Name(eAxis);
     for (const auto& tCase : g_atDriverFailures) {
       if (tCase.bFocusOnly && eAxis == LENS_ZOOM) continue;
       for (const bool bLater : {false, true}) {
         if (bLater && !tCase.bFinds) continue;
         SCOPED_TRACE(std::string(tCase.szName) + ", " + sAxis + (bLater ? ", moved later" : ""));
         const TCamera tCamera(tCase.szModel);
-        constexpr u64 qwAt_ms = 60'000;
-        char szQuery[80];
-        std::snprintf(szQuery, sizeof szQuery, tCase.szQuery, sAxis.c_str());
-        std::vector<TLifeEvent> atEvents = {
-            Call(qwAt_ms, [&](TWorld* ptWorld) { ptWorld->tLens.atFault[eAxis] = tCase.tFault; }),
-            Ask(qwAt_ms, szQuery)};
-        if (tCase.bStop) atEvents.push_back(Ask(qwAt_ms + 500, "function=stop"));
-        if (bLater) atEvents.push_back(Ask(qwAt_ms + 60'000, sMove));
-        atEvents.push_back(Ask(qwAt_ms + 120'000, szStatus));
-        const TLifeResult tResult = Live(tCamera, atEvents, qwAt_ms + 120'500);
+        std::string sAsks = "60000 " + (tCase.szQuery[0] == '=' ? sAxis : "") + tCase.szQuery;
+        if (tCase.bStop) sAsks += ", 60500 stop";
+        if (bLater) sAsks += ", 120000 " + sAxis + "=150";
+        std::vector<TLifeEvent> atEvents = Asks(sAsks + ", 180000 getstatus");
+        const auto Fault = [&](TWorld* ptWorld) { ptWorld->tLens.atFault[eAxis] = tCase.tFault; };
+        atEvents.insert(atEvents.begin(), Call(60'000, Fault));
+        const TLifeResult tResult = Live(tCamera, atEvents, 180'500);
         EXPECT_EQ(Count(Printed(tResult), " answered "), 1U) << Tale(tResult);
         if (bLater) {
           ExpectRest(tCamera, tResult);
@@ -258,8 +248,8 @@ TEST(Move, DriverThatFailsOnceLosesNoPosition) {
           continue;
         }
         EXPECT_EQ(Judge_Order(tResult), "") << Tale(tResult);
-        EXPECT_LT(tResult.qwTime_us, (qwAt_ms + 130'000) * 1000);
-        ExpectRest(tCamera, Live(tCamera, {Ask(300'000, szStatus)}, 301'000));
+        EXPECT_LT(tResult.qwTime_us, 190'000'000U);
+        LiveToRest(tCamera, {}, 300'000);
       }
     }
   }
@@ -272,18 +262,14 @@ TEST(Move, DeadDriverHoldsNobody) {
     ChangeWorld(tCamera, [](TWorld& tWorld) {
       for (TDriverFault& tFault : tWorld.tLens.atFault) tFault = {0, 0, std::numeric_limits<i32>::max(), 0};
     });
-    std::vector<TLifeEvent> atEvents = {Frame(50'000, tCamera, Button("zoomin", "pressed"))};  // and never released
-    u64 qwAt_ms = 60'000;
-    for (const char* szQuery : {"function=zoom&direction=direct&position=100", "function=stop", "function=auto",
-                                "function=focus&direction=direct&position=100", "function=motorreset", "function=scan",
-                                "function=stop", "function=positioning", "function=resetfocus", szStatus}) {
-      atEvents.push_back(Ask(qwAt_ms, szQuery));
-      qwAt_ms += 60'000;
-    }
-    const TLifeResult tResult = Live(tCamera, atEvents, qwAt_ms);
+    const TLifeEvent tHold = Frame(50'000, tCamera, Button("zoomin", "pressed"));  // and never released
+    const char* szAsks =
+        "60000 zoom=100, 120000 stop, 180000 auto, 240000 focus=100, 300000 motorreset, 360000 scan, "
+        "420000 stop, 480000 positioning, 540000 resetfocus, 600000 getstatus";
+    const TLifeResult tResult = Live(tCamera, Asks(szAsks, {tHold}), 660'000);
     SCOPED_TRACE(szModel + Tale(tResult));
     EXPECT_EQ(Judge_Order(tResult), "");
-    EXPECT_LT(tResult.qwTime_us, (qwAt_ms + 5'000) * 1000);
+    EXPECT_LT(tResult.qwTime_us, 665'000'000U);
     EXPECT_LT(Count(Printed(tResult), " answered "), 40U);
     EXPECT_TRUE(Exists(tCamera, szFocusLogPath));
   }

@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <filesystem>
 
-#include "whole_lives.h"
+#include "short_lives.h"
 
 namespace {
 
@@ -40,25 +40,24 @@ std::function<void(const TCamera&)> Gone(const char* szPath) {
 std::function<void(const TCamera&)> Set(u32 TWorld::*pbWord) {
   return [=](const TCamera& tCamera) { ChangeWorld(tCamera, [=](TWorld& tWorld) { tWorld.*pbWord = 1; }); };
 }
+void LinkAtFIFO(const TCamera& tCamera) {
+  std::filesystem::create_symlink("/nowhere", tCamera.Path(szFIFOPath));
+}
+void FolderAtFIFO(const TCamera& tCamera) {
+  std::filesystem::create_directory(tCamera.Path(szFIFOPath));
+}
 void Nothing(const TCamera&) {}
 
 TEST(Place, CostsALineAndNoMore) {
   constexpr i64 llYear_s = 365 * 86'400;
+  const char* szGoesOn = "[vernierlensd] : select timeout";
   const char* szNotSaved = "[vernierlensd] : VernierLensd_SaveConfigFile failed.";
   const TPlace atPlaces[] = {
       {"no program file", Gone("/usr/sbin/vernierlensd"), {}, "[vernierlensd] : shmget failed.", false},
       {"no right to the shared block", Blocked("/shm/0"), {}, "[vernierlensd] : shmget failed.", false},
       {"no folder for the FIFO", Gone("/tmp"), {}, "[vernierlensd] : Failed to create FIFO.", false},
-      {"a dangling link at the FIFO's path",
-       [](const TCamera& tCamera) { std::filesystem::create_symlink("/nowhere", tCamera.Path(szFIFOPath)); },
-       {},
-       "[vernierlensd] : select timeout",
-       true},
-      {"an empty folder at the FIFO's path",
-       [](const TCamera& tCamera) { std::filesystem::create_directory(tCamera.Path(szFIFOPath)); },
-       {},
-       "[vernierlensd] : select timeout",
-       true},
+      {"a dangling link at the FIFO's path", LinkAtFIFO, {}, szGoesOn, true},
+      {"an empty folder at the FIFO's path", FolderAtFIFO, {}, szGoesOn, true},
       {"no folder for the PID",
        Gone("/var/run"),
        {},
@@ -71,8 +70,8 @@ TEST(Place, CostsALineAndNoMore) {
        {SetWord(30'000, &TWorld::bSelectFails, 1), SetWord(90'000, &TWorld::bSelectFails, 0)},
        "[vernierlensd] : select failed.",
        true},
-      {"clock a year back", Nothing, {SetClock(40'000, -llYear_s)}, "[vernierlensd] : select timeout", true},
-      {"clock a year on", Nothing, {SetClock(40'000, llYear_s)}, "[vernierlensd] : select timeout", true},
+      {"clock a year back", Nothing, {SetClock(40'000, -llYear_s)}, szGoesOn, true},
+      {"clock a year on", Nothing, {SetClock(40'000, llYear_s)}, szGoesOn, true},
   };
   for (const TPlace& tPlace : atPlaces) {
     const TCamera tCamera("thermal");
@@ -133,11 +132,10 @@ TEST(Place, CallThatFailsCostsItsLines) {
     const TCamera tCamera("zoom");
     ChangeWorld(tCamera, [&](TWorld& tWorld) { std::ranges::copy(tCase.atCalls, tWorld.atFailingCalls); });
     tCamera.Write(szStatusPath, tCase.szWord);
-    std::vector<TLifeEvent> atEvents = {Ask(100, szStatus), Ask(500, "function=zoom&direction=direct&position=300")};
+    std::vector<TLifeEvent> atEvents = Asks("100 getstatus, 500 zoom=300, 12000 focus=600");
     // With clients that ask all the time, no wait of the main thread times out.
     for (u64 qw = 1; qw < 20; qw++) atEvents.push_back(Ask(500 + 500 * qw, szStatus));
     if (tCase.iZoom != 200) atEvents.push_back(Frame(11'000, tCamera, "\x01\x01"));
-    atEvents.push_back(Ask(12'000, "function=focus&direction=direct&position=600"));
     if (tCase.iZoom % 2 == 1) atEvents.push_back(Frame(13'000, tCamera, Button("zoomin", "pressed")));
     if (tCase.iZoom % 2 == 1) atEvents.push_back(Frame(13'100, tCamera, Button("zoomin", "released")));
     const TLifeResult tResult = Live(tCamera, atEvents, 40'000);
@@ -159,27 +157,24 @@ TEST(Place, CallThatFailsCostsItsLines) {
 // time.  If not, the focus gives up and stays where it is believed, until a later move finds the sensor.
 TEST(Place, SearchThatDoesNotBeginChangesNothing) {
   for (const bool bTold : {true, false}) {
-    for (const char* szQuery : {"function=scan", "function=motorreset"}) {
+    for (const char* szQuery : {"scan", "motorreset"}) {
       SCOPED_TRACE(std::string(szQuery) + (bTold ? ", told" : ", not told"));
       const TCamera tCamera("quad");
-      tCamera.Write(szCapabilityPath, "<root><capability><nvideoin>1</nvideoin></capability></root>");
-      tCamera.Write(szPositionsPath, "zoom_motor=390\nfocus_motor=380\n");
-      if (bTold) SetConfig(tCamera, "zoom/onesteptime", "120000");
-      ChangeWorld(tCamera, [](TWorld& tWorld) { tWorld.tLens.atModel[LENS_ZOOM].qwStepTime_ns *= 60; });
-      std::vector<TLifeEvent> atEvents = {Ask(200'000, "function=motorreset"),
-                                          Ask(220'000, "function=focus&direction=direct&position=150"),
-                                          Ask(230'000, szQuery), Ask(900'000, szStatus)};
-      const TLifeResult tResult = Live(tCamera, atEvents, 901'000);
+      const auto LiveWith = [&](const std::string& sThen) {
+        EXPECT_EQ(Life_ResetRoot(tCamera.sRoot), 0);
+        tCamera.Write(szCapabilityPath, "<root><capability><nvideoin>1</nvideoin></capability></root>");
+        tCamera.Write(szPositionsPath, "zoom_motor=390\nfocus_motor=380\n");
+        if (bTold) SetConfig(tCamera, "zoom/onesteptime", "120000");
+        ChangeWorld(tCamera, [](TWorld& tWorld) { tWorld.tLens.atModel[LENS_ZOOM].qwStepTime_ns *= 60; });
+        const std::string sFirst = "200000 motorreset, 220000 focus=150, 230000 ";
+        return Live(tCamera, Asks(sFirst + szQuery + sThen + ", 900000 getstatus"), 901'000);
+      };
+      const TLifeResult tResult = LiveWith("");
       EXPECT_EQ(Count(Printed(tResult), "waiting too long") > 0, !bTold) << Tale(tResult);
       EXPECT_EQ(Judge_Belief(tResult.asReplies.back(), LENS_FOCUS, tCamera.Truth(LENS_FOCUS)), "") << Tale(tResult);
       EXPECT_EQ(Exists(tCamera, szFocusLogPath), !bTold) << Tale(tResult);
       if (bTold) continue;
-      ASSERT_EQ(Life_ResetRoot(tCamera.sRoot), 0);
-      tCamera.Write(szCapabilityPath, "<root><capability><nvideoin>1</nvideoin></capability></root>");
-      ChangeWorld(tCamera, [](TWorld& tWorld) { tWorld.tLens.atModel[LENS_ZOOM].qwStepTime_ns *= 60; });
-      atEvents.back() = Ask(800'000, "function=focus&direction=direct&position=222");
-      atEvents.push_back(Ask(900'000, szStatus));
-      const TLifeResult tMoved = Live(tCamera, atEvents, 901'000);
+      const TLifeResult tMoved = LiveWith(", 800000 focus=222");
       EXPECT_EQ(tCamera.Truth(LENS_FOCUS), 222) << Tale(tMoved);
       EXPECT_FALSE(Exists(tCamera, szFocusLogPath)) << Tale(tMoved);
     }

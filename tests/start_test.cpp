@@ -5,7 +5,7 @@
 #include <csignal>
 #include <filesystem>
 
-#include "whole_lives.h"
+#include "short_lives.h"
 
 namespace {
 
@@ -70,11 +70,8 @@ TEST(Start, NonsenseRunsAndStaysSafe) {
   for (const auto& [sElement, szValue] : atValues) {
     const TCamera tCamera("zoom");
     SetElement(tCamera, sElement == "nvideoin" ? szCapabilityPath : szConfigPath, sElement, szValue);
-    const TLifeResult tResult = Live(tCamera,
-                                     {Ask(100, "function=zoom&direction=direct&position=400"),
-                                      Ask(5000, "function=zoom&direction=backward&steps=30"), Ask(9000, szStatus),
-                                      Ask(9100, "function=getparam&position=9")},
-                                     9500);
+    const TLifeResult tResult =
+        Live(tCamera, Asks("100 zoom=400, 5000 zoom-30, 9000 getstatus, 9100 getparam&position=9"), 9500);
     SCOPED_TRACE(sElement + " " + szValue + "\n" + Tale(tResult));
     EXPECT_EQ(Judge_Order(tResult), "");
     ASSERT_EQ(tResult.asReplies.size(), 4U);
@@ -86,14 +83,12 @@ TEST(Start, NonsenseRunsAndStaysSafe) {
 // An end that no lens has holds up neither a walk to the reference nor a search: each ends within the range.
 TEST(Start, EndThatNoLensHasHoldsNothingUp) {
   for (const char* szModel : {"zoom", "focus"}) {  // the reference is 0 for the first, the end for the second
-    for (const char* szQuery : {"function=scan", "function=positioning"}) {
+    for (const char* szFirst : {"100 scan", "100 positioning"}) {
       const TCamera tCamera(szModel);
       ReplaceInConfig(tCamera, "<end>[0-9]+", "<end>-1");
-      const TLifeResult tResult =
-          Live(tCamera,
-               {Ask(100, szQuery), Ask(90'000, "function=focus&direction=direct&position=9"), Ask(100'000, szStatus)},
-               101'000);
-      SCOPED_TRACE(std::string(szModel) + " " + szQuery + Tale(tResult));
+      const auto atEvents = Asks(std::string(szFirst) + ", 90000 focus=9, 100000 getstatus");
+      const TLifeResult tResult = Live(tCamera, atEvents, 101'000);
+      SCOPED_TRACE(std::string(szModel) + " " + szFirst + Tale(tResult));
       EXPECT_EQ(Judge_Order(tResult), "");
       ASSERT_EQ(tResult.asReplies.size(), 3U);
       EXPECT_EQ(StatusValue(tResult.asReplies[2], "focus_enable"), 0);
@@ -135,14 +130,13 @@ TEST(Start, FalsePositionsArePowerLosses) {
     SetElement(tCamera, szCapabilityPath, "nvideoin", tCase.szChannels);
     tCamera.Place(LENS_ZOOM, 500);
     tCamera.Place(LENS_FOCUS, 700);
-    const TLifeResult tResult = Live(tCamera, {Ask(90'000, szStatus)}, 91'000);
     SCOPED_TRACE(tCase.sSaved + tCase.szChannels);
+    const TLifeResult tResult = LiveToRest(tCamera, {}, 90'000);
     EXPECT_TRUE(HasPrinted(tResult, std::string("[vernierlensd] : ") + tCase.szLine)) << Tale(tResult);
     EXPECT_TRUE(HasPrinted(tResult, "[vernierlensd] : Power loss unexpectedly! Need positioning."));
     for (const char* szLog : {szZoomLogPath, szFocusLogPath}) {
       EXPECT_LT(tResult.sTranscript.find(std::string("create ") + szLog), tResult.sTranscript.find("mkfifo"));
     }
-    ExpectRest(tCamera, tResult);
   }
 }
 
@@ -161,15 +155,6 @@ TEST(Start, LogsStandBeforeNormal) {
   }
 }
 
-// Compares a channel's true positions with its status, which is reply dwReply.
-void ExpectChannel(const TCamera& tCamera, const TLifeResult& tResult, i32 iChannel, std::size_t dwReply) {
-  ASSERT_GT(tResult.asReplies.size(), dwReply) << Tale(tResult);
-  for (const ELensAxis eAxis : g_aeAxes) {
-    const std::string sBelief = Judge_Belief(tResult.asReplies[dwReply], eAxis, tCamera.Truth(eAxis, iChannel));
-    EXPECT_EQ(sBelief, "") << "channel " << iChannel << Tale(tResult);
-  }
-}
-
 // Puts four channels at four different zoom positions.
 void PlaceFour(const TCamera& tCamera) {
   for (i32 i = 0; i < 4; i++) {
@@ -184,16 +169,16 @@ TEST(Start, BackupOfSeveralChannelsFindsTheLens) {
   tCamera.Write(szStatusPath, "backup\n");
   tCamera.Write(szBackupPath, "zoom_motor=150\nfocus_motor=300\n");
   PlaceFour(tCamera);
-  TLifeResult tResult = Live(tCamera, {Ask(60'000, szStatus)}, 61'000);
-  ExpectChannel(tCamera, tResult, 0, 0);
-  EXPECT_EQ(StatusValue(tResult.asReplies[0], "zoom_motor"), 150) << Tale(tResult);
+  const auto LiveAndJudge = [&](u64 qwAsk_ms, i32 iChannels) {
+    std::vector<TLifeEvent> atEvents;
+    AskEachStatus(atEvents, qwAsk_ms, 4);
+    const TLifeResult tResult = Live(tCamera, atEvents, qwAsk_ms + 1'000);
+    EXPECT_EQ(Judge_Channels(tCamera, *Lenses_Find("quad"), iChannels, tResult), "") << Tale(tResult);
+    return StatusValue(tResult.asReplies.at(0), "zoom_motor");
+  };
+  EXPECT_EQ(LiveAndJudge(60'000, 1), 150);
   EXPECT_TRUE(Exists(tCamera, szZoomLogPath)) << "the other channels are still to be found";
-  std::vector<TLifeEvent> atEvents;
-  for (u64 qw = 0; qw < 4; qw++) {
-    atEvents.push_back(Ask(200'000 + qw, "channel=" + std::to_string(qw) + "&function=getstatus"));
-  }
-  tResult = Live(tCamera, atEvents, 201'000);
-  for (i32 i = 0; i < 4; i++) ExpectChannel(tCamera, tResult, i, static_cast<std::size_t>(i));
+  LiveAndJudge(200'000, 4);
   EXPECT_FALSE(Exists(tCamera, szZoomLogPath) || Exists(tCamera, szFocusLogPath));
 }
 
@@ -212,20 +197,17 @@ TEST(Start, ChannelsWithoutSensorsAreFoundByTheirFirstMove) {
   const TCamera tCamera("quad");
   TakeSensorsAway(tCamera);
   for (i32 iChannel = 0; iChannel < 4; iChannel++) {
-    const std::string sChannel = "channel=" + std::to_string(iChannel);
-    const TLifeResult tResult = Live(
-        tCamera,
-        {Ask(1'000, sChannel + "&function=stop"), Call(5'000, [](TWorld*) { std::puts("stopped"); }),
-         Ask(6'000, sChannel + "&function=zoom&direction=forward&steps=2"),
-         Ask(90'000, sChannel + "&function=zoom&direction=direct&position=90"), Ask(99'000, sChannel + "&" + szStatus)},
-        100'000);
+    const std::string sOf = " channel=" + std::to_string(iChannel) + "&";
+    const auto atEvents =
+        Asks("1000" + sOf + "stop, 6000" + sOf + "zoom+2, 90000" + sOf + "zoom=90, 99000" + sOf + "getstatus",
+             {Call(5'000, [](TWorld*) { std::puts("stopped"); })});
+    const TLifeResult tResult = Live(tCamera, atEvents, 100'000);
+    ExpectRest(tCamera, tResult, iChannel);
     const std::string sBefore = tResult.sTranscript.substr(0, tResult.sTranscript.find("print stopped"));
     EXPECT_EQ(Count(sBefore, "WALK"), 0U) << Tale(tResult);
     EXPECT_EQ(Count(Requests(tResult, "zoommotor"), "BACKWARD"), 2U)
         << "the reference once, and back from 2 above the start";
     EXPECT_EQ(Count(Printed(tResult), "Power loss"), 0U);
-    ExpectChannel(tCamera, tResult, iChannel, tResult.asReplies.size() - 1);
-    EXPECT_FALSE(Exists(tCamera, szZoomLogPath) || Exists(tCamera, szFocusLogPath)) << Tale(tResult);
   }
 }
 
@@ -243,6 +225,9 @@ mode_t ModeOf(const TCamera& tCamera, const char* szPath) {
   return static_cast<mode_t>(std::filesystem::status(tCamera.Path(szPath)).permissions());
 }
 
+// Saves a position and a focus default.
+constexpr const char* szSaveBoth = "100 focus=1000, 60000 setfocusdefault&defaultposition=7";
+
 // Only the owner may write the files that the daemon trusts, whatever the umask.  A stricter mode is kept.
 TEST(Start, FilesAreTheOwnersToWrite) {
   const struct {
@@ -258,19 +243,14 @@ TEST(Start, FilesAreTheOwnersToWrite) {
       if (tCase.bMade) std::filesystem::remove(tCamera.Path(szPath));
     }
     const mode_t wFormer = umask(tCase.wUmask);
-    const TLifeResult tResult = Live(tCamera,
-                                     {Call(300,
-                                           [&](TWorld*) {
-                                             const mode_t wOthers = S_IWGRP | S_IWOTH;
-                                             if ((ModeOf(tCamera, szPidPath) & wOthers) != 0) std::puts("PID");
-                                             if ((ModeOf(tCamera, szFocusLogPath) & wOthers) != 0) std::puts("log");
-                                           }),
-                                      Ask(100, "function=focus&direction=direct&position=1000"),
-                                      Ask(60'000, "function=setfocusdefault&defaultposition=7")},
-                                     70'000);
+    const auto Look = [&](TWorld*) {
+      const mode_t wOthers = (ModeOf(tCamera, szPidPath) | ModeOf(tCamera, szFocusLogPath)) & (S_IWGRP | S_IWOTH);
+      if (wOthers != 0) std::puts("others may write");
+    };
+    const TLifeResult tResult = Live(tCamera, Asks(szSaveBoth, {Call(300, Look)}), 70'000);
     umask(wFormer);
     SCOPED_TRACE(std::to_string(tCase.wUmask) + " " + std::to_string(tCase.wBefore) + Tale(tResult));
-    EXPECT_FALSE(HasPrinted(tResult, "PID") || HasPrinted(tResult, "log"));
+    EXPECT_FALSE(HasPrinted(tResult, "others may write"));
     EXPECT_EQ(tCamera.Read(szFocusDefaultPath), "7\n");
     for (const char* szPath : {szPositionsPath, szFocusDefaultPath, szStatusPath}) {
       EXPECT_EQ(ModeOf(tCamera, szPath), szPath == szStatusPath ? 0644 : tCase.wAfter) << szPath;
@@ -287,10 +267,7 @@ TEST(Start, LinksStayLinks) {
   std::filesystem::create_symlink("second", sSaved);
   std::filesystem::remove(tCamera.Path(szFocusDefaultPath));
   std::filesystem::create_symlink("default", tCamera.Path(szFocusDefaultPath));
-  const TLifeResult tResult = Live(tCamera,
-                                   {Ask(100, "function=focus&direction=direct&position=1000"),
-                                    Ask(60'000, "function=setfocusdefault&defaultposition=7")},
-                                   70'000);
+  const TLifeResult tResult = Live(tCamera, Asks(szSaveBoth), 70'000);
   EXPECT_TRUE(std::filesystem::is_symlink(sSaved)) << Tale(tResult);
   EXPECT_EQ(Count(tCamera.Read("/mnt/flash/saved"), "focus_motor=1000\n"), 1U) << Tale(tResult);
   EXPECT_TRUE(std::filesystem::is_symlink(tCamera.Path(szFocusDefaultPath)));
@@ -325,15 +302,11 @@ TEST(Start, FifosInTheFilesPlaceAreRefused) {
     std::filesystem::remove(tCamera.Path(tCase.szPath));
     ASSERT_EQ(mkfifo(tCamera.Path(tCase.szPath).c_str(), 0600), 0);
     const std::string sBackup = EventFrame("<message><autofocus>rising</autofocus></message>");
-    const TLifeResult tResult =
-        Live(tCamera,
-             {SetNight(8'000), Ask(9'000, szStatus),
-              Call(9'500,
-                   [&](TWorld*) {
-                     const int fd = open(tCamera.Path(szFIFOPath).c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
-                     if (fd >= 0 && write(fd, sBackup.data(), sBackup.size()) > 0) close(fd);
-                   })},
-             20'000);
+    const auto SendBackup = [&](TWorld*) {
+      const int fd = open(tCamera.Path(szFIFOPath).c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+      if (fd >= 0 && write(fd, sBackup.data(), sBackup.size()) > 0) close(fd);
+    };
+    const TLifeResult tResult = Live(tCamera, {SetNight(8'000), Ask(9'000, szStatus), Call(9'500, SendBackup)}, 20'000);
     SCOPED_TRACE(tCase.szPath + Tale(tResult));
     EXPECT_EQ(Judge_Order(tResult), "");
     EXPECT_TRUE(HasPrinted(tResult, tCase.szThen));
@@ -346,7 +319,7 @@ TEST(Start, FifosInTheFilesPlaceAreRefused) {
 TEST(Start, LogIsTriedTwice) {
   const TCamera tCamera("zoom");
   ChangeWorld(tCamera, [](TWorld& tWorld) { tWorld.bFlashReadOnly = 1; });
-  const TLifeResult tResult = Live(tCamera, {Ask(100, "function=focus&direction=direct&position=490")}, 1000);
+  const TLifeResult tResult = Live(tCamera, Asks("100 focus=490"), 1000);
   const std::string sFailed = tResult.sTranscript.substr(0, tResult.sTranscript.find("FocusCreateLogFile failed!"));
   EXPECT_EQ(Count(sFailed, std::string("write ") + szFocusLogPath + " = -1 EROFS"), 2U) << Tale(tResult);
 }
@@ -363,13 +336,10 @@ TEST(Start, PidFileOfAnotherDaemonStays) {
 TEST(Start, LeavesAndReplacesItsFiles) {
   const TCamera tCamera("zoom");
   tCamera.Write(szFIFOPath, "stale");
-  const TLifeResult tResult = Live(tCamera,
-                                   {Call(500,
-                                         [&](TWorld*) {
-                                           if (tCamera.Read(szPidPath) != "4711") std::abort();
-                                         })},
-                                   1000);
+  const auto PrintPid = [&](TWorld*) { std::puts(tCamera.Read(szPidPath).c_str()); };
+  const TLifeResult tResult = Live(tCamera, {Call(500, PrintPid)}, 1000);
   EXPECT_EQ(Judge_Order(tResult), "") << Tale(tResult);
+  EXPECT_TRUE(HasPrinted(tResult, "4711"));
   EXPECT_TRUE(std::filesystem::is_fifo(tCamera.Path(szFIFOPath)));
   EXPECT_FALSE(Exists(tCamera, szPidPath));
 }
@@ -390,8 +360,7 @@ TEST(Start, SigtermEndsItAtOnce) {
     const TCamera tCamera(szModel);
     for (u64 qw = 0; qw < Lives(100); qw++) {
       ASSERT_EQ(Life_ResetRoot(tCamera.sRoot), 0);
-      TLifeEvent tTerm = Signal(0, SIGTERM);
-      tTerm.qwAt_us = (FirstSeed() + qw) * 4519 % 400'000;
+      const TLifeEvent tTerm = At((FirstSeed() + qw) * 4519 % 400'000, Signal(0, SIGTERM));
       const TLifeResult tResult = Live(tCamera, {tTerm}, 0, FirstSeed() + qw);
       SCOPED_TRACE(std::string(szModel) + " at " + std::to_string(tTerm.qwAt_us) + " us\n" + Tale(tResult));
       ASSERT_EQ(tResult.eEnd, LIFE_EXITED);

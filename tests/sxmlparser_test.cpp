@@ -86,7 +86,7 @@ constexpr TDocument g_atDocuments[] = {
     {"<a>", SXML_ERROR_NESTING},
     {"<a b='1'c=\"'\"d = ''/>", 0, "a@b=1@c='@d="},
     {"<a b='<c>/>'>x</a>", 0, "a@b=<c>/>[x]"},
-    {"<a b='1'><c d='2' e='3'/><c/><d><e/></d></a>", 0, "a@b=1(c@d=2@e=3 c d(e ) )"},
+    {"<a b='1'><c d='2' e='3'/><c f='4'/><d><e/></d></a>", 0, "a@b=1(c@d=2@e=3 c@f=4 d(e ) )"},
     {"<a _b='1'/>", SXML_ERROR_TAG_END},
     {"<a\xe4/>", SXML_ERROR_TAG_END},
     {"<a b='1'", SXML_ERROR_TAG_END},

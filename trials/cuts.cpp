@@ -89,23 +89,19 @@ void AddMarks(TLifePlan& tPlan, TMarks& tMarks) {
   for (std::size_t dw = 0; dw < tMarks.aqwAt_us.size(); dw++) {
     u64* pqwEvents = tMarks.pqwEvents + dw;
     *pqwEvents = 0;
-    tPlan.atEvents.push_back(Call(0, [=](TWorld*) { *pqwEvents = Clock_Record()->qwEvents; }));
-    tPlan.atEvents.back().qwAt_us = tMarks.aqwAt_us[dw];
+    const auto Mark = [=](TWorld*) { *pqwEvents = Clock_Record()->qwEvents; };
+    tPlan.atEvents.push_back(At(tMarks.aqwAt_us[dw], Call(0, Mark)));
   }
 }
 
 TLifeResult CutLife(const TCamera& tCamera, const TCutRow& tRow, const TCutMoment& tMoment, u64 qwSeed,
                     TMarks* ptMarks = nullptr) {
-  TLifePlan tPlan;
-  tPlan.sRoot = tCamera.sRoot;
-  tPlan.qwSeed = qwSeed;
-  tPlan.atEvents = tRow.atEvents;
-  tPlan.qwEnd_us = tRow.qwEnd_ms * 1000;
-  tPlan.qwCutAtEvent = tMoment.qwEvent;
-  if (tMoment.qwTime_us != 0) {
-    tPlan.atEvents.push_back(Call(0, CutPower));
-    tPlan.atEvents.back().qwAt_us = tMoment.qwTime_us;
-  }
+  TLifePlan tPlan{.sRoot = tCamera.sRoot,
+                  .qwSeed = qwSeed,
+                  .atEvents = tRow.atEvents,
+                  .qwCutAtEvent = tMoment.qwEvent,
+                  .qwEnd_us = tRow.qwEnd_ms * 1000};
+  if (tMoment.qwTime_us != 0) tPlan.atEvents.push_back(At(tMoment.qwTime_us, Call(0, CutPower)));
   if (ptMarks != nullptr) AddMarks(tPlan, *ptMarks);
   return Life_Run(tPlan);
 }
@@ -113,14 +109,9 @@ TLifeResult CutLife(const TCamera& tCamera, const TCutRow& tRow, const TCutMomen
 // A life in which clients ask only for the status of every channel, shortly before its end.
 TLifeResult RestingLife(const TCamera& tCamera, i32 iChannels, u64 qwFor_ms, u64 qwSeed, u64 qwCutAtEvent = 0,
                         TMarks* ptMarks = nullptr) {
-  TLifePlan tPlan;
-  tPlan.sRoot = tCamera.sRoot;
-  tPlan.qwSeed = qwSeed;
-  for (i32 i = 0; i < iChannels; i++) {
-    tPlan.atEvents.push_back(Ask(qwFor_ms, "channel=" + std::to_string(i) + "&function=getstatus"));
-  }
-  tPlan.qwEnd_us = (qwFor_ms + 200) * 1000;
-  tPlan.qwCutAtEvent = qwCutAtEvent;
+  TLifePlan tPlan{
+      .sRoot = tCamera.sRoot, .qwSeed = qwSeed, .qwCutAtEvent = qwCutAtEvent, .qwEnd_us = (qwFor_ms + 200) * 1000};
+  AskEachStatus(tPlan.atEvents, qwFor_ms, iChannels);
   if (ptMarks != nullptr) AddMarks(tPlan, *ptMarks);
   return Life_Run(tPlan);
 }
@@ -305,15 +296,6 @@ TUncut Cuts_LiveUncut(const TCamera& tCamera, const TCutRow& tRow, u64 qwSeed) {
 
 namespace {
 
-// Camera time of the first line with a text, since the life's start; qwNever_us if there is no such line.
-u64 TimeOf_us(const TLifeResult& tResult, std::string_view sText, u64 qwStarted_us) {
-  const std::size_t dwAt = tResult.sTranscript.find(sText);
-  if (dwAt == std::string::npos) return qwNever_us;
-  const std::size_t dwLine = tResult.sTranscript.rfind('\n', dwAt) + 1;
-  const double dAt_s = std::strtod(tResult.sTranscript.c_str() + dwLine, nullptr);
-  return static_cast<u64>(std::llround(dAt_s * 1e6)) - qwStarted_us;
-}
-
 // Runs the row's life with its cut, then the whole start after it.  ptMarks: times of that start.
 TLifeResult CutAndStart(const TCamera& tCamera, const TCutRow& tRow, u64 qwEvent, u64 qwSeed, TMarks* ptMarks) {
   const TLensModel& tModel = *Lenses_Find(tRow.szModel);
@@ -330,10 +312,10 @@ bool AddCutRecovery(const TCamera& tCamera, const TCutRow& tRow, u64 qwEvent, u6
   std::mt19937_64 tDraw(qwSeed);
   const TLifeResult tWhole = CutAndStart(tCamera, tRow, qwEvent, qwSeed, nullptr);
   const u64 qwStarted_us = NextStart_us(tCamera.sRoot) - tWhole.qwTime_us;
-  const u64 qwRecovers_us = TimeOf_us(tWhole, sRecovers, qwStarted_us);
-  if (qwRecovers_us == qwNever_us) return false;
-  const u64 qwSearch_us = TimeOf_us(tWhole, "-level searching", qwStarted_us);
-  const bool bSearch = qwSearch_us != qwNever_us;
+  if (!HasRecovered(tWhole)) return false;
+  const u64 qwRecovers_us = FirstLine_us(tWhole, sRecovers) - qwStarted_us;
+  const u64 qwSearch_us = FirstLine_us(tWhole, "-level searching") - qwStarted_us;
+  const bool bSearch = qwSearch_us != qwNever_us - qwStarted_us;
   TMarks tMarks;
   tMarks.aqwAt_us = {qwRecovers_us};
   if (bSearch) tMarks.aqwAt_us = {qwRecovers_us, qwSearch_us - 1, qwSearch_us + 1};

@@ -10,6 +10,7 @@
 
 #include "core/paths.h"
 #include "hooks/hooks.h"
+#include "judge.h"
 #include "motor/motor_device.h"
 
 namespace {
@@ -273,6 +274,14 @@ u64 Story_Search_us(const TLensModel& tModel, bool bScan) {
   return qwSteps * qwStep_us + 3'000'000 + 7 * Story_Walk_us(tModel, LENS_FOCUS) + qwZoom_us;
 }
 
+std::string Story_Direct(ELensAxis eAxis, u64 qwPosition) {
+  return "function=" + Judge_Name(eAxis) + "&direction=direct&position=" + Number(qwPosition);
+}
+
+u32 Story_DrawPlace(TDraw& tDraw, const TAxisSheet& tSheet) {
+  return tSheet.dwStart + static_cast<u32>(tDraw.Below(tSheet.dwEnd - tSheet.dwStart + 1));
+}
+
 u64 Story_Quiet_ms(const TLensModel& tModel) {
   const u64 qwWalks_us = Story_Walk_us(tModel, LENS_ZOOM) + Story_Walk_us(tModel, LENS_FOCUS);
   const u64 qwAll_us = static_cast<u64>(tModel.iChannels) * (8 * qwWalks_us + 2 * Story_Search_us(tModel, true));
@@ -330,14 +339,6 @@ TStory Story_Draw(const TCamera& tCamera, const TLensModel& tModel, TDraw& tDraw
 
 namespace {
 
-std::string Direct(const char* szAxis, u64 qwPosition) {
-  return std::string("function=") + szAxis + "&direction=direct&position=" + Number(qwPosition);
-}
-
-u64 DrawPlace(TDraw& tDraw, const TAxisSheet& tSheet) {
-  return tSheet.dwStart + tDraw.Below(tSheet.dwEnd - tSheet.dwStart + 1);
-}
-
 i64 InRange(const TLensModel& tModel, ELensAxis eAxis, u32 dwPosition) {
   const TAxisSheet& tSheet = Model_Sheet(tModel, eAxis);
   if (!Model_HasAxis(tModel, eAxis)) return -1;
@@ -346,21 +347,19 @@ i64 InRange(const TLensModel& tModel, ELensAxis eAxis, u32 dwPosition) {
 
 // A focus command comes after a zoom command.  The zoom's follow-up for the focus must not undo it.
 void AddZoomThenFocus(const TLensModel& tModel, TDraw& tDraw, u64 qwAt_ms, TStory& tStory) {
-  const u64 qwZoom = DrawPlace(tDraw, tModel.tZoom);
-  const u64 qwFocus = DrawPlace(tDraw, tModel.tFocus);
+  const u32 dwZoom = Story_DrawPlace(tDraw, tModel.tZoom);
+  const u32 dwFocus = Story_DrawPlace(tDraw, tModel.tFocus);
   const u64 qwGap_ms = tDraw.Below(u64{1} << tDraw.Below(10));
-  tStory.atEvents.push_back(Ask(qwAt_ms, Direct("zoom", qwZoom)));
-  tStory.atEvents.push_back(Ask(qwAt_ms + qwGap_ms, Direct("focus", qwFocus)));
-  tStory.tPromise = {.szWhat = "a focus command after a zoom's",
-                     .llZoom = static_cast<i64>(qwZoom),
-                     .llFocus = static_cast<i64>(qwFocus)};
+  tStory.atEvents.push_back(Ask(qwAt_ms, Story_Direct(LENS_ZOOM, dwZoom)));
+  tStory.atEvents.push_back(Ask(qwAt_ms + qwGap_ms, Story_Direct(LENS_FOCUS, dwFocus)));
+  tStory.tPromise = {.szWhat = "a focus command after a zoom's", .llZoom = dwZoom, .llFocus = dwFocus};
 }
 
 // A stop comes after a zoom command, on a lens whose walks can be stopped.
 void AddZoomThenStop(const TLensModel& tModel, TDraw& tDraw, u64 qwAt_ms, TStory& tStory) {
   constexpr u64 qwToStop_ms = 1500;  // enough for a sync of each axis and two steps of any lens
   const u64 qwGap_ms = tDraw.Below(u64{1} << tDraw.Below(12));
-  tStory.atEvents.push_back(Ask(qwAt_ms, Direct("zoom", DrawPlace(tDraw, tModel.tZoom))));
+  tStory.atEvents.push_back(Ask(qwAt_ms, Story_Direct(LENS_ZOOM, Story_DrawPlace(tDraw, tModel.tZoom))));
   tStory.atEvents.push_back(Ask(qwAt_ms + qwGap_ms, "function=stop"));
   tStory.tPromise = {.szWhat = "a stop after a zoom", .qwNoWalkAfter_us = (qwAt_ms + qwGap_ms + qwToStop_ms) * 1000};
 }
@@ -369,18 +368,18 @@ void AddZoomThenStop(const TLensModel& tModel, TDraw& tDraw, u64 qwAt_ms, TStory
 void AddIdleCommand(const TLensModel& tModel, TDraw& tDraw, u64 qwAt_ms, TStory& tStory) {
   const char* const aszFunctions[] = {"irisopen", "irisenable", "setfocusdefault"};
   const std::string sFunction = aszFunctions[tDraw.Below(std::size(aszFunctions))];
-  const u64 qwDefault = DrawPlace(tDraw, tModel.tFocus);
-  const u64 qwFocus = DrawPlace(tDraw, tModel.tFocus);
+  const u32 dwDefault = Story_DrawPlace(tDraw, tModel.tFocus);
+  const u32 dwFocus = Story_DrawPlace(tDraw, tModel.tFocus);
   const u64 qwFirst_ms = qwAt_ms + 1 + tDraw.Below(100);
   const bool bDefault = sFunction == "setfocusdefault";
-  const std::string sNumber = bDefault ? "&defaultposition=" + Number(qwDefault) : "";
-  tStory.atEvents.push_back(Ask(qwAt_ms, Direct("focus", DrawPlace(tDraw, tModel.tFocus))));
+  const std::string sNumber = bDefault ? "&defaultposition=" + Number(dwDefault) : "";
+  tStory.atEvents.push_back(Ask(qwAt_ms, Story_Direct(LENS_FOCUS, Story_DrawPlace(tDraw, tModel.tFocus))));
   tStory.atEvents.push_back(Ask(qwFirst_ms, "function=" + sFunction + sNumber));
-  tStory.atEvents.push_back(Ask(qwFirst_ms + tDraw.Below(30), Direct("focus", qwFocus)));
+  tStory.atEvents.push_back(Ask(qwFirst_ms + tDraw.Below(30), Story_Direct(LENS_FOCUS, dwFocus)));
   const bool bStores = tModel.dwCapability == CAPABILITY_FOCUS_ONLY;
   tStory.tPromise = {.szWhat = "a command that does not walk, while the focus does",
-                     .llFocus = static_cast<i64>(qwFocus),
-                     .llDefault = bDefault && bStores ? static_cast<i64>(qwDefault) : -1};
+                     .llFocus = dwFocus,
+                     .llDefault = bDefault && bStores ? i64{dwDefault} : -1};
 }
 
 // A search that gets no temperature as its reference.  The first reading after it must not move the sharp lens.

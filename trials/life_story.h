@@ -65,6 +65,10 @@ constexpr const char* szBackupText = "zoom_motor=150\nfocus_motor=300\n";
 // Time from the last event until all is at rest: a restore, the commands that waited for it, and two thermal checks.
 u64 Story_Quiet_ms(const TLensModel& tModel);
 
+// A query that sends an axis to a position, and a position that it can go to (virtual steps).
+std::string Story_Direct(ELensAxis eAxis, u64 qwPosition);
+u32 Story_DrawPlace(TDraw& tDraw, const TAxisSheet& tSheet);
+
 // Draws a client's query that makes sense on the lens: any function, some positions a little beyond the range.
 std::string Story_DrawQuery(const TLensModel& tModel, TDraw& tDraw);
 

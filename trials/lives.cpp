@@ -10,7 +10,6 @@
 #include <map>
 
 #include "clock/clock.h"
-#include "clock/inside.h"
 #include "core/daemon/entry.h"
 #include "core/paths.h"
 #include "judge.h"
@@ -29,17 +28,6 @@ u32 OpenDescriptors() {
   u32 dwOpen = 0;
   for (i32 fd = 0; fd < iHighest; fd++) dwOpen += syscall(SYS_fcntl, fd, F_GETFD) >= 0 ? 1 : 0;
   return dwOpen;
-}
-
-// Makes stdout a full pipe that nobody reads, so that it takes no line.
-void FillLog() {
-  const TInside tInside;  // the clock counts only the calls of the daemon
-  constexpr char acText[4096] = "";
-  i32 afd[2];
-  if (pipe2(afd, O_NONBLOCK) != 0) std::abort();
-  while (write(afd[1], acText, sizeof acText) > 0) {
-  }
-  if (fcntl(afd[1], F_SETFL, 0) != 0 || dup2(afd[1], STDOUT_FILENO) < 0) std::abort();
 }
 
 i32 LiveAndCount(TWorld*) {
@@ -389,19 +377,16 @@ std::string WithoutPrints(const std::string& sTranscript) {
 
 // Runs the life until SIGTERM at qwSignal_ms.  With 0 it goes on until all is at rest.
 void Live(TLived& tLived, u64 qwSeed, u64 qwSignal_ms, u64 qwCutAtEvent) {
-  TLifePlan tPlan;
-  tPlan.sRoot = tLived.tCamera.sRoot;
-  tPlan.qwSeed = qwSeed;
-  tPlan.atEvents = tLived.tStory.atEvents;
-  tPlan.qwCutAtEvent = qwCutAtEvent;
-  tPlan.fnBody = tLived.bUnread ? LiveUnread : LiveAndCount;
+  TLifePlan tPlan{.sRoot = tLived.tCamera.sRoot,
+                  .qwSeed = qwSeed,
+                  .atEvents = tLived.tStory.atEvents,
+                  .qwCutAtEvent = qwCutAtEvent,
+                  .fnBody = tLived.bUnread ? LiveUnread : LiveAndCount};
   const u64 qwRest_ms = tLived.tStory.qwBusy_ms + Story_Quiet_ms(tLived.tModel);
   tLived.bRests = qwSignal_ms == 0;
   tLived.dwFirstStatus =
       static_cast<std::size_t>(std::ranges::count(tPlan.atEvents, TLifeEvent::REQUEST, &TLifeEvent::eKind));
-  for (i32 i = 0; i < tLived.tModel.iChannels; i++) {
-    tPlan.atEvents.push_back(Ask(qwRest_ms, "channel=" + std::to_string(i) + "&function=getstatus"));
-  }
+  AskEachStatus(tPlan.atEvents, qwRest_ms, tLived.tModel.iChannels);
   const u64 qwEnd_ms = tLived.bRests ? qwRest_ms + 2000 : qwSignal_ms;
   tPlan.qwEnd_us = qwEnd_ms * 1000;
   tPlan.atEvents.push_back(Call(qwEnd_ms + qwHang_ms, Hang));

@@ -50,14 +50,6 @@ bool CanFindAtStart(const TLensModel& tModel) {
   return tModel.iChannels == 1 || tModel.dwCapability != CAPABILITY_FOCUS_ONLY;
 }
 
-std::string Direct(ELensAxis eAxis, u64 qwPosition) {
-  return "function=" + Judge_Name(eAxis) + "&direction=direct&position=" + std::to_string(qwPosition);
-}
-
-u32 DrawPlace(TDraw& tDraw, const TAxisSheet& tSheet) {
-  return tSheet.dwStart + static_cast<u32>(tDraw.Below(tSheet.dwEnd - tSheet.dwStart + 1));
-}
-
 // A target beyond the end becomes the end.  One below 0 wraps round, and the daemon then takes the start.
 i64 ClampFocus(const TLensModel& tModel, i64 llTarget) {
   return llTarget < 0 ? i64{tModel.tFocus.dwStart} : std::min<i64>(llTarget, tModel.tFocus.dwEnd);
@@ -127,8 +119,8 @@ void AddMoveOfEach(TOrderly& t) {
   const ELensAxis eAxis = Model_HasZoom(t.tModel) ? LENS_ZOOM : LENS_FOCUS;
   if (t.tModel.dwCapability == CAPABILITY_NONE) return;
   for (i32 i = 0; i < t.tModel.iChannels; i++) {
-    const u32 dwPlace = DrawPlace(t.tDraw, Model_Sheet(t.tModel, eAxis));
-    const std::string sQuery = "channel=" + std::to_string(i) + "&" + Direct(eAxis, dwPlace);
+    const u32 dwPlace = Story_DrawPlace(t.tDraw, Model_Sheet(t.tModel, eAxis));
+    const std::string sQuery = "channel=" + std::to_string(i) + "&" + Story_Direct(eAxis, dwPlace);
     TStep& tStep = Add(t, sQuery, 3 * t.qwMove_ms);
     tStep.atEvents.push_back(Ask(0, sQuery));
     tStep.bTrue = i + 1 == t.tModel.iChannels;
@@ -139,15 +131,15 @@ void AddMoves(TOrderly& t) {
   const TLensModel& tModel = t.tModel;
   const bool bPan = Model_HasFocus(tModel) && !Model_IsICS(tModel);
   for (u32 dw = 0; dw < 2 && Model_HasZoom(tModel); dw++) {
-    t.dwZoom = DrawPlace(t.tDraw, tModel.tZoom);
+    t.dwZoom = Story_DrawPlace(t.tDraw, tModel.tZoom);
     if (bPan) t.llFocus = Optics_PanFocus(tModel, std::max(t.dwZoom, 1U));
-    TStep& tStep = AddAsk(t, Direct(LENS_ZOOM, t.dwZoom), t.qwMove_ms);
+    TStep& tStep = AddAsk(t, Story_Direct(LENS_ZOOM, t.dwZoom), t.qwMove_ms);
     tStep.llZoom = t.dwZoom;
     tStep.llFocus = t.llFocus;
   }
   if (!Model_HasFocus(tModel) || Model_HasZoom(tModel)) return;
-  t.llFocus = DrawPlace(t.tDraw, tModel.tFocus);
-  AddAsk(t, Direct(LENS_FOCUS, static_cast<u64>(t.llFocus)), t.qwMove_ms).llFocus = t.llFocus;
+  t.llFocus = Story_DrawPlace(t.tDraw, tModel.tFocus);
+  AddAsk(t, Story_Direct(LENS_FOCUS, static_cast<u64>(t.llFocus)), t.qwMove_ms).llFocus = t.llFocus;
 }
 
 void AddNightAndDay(const TCamera& tCamera, TOrderly& t) {
@@ -205,7 +197,8 @@ void AddSearches(TOrderly& t) {
   const TAxisSheet& tZoom = t.tModel.tZoom;
   const u32 dwFar = t.dwZoom * 2 < tZoom.dwStart + tZoom.dwEnd ? tZoom.dwEnd : tZoom.dwStart;
   const std::string sOther = "channel=" + std::to_string((t.iChannel + 1) % t.tModel.iChannels) + "&";
-  Add(t, "the next channel zooms far away", t.qwMove_ms).atEvents.push_back(Ask(0, sOther + Direct(LENS_ZOOM, dwFar)));
+  Add(t, "the next channel zooms far away", t.qwMove_ms)
+      .atEvents.push_back(Ask(0, sOther + Story_Direct(LENS_ZOOM, dwFar)));
   AddSearch(t, "function=auto", t.qwAuto_ms);
 }
 
@@ -235,8 +228,8 @@ void AddStops(TOrderly& t) {
   for (const ELensAxis eAxis : {LENS_ZOOM, LENS_FOCUS, LENS_ZOOM, LENS_FOCUS}) {
     if (!Model_HasAxis(t.tModel, eAxis)) continue;
     const u64 qwStop_ms = 1 + t.tDraw.Below(Story_Walk_us(t.tModel, eAxis) / 1000 + 300);
-    const u32 dwPlace = DrawPlace(t.tDraw, Model_Sheet(t.tModel, eAxis));
-    TStep& tStep = AddAsk(t, Direct(eAxis, dwPlace), 2 * t.qwMove_ms + qwStop_ms);
+    const u32 dwPlace = Story_DrawPlace(t.tDraw, Model_Sheet(t.tModel, eAxis));
+    TStep& tStep = AddAsk(t, Story_Direct(eAxis, dwPlace), 2 * t.qwMove_ms + qwStop_ms);
     tStep.sWhat += " stopped after " + std::to_string(qwStop_ms) + " ms";
     tStep.atEvents.push_back(Ask(qwStop_ms, t.sChannel + "function=stop"));
   }
@@ -347,11 +340,8 @@ void Live(const TCamera& tCamera, const TOrderly& t, u64 qwSeed, TLivesOutcome& 
     qwAt_ms += tStep.qwTakes_ms;
     tPlan.atEvents.push_back(LookAt(qwAt_ms - qwLookAhead_ms, adwReplies.size(), t.iChannel));
     adwReplies.push_back(dwRequests);
-    for (std::size_t dw = 0; dw < dwChannels; dw++) {
-      const std::string sQuery = "channel=" + std::to_string(dw) + "&function=getstatus";
-      tPlan.atEvents.push_back(Ask(qwAt_ms - qwLookAhead_ms, sQuery));
-      dwRequests++;
-    }
+    AskEachStatus(tPlan.atEvents, qwAt_ms - qwLookAhead_ms, t.tModel.iChannels);
+    dwRequests += dwChannels;
   }
   tPlan.qwEnd_us = (qwAt_ms + 500) * 1000;
   const TLifeResult tResult = Life_Run(tPlan);
@@ -363,9 +353,7 @@ void Live(const TCamera& tCamera, const TOrderly& t, u64 qwSeed, TLivesOutcome& 
     std::string sWhy = bAnswered ? JudgeStep(t, t.atSteps[dw], Looks()[dw], psStatus, psFormer) : "no reply";
     if (!sWhy.empty()) tOutcome.sLoss = t.atSteps[dw].sWhat + ": " + sWhy;
   }
-  const bool bLog =
-      access(tCamera.Path(szZoomLogPath).c_str(), F_OK) == 0 || access(tCamera.Path(szFocusLogPath).c_str(), F_OK) == 0;
-  if (tOutcome.sLoss.empty() && bLog) tOutcome.sLoss = "a working log stands";
+  if (tOutcome.sLoss.empty() && Judge_HasLog(tCamera)) tOutcome.sLoss = "a working log stands";
   if (!tOutcome.sLoss.empty()) tOutcome.sTale = tResult.sTranscript + tResult.sStderr;
 }
 

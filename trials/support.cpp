@@ -1,16 +1,21 @@
 #include "support.h"
 
 #include <fcntl.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cmath>
 #include <csignal>
 #include <cstdlib>
 #include <fstream>
 #include <map>
 #include <regex>
 #include <sstream>
+
+#include "clock/clock.h"
+#include "clock/inside.h"
 
 TCamera::TCamera(const char* pszModel) : sRoot(Life_MakeRoot(pszModel)) {}
 TCamera::~TCamera() {
@@ -88,6 +93,17 @@ TLifeEvent SetTemperature(u64 qwAt_ms, double dTemperature_C) {
   return Call(qwAt_ms, [=](TWorld* ptWorld) { ptWorld->dTemperature_C = dTemperature_C; });
 }
 
+TLifeEvent At(u64 qwAt_us, TLifeEvent tEvent) {
+  tEvent.qwAt_us = qwAt_us;
+  return tEvent;
+}
+
+void AskEachStatus(std::vector<TLifeEvent>& atEvents, u64 qwAt_ms, i32 iChannels) {
+  for (i32 i = 0; i < iChannels; i++) {
+    atEvents.push_back(Ask(qwAt_ms, "channel=" + std::to_string(i) + "&function=getstatus"));
+  }
+}
+
 TLifeEvent Frame(u64 qwAt_ms, const TCamera& tCamera, std::string sBytes) {
   return Call(qwAt_ms, [sPath = tCamera.Path("/tmp/VernierLensFIFO"), sBytes = std::move(sBytes)](TWorld*) {
     const int fd = open(sPath.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
@@ -106,6 +122,18 @@ std::string EventFrame(std::string_view sPayload) {
 TLifeResult Live(const TCamera& tCamera, std::vector<TLifeEvent> atEvents, u64 qwEnd_ms, u64 qwSeed) {
   return Life_Run(
       {.sRoot = tCamera.sRoot, .qwSeed = qwSeed, .atEvents = std::move(atEvents), .qwEnd_us = qwEnd_ms * 1000});
+}
+
+i32 FillLog(bool bSocket) {
+  const TInside tInside;  // the clock counts only the calls of the daemon
+  constexpr char acText[4096] = "";
+  i32 afd[2];
+  const i32 iMade = bSocket ? socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0, afd) : pipe2(afd, O_NONBLOCK);
+  if (iMade != 0) std::abort();
+  while (write(afd[1], acText, sizeof acText) > 0) {
+  }
+  if (fcntl(afd[1], F_SETFL, 0) != 0 || dup2(afd[1], STDOUT_FILENO) < 0) std::abort();
+  return afd[0];
 }
 
 namespace {
@@ -155,6 +183,13 @@ std::string Printed(const TLifeResult& tResult) {
 
 bool HasPrinted(const TLifeResult& tResult, std::string_view sLine) {
   return ("\n" + Printed(tResult)).find("\n" + std::string(sLine) + "\n") != std::string::npos;
+}
+
+u64 FirstLine_us(const TLifeResult& tResult, std::string_view sText) {
+  const std::size_t dwAt = tResult.sTranscript.find(sText);
+  if (dwAt == std::string::npos) return qwNever_us;
+  const std::size_t dwLine = tResult.sTranscript.rfind('\n', dwAt) + 1;
+  return static_cast<u64>(std::llround(std::strtod(tResult.sTranscript.c_str() + dwLine, nullptr) * 1e6));
 }
 
 i32 StatusValue(std::string_view sReply, std::string_view sKey) {

@@ -47,6 +47,10 @@ TLifeEvent Signal(u64 qwAt_ms, i32 iSignal);
 TLifeEvent Call(u64 qwAt_ms, std::function<void(TWorld*)> fnCall);
 TLifeEvent SetNight(u64 qwAt_ms, bool bNight = true);
 TLifeEvent SetTemperature(u64 qwAt_ms, double dTemperature_C);
+// The event at another time.
+TLifeEvent At(u64 qwAt_us, TLifeEvent tEvent);
+// Adds a question for the status of each channel.
+void AskEachStatus(std::vector<TLifeEvent>& atEvents, u64 qwAt_ms, i32 iChannels);
 // A frame on the camera's event FIFO.
 TLifeEvent Frame(u64 qwAt_ms, const TCamera& tCamera, std::string sBytes);
 std::string EventFrame(std::string_view sPayload);
@@ -54,11 +58,17 @@ std::string EventFrame(std::string_view sPayload);
 // Runs a life of the whole daemon that ends by SIGTERM.
 TLifeResult Live(const TCamera& tCamera, std::vector<TLifeEvent> atEvents, u64 qwEnd_ms, u64 qwSeed = FirstSeed());
 
+// In the daemon's place: makes stdout a pipe or socket that is full and that nobody reads.  Returns the end to read.
+i32 FillLog(bool bSocket = false);
+
 // The requests to a device in short: "SELECT 0, FORWARD, WALK 160".
 std::string Requests(const TLifeResult& tResult, std::string_view sDevice);
 // The printed lines, a line each.
 std::string Printed(const TLifeResult& tResult);
 bool HasPrinted(const TLifeResult& tResult, std::string_view sLine);
+
+// Camera time of the first line that contains a text, or qwNever_us if none does.
+u64 FirstLine_us(const TLifeResult& tResult, std::string_view sText);
 
 // The number after "vernier_lens_KEY='" in a status reply, or -1 if it has no such key.
 i32 StatusValue(std::string_view sReply, std::string_view sKey);

@@ -7,6 +7,7 @@
 #include <cmath>
 #include <sstream>
 
+#include "clock/clock.h"
 #include "core/paths.h"
 #include "judge.h"
 #include "world/world_image.h"
@@ -88,9 +89,7 @@ inline std::string SinceTerm(const TLifeResult& tResult) {
 
 // Camera time of the first line that contains a text.
 inline u64 TimeOf_us(const TLifeResult& tResult, std::string_view sText) {
-  const std::size_t dwAt = tResult.sTranscript.find(sText);
-  EXPECT_NE(dwAt, std::string::npos) << sText << Tale(tResult);
-  if (dwAt == std::string::npos) return 0;
-  const std::size_t dwLine = tResult.sTranscript.rfind('\n', dwAt) + 1;
-  return static_cast<u64>(std::llround(std::strtod(tResult.sTranscript.c_str() + dwLine, nullptr) * 1e6));
+  const u64 qwAt_us = FirstLine_us(tResult, sText);
+  EXPECT_NE(qwAt_us, qwNever_us) << sText << Tale(tResult);
+  return qwAt_us;
 }
