@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Fuzzes what reads bytes from outside, under AddressSanitizer and UndefinedBehaviorSanitizer.
-#   ./fuzz.sh replay [TARGET]     each input of tests/fuzz/corpus once
+#   ./fuzz.sh replay [TARGET]     each input of bench/fuzz/corpus once
 #   ./fuzz.sh SECONDS [TARGET]    each target for so long, as many at a time as there are jobs
 # New inputs collect in build-fuzz/corpus, logs in build-fuzz/logs.  Exit status 1 on a finding: the input that shows it
 # lies in build-fuzz/finds and is named, and "build-fuzz/bin/fuzz_TARGET INPUT" repeats it.  Two jobs; JOBS=N changes that.
@@ -26,7 +26,7 @@ mkdir -p "$build/finds" "$build/logs"
 export build mode
 
 fuzz_one() { # TARGET
-  local seeds=tests/fuzz/corpus/$1 found=$build/corpus/$1 log=$build/logs/$1.log what find
+  local seeds=bench/fuzz/corpus/$1 found=$build/corpus/$1 log=$build/logs/$1.log what find
   mkdir -p "$found"
   if [ "$mode" = replay ]; then
     what=("$seeds"/*)
