@@ -222,7 +222,7 @@ TEST(Lenses, EachModelIsLaidOutConsistently) {
 // A camera of the zoom model, sharp; one driver step is a virtual step.
 TWorld SharpWorld() {
   TWorld tWorld{};
-  tWorld.eTime = TIME_VIRTUAL;
+  tWorld.bRun = 0;
   tWorld.dDistance_m = 5;
   std::strcpy(tWorld.szModel, "zoom");
   tWorld.tLens = MakeLens(0, 0);

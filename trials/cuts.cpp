@@ -89,7 +89,7 @@ void AddMarks(TLifePlan& tPlan, TMarks& tMarks) {
   for (std::size_t dw = 0; dw < tMarks.aqwAt_us.size(); dw++) {
     u64* pqwEvents = tMarks.pqwEvents + dw;
     *pqwEvents = 0;
-    const auto Mark = [=](TWorld*) { *pqwEvents = Clock_Record()->qwEvents; };
+    const auto Mark = [=](TWorld*) { *pqwEvents = Clock_Events(); };
     tPlan.atEvents.push_back(At(tMarks.aqwAt_us[dw], Call(0, Mark)));
   }
 }

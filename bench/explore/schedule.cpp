@@ -169,7 +169,7 @@ std::string Schedule_Fault() {
 }
 
 void Schedule_Access(const volatile void* pvWord, bool bWrite, const void* pvPlace) {
-  if (g_eClockMode != CLOCK_VIRTUAL || g_tSelf.iInside > 0 || g_tSelf.eKind != THREAD_TASK || !IsInWindow()) return;
+  if (!g_bClockRuns || g_tSelf.iInside > 0 || g_tSelf.eKind != THREAD_TASK || !IsInWindow()) return;
   TInside tInside;
   const u32 dwReady = Clock_ReadyTasks();
   const TDeviation* ptDeviation =

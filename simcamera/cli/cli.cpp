@@ -83,13 +83,25 @@ bool Camera_IsRun(const std::string& sRoot) {
   return tFile.Get() >= 0 && flock(tFile.Get(), LOCK_SH | LOCK_NB) != 0;
 }
 
+u64 Camera_Now_us(const TOpenCamera& tCamera) {
+  const TWorldLock tLock(tCamera.ptWorld.get());
+  return World_Now_us(tCamera.ptWorld.get());
+}
+
 void Camera_Note(const TOpenCamera& tCamera, const std::string& sText) {
   const TScopedFd tFile(open((tCamera.sRoot + "/sim/transcript").c_str(), O_WRONLY | O_APPEND | O_CLOEXEC));
-  const double dNow_s = static_cast<double>(World_Now_us(tCamera.ptWorld.get())) / 1e6;
+  const double dNow_s = static_cast<double>(Camera_Now_us(tCamera)) / 1e6;
   dprintf(tFile.Get(), "%13.6f -     %s\n", dNow_s, sText.c_str());
 }
 
 void Camera_Sleep(const TOpenCamera& tCamera, u64 qwTime_us) {
-  const double dSpeed = tCamera.ptWorld->dSpeed > 0 ? tCamera.ptWorld->dSpeed : 1;
-  std::this_thread::sleep_for(std::chrono::duration<double, std::micro>(static_cast<double>(qwTime_us) / dSpeed));
+  // The pace may change meanwhile.
+  constexpr double dLeast_us = 200, dMost_us = 20'000;
+  for (const u64 qwUntil_us = Camera_Now_us(tCamera) + qwTime_us; Camera_IsRun(tCamera.sRoot);) {
+    const u64 qwNow_us = Camera_Now_us(tCamera);
+    if (qwNow_us >= qwUntil_us) return;
+    const double dSpeed = std::max(tCamera.ptWorld->tPace.dSpeed, 0.01);
+    const double dPause_us = static_cast<double>(qwUntil_us - qwNow_us) / dSpeed;
+    std::this_thread::sleep_for(std::chrono::duration<double, std::micro>(std::clamp(dPause_us, dLeast_us, dMost_us)));
+  }
 }

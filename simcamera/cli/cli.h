@@ -89,6 +89,14 @@ void Camera_Note(const TOpenCamera& tCamera, const std::string& sText);
 // Sleeps for a time of the camera's clock.
 void Camera_Sleep(const TOpenCamera& tCamera, u64 qwTime_us);
 
+// Camera time.
+u64 Camera_Now_us(const TOpenCamera& tCamera);
+
+// A speed as the command line names it: 0.01 to 1000, or "max".
+double Speed_Parse(const std::string& sText);
+// The daemon is to end: no pause and no hold keeps it from that, and no pace.
+void Pace_LetEnd(const TOpenCamera& tCamera);
+
 i32 Cli_Run(TArguments asArgs);
 i32 Cli_Ask(TArguments asArgs);
 i32 Cli_Press(TArguments asArgs);
@@ -97,3 +105,7 @@ i32 Cli_Show(TArguments asArgs);
 i32 Cli_Set(TArguments asArgs);
 i32 Cli_Fault(TArguments asArgs);
 i32 Cli_Transcript(TArguments asArgs);
+i32 Cli_Speed(TArguments asArgs);
+i32 Cli_Pause(TArguments asArgs);
+i32 Cli_Step(TArguments asArgs);
+i32 Cli_Go(TArguments asArgs);

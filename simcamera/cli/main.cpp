@@ -19,8 +19,11 @@ struct TCommandRow {
 };
 
 constexpr TCommandRow g_atCommands[] = {
-    {"lenses", Cli_Lenses}, {"run", Cli_Run}, {"ask", Cli_Ask},     {"press", Cli_Press},           {"wait", Cli_Wait},
-    {"show", Cli_Show},     {"set", Cli_Set}, {"fault", Cli_Fault}, {"transcript", Cli_Transcript},
+    {"lenses", Cli_Lenses}, {"run", Cli_Run},     {"ask", Cli_Ask},
+    {"press", Cli_Press},   {"wait", Cli_Wait},   {"show", Cli_Show},
+    {"set", Cli_Set},       {"fault", Cli_Fault}, {"transcript", Cli_Transcript},
+    {"speed", Cli_Speed},   {"pause", Cli_Pause}, {"step", Cli_Step},
+    {"go", Cli_Go},
 };
 
 i32 Dispatch(const TArguments& asArgs) {
@@ -29,7 +32,9 @@ i32 Dispatch(const TArguments& asArgs) {
       if (asArgs[0] == tRow.pszName) return tRow.pfnRun(TArguments(asArgs.begin() + 1, asArgs.end()));
     }
   }
-  Cli_RefuseUsage("usage: simcamera lenses | run | ask | press | wait | show | set | fault | transcript ...");
+  Cli_RefuseUsage(
+      "usage: simcamera lenses | run | ask | press | wait | show | set | fault | transcript | speed | pause | step | "
+      "go ...");
 }
 
 }  // namespace

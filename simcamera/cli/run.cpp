@@ -27,9 +27,8 @@ namespace {
 constexpr u64 qwMicrosPerSecond = 1'000'000;
 constexpr u64 qwListenTimeout_us = 30 * qwMicrosPerSecond;  // this and the next three are of the host's clock
 constexpr u64 qwEndTimeout_us = 60 * qwMicrosPerSecond;     // the daemon first ends its walk and its waits
-constexpr u64 qwLeastPause_us = 200;
-constexpr u64 qwMostPause_us = 50'000;
-constexpr u64 qwIdleLook_us = 250'000;  // of the camera's clock: between two looks while no focus values are wanted
+constexpr u64 qwStartLook_us = 5'000;                       // between two looks whether the daemon listens
+constexpr u64 qwLook_us = qwMicrosPerSecond;
 
 struct TRun {
   TOpenCamera tCamera;
@@ -40,12 +39,6 @@ struct TRun {
   u64 qwEndAsked_us = 0;  // host's clock: when its end was asked for; 0 not yet
   bool bListens = false;
 };
-
-u64 HostNow_us() {
-  timespec tNow;
-  clock_gettime(CLOCK_MONOTONIC, &tNow);
-  return static_cast<u64>(tNow.tv_sec) * qwMicrosPerSecond + static_cast<u64>(tNow.tv_nsec) / 1000;
-}
 
 void Say(const char* pszText) {
   std::printf("%s\n", pszText);
@@ -92,20 +85,27 @@ void MapBlocks(TRun& tRun) {
   }
 }
 
+// Nobody moves the clock now: it stands where it was seen last.
+void SettleClock(TWorld* ptWorld) {
+  ptWorld->qwBase_us = ptWorld->tPace.qwLimit_us = ptWorld->tPace.qwAnchor_us = World_Now_us(ptWorld);
+  ptWorld->tPace.qwRealAnchor_us = World_RealNow_us();
+  ptWorld->tPace.iOwner = 0;
+}
+
 // The camera's clock goes on from where the last run left it.
 void StartClock(TWorld* ptWorld, double dSpeed) {
+  ptWorld->bRun = 1;
   const TWorldLock tLock(ptWorld);
-  const u64 qwReal_us = HostNow_us();
-  ptWorld->qwBase_us = World_Now_us(ptWorld);
-  ptWorld->qwRealStart_us = qwReal_us;
-  ptWorld->dSpeed = dSpeed;
+  ptWorld->tPace = {};
+  SettleClock(ptWorld);
+  ptWorld->tPace.dSpeed = dSpeed;
   if (ptWorld->qwBase_us == 0) ptWorld->qwWallAtZero_us = static_cast<u64>(std::time(nullptr)) * qwMicrosPerSecond;
 }
 
 void StopClock(TWorld* ptWorld) {
   const TWorldLock tLock(ptWorld);
-  ptWorld->qwBase_us = World_Now_us(ptWorld);
-  ptWorld->dSpeed = 0;
+  SettleClock(ptWorld);
+  ptWorld->tPace.dSpeed = 0;
 }
 
 // Runs in the child: all that comes before the daemon's own first instruction.
@@ -133,10 +133,15 @@ void StopClock(TWorld* ptWorld) {
 void StartDaemon(TRun& tRun) {
   ClearMemory(tRun);
   std::fflush(stdout);
+  {
+    TWorld* ptWorld = tRun.tCamera.ptWorld.get();
+    const TWorldLock tLock(ptWorld);
+    SettleClock(ptWorld);
+  }
   tRun.iDaemon = fork();
   if (tRun.iDaemon < 0) Cli_Fail(std::string("fork: ") + std::strerror(errno));
   if (tRun.iDaemon == 0) BecomeDaemon(tRun);
-  tRun.qwStarted_us = HostNow_us();
+  tRun.qwStarted_us = World_RealNow_us();
   tRun.bListens = false;
   const std::string sPath = tRun.tCamera.sRoot + "/sim/daemon.pid";
   FILE* pFile = std::fopen(sPath.c_str(), "w");
@@ -149,30 +154,22 @@ void LookForSocket(TRun& tRun) {
   if (tRun.bListens || tRun.qwEndAsked_us != 0) return;
   if (Client_IsHeard(tRun.tCamera.sRoot)) {
     tRun.bListens = true;
-    std::printf("lens %s listens, %g times as fast as real\n", tRun.tCamera.ptModel->pszName,
-                tRun.tCamera.ptWorld->dSpeed);
+    const double dSpeed = tRun.tCamera.ptWorld->tPace.dSpeed;
+    std::printf("lens %s listens, ", tRun.tCamera.ptModel->pszName);
+    if (dSpeed >= dSpeedMax) std::printf("as fast as this machine can\n");
+    if (dSpeed < dSpeedMax) std::printf("%g times as fast as real\n", dSpeed);
     std::fflush(stdout);
-  } else if (HostNow_us() - tRun.qwStarted_us > qwListenTimeout_us) {
+  } else if (World_RealNow_us() - tRun.qwStarted_us > qwListenTimeout_us) {
     kill(tRun.iDaemon, SIGKILL);
     waitpid(tRun.iDaemon, nullptr, 0);
     Cli_Fail("the daemon does not listen; see " + tRun.tCamera.sRoot + "/sim/daemon.log");
   }
 }
 
-// Looks at the block of every channel.  Returns the pause until the next look, of the host's clock.
-u64 PlayImageSide(TRun& tRun) {
-  bool bWanted = false;
-  for (i32 iChannel = 0; iChannel < tRun.tCamera.ptModel->iChannels; ++iChannel) {
-    World_ImageFrame(tRun.tCamera.ptWorld.get(), iChannel, tRun.apdwBlock[iChannel]);
-    bWanted = bWanted || Word_Load(tRun.apdwBlock[iChannel][BLOCK_FOCUS_VALUE_WANTED]) != 0;
-  }
-  const double dPause_us = static_cast<double>(bWanted ? qwFrameTime_us : qwIdleLook_us) / tRun.tCamera.ptWorld->dSpeed;
-  return std::clamp(static_cast<u64>(dPause_us), qwLeastPause_us, qwMostPause_us);
-}
-
 void AskForEnd(TRun& tRun) {
-  if (tRun.qwEndAsked_us == 0) tRun.qwEndAsked_us = HostNow_us();
+  if (tRun.qwEndAsked_us == 0) tRun.qwEndAsked_us = World_RealNow_us();
   kill(tRun.iDaemon, SIGTERM);
+  Pace_LetEnd(tRun.tCamera);
 }
 
 // Call this when the daemon is dead: the motors stop, and it is drawn which unsynced writes the flash keeps.
@@ -213,12 +210,12 @@ i32 Play(TRun& tRun, const sigset_t& tSignals) {
   for (;;) {
     if (const auto iExit = TakeEnd(tRun)) return *iExit;
     LookForSocket(tRun);
-    const u64 qwPause_us = PlayImageSide(tRun);
+    const u64 qwPause_us = tRun.bListens ? qwLook_us : qwStartLook_us;
     const timespec tPause{static_cast<time_t>(qwPause_us / qwMicrosPerSecond),
                           static_cast<long>(qwPause_us % qwMicrosPerSecond) * 1000};
     const i32 iSignal = sigtimedwait(&tSignals, nullptr, &tPause);
     if (iSignal == SIGTERM || iSignal == SIGINT) AskForEnd(tRun);
-    if (tRun.qwEndAsked_us != 0 && HostNow_us() - tRun.qwEndAsked_us > qwEndTimeout_us) {
+    if (tRun.qwEndAsked_us != 0 && World_RealNow_us() - tRun.qwEndAsked_us > qwEndTimeout_us) {
       std::fprintf(stderr, "simcamera: the daemon does not end, it is killed\n");
       kill(tRun.iDaemon, SIGKILL);
     }
@@ -242,8 +239,8 @@ i32 Cli_Run(TArguments asArgs) {
   const auto sLens = Arguments_TakeOption(asArgs, "--lens");
   const auto sSpeed = Arguments_TakeOption(asArgs, "--speed");
   const auto sSeed = Arguments_TakeOption(asArgs, "--seed");
-  Arguments_Expect(asArgs, 1, 1, "run ROOT [--lens NAME] [--speed X] [--seed N]");
-  const double dSpeed = sSpeed ? Number_Parse(*sSpeed, "--speed", 0.01, 1000) : 1;
+  Arguments_Expect(asArgs, 1, 1, "run ROOT [--lens NAME] [--speed X|max] [--seed N]");
+  const double dSpeed = sSpeed ? Speed_Parse(*sSpeed) : 1;
   const u64 qwSeed = sSeed ? static_cast<u64>(Integer_Parse(*sSeed, "--seed", 0, 1LL << 52)) : 1;
   if (sLens && Lenses_Find(sLens->c_str()) == nullptr) Cli_RefuseUsage("there is no lens model \"" + *sLens + "\"");
 

@@ -9,6 +9,7 @@
 #include <bit>
 #include <vector>
 
+#include "clock/pace.h"
 #include "clock/tasks.h"
 #include "world/draw.h"
 
@@ -30,6 +31,7 @@ constinit u64 g_qwStart_us = 0;
 constinit u64 g_qwDraw = 0;
 constinit u32 g_dwStill = 0;
 constinit bool g_bDescriptorsChanged = false;
+constexpr u64 qwFloodSleep_us = 100;
 constinit bool g_bRunsScript = false;
 constinit std::vector<TScripted>* g_patScript = nullptr;  // latest first
 
@@ -55,10 +57,13 @@ constinit TClockChoices g_tChoices{
 constinit TTask g_atTasks[iMaxTasks]{};
 
 static void SwitchFrom(TTask& tSelf);
-static TTask& Pick();
+static TTask& Pick(const TTask* ptSelf);
+static TTask* DescriptorWaiter(const TTask* ptSelf);
 static u32 ReadyTasks();
 static void RunScript();
 static void PollDescriptors();
+static u64 NextDeadline_us();
+static u64 PacedTo_us(u64 qwNext_us);
 static void JumpToNextDeadline();
 static void HandOver(TTask& tTask);
 static void Park(TTask& tTask);
@@ -73,34 +78,29 @@ void Clock_Start(const TClockPlan& tPlan) {
   TTask& tMain = g_atTasks[0];
   tMain.eState = TASK_RUNNING;
   tMain.qwThread = pthread_self();
+  tMain.iThread = static_cast<i32>(syscall(SYS_gettid));
   strcpy(tMain.szName, "main");
   sigemptyset(&tMain.tMask);
   g_tSelf.iTask = 0;
   g_tSelf.eKind = THREAD_TASK;
-  g_eClockMode = CLOCK_VIRTUAL;
+  g_bClockRuns = true;
 }
 
 void Clock_SetChoices(const TClockChoices& tChoices) {
   g_tChoices = tChoices;
 }
 
-void Clock_StartAtASpeed(TWorld* ptWorld) {
-  g_tPlan.ptWorld = ptWorld;
-  g_tSelf.eKind = THREAD_SCALED;
-  g_eClockMode = CLOCK_AT_A_SPEED;
-}
-
 u64 Clock_Now_us() {
-  return g_eClockMode == CLOCK_VIRTUAL ? g_qwNow_us : World_Now_us(g_tPlan.ptWorld);
+  return g_qwNow_us;
+}
+u64 Clock_Events() {
+  return g_tPlan.ptTally->qwEvents;
 }
 u64 Clock_Wall_us() {
   return g_tPlan.ptWorld->qwWallAtZero_us + Clock_Now_us();
 }
 TWorld* Clock_World() {
   return g_tPlan.ptWorld;
-}
-TLifeRecord* Clock_Record() {
-  return g_tPlan.ptRecord;
 }
 
 u32 Clock_Draw(u32 dwBelow) {
@@ -115,11 +115,11 @@ void Clock_Point(const char* szCall) {
   TInside tInside;
   TTask& tSelf = Task_Self();
   tSelf.szCall = szCall;
-  TLifeRecord& tRecord = *g_tPlan.ptRecord;
-  ++tRecord.qwEvents;
-  tRecord.qwTime_us = g_qwNow_us - g_qwStart_us;
-  tRecord.szCall = szCall;
-  if (tRecord.qwEvents == g_tPlan.qwCutAtEvent) {
+  TClockTally& tTally = *g_tPlan.ptTally;
+  ++tTally.qwEvents;
+  tTally.qwTime_us = g_qwNow_us - g_qwStart_us;
+  tTally.szCall = szCall;
+  if (tTally.qwEvents == g_tPlan.qwCutAtEvent) {
     World_PowerCut(g_tPlan.ptWorld, g_qwNow_us);
     Clock_End(CLOCK_END_CUT, nullptr);
   }
@@ -145,6 +145,13 @@ EWaitEnd Clock_Wait(const TClockWait& tWait) {
     return WAIT_INTERRUPTED;
   }
   return WAIT_WOKEN;
+}
+
+void Clock_HandedIn() {
+  if (!Pace_IsOn()) return;
+  TInside tInside;
+  g_dwStill = 0;  // a client may ask at one time as often as it likes while the clock is held
+  if (!Pace_TakesMore(g_qwNow_us)) Clock_Wait({.qwUntil_us = Clock_Deadline(qwFloodSleep_us)});
 }
 
 void Clock_Wake(const void* pvKey) {
@@ -190,6 +197,7 @@ i32 Clock_NewTask() {
     tTask.qwPending = 0;
     tTask.tMask = Task_Self().tMask;
     tTask.qwThread = 0;
+    tTask.iThread = 0;
     tTask.szCall = "start";
     snprintf(tTask.szName, sizeof tTask.szName, "t%d", iTask);
     return iTask;
@@ -207,6 +215,7 @@ void Clock_TaskMade(i32 iTask, unsigned long qwThread) {
 
 void Clock_EnterTask(i32 iTask) {
   g_tSelf.iTask = iTask;
+  g_atTasks[iTask].iThread = static_cast<i32>(syscall(SYS_gettid));
   Park(g_atTasks[iTask]);
   g_tSelf.eKind = THREAD_TASK;
 }
@@ -216,7 +225,7 @@ void Clock_LeaveTask() {
   TTask& tSelf = Task_Self();
   tSelf.eState = TASK_ENDED;
   Clock_Wake(Clock_TaskKey(g_tSelf.iTask));
-  TTask& tNext = Pick();
+  TTask& tNext = Pick(&tSelf);
   g_tSelf.eKind = THREAD_ENDED;
   HandOver(tNext);
 }
@@ -226,6 +235,13 @@ i32 Clock_TaskOf(unsigned long qwThread) {
     if (g_atTasks[iTask].eState != TASK_FREE && g_atTasks[iTask].qwThread == qwThread) return iTask;
   }
   return -1;
+}
+
+bool Clock_IsTask(i32 iThread) {
+  for (const TTask& tTask : g_atTasks) {
+    if (tTask.eState != TASK_FREE && tTask.iThread == iThread) return true;
+  }
+  return false;
 }
 
 bool Clock_TaskEnded(i32 iTask) {
@@ -246,23 +262,37 @@ const char* Clock_TaskName() {
 
 // Picks who goes on, and gives it the token unless it is the caller.
 static void SwitchFrom(TTask& tSelf) {
-  TTask& tNext = Pick();
-  if (&tNext == &tSelf) {
-    tSelf.eState = TASK_RUNNING;
-    return;
-  }
-  HandOver(tNext);
-  Park(tSelf);
+  do {
+    TTask& tNext = Pick(&tSelf);
+    if (&tNext == &tSelf) {
+      tSelf.eState = TASK_RUNNING;
+      return;
+    }
+    HandOver(tNext);
+    Park(tSelf);
+  } while (tSelf.eState != TASK_RUNNING);  // else it only has to look for the next one
 }
 
-static TTask& Pick() {
+// Who is to do a long wait of the pace: a task that waits on descriptors.
+static TTask* DescriptorWaiter(const TTask* ptSelf) {
+  for (TTask& tTask : g_atTasks) {
+    const bool bWaits = tTask.eState == TASK_WAITING && tTask.tWait.pfnFds != nullptr;
+    if (bWaits) return &tTask == ptSelf ? nullptr : &tTask;
+  }
+  return nullptr;
+}
+
+static TTask& Pick(const TTask* ptSelf) {
   for (;;) {
     RunScript();
     PollDescriptors();
     const u32 dwReady = ReadyTasks();
     const i32 iNext = g_tChoices.pfnNext(dwReady);
     if (dwReady > 0) return g_atTasks[iNext];
-    if (iNext == iNobody) JumpToNextDeadline();
+    if (iNext != iNobody) continue;
+    TTask* ptWaiter = Pace_IsOn() && Pace_IsLong(g_qwNow_us, NextDeadline_us()) ? DescriptorWaiter(ptSelf) : nullptr;
+    if (ptWaiter != nullptr) return *ptWaiter;
+    JumpToNextDeadline();
   }
 }
 
@@ -311,17 +341,40 @@ static void PollDescriptors() {
   }
 }
 
-static void JumpToNextDeadline() {
+static u64 NextDeadline_us() {
   u64 qwNext_us = g_patScript->empty() ? qwNever_us : g_patScript->back().qwAt_us;
   for (const TTask& tTask : g_atTasks) {
     if (tTask.eState == TASK_WAITING && tTask.tWait.qwUntil_us < qwNext_us) qwNext_us = tTask.tWait.qwUntil_us;
+  }
+  return qwNext_us;
+}
+
+// How far the pace lets the clock go on: to the deadline, or to where something has come in.
+static u64 PacedTo_us(u64 qwNext_us) {
+  TPolled tTasks{};
+  for (const TTask& tTask : g_atTasks) {
+    if (tTask.eState != TASK_WAITING || tTask.tWait.pfnFds == nullptr) continue;
+    tTasks.iCount += tTask.tWait.pfnFds(tTask.tWait.pvReady, tTasks.atFds + tTasks.iCount, iMaxPolled - tTasks.iCount);
+  }
+  if (qwNext_us == qwNever_us && tTasks.iCount == 0) Deadlock();
+  g_dwStill = 0;
+  const u64 qwReached_us = Pace_Wait(g_qwNow_us, qwNext_us, tTasks);
+  if (qwReached_us < qwNext_us) g_bDescriptorsChanged = true;
+  return qwReached_us;
+}
+
+static void JumpToNextDeadline() {
+  u64 qwNext_us = NextDeadline_us();
+  if (Pace_IsOn()) {
+    qwNext_us = PacedTo_us(qwNext_us);
+  } else if (qwNext_us != qwNever_us && qwNext_us > g_qwNow_us) {
+    g_tPlan.ptWorld->qwBase_us = qwNext_us;
   }
   if (qwNext_us == qwNever_us) Deadlock();
   if (qwNext_us > g_qwNow_us) {
     g_qwNow_us = qwNext_us;
     g_dwStill = 0;
-    g_tPlan.ptWorld->qwBase_us = g_qwNow_us;
-    g_tPlan.ptRecord->qwTime_us = g_qwNow_us - g_qwStart_us;
+    g_tPlan.ptTally->qwTime_us = g_qwNow_us - g_qwStart_us;
     if (g_tPlan.pfnTimeMoved != nullptr) g_tPlan.pfnTimeMoved(g_tPlan.pvTimeMoved);
   }
   for (TTask& tTask : g_atTasks) {
@@ -330,8 +383,8 @@ static void JumpToNextDeadline() {
 }
 
 static void HandOver(TTask& tTask) {
-  tTask.eState = TASK_RUNNING;
-  memcpy(g_tPlan.ptRecord->szHolder, tTask.szName, sizeof tTask.szName);
+  if (tTask.eState == TASK_READY) tTask.eState = TASK_RUNNING;  // else it waits, and is to look for the next one
+  memcpy(g_tPlan.ptTally->szHolder, tTask.szName, sizeof tTask.szName);
   tTask.dwToken.store(1, std::memory_order_release);
   syscall(SYS_futex, &tTask.dwToken, FUTEX_WAKE_PRIVATE, 1, nullptr, nullptr, 0);
 }
@@ -364,9 +417,9 @@ static void Deadlock() {
 
 void Clock_End(EClockEnd eEnd, const char* szWhy) {
   TInside tInside;
-  if (g_tPlan.ptRecord != nullptr) {
-    g_tPlan.ptRecord->eEnd = eEnd;
-    g_tPlan.ptRecord->qwTime_us = g_qwNow_us - g_qwStart_us;
+  if (g_tPlan.ptTally != nullptr) {
+    g_tPlan.ptTally->eEnd = eEnd;
+    g_tPlan.ptTally->qwTime_us = g_qwNow_us - g_qwStart_us;
   }
   if (szWhy != nullptr) {
     char szLine[640];

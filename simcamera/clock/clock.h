@@ -1,18 +1,20 @@
 // The virtual clock: a scheduler that lets one thread of a life run at a time.  Each thread is a task; who holds the
 // token runs.  A task gives way where it waits, and by draw at every hooked call.  When all tasks wait, the clock jumps
 // to the next deadline or scripted event.  Nothing here is drawn but from the one seed, so the same seed gives the same
-// life.  A program that explores schedules puts its own choices in the place of these draws.
+// life.  A program that explores schedules puts its own choices in the place of these draws.  In a run (simcamera run)
+// the same clock is held to the host's: see pace.h.
 //
 // All functions: any task that holds the token, unless told otherwise.  Times are microseconds of the camera's clock.
 #pragma once
 
+#include <poll.h>
 #include <signal.h>
 
 #include "world/world.h"
 
-enum EClockMode : u32 { CLOCK_OFF = 0, CLOCK_AT_A_SPEED = 1, CLOCK_VIRTUAL = 2 };
-extern constinit EClockMode
-    g_eClockMode;  // written once, at the start of a life or by the preload library's constructor
+extern constinit bool g_bPaced;  // the clock is held to the host's: this is the daemon of a run
+extern constinit bool
+    g_bClockRuns;  // set at the start of a life or of a run's daemon, and cleared at the end of a life
 
 enum EWaitEnd : u32 { WAIT_WOKEN, WAIT_TIMED_OUT, WAIT_INTERRUPTED };
 // What a signal whose handler has run does to a wait.
@@ -24,25 +26,20 @@ constexpr i32 iMaxTasks = 16;
 // How a life ended, as the life itself tells it; 0 while it runs and after an orderly exit.
 enum EClockEnd : u32 { CLOCK_END_NONE = 0, CLOCK_END_CUT, CLOCK_END_DEADLOCK, CLOCK_END_STOOD_STILL, CLOCK_END_ERROR };
 
-// What outlives the child: written by the life, read by the parent after its end.
-struct TLifeRecord {
+// What the clock tells of a life or run: memory that outlives the process, where the parent reads it.
+struct TClockTally {
   u32 eEnd;
   u64 qwEvents;
-  u64 qwTime_us;       // of the life
+  u64 qwTime_us;       // since the start
   char szHolder[16];   // task with the token
   const char* szCall;  // its last hooked call; a literal of the program, so good in the parent too
-  u32 bTranscriptFull;
-  u32 dwTranscript;             // bytes
-  u32 dwReplies;                // bytes
-  char acReplies[1 << 20];      // one after the other: request number, length (32 bits each), text
-  char acTranscript[64 << 20];  // backed by memory only as far as it is used
 };
 
 struct TClockPlan {
   u64 qwSeed;
   u64 qwCutAtEvent;  // 0 never
   TWorld* ptWorld;
-  TLifeRecord* ptRecord;
+  TClockTally* ptTally;
   void (*pfnTimeMoved)(void* pv);  // runs each time the clock has jumped, before a task runs; null: nothing
   void* pvTimeMoved;
 };
@@ -50,14 +47,10 @@ struct TClockPlan {
 // Start-up: the calling thread becomes task 0, "main", and holds the token.
 void Clock_Start(const TClockPlan& tPlan);
 
-// Start-up of the other way of time: the world's own clock, threads side by side.
-void Clock_StartAtASpeed(TWorld* ptWorld);
-
-// Camera time in either way of time.  Any thread.
 u64 Clock_Now_us();
 u64 Clock_Wall_us();  // since 1970
+u64 Clock_Events();   // hooked calls since the start
 TWorld* Clock_World();
-TLifeRecord* Clock_Record();
 
 // What a life leaves open.  All three run on the task that holds the token.
 constexpr i32 iNobody = -1;
@@ -91,6 +84,7 @@ struct TClockWait {
   EInterrupt eInterrupt = INTERRUPT_NEVER;
   bool (*pfnReady)(void* pv) = nullptr;  // descriptors: true if they are ready; asked when descriptors may have changed
   void* pvReady = nullptr;
+  i32 (*pfnFds)(void* pv, pollfd* ptFds, i32 iRoom) = nullptr;  // the same as a list, for a real poll: how many
 };
 // Gives way until woken.  May also come back as woken for no reason: callers look at what they wait for again.
 EWaitEnd Clock_Wait(const TClockWait& tWait);
@@ -100,6 +94,9 @@ void Clock_WakeOne(const void* pvKey);  // one of them, drawn
 
 // Something was written to, read from or done to a descriptor that a task may wait on.
 void Clock_DescriptorsChanged();
+
+// Something from outside has been handed to the calling task.  In a run a flood of it sleeps a little now and then.
+void Clock_HandedIn();
 
 // Runs pfn at the given time on whichever task looks for the next one; hooks pass through in it.
 void Clock_At(u64 qwAt_us, void (*pfn)(void* pv), void* pv);
@@ -113,6 +110,7 @@ void Clock_TaskMade(i32 iTask, unsigned long qwThread);
 void Clock_EnterTask(i32 iTask);
 void Clock_LeaveTask();
 i32 Clock_TaskOf(unsigned long qwThread);  // -1: none
+bool Clock_IsTask(i32 iThread);            // by the kernel's number
 bool Clock_TaskEnded(i32 iTask);
 const void* Clock_TaskKey(i32 iTask);
 void Clock_NameTask(const char* szName);  // the calling one; at most 7 characters

@@ -4,7 +4,8 @@
 
 #include "clock/clock.h"
 
-constinit EClockMode g_eClockMode = CLOCK_OFF;
+constinit bool g_bClockRuns = false;
+constinit bool g_bPaced = false;
 constinit thread_local TSelf g_tSelf{};
 
 extern "C" {
@@ -16,14 +17,14 @@ extern "C" {
 
 // Not before the start: a sanitizer that sets itself up is not ready for it.
 static void IgnoreAccesses() {
-  if (g_eClockMode == CLOCK_OFF) return;
+  if (!g_bClockRuns) return;
   if (AnnotateIgnoreReadsBegin == nullptr || AnnotateIgnoreWritesBegin == nullptr) return;
   AnnotateIgnoreReadsBegin(__FILE__, __LINE__);
   AnnotateIgnoreWritesBegin(__FILE__, __LINE__);
 }
 
 static void HeedAccesses() {
-  if (g_eClockMode == CLOCK_OFF) return;
+  if (!g_bClockRuns) return;
   if (AnnotateIgnoreReadsEnd == nullptr || AnnotateIgnoreWritesEnd == nullptr) return;
   AnnotateIgnoreWritesEnd(__FILE__, __LINE__);
   AnnotateIgnoreReadsEnd(__FILE__, __LINE__);

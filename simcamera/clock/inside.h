@@ -4,7 +4,7 @@
 
 #include "core/types.h"
 
-enum EThreadKind : u32 { THREAD_UNKNOWN = 0, THREAD_TASK = 1, THREAD_ENDED = 2, THREAD_SCALED = 3 };
+enum EThreadKind : u32 { THREAD_UNKNOWN = 0, THREAD_TASK = 1, THREAD_ENDED = 2 };
 
 struct TSelf {
   i32 iInside;

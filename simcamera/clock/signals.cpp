@@ -2,6 +2,7 @@
 // runs there at the thread's next event.
 #include <errno.h>
 
+#include "clock/pace.h"
 #include "clock/tasks.h"
 
 namespace {
@@ -20,6 +21,7 @@ i32 Clock_SetAction(i32 iSignal, const struct sigaction* ptNew, struct sigaction
   TInside tInside;
   if (ptOld != nullptr) *ptOld = g_atActions[iSignal];
   if (ptNew != nullptr) g_atActions[iSignal] = *ptNew;
+  if (ptNew != nullptr && Pace_IsOn()) Pace_WatchSignal(iSignal);
   return 0;
 }
 

@@ -19,6 +19,7 @@ struct TTask {
   u64 qwPending;  // signals, bit by number
   sigset_t tMask;
   unsigned long qwThread;
+  i32 iThread;  // the kernel's number
   const char* szCall;
   char szName[8];
 };

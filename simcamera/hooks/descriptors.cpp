@@ -12,10 +12,11 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include "clock/pace.h"
 #include "hooks/flash.h"
 #include "hooks/hooks.h"
 #include "hooks/i2c.h"
-#include "hooks/scale.h"
+#include "hooks/times.h"
 
 namespace {
 constinit TReal<int(int, fd_set*, fd_set*, fd_set*, timeval*)> g_realSelect{"select"};
@@ -32,6 +33,7 @@ constinit TReal<int(int, int, int, int*)> g_realSocketpair{"socketpair"};
 constinit TReal<int(int)> g_realClose{"close"};
 constinit TReal<int(int, const sockaddr*, socklen_t)> g_realBind{"bind"};
 constinit TReal<int(int, const sockaddr*, socklen_t)> g_realConnect{"connect"};
+constinit TReal<int(int, void*, int, int)> g_realEpollWait{"epoll_wait"};
 
 struct TSelect {
   i32 iCount;
@@ -61,6 +63,7 @@ int Hook_socketpair(int iDomain, int iType, int iProtocol, int* aiPair) asm("soc
 int Hook_close(int fd) asm("close");
 int Hook_bind(int fd, const sockaddr* ptAddress, socklen_t dwLength) asm("bind");
 int Hook_connect(int fd, const sockaddr* ptAddress, socklen_t dwLength) asm("connect");
+int Hook_epoll_wait(int fdEpoll, void* pvEvents, int iMost, int iTime_ms) asm("epoll_wait");
 
 static bool IsOutput(i32 fd);
 
@@ -91,6 +94,29 @@ static bool SelectReady(void* pv) {
     aptCopies[i] = &atCopies[i];
   }
   return SelectNow(tSelect.iCount, aptCopies) != 0;
+}
+
+static i32 SelectFds(void* pv, pollfd* ptFds, i32 iRoom) {
+  const TSelect& tSelect = *static_cast<TSelect*>(pv);
+  constexpr short aiEvents[3] = {POLLIN, POLLOUT, POLLPRI};
+  i32 iFilled = 0;
+  for (i32 fd = 0; fd < tSelect.iCount; ++fd) {
+    i32 iEvents = 0;
+    for (i32 i = 0; i < 3; ++i) {
+      if (tSelect.aptSets[i] != nullptr && FD_ISSET(fd, tSelect.aptSets[i])) iEvents |= aiEvents[i];
+    }
+    if (iEvents != 0 && iFilled < iRoom) {
+      ptFds[iFilled++] = {.fd = fd, .events = static_cast<short>(iEvents), .revents = 0};
+    }
+  }
+  return iFilled;
+}
+
+static i32 PollFds(void* pv, pollfd* ptFds, i32 iRoom) {
+  const TPoll& tPoll = *static_cast<TPoll*>(pv);
+  i32 iFilled = 0;
+  for (; iFilled < iRoom && iFilled < static_cast<i32>(tPoll.dwCount); ++iFilled) ptFds[iFilled] = tPoll.ptFds[iFilled];
+  return iFilled;
 }
 
 static bool PollReady(void* pv) {
@@ -125,9 +151,13 @@ static i32 SelectVirtually(const char* szCall, i32 iCount, fd_set* const (&aptSe
     const i32 iReady = SelectNow(iCount, aptSets);
     if (iReady < 0) return -errno;
     if (iReady > 0) Transcript_Note("%s %d ready", szCall, iReady);
+    if (iReady > 0) Clock_HandedIn();
     if (iReady > 0 || qwTime_us == 0) return iReady;
-    const EWaitEnd eEnd = Clock_Wait(
-        {.qwUntil_us = qwUntil_us, .eInterrupt = INTERRUPT_ALWAYS, .pfnReady = &SelectReady, .pvReady = &tSelect});
+    const EWaitEnd eEnd = Clock_Wait({.qwUntil_us = qwUntil_us,
+                                      .eInterrupt = INTERRUPT_ALWAYS,
+                                      .pfnReady = &SelectReady,
+                                      .pvReady = &tSelect,
+                                      .pfnFds = &SelectFds});
     if (eEnd == WAIT_INTERRUPTED) Transcript_Note("%s interrupted", szCall);
     if (eEnd == WAIT_INTERRUPTED) return -EINTR;
     // What has become ready in this very moment is the next call's; the poll has left the sets empty.
@@ -155,15 +185,6 @@ static void SetMicros(TTimeval* pt, u64 qw_us) {
 template <class TTimeval>
 static int Select(TReal<int(int, fd_set*, fd_set*, fd_set*, TTimeval*)>& tReal, int n, fd_set* ptRead, fd_set* ptWrite,
                   fd_set* ptExcept, TTimeval* ptTime) {
-  if (Hooks_Scaled() && ptTime != nullptr) {
-    const timespec tAsked = Scale_Real(Micros(*ptTime));
-    TTimeval tScaled{};
-    tScaled.tv_sec = tAsked.tv_sec;
-    tScaled.tv_usec = static_cast<decltype(tScaled.tv_usec)>(tAsked.tv_nsec / 1'000);
-    const i32 iReady = tReal(n, ptRead, ptWrite, ptExcept, &tScaled);
-    SetMicros(ptTime, Scale_Camera_us(Scale_Timespec<timespec>(Micros(tScaled))));
-    return iReady;
-  }
   if (!Hooks_OnVirtualClock("select")) return tReal(n, ptRead, ptWrite, ptExcept, ptTime);
   const u64 qwTime_us = ptTime == nullptr ? qwNever_us : Micros(*ptTime);
   const u64 qwStart_us = Clock_Now_us();
@@ -188,7 +209,7 @@ static int Pselect(TReal<int(int, fd_set*, fd_set*, fd_set*, const TTimespec*, c
   if (!Hooks_OnVirtualClock("pselect")) return tReal(n, aptSets[0], aptSets[1], aptSets[2], ptTime, ptMask);
   sigset_t tBefore;
   if (ptMask != nullptr) Clock_SetMask(SIG_SETMASK, ptMask, &tBefore);
-  const u64 qwTime_us = ptTime == nullptr ? qwNever_us : Scale_Micros(*ptTime);
+  const u64 qwTime_us = ptTime == nullptr ? qwNever_us : Times_Micros(*ptTime);
   const i32 iResult = SelectVirtually("pselect", n, aptSets, qwTime_us);
   if (ptMask != nullptr) Clock_SetMask(SIG_SETMASK, &tBefore, nullptr);
   return FailBelow0(iResult);
@@ -204,10 +225,6 @@ int Hook_pselect64(int n, fd_set* ptRead, fd_set* ptWrite, fd_set* ptExcept, con
 }
 
 int Hook_poll(pollfd* ptFds, nfds_t dwCount, int iTime_ms) {
-  if (Hooks_Scaled() && iTime_ms > 0) {
-    const timespec tReal = Scale_Real(static_cast<u64>(iTime_ms) * 1'000);
-    return ppoll(ptFds, dwCount, &tReal, nullptr);
-  }
   if (!Hooks_OnVirtualClock("poll")) return g_realPoll(ptFds, dwCount, iTime_ms);
   if (iTime_ms == 0 && dwCount == 1 && IsOutput(ptFds->fd)) return PollNow(ptFds, dwCount);  // as in PrintedOutput
   Clock_Point("poll");
@@ -217,8 +234,11 @@ int Hook_poll(pollfd* ptFds, nfds_t dwCount, int iTime_ms) {
   for (;;) {
     const i32 iReady = PollNow(ptFds, dwCount);
     if (iReady != 0 || eEnd == WAIT_TIMED_OUT) return iReady;
-    eEnd = Clock_Wait(
-        {.qwUntil_us = qwUntil_us, .eInterrupt = INTERRUPT_ALWAYS, .pfnReady = &PollReady, .pvReady = &tPoll});
+    eEnd = Clock_Wait({.qwUntil_us = qwUntil_us,
+                       .eInterrupt = INTERRUPT_ALWAYS,
+                       .pfnReady = &PollReady,
+                       .pvReady = &tPoll,
+                       .pfnFds = &PollFds});
     if (eEnd == WAIT_INTERRUPTED) return FailBelow0(-EINTR);
   }
 }
@@ -240,7 +260,8 @@ static bool WaitReady(i32 fd, short iEvents, bool bWait) {
   pollfd tFd{.fd = fd, .events = iEvents, .revents = 0};
   TPoll tPoll{.ptFds = &tFd, .dwCount = 1};
   while (!IsReadyNow(fd, iEvents)) {
-    if (Clock_Wait({.eInterrupt = INTERRUPT_UNLESS_RESTART, .pfnReady = &PollReady, .pvReady = &tPoll}) ==
+    if (Clock_Wait(
+            {.eInterrupt = INTERRUPT_UNLESS_RESTART, .pfnReady = &PollReady, .pvReady = &tPoll, .pfnFds = &PollFds}) ==
         WAIT_INTERRUPTED) {
       errno = EINTR;
       return false;
@@ -311,10 +332,12 @@ static bool IsOnFullFlash(const TDescriptor& tDescriptor) {
 }
 
 ssize_t Hook_write(int fd, const void* pv, size_t dwLength) {
+  if (Foreign_IsSelf()) return g_realWrite(fd, pv, dwLength);
   // A scripted event may print as well.
-  const bool bLife = g_eClockMode == CLOCK_VIRTUAL && (Clock_RunsScript() || Hooks_OnVirtualClock("write"));
-  if (bLife && IsOutput(fd)) {
-    return PrintedOutput(pv, Hooks_IsPipe(fd) ? g_realWrite(fd, pv, dwLength) : static_cast<ssize_t>(dwLength));
+  const bool bPrints = g_bClockRuns && (Clock_RunsScript() || Hooks_OnVirtualClock("write"));
+  if (bPrints && IsOutput(fd)) {
+    const bool bReal = Pace_IsOn() || Hooks_IsPipe(fd);
+    return PrintedOutput(pv, bReal ? g_realWrite(fd, pv, dwLength) : static_cast<ssize_t>(dwLength));
   }
   if (!Hooks_Active() || !IsOurs(fd)) return g_realWrite(fd, pv, dwLength);
   if (I2C_IsBus(fd)) return I2C_Write(fd, pv, dwLength);
@@ -326,7 +349,9 @@ ssize_t Hook_write(int fd, const void* pv, size_t dwLength) {
   if (!Hooks_OnVirtualClock("write")) return g_realWrite(fd, pv, dwLength);
   Clock_Point("write");
   if (Hooks_Fails("write")) return FailBelow0(-EAGAIN);
-  if (!WaitReady(fd, POLLOUT, true)) return -1;
+  // In a run the peer may be a client that does not read: the wait is bounded by the host's clock then, as its socket
+  // is.
+  if (!WaitReady(fd, POLLOUT, !Pace_IsOn())) return -1;
   return AfterWrite(g_realWrite(fd, pv, dwLength));
 }
 
@@ -347,6 +372,7 @@ int Hook_socketpair(int iDomain, int iType, int iProtocol, int* aiPair) {
 }
 
 int Hook_close(int fd) {
+  if (Foreign_IsSelf()) return g_realClose(fd);
   if (!Hooks_Active() || !IsOurs(fd)) return g_realClose(fd);
   TDescriptor& tDescriptor = *Hooks_Descriptor(fd);
   Hooks_Point("close");
@@ -388,4 +414,14 @@ int Hook_bind(int fd, const sockaddr* ptAddress, socklen_t dwLength) {
 
 int Hook_connect(int fd, const sockaddr* ptAddress, socklen_t dwLength) {
   return FailBelow0(WithAddress(g_realConnect, fd, ptAddress, dwLength));
+}
+
+// Of a library's own threads only: the clock may move while such a thread sits in it.
+int Hook_epoll_wait(int fdEpoll, void* pvEvents, int iMost, int iTime_ms) {
+  if (Hooks_OnVirtualClock("epoll_wait")) Clock_End(CLOCK_END_ERROR, "epoll_wait is not simulated");
+  if (!Foreign_IsSelf()) return g_realEpollWait(fdEpoll, pvEvents, iMost, iTime_ms);
+  Foreign_Sits(fdEpoll);
+  const int iResult = g_realEpollWait(fdEpoll, pvEvents, iMost, iTime_ms);
+  Foreign_Works();
+  return iResult;
 }

@@ -6,7 +6,6 @@
 
 #include "hooks/hooks.h"
 #include "hooks/i2c.h"
-#include "hooks/scale.h"
 #include "lens/ics_optics.h"
 
 namespace {
@@ -66,7 +65,7 @@ static bool IsFitted(const TWorld& tWorld, ELensDevice eDevice) {
 
 i32 Device_Open(ELensDevice eDevice, const char* pszPath, i32 iFlags) {
   const TDevice& tDevice = DeviceOf(eDevice);
-  if (g_eClockMode == CLOCK_VIRTUAL && tDevice.szThread != nullptr && strcmp(Clock_TaskName(), "main") != 0) {
+  if (tDevice.szThread != nullptr && strcmp(Clock_TaskName(), "main") != 0) {
     Clock_NameTask(tDevice.szThread);
   }
   if (!IsFitted(*Clock_World(), eDevice)) {
@@ -102,12 +101,7 @@ static void SayRotor(char (&szRotor)[32], const TLens& tLens, ELensDevice eDevic
 }
 
 static void WaitForDriver(u64 qwUntil_us) {
-  while (Clock_Now_us() < qwUntil_us) {
-    if (g_eClockMode == CLOCK_VIRTUAL)
-      Clock_Wait({.qwUntil_us = qwUntil_us});
-    else
-      Scale_Sleep(qwUntil_us - Clock_Now_us());
-  }
+  while (Clock_Now_us() < qwUntil_us) Clock_Wait({.qwUntil_us = qwUntil_us});
 }
 
 i32 Device_Request(i32 fd, u32 dwRequest, i32 iArgument) {

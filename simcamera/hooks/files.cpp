@@ -316,8 +316,8 @@ DIR* Hook_opendir(const char* pszPath) {
 
 // On a slow flash a sync takes a drawn time, and only at its end is anything safe.
 static void WaitForFlash() {
-  const u32 dwMost_us = g_eClockMode == CLOCK_VIRTUAL ? Clock_World()->dwSlowestSync_us : 0;
-  if (dwMost_us == 0) return;
+  const u32 dwMost_us = Clock_World()->dwSlowestSync_us;
+  if (dwMost_us == 0 || !Hooks_OnVirtualClock("sync")) return;
   const u64 qwUntil_us = Clock_Now_us() + Clock_Draw(dwMost_us);
   while (Clock_Now_us() < qwUntil_us) Clock_Wait({.qwUntil_us = qwUntil_us});
 }

@@ -1,5 +1,7 @@
 #include "hooks/flash.h"
 
+#include "clock/pace.h"
+
 #include <errno.h>
 #include <fcntl.h>
 #include <pthread.h>
@@ -58,15 +60,15 @@ struct TFlash {
 constinit TFlash* g_ptFlash = nullptr;
 pthread_mutex_t g_mutexFlash = PTHREAD_MUTEX_INITIALIZER;
 
-// Round each use of the table.  Locks at a speed only: on the virtual clock one task runs at a time, and a lock would
-// look to ThreadSanitizer like one of the daemon's own.
+// Round each use of the table.  Locks in a run only, where a library's own threads may come here too.  In a life one
+// task runs at a time, and a lock would look to ThreadSanitizer like one of the daemon's own.
 class THoldFlash {
  public:
   THoldFlash() {
-    if (g_eClockMode == CLOCK_AT_A_SPEED) pthread_mutex_lock(&g_mutexFlash);
+    if (Pace_IsOn()) pthread_mutex_lock(&g_mutexFlash);
   }
   ~THoldFlash() {
-    if (g_eClockMode == CLOCK_AT_A_SPEED) pthread_mutex_unlock(&g_mutexFlash);
+    if (Pace_IsOn()) pthread_mutex_unlock(&g_mutexFlash);
   }
   THoldFlash(const THoldFlash&) = delete;
   THoldFlash& operator=(const THoldFlash&) = delete;

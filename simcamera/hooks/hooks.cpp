@@ -1,5 +1,7 @@
 #include "hooks/hooks.h"
 
+#include "clock/pace.h"
+
 #include <dlfcn.h>
 #include <errno.h>
 #include <string.h>
@@ -47,20 +49,16 @@ void* Real_Find(const char* szName) {
 }
 
 bool Hooks_OnVirtualClock(const char* szCall) {
-  if (g_eClockMode != CLOCK_VIRTUAL || g_tSelf.iInside > 0) return false;
+  if (!g_bClockRuns || g_tSelf.iInside > 0) return false;
   if (g_tSelf.eKind == THREAD_TASK) return true;
-  if (g_tSelf.eKind == THREAD_ENDED) return false;
+  if (g_tSelf.eKind == THREAD_ENDED || Foreign_IsSelf()) return false;
   char szWhy[128];
   snprintf(szWhy, sizeof szWhy, "%s called by a thread that the clock does not know", szCall);
   Clock_End(CLOCK_END_ERROR, szWhy);
 }
 
-bool Hooks_Scaled() {
-  return g_eClockMode == CLOCK_AT_A_SPEED && g_tSelf.iInside == 0 && g_tSelf.eKind == THREAD_SCALED;
-}
-
 bool Hooks_Active() {
-  return g_eClockMode != CLOCK_OFF && g_tSelf.iInside == 0;
+  return g_bClockRuns && g_tSelf.iInside == 0;
 }
 
 void Hooks_Point(const char* szCall) {
@@ -68,7 +66,7 @@ void Hooks_Point(const char* szCall) {
 }
 
 bool Hooks_Fails(const char* szCall) {
-  if (g_eClockMode != CLOCK_VIRTUAL || g_tSelf.iInside > 0 || g_tSelf.eKind != THREAD_TASK) return false;
+  if (!g_bClockRuns || g_tSelf.iInside > 0 || g_tSelf.eKind != THREAD_TASK) return false;
   TInside tInside;
   for (TFailingCall& tCall : Clock_World()->atFailingCalls) {
     if (strcmp(tCall.szCall, szCall) != 0) continue;

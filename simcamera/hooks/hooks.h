@@ -13,16 +13,15 @@
 #include "clock/inside.h"
 #include "hooks/real.h"
 
-// On the virtual clock, called by a task: the call is simulated.  A thread that the clock does not know ends the life,
-// since its waits and wakes would pass the clock by.
+// The caller is a task of the clock: the call is simulated.  A call of a thread that a library has made for itself
+// passes through in a run.  In a life a thread that the clock does not know ends it, since its waits and wakes would
+// pass the clock by.
 bool Hooks_OnVirtualClock(const char* szCall);
-// At a speed, called by one of the daemon's own threads: times are scaled.
-bool Hooks_Scaled();
-// Paths and devices are simulated, on any clock.
+// The call comes from the daemon or a library: its paths and devices are simulated.
 bool Hooks_Active();
-// Hooks_Active, and on the virtual clock also a point.
+// A task's call is a point of the clock.
 void Hooks_Point(const char* szCall);
-// On the virtual clock, called by a task: this call is one of those that are to fail.  A line tells of it.
+// This call of a task is one of those that are to fail.  A line tells of it.
 bool Hooks_Fails(const char* szCall);
 
 // ROOT without a slash at its end; "" before the start.
@@ -57,14 +56,21 @@ i32 Device_Request(i32 fd, u32 dwRequest, i32 iArgument);
 // The shared memory of that number where this process has it attached, or null.
 u32* Memory_Block(i32 iNumber);
 
+// Lets the image side look at each attached block of which it wants something, at the present time; pvWorld is the
+// world.  For TClockPlan::pfnTimeMoved.
+void Memory_ImageSide(void* pvWorld);
+
 // Mutexes that the calling thread holds by pthread_mutex_lock.
 i32 Hooks_HeldMutexes();
 
-// Lines of the transcript, "time thread event".  A fact (driver request, file change) is recorded on either clock, a
-// note (sleep, printed line) on the virtual one only.
+// Lines of the transcript, "time thread event".  Facts (driver request, file change, printed line) are recorded in
+// lives and in runs, notes (sleep, readiness) in lives only.
 [[gnu::format(printf, 1, 2)]] void Transcript_Fact(const char* szFormat, ...);
 [[gnu::format(printf, 1, 2)]] void Transcript_Note(const char* szFormat, ...);
-// Printed text: whole lines are noted, the rest waits for its end.
+// Where the lines go: whole ones, each with its line end.  Start-up.
+using FTranscriptSink = void (*)(const char* pcLine, size_t dwLine);
+void Transcript_Begin(FTranscriptSink pfnSink, bool bNotes);
+// Printed text: whole lines are recorded, the rest waits for its end.
 void Transcript_Printed(const char* pcText, size_t iLength);
 void Transcript_PrintTheRest();
 // From now on standard output leads nowhere, as in daemon mode.

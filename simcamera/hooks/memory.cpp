@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include "hooks/hooks.h"
+#include "world/world_image.h"
 
 namespace {
 constinit TReal<key_t(const char*, int)> g_realFtok{"ftok"};
@@ -109,4 +110,17 @@ u32* Memory_Block(i32 iNumber) {
     if (tAttached.pv != nullptr && tAttached.iNumber == iNumber) return static_cast<u32*>(tAttached.pv);
   }
   return nullptr;
+}
+
+void Memory_ImageSide(void* pvWorld) {
+  TWorld* ptWorld = static_cast<TWorld*>(pvWorld);
+  for (i32 iChannel = 0; iChannel < iLensChannels; ++iChannel) {
+    u32* pdwBlock = Memory_Block(iChannel);
+    if (pdwBlock == nullptr) continue;
+    const bool bWanted =
+        Word_Load(pdwBlock[BLOCK_FOCUS_VALUE_WANTED]) != 0 || Word_Load(pdwBlock[BLOCK_IRIS_PENDING]) != 0;
+    if (bWanted || Word_Load(pdwBlock[BLOCK_DAY_NIGHT_MODE]) != ptWorld->bNight) {
+      World_ImageFrame(ptWorld, iChannel, pdwBlock);
+    }
+  }
 }

@@ -4,6 +4,7 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include "clock/pace.h"
 #include "hooks/hooks.h"
 
 namespace {
@@ -44,13 +45,18 @@ int Hook_sigprocmask(int iHow, const sigset_t* ptNew, sigset_t* ptOld) {
 }
 
 pid_t Hook_getpid() {
-  return Hooks_OnVirtualClock("getpid") ? iLifePid : g_realGetpid();
+  return Hooks_OnVirtualClock("getpid") && !Pace_IsOn() ? iLifePid : g_realGetpid();
 }
 
-// On the virtual clock nothing forks: the harness waits for this very process.
+// In a life nothing forks: the harness waits for this very process.
 int Hook_daemon(int bKeepFolder, int bKeepOutput) {
   if (!Hooks_OnVirtualClock("daemon")) return g_realDaemon(bKeepFolder, bKeepOutput);
   Clock_Point("daemon");
+  if (Pace_IsOn()) {
+    const int iResult = g_realDaemon(bKeepFolder, bKeepOutput);
+    Pace_Forked();
+    return iResult;
+  }
   Transcript_Note("daemon");
   if (bKeepOutput == 0) Transcript_CloseOutput();
   return 0;

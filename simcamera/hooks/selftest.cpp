@@ -27,6 +27,7 @@ constexpr const char* g_aszHooked[] = {
     "close",
     "bind",
     "connect",
+    "epoll_wait",
     "pthread_create",
     "pthread_join",
     "pthread_exit",

@@ -7,8 +7,9 @@
 #include <dlfcn.h>
 #include <string.h>
 
+#include "clock/pace.h"
 #include "hooks/hooks.h"
-#include "hooks/scale.h"
+#include "hooks/times.h"
 
 namespace {
 using TEntry = void* (*)(void*);
@@ -39,9 +40,8 @@ struct TStart {
   TEntry pfnEntry;
   void* pvArgument;
 };
-constinit TStart g_atStart[iMaxTasks]{};         // by task; read by the new thread only
-constinit std::atomic<u32> g_dwScaledStarts{0};  // at a speed: threads made by the daemon so far
-constinit TStart g_atScaledStart[64]{};
+constinit TStart g_atStart[iMaxTasks]{};  // by task; read by the new thread only
+constinit TStart g_atForeignStart[16]{};  // by place of a thread outside the clock
 }  // namespace
 
 int Hook_create(pthread_t* pThread, const pthread_attr_t* ptAttr, TEntry pfnEntry, void* pv) asm("pthread_create");
@@ -75,10 +75,21 @@ static void* RunTask(void* pvTask) {
   return pvResult;
 }
 
-static void* RunScaled(void* pvStart) {
-  const TStart tStart = *static_cast<TStart*>(pvStart);
-  g_tSelf.eKind = THREAD_SCALED;
-  return tStart.pfnEntry(tStart.pvArgument);
+static void* RunForeign(void* pvPlace) {
+  const i32 iPlace = static_cast<i32>(reinterpret_cast<intptr_t>(pvPlace));
+  Foreign_Enter(iPlace);
+  void* pvResult = g_atForeignStart[iPlace].pfnEntry(g_atForeignStart[iPlace].pvArgument);
+  Foreign_Leave();
+  return pvResult;
+}
+
+static int CreateForeign(pthread_t* pThread, const pthread_attr_t* ptAttr, TEntry pfnEntry, void* pv) {
+  const i32 iPlace = Foreign_New();
+  if (iPlace < 0) return EAGAIN;
+  g_atForeignStart[iPlace] = {.pfnEntry = pfnEntry, .pvArgument = pv};
+  const i32 iError = g_realCreate(pThread, ptAttr, &RunForeign, reinterpret_cast<void*>(static_cast<intptr_t>(iPlace)));
+  if (iError != 0) Foreign_Forget(iPlace);
+  return iError;
 }
 
 // The daemon makes its threads through the thread library; whoever else makes one is a library with threads of its own,
@@ -91,12 +102,9 @@ static bool IsMadeByDaemon(const void* pvCaller) {
 }
 
 int Hook_create(pthread_t* pThread, const pthread_attr_t* ptAttr, TEntry pfnEntry, void* pv) {
-  if (g_eClockMode == CLOCK_AT_A_SPEED && g_tSelf.iInside == 0 && IsMadeByDaemon(__builtin_return_address(0))) {
-    const u32 dwStart = g_dwScaledStarts.fetch_add(1);
-    TStart& tStart = g_atScaledStart[dwStart % (sizeof g_atScaledStart / sizeof g_atScaledStart[0])];
-    tStart = {.pfnEntry = pfnEntry, .pvArgument = pv};
-    return g_realCreate(pThread, ptAttr, &RunScaled, static_cast<void*>(&tStart));
-  }
+  const bool bForeign =
+      Pace_IsOn() && g_tSelf.iInside == 0 && (Foreign_IsSelf() || !IsMadeByDaemon(__builtin_return_address(0)));
+  if (bForeign) return CreateForeign(pThread, ptAttr, pfnEntry, pv);
   if (!Hooks_OnVirtualClock("pthread_create")) return g_realCreate(pThread, ptAttr, pfnEntry, pv);
   Clock_Point("pthread_create");
   const i32 iTask = Clock_NewTask();
@@ -118,7 +126,7 @@ int Hook_join(pthread_t thread, void** ppvResult) {
   Clock_Point("pthread_join");
   if (Hooks_Fails("pthread_join")) return EDEADLK;
   const i32 iTask = Clock_TaskOf(thread);
-  if (iTask < 0) return ESRCH;
+  if (iTask < 0) return Pace_IsOn() ? g_realJoin(thread, ppvResult) : ESRCH;
   while (!Clock_TaskEnded(iTask)) Clock_Wait({.pvKey = Clock_TaskKey(iTask)});
   const i32 iError = g_realJoin(thread, ppvResult);
   if (iError == 0) Clock_ForgetTask(iTask);
@@ -135,6 +143,9 @@ static int LockVirtually(pthread_mutex_t* ptMutex) {
   for (;;) {
     const i32 iError = g_realTrylock(ptMutex);
     if (iError != EBUSY) return iError;
+    // Held by a thread outside the clock: a real lock, and the clock stands while the task waits for it.
+    const i32 iOwner = std::atomic_ref(ptMutex->__data.__owner).load(std::memory_order_relaxed);
+    if (Pace_IsOn() && !Clock_IsTask(iOwner)) return g_realLock(ptMutex);
     Clock_Wait({.pvKey = ptMutex});
   }
 }
@@ -200,17 +211,13 @@ int Hook_sem_trywait(sem_t* ptSem) {
 template <class TTimespec>
 static u64 Until_us(clockid_t iClock, const TTimespec& tUntil) {
   const u64 qwZero_us = iClock == CLOCK_REALTIME ? Clock_Wall_us() - Clock_Now_us() : 0;
-  const u64 qwUntil_us = Scale_Micros(tUntil);
+  const u64 qwUntil_us = Times_Micros(tUntil);
   const u64 qwCamera_us = qwUntil_us > qwZero_us ? qwUntil_us - qwZero_us : 0;
   return Clock_Deadline(qwCamera_us > Clock_Now_us() ? qwCamera_us - Clock_Now_us() : 0);
 }
 
 template <class TTimespec>
 static int SemTimedwait(TReal<int(sem_t*, const TTimespec*)>& tReal, sem_t* ptSem, const TTimespec* ptUntil) {
-  if (Hooks_Scaled()) {
-    const TTimespec tScaled = Scale_RealDeadline(*ptUntil);
-    return tReal(ptSem, &tScaled);
-  }
   if (!Hooks_OnVirtualClock("sem_timedwait")) return tReal(ptSem, ptUntil);
   Clock_Point("sem_timedwait");
   return Fail(SemWaitVirtually(ptSem, Until_us(CLOCK_REALTIME, *ptUntil)));
@@ -223,7 +230,16 @@ int Hook_sem_timedwait64(sem_t* ptSem, const TTimespec64* ptUntil) {
   return SemTimedwait(g_realSemTimedwait64, ptSem, ptUntil);
 }
 
+// A task that waits would not be woken.
+static void RefuseForeign(const char* szCall) {
+  if (!Foreign_IsSelf() || g_tSelf.iInside > 0) return;
+  char szWhy[96];
+  snprintf(szWhy, sizeof szWhy, "%s by a library's own thread", szCall);
+  Clock_End(CLOCK_END_ERROR, szWhy);
+}
+
 int Hook_sem_post(sem_t* ptSem) {
+  RefuseForeign("sem_post");
   if (!Hooks_OnVirtualClock("sem_post")) return g_realSemPost(ptSem);
   const i32 iResult = g_realSemPost(ptSem);
   Clock_Wake(ptSem);
@@ -254,10 +270,6 @@ static clockid_t ClockOf(const pthread_cond_t* ptCond) {
 template <class TTimespec>
 static int CondTimedwait(TReal<int(pthread_cond_t*, pthread_mutex_t*, const TTimespec*)>& tReal, pthread_cond_t* ptCond,
                          pthread_mutex_t* ptMutex, const TTimespec* ptUntil) {
-  if (Hooks_Scaled() && ClockOf(ptCond) == CLOCK_REALTIME) {
-    const TTimespec tScaled = Scale_RealDeadline(*ptUntil);
-    return tReal(ptCond, ptMutex, &tScaled);
-  }
   if (!Hooks_OnVirtualClock("pthread_cond_timedwait")) return tReal(ptCond, ptMutex, ptUntil);
   return CondWaitVirtually("pthread_cond_timedwait", ptCond, ptMutex, Until_us(ClockOf(ptCond), *ptUntil));
 }
@@ -285,6 +297,7 @@ int Hook_cond_clockwait64(pthread_cond_t* ptCond, pthread_mutex_t* ptMutex, cloc
 }
 
 int Hook_cond_signal(pthread_cond_t* ptCond) {
+  RefuseForeign("pthread_cond_signal");
   if (!Hooks_OnVirtualClock("pthread_cond_signal")) return g_realCondSignal(ptCond);
   Clock_WakeOne(ptCond);
   Clock_Point("pthread_cond_signal");
@@ -292,6 +305,7 @@ int Hook_cond_signal(pthread_cond_t* ptCond) {
 }
 
 int Hook_cond_broadcast(pthread_cond_t* ptCond) {
+  RefuseForeign("pthread_cond_broadcast");
   if (!Hooks_OnVirtualClock("pthread_cond_broadcast")) return g_realCondBroadcast(ptCond);
   Clock_Wake(ptCond);
   Clock_Point("pthread_cond_broadcast");

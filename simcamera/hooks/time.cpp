@@ -4,7 +4,7 @@
 #include <time.h>
 
 #include "hooks/hooks.h"
-#include "hooks/scale.h"
+#include "hooks/times.h"
 
 namespace {
 constinit TReal<int(useconds_t)> g_realUsleep{"usleep"};
@@ -47,7 +47,6 @@ static u64 SleepVirtually(const char* szCall, u64 qwDuration_us) {
 }
 
 int Hook_usleep(useconds_t dwDuration_us) {
-  if (Hooks_Scaled()) return Scale_Sleep(dwDuration_us);
   if (!Hooks_OnVirtualClock("usleep")) return g_realUsleep(dwDuration_us);
   if (SleepVirtually("usleep", dwDuration_us) == 0) return 0;
   errno = EINTR;
@@ -55,7 +54,6 @@ int Hook_usleep(useconds_t dwDuration_us) {
 }
 
 unsigned Hook_sleep(unsigned dwDuration_s) {
-  if (Hooks_Scaled()) return Scale_Sleep(u64{dwDuration_s} * 1'000'000) == 0 ? 0 : dwDuration_s;
   if (!Hooks_OnVirtualClock("sleep")) return g_realSleep(dwDuration_s);
   return static_cast<unsigned>((SleepVirtually("sleep", u64{dwDuration_s} * 1'000'000) + 999'999) / 1'000'000);
 }
@@ -64,15 +62,14 @@ template <class TTimespec>
 static i32 NanosleepVirtually(const char* szCall, u64 qwDuration_us, TTimespec* ptRest) {
   const u64 qwRest_us = SleepVirtually(szCall, qwDuration_us);
   if (qwRest_us == 0) return 0;
-  if (ptRest != nullptr) *ptRest = Scale_Timespec<TTimespec>(qwRest_us);
+  if (ptRest != nullptr) *ptRest = Times_Timespec<TTimespec>(qwRest_us);
   return EINTR;
 }
 
 template <class TTimespec>
 static int Nanosleep(TReal<int(const TTimespec*, TTimespec*)>& tReal, const TTimespec* ptDuration, TTimespec* ptRest) {
-  if (Hooks_Scaled()) return Scale_Sleep(Scale_Micros(*ptDuration));
   if (!Hooks_OnVirtualClock("nanosleep")) return tReal(ptDuration, ptRest);
-  const i32 iError = NanosleepVirtually("nanosleep", Scale_Micros(*ptDuration), ptRest);
+  const i32 iError = NanosleepVirtually("nanosleep", Times_Micros(*ptDuration), ptRest);
   if (iError == 0) return 0;
   errno = iError;
   return -1;
@@ -89,7 +86,7 @@ template <class TTimespec>
 static int ClockNanosleep(TReal<int(clockid_t, int, const TTimespec*, TTimespec*)>& tReal, clockid_t iClock, int iFlags,
                           const TTimespec* ptTime, TTimespec* ptRest) {
   if (!Hooks_OnVirtualClock("clock_nanosleep")) return tReal(iClock, iFlags, ptTime, ptRest);
-  u64 qwDuration_us = Scale_Micros(*ptTime);
+  u64 qwDuration_us = Times_Micros(*ptTime);
   if ((iFlags & TIMER_ABSTIME) != 0) {
     const u64 qwNow_us = iClock == CLOCK_REALTIME ? Clock_Wall_us() : Clock_Now_us();
     qwDuration_us = qwDuration_us > qwNow_us ? qwDuration_us - qwNow_us : 0;
@@ -107,10 +104,8 @@ int Hook_clock_nanosleep64(clockid_t iClock, int iFlags, const TTimespec64* ptTi
 
 template <class TTimeval>
 static int Gettimeofday(TReal<int(TTimeval*, void*)>& tReal, TTimeval* ptTime, void* pvZone) {
-  if (!Hooks_Scaled()) {
-    if (!Hooks_OnVirtualClock("gettimeofday")) return tReal(ptTime, pvZone);
-    Clock_Point("gettimeofday");
-  }
+  if (!Hooks_OnVirtualClock("gettimeofday")) return tReal(ptTime, pvZone);
+  Clock_Point("gettimeofday");
   const u64 qwWall_us = Clock_Wall_us();
   ptTime->tv_sec = static_cast<decltype(ptTime->tv_sec)>(qwWall_us / 1'000'000);
   ptTime->tv_usec = static_cast<decltype(ptTime->tv_usec)>(qwWall_us % 1'000'000);
@@ -126,10 +121,8 @@ int Hook_gettimeofday64(TTimeval64* ptTime, void* pvZone) {
 
 template <class TSeconds>
 static TSeconds Time(TReal<TSeconds(TSeconds*)>& tReal, TSeconds* ptTime) {
-  if (!Hooks_Scaled()) {
-    if (!Hooks_OnVirtualClock("time")) return tReal(ptTime);
-    Clock_Point("time");
-  }
+  if (!Hooks_OnVirtualClock("time")) return tReal(ptTime);
+  Clock_Point("time");
   const TSeconds tNow = static_cast<TSeconds>(Clock_Wall_us() / 1'000'000);
   if (ptTime != nullptr) *ptTime = tNow;
   return tNow;
@@ -142,14 +135,13 @@ i64 Hook_time64(i64* piTime) {
   return Time(g_realTime64, piTime);
 }
 
-// At a speed left alone: a library's threads would see a fast clock with time-outs that are not.
 template <class TTimespec>
 static int ClockGettime(TReal<int(clockid_t, TTimespec*)>& tReal, clockid_t iClock, TTimespec* ptTime) {
   const bool bTime = iClock != CLOCK_PROCESS_CPUTIME_ID && iClock != CLOCK_THREAD_CPUTIME_ID;
   if (!bTime || !Hooks_OnVirtualClock("clock_gettime")) return tReal(iClock, ptTime);
   Clock_Point("clock_gettime");
   const bool bWall = iClock == CLOCK_REALTIME || iClock == CLOCK_REALTIME_COARSE;
-  *ptTime = Scale_Timespec<TTimespec>(bWall ? Clock_Wall_us() : Clock_Now_us());
+  *ptTime = Times_Timespec<TTimespec>(bWall ? Clock_Wall_us() : Clock_Now_us());
   return 0;
 }
 

@@ -1,23 +1,24 @@
-#include <fcntl.h>
 #include <string.h>
-#include <sys/syscall.h>
-#include <unistd.h>
 
 #include "hooks/hooks.h"
 
 namespace {
-constinit i32 g_fdTranscript = -1;  // at a speed
+constinit FTranscriptSink g_pfnSink = nullptr;
+constinit bool g_bNotes = false;
 constinit char g_szPrinted[512] = "";
 constinit size_t g_iPrinted = 0;
 constinit bool g_bOutputClosed = false;
 }  // namespace
 
 static void Record(const char* szFormat, va_list tArgs);
-static void Keep(const char* pcLine, size_t iLength);
-static void Append(const char* pcLine, size_t iLength);
+
+void Transcript_Begin(FTranscriptSink pfnSink, bool bNotes) {
+  g_pfnSink = pfnSink;
+  g_bNotes = bNotes;
+}
 
 void Transcript_Fact(const char* szFormat, ...) {
-  if (g_eClockMode == CLOCK_OFF) return;
+  if (g_pfnSink == nullptr) return;
   TInside tInside;
   va_list tArgs;
   va_start(tArgs, szFormat);
@@ -26,7 +27,7 @@ void Transcript_Fact(const char* szFormat, ...) {
 }
 
 void Transcript_Note(const char* szFormat, ...) {
-  if (g_eClockMode != CLOCK_VIRTUAL) return;
+  if (g_pfnSink == nullptr || !g_bNotes) return;
   TInside tInside;
   va_list tArgs;
   va_start(tArgs, szFormat);
@@ -52,15 +53,14 @@ void Transcript_PrintTheRest() {
   if (g_iPrinted == 0 || g_bOutputClosed) return;
   g_szPrinted[g_iPrinted] = '\0';
   g_iPrinted = 0;
-  Transcript_Note("print %s", g_szPrinted);
+  Transcript_Fact("print %s", g_szPrinted);
 }
 
 static void Record(const char* szFormat, va_list tArgs) {
   char szLine[768];
   const u64 qwNow_us = Clock_Now_us();
   const char* pszThread = "-";
-  if (g_eClockMode == CLOCK_VIRTUAL && g_tSelf.eKind == THREAD_TASK && !Clock_RunsScript())
-    pszThread = Clock_TaskName();
+  if (g_tSelf.eKind == THREAD_TASK && !Clock_RunsScript()) pszThread = Clock_TaskName();
   size_t iLength = static_cast<size_t>(snprintf(szLine, sizeof szLine, "%6llu.%06llu %-5s ",
                                                 static_cast<unsigned long long>(qwNow_us / 1'000'000),
                                                 static_cast<unsigned long long>(qwNow_us % 1'000'000), pszThread));
@@ -68,29 +68,5 @@ static void Record(const char* szFormat, va_list tArgs) {
   const i32 iText = vsnprintf(szLine + iLength, iRoom, szFormat, tArgs);
   iLength += static_cast<size_t>(iText) < iRoom ? static_cast<size_t>(iText) : iRoom - 1;
   szLine[iLength++] = '\n';
-  if (g_eClockMode == CLOCK_VIRTUAL)
-    Keep(szLine, iLength);
-  else
-    Append(szLine, iLength);
-}
-
-static void Keep(const char* pcLine, size_t iLength) {
-  TLifeRecord& tRecord = *Clock_Record();
-  if (tRecord.dwTranscript + iLength > sizeof tRecord.acTranscript) {
-    tRecord.bTranscriptFull = 1;
-    return;
-  }
-  memcpy(tRecord.acTranscript + tRecord.dwTranscript, pcLine, iLength);
-  tRecord.dwTranscript += static_cast<u32>(iLength);
-}
-
-// One write a line: daemon and command line may append side by side.
-static void Append(const char* pcLine, size_t iLength) {
-  if (g_fdTranscript < 0) {
-    char szPath[sizeof g_szHooksRoot + 32];
-    snprintf(szPath, sizeof szPath, "%s/sim/transcript", g_szHooksRoot);
-    g_fdTranscript =
-        static_cast<i32>(syscall(SYS_openat, AT_FDCWD, szPath, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0666));
-  }
-  syscall(SYS_write, g_fdTranscript, pcLine, iLength);
+  g_pfnSink(szLine, iLength);
 }

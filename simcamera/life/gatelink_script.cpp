@@ -14,6 +14,7 @@
 
 #include "gatelink.h"
 #include "hooks/hooks.h"
+#include "life/life_record.h"
 
 namespace {
 struct TRequest {
@@ -62,7 +63,7 @@ int32_t GATELINK_GetSocketFd(HGateLink hGateLink) {
 
 // Keeps the whole reply in the life's record, and a line of it in the transcript.
 static void KeepReply(u32 dwNumber, const std::string& sReply) {
-  TLifeRecord& tRecord = *Clock_Record();
+  TLifeRecord& tRecord = Life_Record();
   const u32 adwHead[2] = {dwNumber, static_cast<u32>(sReply.size())};
   if (tRecord.dwReplies + sizeof adwHead + sReply.size() <= sizeof tRecord.acReplies) {
     memcpy(tRecord.acReplies + tRecord.dwReplies, adwHead, sizeof adwHead);

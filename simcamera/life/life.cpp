@@ -18,6 +18,7 @@
 #include "hooks/flash.h"
 #include "hooks/hooks.h"
 #include "life/gatelink_script.h"
+#include "life/life_record.h"
 #include "world/world_image.h"
 
 // From the daemon's objects, if the test program has them.
@@ -38,15 +39,16 @@ struct TScriptedEvent {
 };
 
 const TLifePlan* g_ptPlan = nullptr;  // of the life that this process is
+TLifeRecord* g_ptRecord = nullptr;    // of the life that this process is
 std::vector<TScriptedEvent> g_atScripted;
 }  // namespace
 
 static TLifeRecord* FreshRecord();
+static void KeepLine(const char* pcLine, size_t dwLine);
 [[noreturn]] static void Live(const TLifePlan& tPlan, TWorld* ptWorld, TLifeRecord* ptRecord, i32 fdStderr);
 static void Arrange(TWorld* ptWorld);
 static void RunEvent(void* pvScripted);
 static void EndByTerm(void* pv);
-static void ImageSide(void* pv);
 static void TakeOutput();
 static void LeaveLife(i32 iStatus, void* pv);
 static i32 RunBody(const TLifePlan& tPlan, TWorld* ptWorld);
@@ -62,7 +64,7 @@ TLifeResult Life_Run(const TLifePlan& tPlan) {
     tResult.sStderr = bHooked ? "simcamera: no world below " + tPlan.sRoot + "\n" : "simcamera: names are not hooked\n";
     return tResult;
   }
-  ptWorld->eTime = TIME_VIRTUAL;
+  ptWorld->bRun = 0;
   TLifeRecord* ptRecord = FreshRecord();
   const i32 fdStderr = memfd_create("stderr", MFD_CLOEXEC);
   fflush(nullptr);
@@ -75,8 +77,9 @@ TLifeResult Life_Run(const TLifePlan& tPlan) {
   close(fdStderr);
   if (pid > 0) Collect(tResult, *ptRecord, iStatus);
   if (pid > 0 && !bEnded) {
-    tResult.sStderr += std::string("simcamera: no event for 10 seconds, the token is with ") + ptRecord->szHolder +
-                       ", last call " + (ptRecord->szCall != nullptr ? ptRecord->szCall : "none") + "\n";
+    tResult.sStderr += std::string("simcamera: no event for 10 seconds, the token is with ") +
+                       ptRecord->tTally.szHolder + ", last call " +
+                       (ptRecord->tTally.szCall != nullptr ? ptRecord->tTally.szCall : "none") + "\n";
   }
   if (tResult.eEnd == LIFE_CUT && Flash_PowerCut(tPlan.sRoot.c_str(), tPlan.qwSeed * 31 + tResult.qwEvents) != 0) {
     tResult.eEnd = LIFE_CRASHED;
@@ -120,11 +123,13 @@ static void Live(const TLifePlan& tPlan, TWorld* ptWorld, TLifeRecord* ptRecord,
   Hooks_SetRoot(tPlan.sRoot.c_str());
   if (Flash_Open(tPlan.sRoot.c_str()) != 0) _exit(1);
   Arrange(ptWorld);
+  g_ptRecord = ptRecord;
+  Transcript_Begin(&KeepLine, true);
   Clock_Start({.qwSeed = tPlan.qwSeed,
                .qwCutAtEvent = tPlan.qwCutAtEvent,
                .ptWorld = ptWorld,
-               .ptRecord = ptRecord,
-               .pfnTimeMoved = tPlan.bImageSide ? &ImageSide : nullptr,
+               .ptTally = &ptRecord->tTally,
+               .pfnTimeMoved = tPlan.bImageSide ? &Memory_ImageSide : nullptr,
                .pvTimeMoved = ptWorld});
   exit(RunBody(tPlan, ptWorld));
 }
@@ -162,18 +167,18 @@ static void EndByTerm(void*) {
   Clock_Signal(SIGTERM);
 }
 
-// Lets the image side look at each attached block in which the daemon waits for something.
-static void ImageSide(void* pv) {
-  TWorld* ptWorld = static_cast<TWorld*>(pv);
-  for (i32 iChannel = 0; iChannel < iLensChannels; ++iChannel) {
-    u32* pdwBlock = Memory_Block(iChannel);
-    if (pdwBlock == nullptr) continue;
-    const bool bWanted =
-        Word_Load(pdwBlock[BLOCK_FOCUS_VALUE_WANTED]) != 0 || Word_Load(pdwBlock[BLOCK_IRIS_PENDING]) != 0;
-    if (bWanted || Word_Load(pdwBlock[BLOCK_DAY_NIGHT_MODE]) != ptWorld->bNight) {
-      World_ImageFrame(ptWorld, iChannel, pdwBlock);
-    }
+TLifeRecord& Life_Record() {
+  return *g_ptRecord;
+}
+
+static void KeepLine(const char* pcLine, size_t dwLine) {
+  TLifeRecord& tRecord = *g_ptRecord;
+  if (tRecord.dwTranscript + dwLine > sizeof tRecord.acTranscript) {
+    tRecord.bTranscriptFull = 1;
+    return;
   }
+  memcpy(tRecord.acTranscript + tRecord.dwTranscript, pcLine, dwLine);
+  tRecord.dwTranscript += static_cast<u32>(dwLine);
 }
 
 // Runs under the stream's lock: no other task may run meanwhile.
@@ -205,7 +210,7 @@ static i32 RunBody(const TLifePlan& tPlan, TWorld* ptWorld) {
 static void LeaveLife(i32 iStatus, void*) {
   fflush(stdout);
   Transcript_PrintTheRest();
-  g_eClockMode = CLOCK_OFF;
+  g_bClockRuns = false;
   if (__sanitizer_print_stack_trace == nullptr && __gcov_dump == nullptr) _exit(iStatus);
 }
 
@@ -218,7 +223,7 @@ static bool WaitForEnd(pid_t pid, const TLifeRecord& tRecord, i32* piStatus) {
     const i32 iReady = poll(&tEnd, 1, iWatchdog_ms);
     if (iReady < 0 && errno == EINTR) continue;
     bEnded = iReady != 0;
-    const u64 qwNow = std::atomic_ref(const_cast<u64&>(tRecord.qwEvents)).load(std::memory_order_relaxed);
+    const u64 qwNow = std::atomic_ref(const_cast<u64&>(tRecord.tTally.qwEvents)).load(std::memory_order_relaxed);
     if (!bEnded && qwNow == qwEvents) break;
     qwEvents = qwNow;
   }
@@ -230,7 +235,7 @@ static bool WaitForEnd(pid_t pid, const TLifeRecord& tRecord, i32* piStatus) {
 }
 
 static void Collect(TLifeResult& tResult, const TLifeRecord& tRecord, i32 iStatus) {
-  switch (static_cast<EClockEnd>(tRecord.eEnd)) {
+  switch (static_cast<EClockEnd>(tRecord.tTally.eEnd)) {
     case CLOCK_END_NONE:
       tResult.eEnd = WIFEXITED(iStatus) ? LIFE_EXITED : LIFE_CRASHED;
       break;
@@ -248,8 +253,8 @@ static void Collect(TLifeResult& tResult, const TLifeRecord& tRecord, i32 iStatu
       break;
   }
   tResult.iStatus = WIFEXITED(iStatus) ? WEXITSTATUS(iStatus) : 128 + WTERMSIG(iStatus);
-  tResult.qwEvents = tRecord.qwEvents;
-  tResult.qwTime_us = tRecord.qwTime_us;
+  tResult.qwEvents = tRecord.tTally.qwEvents;
+  tResult.qwTime_us = tRecord.tTally.qwTime_us;
   tResult.bTranscriptWhole = tRecord.bTranscriptFull == 0;
   tResult.sTranscript.assign(tRecord.acTranscript, tRecord.dwTranscript);
   for (u32 dwAt = 0; dwAt < tRecord.dwReplies;) {

@@ -2,6 +2,7 @@
 
 #include <errno.h>
 #include <fcntl.h>
+#include <signal.h>
 #include <stdio.h>
 #include <string.h>
 #include <sys/mman.h>
@@ -35,14 +36,69 @@ void World_Unmap(TWorld* ptWorld) {
   munmap(ptWorld, sizeof(TWorld));
 }
 
-u64 World_Now_us(const TWorld* ptWorld) {
-  if (ptWorld->eTime == TIME_VIRTUAL || ptWorld->dSpeed <= 0) return ptWorld->qwBase_us;
+u64 World_RealNow_us() {
   timespec tNow;
   clock_gettime(CLOCK_MONOTONIC, &tNow);
-  const u64 qwReal_us = static_cast<u64>(tNow.tv_sec) * 1'000'000 + static_cast<u64>(tNow.tv_nsec) / 1000;
-  if (qwReal_us <= ptWorld->qwRealStart_us) return ptWorld->qwBase_us;
-  return ptWorld->qwBase_us +
-         static_cast<u64>(static_cast<double>(qwReal_us - ptWorld->qwRealStart_us) * ptWorld->dSpeed);
+  return static_cast<u64>(tNow.tv_sec) * 1'000'000 + static_cast<u64>(tNow.tv_nsec) / 1000;
+}
+
+u64 World_Now_us(const TWorld* ptWorld) {
+  const TPace& tPace = ptWorld->tPace;
+  const u64 qwBase_us = ptWorld->qwBase_us;
+  const bool bWaits =
+      ptWorld->bRun != 0 && tPace.dSpeed > 0 && tPace.dSpeed < dSpeedMax && tPace.qwLimit_us > qwBase_us;
+  if (!bWaits) return qwBase_us;
+  const double dReal_us = static_cast<double>(static_cast<i64>(World_RealNow_us() - tPace.qwRealAnchor_us));
+  const double dNow_us = static_cast<double>(tPace.qwAnchor_us) + dReal_us * tPace.dSpeed;
+  if (dNow_us <= static_cast<double>(qwBase_us)) return qwBase_us;
+  return dNow_us >= static_cast<double>(tPace.qwLimit_us) ? tPace.qwLimit_us : static_cast<u64>(dNow_us);
+}
+
+void World_SetSpeed(TWorld* ptWorld, double dSpeed) {
+  TPace& tPace = ptWorld->tPace;
+  World_Lock(ptWorld);
+  const u64 qwNow_us = World_Now_us(ptWorld);
+  if (tPace.qwLimit_us > ptWorld->qwBase_us) ptWorld->qwBase_us = qwNow_us;
+  tPace.qwAnchor_us = qwNow_us;
+  tPace.qwRealAnchor_us = World_RealNow_us();
+  if (dSpeed > 0) tPace.dSpeed = dSpeed;
+  World_Unlock(ptWorld);
+}
+
+void World_Ring(const char* pszRoot) {
+  char szBell[4096];
+  if (snprintf(szBell, sizeof szBell, "%s/sim/bell", pszRoot) >= static_cast<i32>(sizeof szBell)) return;
+  const i32 fd = static_cast<i32>(syscall(SYS_openat, AT_FDCWD, szBell, O_WRONLY | O_NONBLOCK | O_CLOEXEC));
+  if (fd < 0) return;  // nobody listens
+  syscall(SYS_write, fd, "", 1);
+  syscall(SYS_close, fd);
+}
+
+u64 World_HoldAt_us(TWorld* ptWorld) {
+  u64 qwHold_us = ptWorld->tPace.bPaused != 0 ? 0 : ~u64{0};
+  for (THold& tHold : ptWorld->tPace.atHolds) {
+    if (tHold.iPid == 0) continue;
+    if (kill(tHold.iPid, 0) != 0 && errno == ESRCH) tHold.iPid = 0;
+    if (tHold.iPid != 0 && tHold.qwAt_us < qwHold_us) qwHold_us = tHold.qwAt_us;
+  }
+  return qwHold_us;
+}
+
+bool World_SetHold(TWorld* ptWorld, u64 qwAt_us) {
+  const i32 iSelf = getpid();
+  THold* ptFree = nullptr;
+  for (THold& tHold : ptWorld->tPace.atHolds) {
+    if (tHold.iPid == 0 && ptFree == nullptr) ptFree = &tHold;
+    if (tHold.iPid == iSelf) ptFree = &tHold;
+    if (tHold.iPid == iSelf) break;
+  }
+  if (qwAt_us == ~u64{0}) {
+    if (ptFree != nullptr && ptFree->iPid == iSelf) *ptFree = {};
+    return true;
+  }
+  if (ptFree == nullptr) return false;
+  *ptFree = {.iPid = iSelf, .qwAt_us = qwAt_us};
+  return true;
 }
 
 void World_PowerCut(TWorld* ptWorld, u64 qwNow_us) {
@@ -51,12 +107,12 @@ void World_PowerCut(TWorld* ptWorld, u64 qwNow_us) {
 }
 
 void World_Lock(TWorld* ptWorld) {
-  if (ptWorld->eTime == TIME_VIRTUAL) return;
+  if (ptWorld->bRun == 0) return;
   // A holder that was killed has left whole words: settling an axis again goes on where the holder stopped.
-  if (pthread_mutex_lock(&ptWorld->mutexAtSpeed) == EOWNERDEAD) pthread_mutex_consistent(&ptWorld->mutexAtSpeed);
+  if (pthread_mutex_lock(&ptWorld->mutexRun) == EOWNERDEAD) pthread_mutex_consistent(&ptWorld->mutexRun);
 }
 
 void World_Unlock(TWorld* ptWorld) {
-  if (ptWorld->eTime == TIME_VIRTUAL) return;
-  pthread_mutex_unlock(&ptWorld->mutexAtSpeed);
+  if (ptWorld->bRun == 0) return;
+  pthread_mutex_unlock(&ptWorld->mutexRun);
 }

@@ -89,9 +89,9 @@ void FillWorld(TWorld& tWorld, const TLensModel& tModel, u64 qwSeed) {
   pthread_mutexattr_init(&tAttributes);
   pthread_mutexattr_setpshared(&tAttributes, PTHREAD_PROCESS_SHARED);
   pthread_mutexattr_setrobust(&tAttributes, PTHREAD_MUTEX_ROBUST);
-  pthread_mutex_init(&tWorld.mutexAtSpeed, &tAttributes);
+  pthread_mutex_init(&tWorld.mutexRun, &tAttributes);
   pthread_mutexattr_destroy(&tAttributes);
-  tWorld.eTime = TIME_AT_A_SPEED;
+  tWorld.bRun = 1;
   tWorld.qwSeed = qwSeed;
   tWorld.qwWallAtZero_us = qwWallAtFirstStart_us;
   snprintf(tWorld.szModel, sizeof tWorld.szModel, "%s", tModel.pszName);
