@@ -90,7 +90,7 @@ u64 Camera_Now_us(const TOpenCamera& tCamera) {
 
 void Camera_Note(const TOpenCamera& tCamera, const std::string& sText) {
   const TScopedFd tFile(open((tCamera.sRoot + "/sim/transcript").c_str(), O_WRONLY | O_APPEND | O_CLOEXEC));
-  const double dNow_s = static_cast<double>(Camera_Now_us(tCamera)) / 1e6;
+  const double dNow_s = static_cast<double>(World_Now_us(tCamera.ptWorld.get())) / 1e6;
   dprintf(tFile.Get(), "%13.6f -     %s\n", dNow_s, sText.c_str());
 }
 

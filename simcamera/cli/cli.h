@@ -83,7 +83,7 @@ std::string Camera_ShortPath(const TScopedFd& tDirectory, const char* pszName);
 // True while a simcamera runs this camera.
 bool Camera_IsRun(const std::string& sRoot);
 
-// Adds a line to the transcript about something that is done to the camera from outside.
+// Adds a line to the transcript about something that is done to the camera from outside.  The caller holds the lock.
 void Camera_Note(const TOpenCamera& tCamera, const std::string& sText);
 
 // Sleeps for a time of the camera's clock.

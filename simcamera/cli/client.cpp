@@ -139,12 +139,11 @@ i32 Cli_Wait(TArguments asArgs) {
   Arguments_Expect(asArgs, 1, 1, "wait ROOT [--timeout SECONDS]");
   const double dTimeout_s = sTimeout ? Number_Parse(*sTimeout, "--timeout", 0, 1e6) : 120;
   const TOpenCamera tCamera = Camera_Open(asArgs[0]);
-  const TWorld* ptWorld = tCamera.ptWorld.get();
-  const u64 qwDeadline_us = World_Now_us(ptWorld) + static_cast<u64>(dTimeout_s * 1e6);
+  const u64 qwDeadline_us = Camera_Now_us(tCamera) + static_cast<u64>(dTimeout_s * 1e6);
   i32 iIdlePolls = 0;
   while (iIdlePolls < 2) {
     if (!Camera_IsRun(tCamera.sRoot)) Cli_Fail(asArgs[0] + ": the camera is not running");
-    if (World_Now_us(ptWorld) > qwDeadline_us) Cli_Fail(asArgs[0] + ": not idle in time");
+    if (Camera_Now_us(tCamera) > qwDeadline_us) Cli_Fail(asArgs[0] + ": not idle in time");
     // The pause comes first: a command that was just accepted has to reach its motor before the first look.
     std::this_thread::sleep_for(tLeastPoll);
     Camera_Sleep(tCamera, qwPoll_us);
