@@ -72,54 +72,64 @@ bool SaysIdle(const TOpenCamera& tCamera) {
   return true;
 }
 
-bool IsMoving(const TOpenCamera& tCamera) {
-  const TWorldLock tLock(tCamera.ptWorld.get());
-  return Lens_IsMoving(&tCamera.ptWorld->tLens, World_Now_us(tCamera.ptWorld.get()));
-}
-
-// A working log shows that a motor is at work.  This is asked first because it disturbs nothing, while a status request
-// makes its channel the daemon's current one.
-bool HasWorkingLog(const TOpenCamera& tCamera) {
-  const std::string sDirectory = tCamera.sRoot + "/etc/conf.d/vernierlensd/";
-  return (Model_HasFocus(*tCamera.ptModel) && access((sDirectory + "focusworking.log").c_str(), F_OK) == 0) ||
-         (Model_HasZoom(*tCamera.ptModel) && access((sDirectory + "zoomworking.log").c_str(), F_OK) == 0);
-}
-
 }  // namespace
 
 bool Client_IsHeard(const std::string& sRoot) {
   return Connect(sRoot).Get() >= 0;
 }
 
-std::optional<TReply> Client_Ask(const std::string& sRoot, const std::string& sQuery) {
-  const TScopedFd tSocket = Connect(sRoot);
-  if (tSocket.Get() < 0) return std::nullopt;
-  if (!SendAll(tSocket.Get(),
-               "GET /vernierlens?" + sQuery + " HTTP/1.1\r\nHost: camera\r\nConnection: close\r\n\r\n")) {
+bool Client_IsMoving(const TOpenCamera& tCamera) {
+  const TWorldLock tLock(tCamera.ptWorld.get());
+  return Lens_IsMoving(&tCamera.ptWorld->tLens, World_Now_us(tCamera.ptWorld.get()));
+}
+
+bool Client_HasWorkingLog(const TOpenCamera& tCamera) {
+  const std::string sDirectory = tCamera.sRoot + "/etc/conf.d/vernierlensd/";
+  return (Model_HasFocus(*tCamera.ptModel) && access((sDirectory + "focusworking.log").c_str(), F_OK) == 0) ||
+         (Model_HasZoom(*tCamera.ptModel) && access((sDirectory + "zoomworking.log").c_str(), F_OK) == 0);
+}
+
+TScopedFd Client_Send(const std::string& sRoot, const std::string& sQuery) {
+  TScopedFd tSocket = Connect(sRoot);
+  const std::string sRequest =
+      "GET /vernierlens?" + sQuery + " HTTP/1.1\r\nHost: camera\r\nConnection: close\r\n\r\n";
+  if (tSocket.Get() >= 0 && !SendAll(tSocket.Get(), sRequest)) return TScopedFd();
+  return tSocket;
+}
+
+std::optional<TReply> Client_ParseReply(const std::string& sText) {
+  TReply tReply{};
+  const size_t dwHeadEnd = sText.find("\r\n\r\n");
+  if (std::sscanf(sText.c_str(), "HTTP/%*d.%*d %d", &tReply.iStatus) != 1 || dwHeadEnd == std::string::npos) {
     return std::nullopt;
   }
-  const auto sReply = ReceiveAll(tSocket.Get());
-  TReply tReply{};
-  if (!sReply || std::sscanf(sReply->c_str(), "HTTP/%*d.%*d %d", &tReply.iStatus) != 1) return std::nullopt;
-  const size_t dwHeadEnd = sReply->find("\r\n\r\n");
-  if (dwHeadEnd == std::string::npos) return std::nullopt;
-  tReply.sBody = sReply->substr(dwHeadEnd + 4);
+  tReply.sBody = sText.substr(dwHeadEnd + 4);
   return tReply;
 }
 
-std::optional<std::map<std::string, i64>> Client_Status(const std::string& sRoot, i32 iChannel) {
-  const auto tReply = Client_Ask(sRoot, "channel=" + std::to_string(iChannel) + "&function=getstatus");
-  if (!tReply || tReply->iStatus != 200) return std::nullopt;
+std::optional<TReply> Client_Ask(const std::string& sRoot, const std::string& sQuery) {
+  const TScopedFd tSocket = Client_Send(sRoot, sQuery);
+  const auto sReply = tSocket.Get() >= 0 ? ReceiveAll(tSocket.Get()) : std::nullopt;
+  return sReply ? Client_ParseReply(*sReply) : std::nullopt;
+}
+
+std::map<std::string, i64> Client_ParseStatus(const std::string& sBody) {
   std::map<std::string, i64> tStatus;
-  for (size_t dwAt = 0; dwAt < tReply->sBody.size();) {
-    const size_t dwEnd = std::min(tReply->sBody.find("\r\n", dwAt), tReply->sBody.size());
-    const std::string sLine = tReply->sBody.substr(dwAt, dwEnd - dwAt);
+  for (size_t dwAt = 0; dwAt < sBody.size();) {
+    const size_t dwEnd = std::min(sBody.find("\r\n", dwAt), sBody.size());
+    const std::string sLine = sBody.substr(dwAt, dwEnd - dwAt);
     char szKey[64];
     long long llValue = 0;
     if (std::sscanf(sLine.c_str(), "%63[^=]='%lld'", szKey, &llValue) == 2) tStatus[szKey] = llValue;
     dwAt = dwEnd + 2;
   }
   return tStatus;
+}
+
+std::optional<std::map<std::string, i64>> Client_Status(const std::string& sRoot, i32 iChannel) {
+  const auto tReply = Client_Ask(sRoot, "channel=" + std::to_string(iChannel) + "&function=getstatus");
+  if (!tReply || tReply->iStatus != 200) return std::nullopt;
+  return Client_ParseStatus(tReply->sBody);
 }
 
 i32 Cli_Ask(TArguments asArgs) {
@@ -147,7 +157,7 @@ i32 Cli_Wait(TArguments asArgs) {
     // The pause comes first: a command that was just accepted has to reach its motor before the first look.
     std::this_thread::sleep_for(tLeastPoll);
     Camera_Sleep(tCamera, qwPoll_us);
-    const bool bIdle = !HasWorkingLog(tCamera) && !IsMoving(tCamera) && SaysIdle(tCamera) && !IsMoving(tCamera);
+    const bool bIdle = !Client_HasWorkingLog(tCamera) && !Client_IsMoving(tCamera) && SaysIdle(tCamera) && !Client_IsMoving(tCamera);
     iIdlePolls = bIdle ? iIdlePolls + 1 : 0;
   }
   return 0;
