@@ -64,6 +64,37 @@ case_two_cameras() {
   expect_true two zoom 50
 }
 
+# Whatever is done to the pace in the middle of a move: no step is lost, and a paused camera answers.
+case_pace() {
+  RANDOM=7
+  start camera zoom
+  local root=$top/camera move
+  local -r speeds=(1 2 5 20 100)
+  for move in $(seq 12); do
+    "$sim" speed "$root" 5
+    "$sim" ask "$root" "function=zoom&direction=direct&position=$((RANDOM % 800))" >/dev/null
+    for _ in $(seq 5); do
+      "$sim" speed "$root" "${speeds[RANDOM % 5]}"
+      "$sim" show "$root" >/dev/null
+      [ $((RANDOM % 3)) -ne 0 ] || {
+        "$sim" pause "$root"
+        "$sim" step "$root" $((1 + RANDOM % 40))
+        "$sim" ask "$root" 'function=getstatus' >/dev/null || fail "a paused camera does not answer"
+        "$sim" go "$root"
+      }
+    done
+    [ $((move % 4)) -ne 0 ] || "$sim" ask "$root" 'function=auto' >/dev/null
+    [ $((move % 2)) -ne 0 ] || {
+      "$sim" show "$root" >/dev/null # a look into a walk changes nothing
+      "$sim" ask "$root" 'function=stop' >/dev/null
+    }
+    "$sim" speed "$root" max
+    "$sim" wait "$root" --timeout 100000 || fail "the camera does not come to rest"
+    "$sim" show "$root" | awk '$2 == "zoom" || $2 == "focus" { axes++; if ($3 + 0 != $4 + 0) exit 1 } END { exit axes != 2 }' ||
+      fail "not true: $("$sim" show "$root")"
+  done
+}
+
 daemon_beside() { # LOG; its process is $!
   env LD_PRELOAD="$build/lib/libsimcamera.so" SIMCAMERA_ROOT="$top/camera" "$build/bin/vernierlensd" >"$1" &
 }
