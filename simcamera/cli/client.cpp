@@ -91,8 +91,7 @@ bool Client_HasWorkingLog(const TOpenCamera& tCamera) {
 
 TScopedFd Client_Send(const std::string& sRoot, const std::string& sQuery) {
   TScopedFd tSocket = Connect(sRoot);
-  const std::string sRequest =
-      "GET /vernierlens?" + sQuery + " HTTP/1.1\r\nHost: camera\r\nConnection: close\r\n\r\n";
+  const std::string sRequest = "GET /vernierlens?" + sQuery + " HTTP/1.1\r\nHost: camera\r\nConnection: close\r\n\r\n";
   if (tSocket.Get() >= 0 && !SendAll(tSocket.Get(), sRequest)) return TScopedFd();
   return tSocket;
 }
@@ -157,7 +156,8 @@ i32 Cli_Wait(TArguments asArgs) {
     // The pause comes first: a command that was just accepted has to reach its motor before the first look.
     std::this_thread::sleep_for(tLeastPoll);
     Camera_Sleep(tCamera, qwPoll_us);
-    const bool bIdle = !Client_HasWorkingLog(tCamera) && !Client_IsMoving(tCamera) && SaysIdle(tCamera) && !Client_IsMoving(tCamera);
+    const bool bIdle =
+        !Client_HasWorkingLog(tCamera) && !Client_IsMoving(tCamera) && SaysIdle(tCamera) && !Client_IsMoving(tCamera);
     iIdlePolls = bIdle ? iIdlePolls + 1 : 0;
   }
   return 0;

@@ -27,8 +27,8 @@ std::optional<TReply> Client_ParseReply(const std::string& sText);
 // A status reply's body, by key.
 std::map<std::string, i64> Client_ParseStatus(const std::string& sBody);
 
-// A motor turns; a working log shows that a motor is at work.  Neither disturbs the daemon, while a status request makes
-// its channel the current one.
+// A motor turns; a working log shows that a motor is at work.  Neither disturbs the daemon, while a status request
+// makes its channel the current one.
 bool Client_IsMoving(const TOpenCamera& tCamera);
 bool Client_HasWorkingLog(const TOpenCamera& tCamera);
 
