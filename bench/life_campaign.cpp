@@ -72,7 +72,7 @@ void TryShare(const TOptions& tOptions, const char* pszRow, u64 qwSeeds, u64 qwJ
       continue;
     }
     const TLensModel& tModel = *Lenses_Find(DrawnLens_Name(qwSeed).c_str());
-    TryOne(tOptions, tModel, TCamera(tModel.pszName), qwSeed, tTally);
+    TryOne(tOptions, tModel, TCamera(tModel.szName), qwSeed, tTally);
   }
 }
 
@@ -105,7 +105,7 @@ int main(int iCount, char** apszArgs) {
   }
   TTally& tTally = *static_cast<TTally*>(Campaign_Shared(sizeof(TTally)));
   std::vector<const char*> apszRows;
-  for (i32 i = 0; Lenses_At(i) != nullptr; i++) apszRows.push_back(Lenses_At(i)->pszName);
+  for (i32 i = 0; Lenses_At(i) != nullptr; i++) apszRows.push_back(Lenses_At(i)->szName);
   apszRows.push_back(pszDrawn);
   bool bAll = true;
   u32 dwModels = 0;

@@ -157,7 +157,7 @@ std::string LiveWeek(const TCamera& tCamera, const TLensModel& tModel, const TWe
 }
 
 std::string LiveYear(const TLensModel& tModel, u64 qwDays, TYear& tYear) {
-  const TCamera tCamera(tModel.pszName);
+  const TCamera tCamera(tModel.szName);
   tYear.qwStart_us = NextStart_us(tCamera.sRoot);
   TDraw tDraw(tYear.tWeather.qwSeed);
   for (u64 qwFrom_ms = 0, qwDay = 0; qwDay < qwDays;) {
@@ -177,7 +177,7 @@ std::string LiveYear(const TLensModel& tModel, u64 qwDays, TYear& tYear) {
 
 void PrintRow(const TLensModel& tModel, u64 qwDays, const TYear& tYear, double dTook_s, const std::string& sLoss) {
   const auto [tLeast, tMost] = std::ranges::minmax_element(tYear.atNoons, tYear.atNoons + qwDays, {}, &TNoon::qwHeap);
-  std::printf("| %s | %zu | %zu | %zu to %zu | %zu | %.0f | %s |\n", tModel.pszName, std::size_t{qwDays},
+  std::printf("| %s | %zu | %zu | %zu to %zu | %zu | %.0f | %s |\n", tModel.szName, std::size_t{qwDays},
               std::size_t{(qwDays - 1) / qwWeek_days}, std::size_t{tLeast->qwHeap / 1024},
               std::size_t{tMost->qwHeap / 1024}, std::size_t{tYear.atNoons[0].qwDescriptors}, dTook_s,
               sLoss.empty() ? "all held" : sLoss.c_str());

@@ -202,8 +202,8 @@ constexpr const char* pszKeys =
 // Lives on each model show that the files agree with the tables.  They do not show that each key is there.
 TEST(Lenses, EachModelIsLaidOutConsistently) {
   for (i32 i = 0; const TLensModel* ptModel = Lenses_At(i); ++i) {
-    SCOPED_TRACE(ptModel->pszName);
-    const TCamera tCamera(ptModel->pszName);
+    SCOPED_TRACE(ptModel->szName);
+    const TCamera tCamera(ptModel->szName);
     const std::string sConfig = tCamera.Read(szConfigPath);
     std::istringstream tKeys(pszKeys);
     for (std::string sKey; tKeys >> sKey;) EXPECT_NE(sConfig.find("<" + sKey + ">"), std::string::npos) << sKey;
@@ -214,7 +214,7 @@ TEST(Lenses, EachModelIsLaidOutConsistently) {
       if (ptModel->dwCapability == CAPABILITY_ZOOM_AND_FOCUS) {
         EXPECT_NEAR(World_SharpFocus(&tWorld, 0), ptModel->tFocus.dwFirstPosition, 0.5) << "a new camera is sharp";
       }
-      EXPECT_STREQ(tWorld.szModel, ptModel->pszName) << "a root in use is left alone";
+      EXPECT_STREQ(tWorld.tModel.szName, ptModel->szName) << "a root in use is left alone";
     });
   }
 }
@@ -224,7 +224,7 @@ TWorld SharpWorld() {
   TWorld tWorld{};
   tWorld.bRun = 0;
   tWorld.dDistance_m = 5;
-  std::strcpy(tWorld.szModel, "zoom");
+  tWorld.tModel = *Lenses_Find("zoom");
   tWorld.tLens = MakeLens(0, 0);
   for (TAxisModel& tModel : tWorld.tLens.atModel) tModel.iDriverPerVirtual = 1, tModel.iTravel = 2000;
   TAxisTruth& tFocus = tWorld.tLens.atAxis[0][LENS_FOCUS];

@@ -12,7 +12,7 @@ namespace {
 class LivesOf : public testing::TestWithParam<i32> {};
 
 std::string NameOf(const testing::TestParamInfo<i32>& tInfo) {
-  return Lenses_At(tInfo.param)->pszName;
+  return Lenses_At(tInfo.param)->szName;
 }
 
 i32 CountModels() {
@@ -28,17 +28,17 @@ void ExpectNoLoss(const TLivesOutcome& tOutcome, const char* pszRow, u64 qwSeed,
 
 TEST_P(LivesOf, EndInOrder) {
   const TLensModel& tModel = *Lenses_At(GetParam());
-  const TCamera tCamera(tModel.pszName);
+  const TCamera tCamera(tModel.szName);
   for (u64 qw = FirstSeed(); qw < FirstSeed() + Lives(60); qw++) {
-    ASSERT_NO_FATAL_FAILURE(ExpectNoLoss(Lives_Try(tCamera, tModel, qw), tModel.pszName, qw, ""));
+    ASSERT_NO_FATAL_FAILURE(ExpectNoLoss(Lives_Try(tCamera, tModel, qw), tModel.szName, qw, ""));
   }
 }
 
 TEST_P(LivesOf, KeepEachPromise) {
   const TLensModel& tModel = *Lenses_At(GetParam());
-  const TCamera tCamera(tModel.pszName);
+  const TCamera tCamera(tModel.szName);
   for (u64 qw = FirstSeed(); qw < FirstSeed() + Lives(10); qw++) {
-    ASSERT_NO_FATAL_FAILURE(ExpectNoLoss(OrderlyLife_Try(tCamera, tModel, qw), tModel.pszName, qw, ""));
+    ASSERT_NO_FATAL_FAILURE(ExpectNoLoss(OrderlyLife_Try(tCamera, tModel, qw), tModel.szName, qw, ""));
   }
 }
 
@@ -49,7 +49,7 @@ TEST_P(DrawnLives, AreNotLost) {
   const u64 qwFirst = (FirstSeed() - 1) * 100 + GetParam() + 1;
   for (u64 qw = qwFirst; qw < qwFirst + Lives(40); qw++) {
     const TLensModel& tModel = *Lenses_Find(DrawnLens_Name(qw).c_str());
-    const TCamera tCamera(tModel.pszName);
+    const TCamera tCamera(tModel.szName);
     const std::string sRecord = DrawnLens_Describe(tModel);
     ASSERT_NO_FATAL_FAILURE(ExpectNoLoss(Lives_Try(tCamera, tModel, qw), "drawn", qw, sRecord));
     ASSERT_NO_FATAL_FAILURE(ExpectNoLoss(OrderlyLife_Try(tCamera, tModel, qw), "drawn", qw, sRecord));
@@ -60,7 +60,7 @@ INSTANTIATE_TEST_SUITE_P(Campaign, DrawnLives, testing::Values(0, 1000, 2000, 30
 
 TEST_P(LivesOf, RepeatWithTheirSeed) {
   const TLensModel& tModel = *Lenses_At(GetParam());
-  const TCamera tCamera(tModel.pszName);
+  const TCamera tCamera(tModel.szName);
   const auto Transcript = [&](u64 qwSeed) {
     EXPECT_EQ(Life_ResetRoot(tCamera.sRoot), 0);
     TDraw tDraw(FirstSeed());

@@ -53,10 +53,10 @@ int main(int iCount, char** apszArgs) {
   for (i32 i = 0; const TLensModel* ptModel = Lenses_At(i); i++) {
     for (u64 qw = qwSeed; qw < qwSeed + qwStories; qw++) {
       TDraw tDraw(qw);
-      const TCamera tCamera(ptModel->pszName);
+      const TCamera tCamera(ptModel->szName);
       TStory tStory = Story_Draw(tCamera, *ptModel, tDraw, qwBusy_ms, 12, true);
       tStory.atEvents.push_back(Call(0, [](TWorld* ptWorld) { ptWorld->qwWallAtZero_us = ::qwWallAtZero_us; }));
-      Tell(tCamera, ptModel->pszName, "drawn", {.qwSeed = qw, .atEvents = tStory.atEvents, .qwEnd_us = qwStoryEnd_us});
+      Tell(tCamera, ptModel->szName, "drawn", {.qwSeed = qw, .atEvents = tStory.atEvents, .qwEnd_us = qwStoryEnd_us});
     }
   }
   return g_bGood ? 0 : 1;

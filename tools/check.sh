@@ -98,7 +98,7 @@ check_told() {
   words=$(sed --quiet '/g_atFunctions\[\]/,/^};/s/^ *{"\([a-z]*\)".*/\1/p' src/command/client_parser.cpp)
   query_keys=$(sed --quiet '/g_atKeys\[\]/,/^};/s/^ *{"\([a-z]*\)".*/\1/p' src/command/client_parser.cpp)
   keys=$(sed --quiet 's/.*"\/root\/vernierlensd\/\([^"]*\)".*/\1/p' src/config/config_rows.cpp)
-  models=$(sed --quiet 's/.*\.pszName = "\([^"]*\)".*/\1/p' simcamera/lens/lenses.cpp)
+  models=$(sed --quiet 's/.*\.szName = "\([^"]*\)".*/\1/p' simcamera/lens/lenses.cpp)
   for page in docs/queries.md docs/clients.md docs/vernierlensd.8; do
     # shellcheck disable=SC2086
     check_told_in $page $words || failed=1

@@ -153,7 +153,7 @@ void SwitchWord(TWorld* ptWorld, const std::string&, bool bOn, u64) {
 }
 
 TAxisTruth& DrawnAxis(TWorld* ptWorld, u64 qwDraw) {
-  const u64 qwChannels = static_cast<u64>(Lenses_Find(ptWorld->szModel)->iChannels);
+  const u64 qwChannels = static_cast<u64>(ptWorld->tModel.iChannels);
   return ptWorld->tLens.atAxis[qwDraw / LENS_AXES % qwChannels][qwDraw % LENS_AXES];
 }
 
@@ -246,7 +246,7 @@ u64 Story_Walk_us(const TLensModel& tModel, ELensAxis eAxis) {
   constexpr u64 qwBegin_us = 300'000;
   if (!Model_HasAxis(tModel, eAxis)) return 0;
   if (Model_IsICS(tModel)) {
-    const TICSSheet& tSheet = tModel.ptICS[eAxis];
+    const TICSSheet& tSheet = tModel.atICS[eAxis];
     return static_cast<u64>(tSheet.iMax - tSheet.iMin) * 1'000'000 / static_cast<u64>(tSheet.iSpeed) + qwBegin_us;
   }
   const TAxisSheet& tSheet = Model_Sheet(tModel, eAxis);

@@ -207,7 +207,7 @@ void AddReferences(TOrderly& t) {
   if (tModel.dwCapability == CAPABILITY_NONE) return;
   const bool bICS = Model_IsICS(tModel);
   const i64 llZoom = !Model_HasZoom(tModel) ? llAnything
-                     : bICS                 ? i64{tModel.ptICS[LENS_ZOOM].iMin}
+                     : bICS                 ? i64{tModel.atICS[LENS_ZOOM].iMin}
                                             : tModel.tZoom.dwStart;
   TStep& tReset = AddAsk(t, "function=motorreset", 3 * t.qwMove_ms + 3000);
   tReset.llZoom = llZoom;

@@ -62,8 +62,7 @@ TOpenCamera Camera_Open(const std::string& sRoot) {
   if (realpath(sRoot.c_str(), szRoot) == nullptr) Cli_Fail(sRoot + ": " + std::strerror(errno));
   TOpenCamera tCamera{szRoot, std::unique_ptr<TWorld, TWorldUnmap>(World_Map(szRoot)), nullptr};
   if (tCamera.ptWorld == nullptr) throw TRefusal{iExitFailed, ""};  // World_Map has said why
-  tCamera.ptModel = Lenses_Find(tCamera.ptWorld->szModel);
-  if (tCamera.ptModel == nullptr) Cli_Fail(tCamera.sRoot + ": its lens model is not known");
+  tCamera.ptModel = &tCamera.ptWorld->tModel;
   return tCamera;
 }
 

@@ -46,7 +46,7 @@ struct TWorldUnmap {
 struct TOpenCamera {
   std::string sRoot;  // absolute
   std::unique_ptr<TWorld, TWorldUnmap> ptWorld;
-  const TLensModel* ptModel;
+  const TLensModel* ptModel;  // the world's
 };
 
 // Holds the world's lock for its scope.
@@ -97,6 +97,18 @@ double Speed_Parse(const std::string& sText);
 // The daemon is to end: no pause and no hold keeps it from that, and no pace.
 void Pace_LetEnd(const TOpenCamera& tCamera);
 
+// The lens that a command line names, and somebody's own configuration for it.
+struct TLensChoice {
+  std::optional<std::string> sLens;   // a built-in or drawn model; without a choice "zoom"
+  std::optional<std::string> sModel;  // a model file
+  std::optional<std::string> sEtc;    // a folder to copy over ROOT/etc/conf.d
+};
+
+// Lays an empty or absent ROOT out for the lens of the choice.  Refuses a ROOT that is laid out for another lens than
+// the one that the choice names.
+void Camera_LayOut(const std::string& sRoot, const TLensChoice& tChoice, u64 qwSeed);
+
+i32 Cli_Model(TArguments asArgs);
 i32 Cli_Run(TArguments asArgs);
 i32 Cli_Ask(TArguments asArgs);
 i32 Cli_Press(TArguments asArgs);

@@ -8,7 +8,7 @@ namespace {
 i32 Cli_Lenses(TArguments asArgs) {
   Arguments_Expect(asArgs, 0, 0, "lenses");
   for (i32 i = 0; const TLensModel* ptModel = Lenses_At(i); ++i) {
-    std::printf("%-10s%s\n", ptModel->pszName, ptModel->pszDescription);
+    std::printf("%-10s%s\n", ptModel->szName, ptModel->szDescription);
   }
   return 0;
 }
@@ -23,7 +23,7 @@ constexpr TCommandRow g_atCommands[] = {
     {"press", Cli_Press},   {"wait", Cli_Wait},   {"show", Cli_Show},
     {"set", Cli_Set},       {"fault", Cli_Fault}, {"transcript", Cli_Transcript},
     {"speed", Cli_Speed},   {"pause", Cli_Pause}, {"step", Cli_Step},
-    {"go", Cli_Go},
+    {"go", Cli_Go},         {"model", Cli_Model},
 };
 
 i32 Dispatch(const TArguments& asArgs) {
@@ -33,8 +33,8 @@ i32 Dispatch(const TArguments& asArgs) {
     }
   }
   Cli_RefuseUsage(
-      "usage: simcamera lenses | run | ask | press | wait | show | set | fault | transcript | speed | pause | step | "
-      "go ...");
+      "usage: simcamera lenses | model | run | ask | press | wait | show | set | fault | transcript | speed | pause | "
+      "step | go ...");
 }
 
 }  // namespace

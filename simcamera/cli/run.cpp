@@ -155,7 +155,7 @@ void LookForSocket(TRun& tRun) {
   if (Client_IsHeard(tRun.tCamera.sRoot)) {
     tRun.bListens = true;
     const double dSpeed = tRun.tCamera.ptWorld->tPace.dSpeed;
-    std::printf("lens %s listens, ", tRun.tCamera.ptModel->pszName);
+    std::printf("lens %s listens, ", tRun.tCamera.ptModel->szName);
     if (dSpeed >= dSpeedMax) std::printf("as fast as this machine can\n");
     if (dSpeed < dSpeedMax) std::printf("%g times as fast as real\n", dSpeed);
     std::fflush(stdout);
@@ -236,13 +236,14 @@ TScopedFd TakeRoot(const std::string& sRoot) {
 }  // namespace
 
 i32 Cli_Run(TArguments asArgs) {
-  const auto sLens = Arguments_TakeOption(asArgs, "--lens");
+  const TLensChoice tChoice{.sLens = Arguments_TakeOption(asArgs, "--lens"),
+                            .sModel = Arguments_TakeOption(asArgs, "--model"),
+                            .sEtc = Arguments_TakeOption(asArgs, "--etc")};
   const auto sSpeed = Arguments_TakeOption(asArgs, "--speed");
   const auto sSeed = Arguments_TakeOption(asArgs, "--seed");
-  Arguments_Expect(asArgs, 1, 1, "run ROOT [--lens NAME] [--speed X|max] [--seed N]");
+  Arguments_Expect(asArgs, 1, 1, "run ROOT [--lens NAME|--model FILE] [--etc FOLDER] [--speed X|max] [--seed N]");
   const double dSpeed = sSpeed ? Speed_Parse(*sSpeed) : 1;
   const u64 qwSeed = sSeed ? static_cast<u64>(Integer_Parse(*sSeed, "--seed", 0, 1LL << 52)) : 1;
-  if (sLens && Lenses_Find(sLens->c_str()) == nullptr) Cli_RefuseUsage("there is no lens model \"" + *sLens + "\"");
 
   const std::string sBuild = BuildDirectory();
   TRun tRun{};
@@ -252,11 +253,8 @@ i32 Cli_Run(TArguments asArgs) {
   RequireReadable(tRun.sHooks);
   if (sBuild.find_first_of(" :") != std::string::npos) Cli_Fail(sBuild + ": no library in here can be preloaded");
 
-  if (World_LayOut(asArgs[0].c_str(), sLens ? sLens->c_str() : "zoom", qwSeed) != 0) return iExitFailed;
+  Camera_LayOut(asArgs[0], tChoice, qwSeed);
   tRun.tCamera = Camera_Open(asArgs[0]);
-  if (sLens && *sLens != tRun.tCamera.ptModel->pszName) {
-    Cli_Fail(asArgs[0] + ": laid out for the lens " + tRun.tCamera.ptModel->pszName);
-  }
   const TScopedFd tHeld = TakeRoot(tRun.tCamera.sRoot);
   MapBlocks(tRun);
   SettleFlash(tRun);

@@ -40,7 +40,7 @@ std::vector<TAxisView> View(const TOpenCamera& tCamera, i32 iChannel) {
 
 void PrintText(const TOpenCamera& tCamera) {
   const TWorld* ptWorld = tCamera.ptWorld.get();
-  std::printf("lens %s, %s, %.1f C, object at %g m, camera time %.3f s\n", tCamera.ptModel->pszName,
+  std::printf("lens %s, %s, %.1f C, object at %g m, camera time %.3f s\n", tCamera.ptModel->szName,
               ptWorld->bNight != 0 ? "night" : "day", ptWorld->dTemperature_C, ptWorld->dDistance_m,
               static_cast<double>(World_Now_us(ptWorld)) / 1e6);
   std::printf("%-8s%-8s%10s%12s%12s%12s\n", "channel", "axis", "believed", "true", "lens", "sharp");
@@ -73,7 +73,7 @@ void PrintJson(const TOpenCamera& tCamera) {
   }
   std::printf(
       "],\"model\":\"%s\",\"scene\":\"%s\",\"mode\":\"%s\",\"temperature\":%.10g,\"distance\":%.10g,\"time\":%.6f}\n",
-      tCamera.ptModel->pszName, g_atScenes[ptWorld->eScene].pszName, ptWorld->bNight != 0 ? "night" : "day",
+      tCamera.ptModel->szName, g_atScenes[ptWorld->eScene].pszName, ptWorld->bNight != 0 ? "night" : "day",
       ptWorld->dTemperature_C, ptWorld->dDistance_m, static_cast<double>(World_Now_us(ptWorld)) / 1e6);
 }
 

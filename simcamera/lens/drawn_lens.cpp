@@ -36,9 +36,6 @@ struct TDice {
 };
 
 TLensModel g_tModel;
-TICSSheet g_atICSSheets[LENS_AXES];
-char g_szName[16] = "";
-char g_szModelName[16];
 
 // What the rest of a model requires of one of its axes.
 struct TAxisNeeds {
@@ -47,12 +44,6 @@ struct TAxisNeeds {
   bool bReferenceAtStop = false;  // some walk uses the stop as reference
   bool bWalksStopAtPI = false;    // walks stop at the sensor, by MOTOR_CHECK_PI_WALK_STEPS
 };
-
-TAxisSheet NoAxis() {
-  TAxisSheet tSheet{};
-  tSheet.iPI = -1;
-  return tSheet;
-}
 
 u32 PlaceIn(TDice& tDice, const TAxisSheet& tSheet) {
   return tSheet.dwStart + static_cast<u32>(tDice.Below(tSheet.dwEnd - tSheet.dwStart + 1));
@@ -185,7 +176,7 @@ void DrawPlain(TDice& tDice, TLensModel& t) {
                                      CAPABILITY_ZOOM_AND_FOCUS, CAPABILITY_ZOOM_AND_FOCUS, CAPABILITY_ZOOM_AND_FOCUS,
                                      CAPABILITY_ZOOM_ONLY,      CAPABILITY_FOCUS_ONLY,     CAPABILITY_FOCUS_ONLY,
                                      CAPABILITY_FOCUS_ONLY};
-  t.pszLensType = "motorized";
+  std::strcpy(t.szLensType, "motorized");
   t.dwCapability = adwCapabilities[tDice.Below(std::size(adwCapabilities))];
   t.bBlockingMode = tDice.OneIn(2) ? 1 : 0;
   const bool bZoomPI = tDice.OneIn(2);
@@ -196,8 +187,8 @@ void DrawPlain(TDice& tDice, TLensModel& t) {
                           .bReferenceAtStop = bFocusOnly,
                           .bWalksStopAtPI = bFocusOnly && t.bBlockingMode != 0};
   const TAxisNeeds tZoom{.bFocus = false, .bPI = bZoomPI};
-  t.tZoom = Model_HasZoom(t) ? DrawAxis(tDice, tZoom) : NoAxis();
-  t.tFocus = Model_HasFocus(t) ? DrawAxis(tDice, tFocus) : NoAxis();
+  t.tZoom = Model_HasZoom(t) ? DrawAxis(tDice, tZoom) : Sheet_NoAxis();
+  t.tFocus = Model_HasFocus(t) ? DrawAxis(tDice, tFocus) : Sheet_NoAxis();
   // A configuration often has keys of an axis that the lens does not have.
   if (!Model_HasZoom(t) && tDice.OneIn(2)) t.tZoomKeys = DrawAxis(tDice, tZoom);
   if (!Model_HasFocus(t) && tDice.OneIn(2)) t.tFocusKeys = DrawAxis(tDice, tFocus);
@@ -242,30 +233,28 @@ TAxisSheet ICSSheet(TDice& tDice, const TICSSheet& tDriver, u32 dwMargin, u32 dw
 // The optics of an ICS lens are fixed places.  One range in four does not contain them: there no sharpness is judged.
 void DrawICS(TDice& tDice, TLensModel& t) {
   constexpr u32 dwFocusMargin = 50;
-  t.pszLensType = "ics";
+  std::strcpy(t.szLensType, "ics");
   t.dwCapability = CAPABILITY_ZOOM_AND_FOCUS;
   t.bBlockingMode = tDice.OneIn(2) ? 1 : 0;
   const u64 qwZoomMin = tDice.OneIn(3) ? 0 : tDice.Below(900);
-  g_atICSSheets[LENS_ZOOM] = DrawICSAxis(tDice, qwZoomMin, tDice.Spread(20, 1600));
+  t.atICS[LENS_ZOOM] = DrawICSAxis(tDice, qwZoomMin, tDice.Spread(20, 1600));
   const bool bNoOptics = tDice.OneIn(4);
   const u64 qwFocusMin = tDice.OneIn(3) ? 0 : tDice.Below(bNoOptics ? 3000 : 400);
   const u64 qwFocusRange = bNoOptics ? 104 + tDice.Spread(1, 600) : 2700 + tDice.Below(4000);
-  g_atICSSheets[LENS_FOCUS] = DrawICSAxis(tDice, qwFocusMin, qwFocusRange);
-  t.ptICS = g_atICSSheets;
-  t.tZoom = ICSSheet(tDice, g_atICSSheets[LENS_ZOOM], 0, 0);
-  t.tFocus = ICSSheet(tDice, g_atICSSheets[LENS_FOCUS], dwFocusMargin, 600);
-  t.tOptics.dMagnification = 1;
+  t.atICS[LENS_FOCUS] = DrawICSAxis(tDice, qwFocusMin, qwFocusRange);
+  t.bICS = 1;
+  t.tZoom = ICSSheet(tDice, t.atICS[LENS_ZOOM], 0, 0);
+  t.tFocus = ICSSheet(tDice, t.atICS[LENS_FOCUS], dwFocusMargin, 600);
   t.tOptics.dPeakWide = tDice.Between(40, 90);
   t.tOptics.dPeakTele = t.tOptics.dPeakWide * tDice.Between(0.6, 1);
 }
 
-void Draw(u64 qwNumber) {
+void Draw(u64 qwNumber, std::string_view sName) {
   TDice tDice{std::mt19937_64(qwNumber * 2654435761 + 12345)};
   TLensModel& t = g_tModel;
   t = TLensModel{};
-  t.pszName = g_szName;
-  t.pszDescription = "drawn";
-  t.pszModelName = g_szModelName;
+  sName.copy(t.szName, sizeof t.szName - 1);
+  std::strcpy(t.szDescription, "drawn");
   t.iChannels = tDice.OneIn(3) ? static_cast<i32>(tDice.In(1, iLensChannels)) : 1;
   if (tDice.OneIn(6)) {
     DrawICS(tDice, t);
@@ -273,7 +262,7 @@ void Draw(u64 qwNumber) {
     DrawPlain(tDice, t);
   }
   // By a model name that begins with "Q31" the daemon knows a lens with a thermal table.
-  std::snprintf(g_szModelName, sizeof g_szModelName, "%s%u", t.bThermalTable != 0 ? "Q31" : "D",
+  std::snprintf(t.szModelName, sizeof t.szModelName, "%s%u", t.bThermalTable != 0 ? "Q31" : "D",
                 static_cast<u32>(tDice.Below(100)));
   if (t.dwCapability == CAPABILITY_ZOOM_AND_FOCUS && !Model_IsICS(t)) {
     t.tFocus.dwFirstPosition = Optics_PanFocus(t, std::max(t.tZoom.dwFirstPosition, 1U));
@@ -307,20 +296,19 @@ std::string DrawnLens_Name(u64 qwNumber) {
 }
 
 const TLensModel* DrawnLens_Find(const char* pszName) {
-  if (std::strcmp(pszName, g_szName) == 0 && g_szName[0] != '\0') return &g_tModel;
   const std::string_view sName = pszName;
   if (!sName.starts_with(sNamePrefix)) return nullptr;
+  if (sName == g_tModel.szName) return &g_tModel;
   const std::string_view sNumber = sName.substr(sNamePrefix.size());
   const bool bDigits = sNumber.find_first_not_of("0123456789") == std::string_view::npos;
   if (!bDigits || sNumber.empty() || sNumber.size() > dwMaxDigits) return nullptr;
-  g_szName[sName.copy(g_szName, sizeof g_szName - 1)] = '\0';
-  Draw(std::strtoull(sNumber.data(), nullptr, 10));
+  Draw(std::strtoull(sNumber.data(), nullptr, 10), sName);
   return &g_tModel;
 }
 
 std::string DrawnLens_Describe(const TLensModel& t) {
   std::string sText;
-  Add(sText, "%s (%s): capability %u, channels %d, %s%s%s\n", t.pszName, t.pszModelName, t.dwCapability, t.iChannels,
+  Add(sText, "%s (%s): capability %u, channels %d, %s%s%s\n", t.szName, t.szModelName, t.dwCapability, t.iChannels,
       t.bBlockingMode != 0 ? "blocking" : "stepped", Model_IsICS(t) ? ", ICS" : "",
       t.bFlangeBack != 0 ? ", night offset without an LED" : "");
   AddAxis(sText, "zoom", t.tZoom);
@@ -329,7 +317,7 @@ std::string DrawnLens_Describe(const TLensModel& t) {
   AddAxis(sText, "keys of a focus that is not there", t.tFocusKeys);
   for (const ELensAxis eAxis : {LENS_ZOOM, LENS_FOCUS}) {
     if (!Model_IsICS(t)) break;
-    const TICSSheet& s = t.ptICS[eAxis];
+    const TICSSheet& s = t.atICS[eAxis];
     Add(sText, "  ICS %s: %d..%d, sensor %d, home %d, %d steps a second\n", eAxis == LENS_ZOOM ? "zoom" : "focus",
         s.iMin, s.iMax, s.iPI, s.iHome, s.iSpeed);
   }

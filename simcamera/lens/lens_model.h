@@ -1,5 +1,7 @@
-// A lens model: what the maker of a camera knows about it and its lens.  Each model is one constant record.  Both the
-// true lens and the camera's configuration files are made from the record, so that every number stands once.
+// A lens model: what the maker of a camera knows about it and its lens.  Each model is one plain record, built in,
+// drawn or read from a file (world/model_file.h).  Both the true lens and the camera's configuration files are made
+// from the record, so that every number stands once.  The record has no pointers: a world keeps a copy for all its
+// processes.
 #pragma once
 
 #include "core/context.h"
@@ -20,6 +22,7 @@ struct TAxisSheet {
   i32 iTravel, iSlack, iOrigin, iPI;  // driver steps, as in TAxisModel
   u32 bCheckPIWalk;
   u64 qwStepTime_ns;
+  bool operator==(const TAxisSheet&) const = default;
 };
 
 struct TSearchSheet {
@@ -28,6 +31,7 @@ struct TSearchSheet {
   u32 dwOneStepSearchTime_us;                  // long enough for a large step and a few frames
   u32 dwOpenIrisTime_us;
   u32 bFineTuning;
+  bool operator==(const TSearchSheet&) const = default;
 };
 
 // How the sharp focus position depends on zoom, distance, temperature and light, in virtual steps: Optics_SharpFocus.
@@ -38,32 +42,43 @@ struct TOptics {
   double dPerDegree, dPerDegreeTele;  // each degree Celsius above 25 moves it up by this, at both ends of the zoom
   double dNight;                      // infra-red light moves it up by this at the wide end
   double dPeakWide, dPeakTele;        // width of the focus value's peak at both ends of the zoom
+  bool operator==(const TOptics&) const = default;
 };
 
 // One axis of an ICS lens, as its driver describes it: positions, and steps a second.
 struct TICSSheet {
   i32 iMin, iMax, iPI, iHome, iSpeed;
+  bool operator==(const TICSSheet&) const = default;
 };
 
 struct TLensModel {
-  const char* pszName;
-  const char* pszDescription;
-  const char* pszModelName;  // of the lens, as the camera's video-in configuration names it
-  const char* pszLensType;
+  char szName[16];
+  char szDescription[96];
+  char szModelName[32];  // of the lens, as the camera's video-in configuration names it
+  char szLensType[16];
   i32 iChannels;
   u32 dwCapability;  // ECapability
   u32 bBlockingMode;
   TAxisSheet tZoom, tFocus;
   TSearchSheet tSearch;
   TOptics tOptics;
-  u32 bThermalTable = 0;                       // its camera has a table of focus by temperature, and a TMP103B sensor
-  const TICSSheet* ptICS = nullptr;            // of both axes, zoom first; null: a plain lens
+  u32 bThermalTable = 0;  // its camera has a table of focus by temperature, and a TMP103B sensor
+  u32 bICS = 0;           // an ICS lens, which atICS describes; else a plain lens
+  TICSSheet atICS[LENS_AXES] = {};
   TAxisSheet tZoomKeys = {}, tFocusKeys = {};  // configuration keys of an axis that the lens does not have
   u32 dwThermalRowsUsed = 8;                   // of the thermal table
   i32 iThermalColumnsUsed = 13;
   u32 bFlangeBack = 0;  // the night offset is used without an LED too
   u32 bFlatStarts = 0;  // searches start at the same place for all zoom positions
+  bool operator==(const TLensModel&) const = default;
 };
+
+// An axis that the lens does not have.
+constexpr TAxisSheet Sheet_NoAxis() {
+  TAxisSheet tSheet{};
+  tSheet.iPI = -1;
+  return tSheet;
+}
 
 // The model of that name, or the drawn one (lens/drawn_lens.h); null if there is none.
 const TLensModel* Lenses_Find(const char* pszName);
@@ -72,29 +87,29 @@ const TLensModel* Lenses_Find(const char* pszName);
 const TLensModel* Lenses_At(i32 iIndex);
 
 // The optics and curves of an ICS lens are in lens/ics_optics.h; of tOptics it uses only the peaks.
-inline bool Model_IsICS(const TLensModel& tModel) {
-  return tModel.ptICS != nullptr;
+constexpr bool Model_IsICS(const TLensModel& tModel) {
+  return tModel.bICS != 0;
 }
-inline bool Model_HasZoom(const TLensModel& tModel) {
+constexpr bool Model_HasZoom(const TLensModel& tModel) {
   return tModel.dwCapability == CAPABILITY_ZOOM_AND_FOCUS || tModel.dwCapability == CAPABILITY_ZOOM_ONLY;
 }
-inline bool Model_HasFocus(const TLensModel& tModel) {
+constexpr bool Model_HasFocus(const TLensModel& tModel) {
   return tModel.dwCapability == CAPABILITY_ZOOM_AND_FOCUS || tModel.dwCapability == CAPABILITY_FOCUS_ONLY;
 }
-inline bool Model_HasAxis(const TLensModel& tModel, ELensAxis eAxis) {
+constexpr bool Model_HasAxis(const TLensModel& tModel, ELensAxis eAxis) {
   return eAxis == LENS_ZOOM ? Model_HasZoom(tModel) : Model_HasFocus(tModel);
 }
-inline const TAxisSheet& Model_Sheet(const TLensModel& tModel, ELensAxis eAxis) {
+constexpr const TAxisSheet& Model_Sheet(const TLensModel& tModel, ELensAxis eAxis) {
   return eAxis == LENS_ZOOM ? tModel.tZoom : tModel.tFocus;
 }
 
 // The forward and the backward shift of the configuration, in driver steps: forward from the PI sensor to the reference
 // of a positioning, backward from the sensor to position 0.
-constexpr i32 Sheet_PIForwardShift(const TAxisSheet& tSheet) {
+constexpr i64 Sheet_PIForwardShift(const TAxisSheet& tSheet) {
   if (tSheet.iPI < 0) return 0;
-  const i32 iReference = tSheet.bReverseCalibration != 0 ? static_cast<i32>(tSheet.dwEnd * tSheet.dwOneStep) : 0;
-  return tSheet.iOrigin + iReference - tSheet.iPI;
+  const i64 llReference = tSheet.bReverseCalibration != 0 ? i64{tSheet.dwEnd} * tSheet.dwOneStep : 0;
+  return tSheet.iOrigin + llReference - tSheet.iPI;
 }
-constexpr i32 Sheet_PIBackwardShift(const TAxisSheet& tSheet) {
+constexpr i64 Sheet_PIBackwardShift(const TAxisSheet& tSheet) {
   return tSheet.iPI < 0 ? 0 : tSheet.iPI - tSheet.iOrigin;
 }

@@ -1,24 +1,19 @@
+#include <algorithm>
 #include <cstring>
-#include <string_view>
 
 #include "lens/drawn_lens.h"
 #include "lens/lens_model.h"
+#include "lens/model_rules.h"
 
 namespace {
-
-constexpr TAxisSheet NoAxis() {
-  TAxisSheet tSheet{};
-  tSheet.iPI = -1;
-  return tSheet;
-}
 
 // The stepped lens: the daemon times every step by sleeping.  So the driver is a little faster than the time allowed:
 // 600 microseconds for a driver step, where the daemon counts 625.  No sensor: the reference is the low end stop.
 constexpr TLensModel g_tZoomModel{
-    .pszName = "zoom",
-    .pszDescription = "zoom and focus, stepped walks, no PI sensor",
-    .pszModelName = "V0880M",
-    .pszLensType = "motorized",
+    .szName = "zoom",
+    .szDescription = "zoom and focus, stepped walks, no PI sensor",
+    .szModelName = "V0880M",
+    .szLensType = "motorized",
     .iChannels = 1,
     .dwCapability = CAPABILITY_ZOOM_AND_FOCUS,
     .bBlockingMode = 0,
@@ -79,14 +74,14 @@ constexpr TLensModel g_tZoomModel{
 // A fixed focal length; the driver times its walks.  The sensor is at the far end of the range, at the high stop, and
 // the range is counted down from there (reverse calibration).
 constexpr TLensModel g_tFocusModel{
-    .pszName = "focus",
-    .pszDescription = "focus only, blocking walks, PI sensor at the far end, reverse calibration",
-    .pszModelName = "F1000R",
-    .pszLensType = "motorized",
+    .szName = "focus",
+    .szDescription = "focus only, blocking walks, PI sensor at the far end, reverse calibration",
+    .szModelName = "F1000R",
+    .szLensType = "motorized",
     .iChannels = 1,
     .dwCapability = CAPABILITY_FOCUS_ONLY,
     .bBlockingMode = 1,
-    .tZoom = NoAxis(),
+    .tZoom = Sheet_NoAxis(),
     .tFocus = {.dwStart = 0,
                .dwEnd = 1000,
                .dwTotalStep = 1000,
@@ -125,10 +120,10 @@ constexpr TLensModel g_tFocusModel{
 };
 
 constexpr TLensModel g_tZoomOnlyModel{
-    .pszName = "zoomonly",
-    .pszDescription = "zoom only, blocking walks, no PI sensor",
-    .pszModelName = "Z0320P",
-    .pszLensType = "motorized",
+    .szName = "zoomonly",
+    .szDescription = "zoom only, blocking walks, no PI sensor",
+    .szModelName = "Z0320P",
+    .szLensType = "motorized",
     .iChannels = 1,
     .dwCapability = CAPABILITY_ZOOM_ONLY,
     .bBlockingMode = 1,
@@ -149,21 +144,21 @@ constexpr TLensModel g_tZoomOnlyModel{
               .iPI = -1,
               .bCheckPIWalk = 0,
               .qwStepTime_ns = 470'000},
-    .tFocus = NoAxis(),
+    .tFocus = Sheet_NoAxis(),
     .tSearch = {},
     .tOptics = {},
 };
 
 constexpr TLensModel g_tFixedModel{
-    .pszName = "fixed",
-    .pszDescription = "no motor at all",
-    .pszModelName = "S0001X",
-    .pszLensType = "fixed",
+    .szName = "fixed",
+    .szDescription = "no motor at all",
+    .szModelName = "S0001X",
+    .szLensType = "fixed",
     .iChannels = 1,
     .dwCapability = CAPABILITY_NONE,
     .bBlockingMode = 0,
-    .tZoom = NoAxis(),
-    .tFocus = NoAxis(),
+    .tZoom = Sheet_NoAxis(),
+    .tFocus = Sheet_NoAxis(),
     .tSearch = {},
     .tOptics = {},
 };
@@ -172,10 +167,10 @@ constexpr TLensModel g_tFixedModel{
 // sensors of both axes.  Position 0 lies above the low stop: at the focus sensor, and 80 driver steps below the zoom
 // sensor.
 constexpr TLensModel g_tQuadModel{
-    .pszName = "quad",
-    .pszDescription = "four channels of a zoom lens, stepped walks, PI sensors on both axes",
-    .pszModelName = "V0440Q",
-    .pszLensType = "motorized",
+    .szName = "quad",
+    .szDescription = "four channels of a zoom lens, stepped walks, PI sensors on both axes",
+    .szModelName = "V0440Q",
+    .szLensType = "motorized",
     .iChannels = 4,
     .dwCapability = CAPABILITY_ZOOM_AND_FOCUS,
     .bBlockingMode = 0,
@@ -236,10 +231,10 @@ constexpr TLensModel g_tQuadModel{
 // The sharp position drifts with temperature, most at the tele end.  So the camera has a thermal table; the daemon
 // knows that by the lens's model name.  The driver times its walks.
 constexpr TLensModel g_tThermalModel{
-    .pszName = "thermal",
-    .pszDescription = "zoom and focus, blocking walks, no PI sensor, temperature sensor and thermal table",
-    .pszModelName = "Q310T",
-    .pszLensType = "motorized",
+    .szName = "thermal",
+    .szDescription = "zoom and focus, blocking walks, no PI sensor, temperature sensor and thermal table",
+    .szModelName = "Q310T",
+    .szLensType = "motorized",
     .iChannels = 1,
     .dwCapability = CAPABILITY_ZOOM_AND_FOCUS,
     .bBlockingMode = 1,
@@ -300,9 +295,6 @@ constexpr TLensModel g_tThermalModel{
 
 // A lens with a driver of its own, which goes to positions by itself.  The sheets give its ranges and where a new
 // camera stands.  The focus motor of the configuration parks once at each start and moves no glass.
-constexpr TICSSheet g_atICSSheets[LENS_AXES] = {{.iMin = 100, .iMax = 2100, .iPI = 300, .iHome = 100, .iSpeed = 2000},
-                                                {.iMin = 50, .iMax = 3050, .iPI = 400, .iHome = 1500, .iSpeed = 2500}};
-
 constexpr TAxisSheet ICSAxis(u32 dwStart, u32 dwEnd, u32 dwFirst, u32 dwPositioning) {
   TAxisSheet tSheet{};
   tSheet.dwStart = dwStart;
@@ -319,10 +311,10 @@ constexpr TAxisSheet ICSAxis(u32 dwStart, u32 dwEnd, u32 dwFirst, u32 dwPosition
 }
 
 constexpr TLensModel g_tICSModel{
-    .pszName = "ics",
-    .pszDescription = "ICS lens: zoom and focus behind a driver of its own, with curves and a sensor",
-    .pszModelName = "I2000C",
-    .pszLensType = "ics",
+    .szName = "ics",
+    .szDescription = "ICS lens: zoom and focus behind a driver of its own, with curves and a sensor",
+    .szModelName = "I2000C",
+    .szLensType = "ics",
     .iChannels = 1,
     .dwCapability = CAPABILITY_ZOOM_AND_FOCUS,
     .bBlockingMode = 1,
@@ -332,57 +324,29 @@ constexpr TLensModel g_tICSModel{
     .tOptics = {.dWide = 0,
                 .dTele = 0,
                 .dNearWide = 0,
-                .dMagnification = 1,
+                .dMagnification = 0,
                 .dPerDegree = 0,
                 .dPerDegreeTele = 0,
                 .dNight = 0,
                 .dPeakWide = 60,
                 .dPeakTele = 45},
-    .ptICS = g_atICSSheets,
+    .bICS = 1,
+    .atICS = {{.iMin = 100, .iMax = 2100, .iPI = 300, .iHome = 100, .iSpeed = 2000},
+              {.iMin = 50, .iMax = 3050, .iPI = 400, .iHome = 1500, .iSpeed = 2500}},
 };
 
 constexpr const TLensModel* g_aptModels[] = {&g_tZoomModel, &g_tFocusModel,   &g_tZoomOnlyModel, &g_tFixedModel,
                                              &g_tQuadModel, &g_tThermalModel, &g_tICSModel};
 constexpr i32 iModels = static_cast<i32>(sizeof(g_aptModels) / sizeof(g_aptModels[0]));
 
-// True for a lens that the daemon can work with: the range lies between the stops, the backlash setting covers the
-// slack, the reference walk reaches the stop, no PI shift is negative, and the driver is as fast as the daemon assumes.
-constexpr bool SheetIsSound(const TAxisSheet& tSheet) {
-  if (tSheet.iTravel == 0) return tSheet.dwTotalStep == 0 && tSheet.iPI == -1;
-  const i32 iOneStep = static_cast<i32>(tSheet.dwOneStep);
-  return tSheet.dwStart <= tSheet.dwFirstPosition && tSheet.dwFirstPosition <= tSheet.dwEnd &&
-         tSheet.dwEnd <= tSheet.dwTotalStep &&
-         tSheet.iOrigin + static_cast<i32>(tSheet.dwEnd) * iOneStep <= tSheet.iTravel &&
-         tSheet.iSlack < static_cast<i32>(tSheet.dwAdjustStep) * iOneStep &&
-         static_cast<i32>(tSheet.dwPositioningStep) >= tSheet.iTravel && tSheet.iPI <= tSheet.iTravel &&
-         (tSheet.bPISupport == 0 || (tSheet.iPI >= 0 && static_cast<i32>(tSheet.dwPISearchStep) >= tSheet.iTravel &&
-                                     Sheet_PIBackwardShift(tSheet) >= 0)) &&
-         static_cast<u64>(tSheet.dwOneStepTime_us) * 1000 > tSheet.qwStepTime_ns * tSheet.dwOneStep;
-}
-
-constexpr bool ModelsAreSound() {
-  for (const TLensModel* ptModel : g_aptModels) {
-    if (ptModel->ptICS != nullptr) continue;  // its driver knows ranges and speeds by itself
-    if (!SheetIsSound(ptModel->tZoom) || !SheetIsSound(ptModel->tFocus)) return false;
-    if (Sheet_PIForwardShift(ptModel->tFocus) < 0) return false;
-    // By a model name that begins with "Q31" the daemon knows a lens with a thermal table.
-    if (std::string_view(ptModel->pszModelName).starts_with("Q31") != (ptModel->bThermalTable != 0)) return false;
-    if (ptModel->bThermalTable != 0 && ptModel->dwCapability != CAPABILITY_ZOOM_AND_FOCUS) return false;
-    if (ptModel->iChannels < 1 || ptModel->iChannels > iLensChannels) return false;
-    // In stepped mode the daemon does not wait for a sweep step: it must have ended when the value is read.
-    const u64 qwWalk_us =
-        ptModel->tSearch.dwStepLarge * ptModel->tFocus.dwOneStep * ptModel->tFocus.qwStepTime_ns / 1000;
-    if (qwWalk_us > ptModel->tSearch.dwOneStepSearchTime_us) return false;
-  }
-  return true;
-}
-static_assert(ModelsAreSound(), "a model breaks a rule of SheetIsSound or ModelsAreSound above");
+static_assert(std::ranges::all_of(g_aptModels, [](const TLensModel* ptModel) { return Model_IsSound(*ptModel); }),
+              "a model breaks a rule of lens/model_rules.h");
 
 }  // namespace
 
 const TLensModel* Lenses_Find(const char* pszName) {
   for (const TLensModel* ptModel : g_aptModels) {
-    if (std::strcmp(ptModel->pszName, pszName) == 0) return ptModel;
+    if (std::strcmp(ptModel->szName, pszName) == 0) return ptModel;
   }
   return DrawnLens_Find(pszName);
 }

@@ -7,7 +7,9 @@
 
 #include <algorithm>
 #include <bit>
+#include <filesystem>
 #include <string_view>
+#include <system_error>
 
 #include "lens/ics_optics.h"
 #include "lens/optics.h"
@@ -102,9 +104,9 @@ TNumber Number(i64 llValue) {
   return tNumber;
 }
 
-// Numbers with a comma between them.
+// Up to 16 numbers with a comma between them.
 struct TList {
-  char szText[128] = "";
+  char szText[16 * sizeof "-2147483648," + 1] = "";
   size_t dwLength = 0;
 };
 
@@ -234,9 +236,9 @@ bool WriteCameraConfig(const char* pszRoot, const TLensModel& tModel) {
          WriteXmlText(pszRoot, "etc/conf.d/config_imagefeature.xml", "root/capability/image/c0/vernierlens",
                       Number(tModel.dwCapability).szText) &&
          WriteXmlText(pszRoot, "etc/conf.d/config_videoin_c0.xml", "root/videoin/c0/lens/modelname",
-                      tModel.pszModelName) &&
+                      tModel.szModelName) &&
          WriteXmlText(pszRoot, "etc/conf.d/config_videomode_c0.xml", "root/capability/videoin/c0/lens/type",
-                      tModel.pszLensType);
+                      tModel.szLensType);
 }
 
 // The files for the daemon's focus correction between day and night.
@@ -358,6 +360,28 @@ bool CameraFiles_WriteText(const char* pszRoot, const char* pszBelow, const char
   if (!Output_Open(tOutput, pszRoot, pszBelow)) return false;
   fputs(pszText, tOutput.pFile);
   return Output_Close(tOutput);
+}
+
+bool CameraFiles_CopyOver(const char* pszRoot, const char* pszBelow, const char* pszFolder) {
+  namespace fs = std::filesystem;
+  std::error_code tError;
+  const fs::path tTo = fs::path(pszRoot) / pszBelow;
+  fs::path tAt = pszFolder;
+  for (fs::recursive_directory_iterator it(tAt, fs::directory_options::follow_directory_symlink, tError);
+       !tError && it != fs::end(it); it.increment(tError)) {
+    tAt = it->path();
+    const fs::path tTarget = tTo / tAt.lexically_relative(pszFolder);
+    if (it->is_directory(tError)) {
+      fs::create_directories(tTarget, tError);
+    } else if (!tError) {
+      fs::copy_file(tAt, tTarget, fs::copy_options::overwrite_existing, tError);
+      // The daemon replaces some of the files, and a camera's own may be read-only.
+      if (!tError) fs::permissions(tTarget, fs::perms(0600), fs::perm_options::add, tError);
+    }
+    if (tError) break;
+  }
+  if (tError) fprintf(stderr, "simcamera: %s: %s\n", tAt.c_str(), tError.message().c_str());
+  return !tError;
 }
 
 bool CameraFiles_Write(const char* pszRoot, const TLensModel& tModel) {

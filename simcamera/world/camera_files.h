@@ -16,5 +16,8 @@ bool CameraFiles_MakeDirectories(const char* pszPath);
 
 bool CameraFiles_WriteText(const char* pszRoot, const char* pszBelow, const char* pszText);
 
+// Copies all files of a folder and of its subfolders to below ROOT/pszBelow, over the files that are there.
+bool CameraFiles_CopyOver(const char* pszRoot, const char* pszBelow, const char* pszFolder);
+
 // Writes all files of a model.  Their directories must exist.
 bool CameraFiles_Write(const char* pszRoot, const TLensModel& tModel);

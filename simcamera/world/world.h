@@ -7,6 +7,7 @@
 
 #include "lens/i2c_bus.h"
 #include "lens/lens.h"
+#include "lens/lens_model.h"
 #include "lens/scene.h"
 
 // Calls of one name that fail although their arguments are good: the first dwGood succeed, the next dwFailing fail.
@@ -51,7 +52,7 @@ struct TWorld {
   TPace tPace;          // of a run
   u64 qwWallAtZero_us;  // wall clock (since 1970) at time 0 of the camera's clock
 
-  char szModel[16];
+  TLensModel tModel;  // the lens that ROOT was laid out for; each process that maps the world has it from here
   TLens tLens;
   TI2CBus tI2C;  // with the temperature sensors and their fault
   double dDistance_m;
@@ -84,9 +85,19 @@ constexpr u32 dwWorldMagic = 0x314D4953;
 TWorld* World_Map(const char* pszRoot);
 void World_Unmap(TWorld* ptWorld);
 
-// Lays an empty (or absent) ROOT out for a model: the camera's configuration and state files, its directories, and
-// ROOT/sim/world with the lens at the model's first position.  A ROOT that is laid out already is not changed.
-// Returns 0, or -1 with a line on stderr (no such model, no room).
+struct TLayOut {
+  const TLensModel* ptModel;
+  u64 qwSeed = 1;
+  const char* pszModelFile = nullptr;  // text of ROOT/sim/model.json, for people; null: no such file
+  const char* pszEtc = nullptr;        // a folder whose files replace those of ROOT/etc/conf.d; null: none
+};
+
+// Lays an empty (or absent) ROOT out for a sound model: the camera's configuration and state files, its directories,
+// and ROOT/sim/world with the lens at the model's first position.  A ROOT that is laid out already is not changed.
+// Returns 0, or -1 with a line on stderr (no room).
+i32 World_LayOutModel(const char* pszRoot, const TLayOut& tLayOut);
+
+// Lays out for a built-in or drawn model.  Returns -1 with a line on stderr also if there is no such model.
 i32 World_LayOut(const char* pszRoot, const char* pszModel, u64 qwSeed);
 
 // Writes the IR-cut settings that a new camera has (infra-red LEDs in use); an existing file is replaced.  Returns 0 or

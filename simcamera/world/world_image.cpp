@@ -1,6 +1,5 @@
 #include "world/world_image.h"
 
-#include "lens/lens_model.h"
 #include "lens/optics.h"
 #include "world/draw.h"
 
@@ -40,8 +39,8 @@ double SharpAt(const TWorld& tWorld, const TLensModel& tModel, double dZoom) {
 }
 
 u32 FocusValue(TWorld* ptWorld, i32 iChannel, bool bBusy) {
-  const TLensModel* ptModel = Lenses_Find(ptWorld->szModel);
-  if (ptModel == nullptr || !Model_HasFocus(*ptModel)) return 0;
+  const TLensModel& tModel = ptWorld->tModel;
+  if (!Model_HasFocus(tModel)) return 0;
   const u64 qwNow_us = World_Now_us(ptWorld);
   const u64 qwFrame = qwNow_us / qwFrameTime_us;
   Lens_Settle(&ptWorld->tLens, qwNow_us);
@@ -52,7 +51,7 @@ u32 FocusValue(TWorld* ptWorld, i32 iChannel, bool bBusy) {
   const double dZoom = Lens_FrameGlassVirtual(&ptWorld->tLens, iChannel, LENS_ZOOM);
   const double dFocus = Lens_FrameGlassVirtual(&ptWorld->tLens, iChannel, LENS_FOCUS);
   const TFrameDraws tDraws = DrawFrame(ptWorld->qwSeed, iChannel, qwFrame);
-  double dValue = Optics_FocusValue(*ptModel, tScene, dZoom, dFocus, SharpAt(*ptWorld, *ptModel, dZoom));
+  double dValue = Optics_FocusValue(tModel, tScene, dZoom, dFocus, SharpAt(*ptWorld, tModel, dZoom));
   dValue *= Brightness(ptWorld, iChannel, bBusy, qwFrame * qwFrameTime_us);
   dValue *= 1 + tScene.dNoise * (2 * tDraws.dNoise - 1);
   if (tDraws.dOutlier < tScene.dOutliers) dValue *= dOutlierFactor;
@@ -75,14 +74,14 @@ void World_ImageFrame(TWorld* ptWorld, i32 iChannel, u32* pdwBlock) {
 }
 
 double World_SharpFocus(const TWorld* ptWorld, i32 iChannel) {
-  const TLensModel* ptModel = Lenses_Find(ptWorld->szModel);
-  if (ptModel == nullptr || !Model_HasFocus(*ptModel)) return 0;
-  return SharpAt(*ptWorld, *ptModel, Lens_GlassVirtual(&ptWorld->tLens, iChannel, LENS_ZOOM));
+  const TLensModel& tModel = ptWorld->tModel;
+  if (!Model_HasFocus(tModel)) return 0;
+  return SharpAt(*ptWorld, tModel, Lens_GlassVirtual(&ptWorld->tLens, iChannel, LENS_ZOOM));
 }
 
 double World_DepthOfFocus(const TWorld* ptWorld, i32 iChannel) {
-  const TLensModel* ptModel = Lenses_Find(ptWorld->szModel);
-  if (ptModel == nullptr || !Model_HasFocus(*ptModel)) return 0;
-  return Optics_DepthOfFocus(*ptModel, g_atScenes[ptWorld->eScene],
+  const TLensModel& tModel = ptWorld->tModel;
+  if (!Model_HasFocus(tModel)) return 0;
+  return Optics_DepthOfFocus(tModel, g_atScenes[ptWorld->eScene],
                              Lens_GlassVirtual(&ptWorld->tLens, iChannel, LENS_ZOOM));
 }

@@ -61,7 +61,7 @@ void FillICS(TLens& tLens, const TLensModel& tModel) {
   tLens.iMinAD = iICSColdestAD;
   tLens.iMaxAD = iICSHottestAD;
   for (const ELensAxis eAxis : {LENS_ZOOM, LENS_FOCUS}) {
-    const TICSSheet& tSheet = tModel.ptICS[eAxis];
+    const TICSSheet& tSheet = tModel.atICS[eAxis];
     const i32 iFirst = static_cast<i32>(Model_Sheet(tModel, eAxis).dwFirstPosition);
     tLens.atICS[eAxis] = {.iMin = tSheet.iMin,
                           .iMax = tSheet.iMax,
@@ -94,7 +94,7 @@ void FillWorld(TWorld& tWorld, const TLensModel& tModel, u64 qwSeed) {
   tWorld.bRun = 1;
   tWorld.qwSeed = qwSeed;
   tWorld.qwWallAtZero_us = qwWallAtFirstStart_us;
-  snprintf(tWorld.szModel, sizeof tWorld.szModel, "%s", tModel.pszName);
+  tWorld.tModel = tModel;
   FillLens(tWorld.tLens, tModel);
   FillICS(tWorld.tLens, tModel);
   I2CBus_PowerOn(&tWorld.tI2C);
@@ -134,25 +134,25 @@ bool IsEmptyDirectory(const char* pszPath) {
   return iEntries == 0;
 }
 
-bool LayOutFiles(const char* pszRoot, const TLensModel& tModel, u64 qwSeed) {
+bool LayOutFiles(const char* pszRoot, const TLayOut& tLayOut) {
   for (const char* pszDirectory : g_apszDirectories) {
     char szPath[dwCameraPath];
     if (!CameraFiles_JoinPath(szPath, pszRoot, pszDirectory) || !CameraFiles_MakeDirectories(szPath)) return false;
   }
-  return CameraFiles_Write(pszRoot, tModel) &&
-         CameraFiles_WriteText(pszRoot, "mnt/flash/.VernierlensStatus", "normal\n") &&
-         CameraFiles_WriteText(pszRoot, "usr/sbin/vernierlensd", "") &&
-         CameraFiles_WriteText(pszRoot, "sim/transcript", "") && WriteWorld(pszRoot, tModel, qwSeed);
+  const bool bWritten = CameraFiles_Write(pszRoot, *tLayOut.ptModel) &&
+                        CameraFiles_WriteText(pszRoot, "mnt/flash/.VernierlensStatus", "normal\n") &&
+                        CameraFiles_WriteText(pszRoot, "usr/sbin/vernierlensd", "") &&
+                        CameraFiles_WriteText(pszRoot, "sim/transcript", "");
+  if (!bWritten) return false;
+  if (tLayOut.pszEtc != nullptr && !CameraFiles_CopyOver(pszRoot, "etc/conf.d", tLayOut.pszEtc)) return false;
+  if (tLayOut.pszModelFile != nullptr && !CameraFiles_WriteText(pszRoot, "sim/model.json", tLayOut.pszModelFile))
+    return false;
+  return WriteWorld(pszRoot, *tLayOut.ptModel, tLayOut.qwSeed);
 }
 
 }  // namespace
 
-i32 World_LayOut(const char* pszRoot, const char* pszModel, u64 qwSeed) {
-  const TLensModel* ptModel = Lenses_Find(pszModel);
-  if (ptModel == nullptr) {
-    fprintf(stderr, "simcamera: there is no lens model \"%.40s\"\n", pszModel);
-    return -1;
-  }
+i32 World_LayOutModel(const char* pszRoot, const TLayOut& tLayOut) {
   char szWorld[dwCameraPath];
   if (!CameraFiles_JoinPath(szWorld, pszRoot, "sim/world")) return -1;
   if (access(szWorld, F_OK) == 0) return 0;
@@ -161,5 +161,13 @@ i32 World_LayOut(const char* pszRoot, const char* pszModel, u64 qwSeed) {
     fprintf(stderr, "simcamera: %s: neither empty nor a simulated camera\n", pszRoot);
     return -1;
   }
-  return LayOutFiles(pszRoot, *ptModel, qwSeed) ? 0 : -1;
+  return LayOutFiles(pszRoot, tLayOut) ? 0 : -1;
+}
+
+i32 World_LayOut(const char* pszRoot, const char* pszModel, u64 qwSeed) {
+  if (const TLensModel* ptModel = Lenses_Find(pszModel)) {
+    return World_LayOutModel(pszRoot, {.ptModel = ptModel, .qwSeed = qwSeed});
+  }
+  fprintf(stderr, "simcamera: there is no lens model \"%.40s\"\n", pszModel);
+  return -1;
 }
