@@ -1,5 +1,8 @@
 // Lens models on the command line: prints one, and lays a ROOT out for the one that was chosen.
+#include <algorithm>
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -18,10 +21,12 @@ const TLensModel& FindModel(const std::string& sName) {
 TLensModel ReadModel(const std::string& sPath) {
   constexpr std::streamoff iMostBytes = 1 << 20;
   std::ifstream tFile(sPath, std::ios::binary);
+  if (!tFile.is_open()) Cli_Fail(sPath + ": " + std::strerror(errno));
   std::string sText(static_cast<size_t>(iMostBytes) + 1, '\0');
   tFile.read(sText.data(), iMostBytes + 1);
   sText.resize(static_cast<size_t>(tFile.gcount()));
-  if (!tFile.is_open() || tFile.bad() || !tFile.eof() || sText.empty()) Cli_Fail(sPath + ": cannot be read");
+  if (tFile.bad()) Cli_Fail(sPath + ": cannot be read");
+  if (!tFile.eof()) Cli_Fail(sPath + ": longer than a lens model can be");
   TLensModel tModel{};
   const auto asComplaints = ModelFile_Read(sText, tModel);
   for (const std::string& sComplaint : asComplaints) {

@@ -109,12 +109,12 @@ constexpr void Model_TellBrokenRules(const TLensModel& tModel, TBroken fnBroken)
       if (!tRule.pfnHolds(tRecord)) fnBroken(sWhere, tRule.szBroken);
     }
   };
-  if (tModel.bICS != 0) {
-    Tell("zoom", g_atICSRules, TICSAxis{tModel.tZoom, tModel.atICS[LENS_ZOOM]});
-    Tell("focus", g_atICSRules, TICSAxis{tModel.tFocus, tModel.atICS[LENS_FOCUS]});
-  } else {
-    if (Model_HasZoom(tModel)) Tell("zoom", g_atAxisRules, tModel.tZoom);
-    if (Model_HasFocus(tModel)) Tell("focus", g_atAxisRules, tModel.tFocus);
+  for (const ELensAxis eAxis : {LENS_ZOOM, LENS_FOCUS}) {
+    if (!Model_HasAxis(tModel, eAxis)) continue;
+    const char* szAxis = eAxis == LENS_ZOOM ? "zoom" : "focus";
+    const TAxisSheet& tSheet = Model_Sheet(tModel, eAxis);
+    if (Model_IsICS(tModel)) Tell(szAxis, g_atICSRules, TICSAxis{tSheet, tModel.atICS[eAxis]});
+    if (!Model_IsICS(tModel)) Tell(szAxis, g_atAxisRules, tSheet);
   }
   if (tModel.tZoomKeys.dwEnd != 0) Tell("zoom_keys", g_atAxisRules, tModel.tZoomKeys);
   if (tModel.tFocusKeys.dwEnd != 0) Tell("focus_keys", g_atAxisRules, tModel.tFocusKeys);

@@ -1,6 +1,8 @@
 #include "world/model_file.h"
 
+#include <algorithm>
 #include <cmath>
+#include <cstdio>
 #include <cstring>
 #include <nlohmann/json.hpp>
 #include <set>
@@ -31,12 +33,17 @@ struct TPrinter {
   void Text(const char* szKey, char (&szValue)[dwSize], EText) {
     tJson[szKey] = szValue;
   }
-  // A record of its own; null if bGiven is false.
   template <typename TKeys>
-  bool Record(const char* szKey, bool bGiven, TKeys fnKeys) {
+  void Record(const char* szKey, TKeys fnKeys) {
     TPrinter tPrinter;
-    if (bGiven) fnKeys(tPrinter);
-    tJson[szKey] = bGiven ? tPrinter.tJson : TJson();
+    fnKeys(tPrinter);
+    tJson[szKey] = tPrinter.tJson;
+  }
+  // Returns whether the record is there.
+  template <typename TKeys>
+  bool RecordOrNull(const char* szKey, bool bGiven, TKeys fnKeys) {
+    tJson[szKey] = TJson();
+    if (bGiven) Record(szKey, fnKeys);
     return bGiven;
   }
 };
@@ -125,13 +132,19 @@ struct TReader {
     sText.copy(szValue, dwSize - 1);
   }
   template <typename TKeys>
-  bool Record(const char* szKey, bool, TKeys fnKeys) {
+  void Record(const char* szKey, TKeys fnKeys) {
     const TJson* ptJson = Find(szKey);
-    if (ptJson == nullptr || ptJson->is_null()) return false;
-    if (!ptJson->is_object()) return Complain(szKey, Shown(*ptJson) + " is neither an object nor null"), false;
+    if (ptJson == nullptr) return;
+    if (!ptJson->is_object()) return Complain(szKey, Shown(*ptJson) + " is no object");
     TReader tReader{*ptJson, sPath + szKey + ".", asComplaints};
     fnKeys(tReader);
     tReader.RefuseUnknown();
+  }
+  template <typename TKeys>
+  bool RecordOrNull(const char* szKey, bool, TKeys fnKeys) {
+    const TJson* ptJson = Find(szKey);
+    if (ptJson == nullptr || ptJson->is_null()) return false;
+    Record(szKey, fnKeys);
     return true;
   }
 
@@ -205,7 +218,7 @@ void ICS_Keys(TSide& tSide, TICSSheet& t) {
 template <typename TSide>
 void Model_Keys(TSide& tSide, TLensModel& t) {
   const auto Axis = [&](const char* szKey, bool bGiven, TAxisSheet& tSheet) {
-    return tSide.Record(szKey, bGiven, [&](auto& tInner) { Axis_Keys(tInner, tSheet); });
+    return tSide.RecordOrNull(szKey, bGiven, [&](auto& tInner) { Axis_Keys(tInner, tSheet); });
   };
   tSide.Text("name", t.szName, TEXT_WORD);
   tSide.Text("description", t.szDescription, TEXT_SENTENCE);
@@ -219,13 +232,13 @@ void Model_Keys(TSide& tSide, TLensModel& t) {
                    : bZoom         ? CAPABILITY_ZOOM_ONLY
                    : bFocus        ? CAPABILITY_FOCUS_ONLY
                                    : CAPABILITY_NONE;
-  const bool bICS = tSide.Record("ics", t.bICS != 0, [&](auto& tICS) {
-    tICS.Record("zoom", true, [&](auto& tInner) { ICS_Keys(tInner, t.atICS[LENS_ZOOM]); });
-    tICS.Record("focus", true, [&](auto& tInner) { ICS_Keys(tInner, t.atICS[LENS_FOCUS]); });
+  const bool bICS = tSide.RecordOrNull("ics", t.bICS != 0, [&](auto& tICS) {
+    tICS.Record("zoom", [&](auto& tInner) { ICS_Keys(tInner, t.atICS[LENS_ZOOM]); });
+    tICS.Record("focus", [&](auto& tInner) { ICS_Keys(tInner, t.atICS[LENS_FOCUS]); });
   });
   t.bICS = bICS ? 1 : 0;
-  tSide.Record("search", t.tSearch != TSearchSheet{}, [&](auto& tInner) { Search_Keys(tInner, t.tSearch); });
-  tSide.Record("optics", t.tOptics != TOptics{}, [&](auto& tInner) { Optics_Keys(tInner, t.tOptics, bICS); });
+  tSide.RecordOrNull("search", t.tSearch != TSearchSheet{}, [&](auto& tInner) { Search_Keys(tInner, t.tSearch); });
+  tSide.RecordOrNull("optics", t.tOptics != TOptics{}, [&](auto& tInner) { Optics_Keys(tInner, t.tOptics, bICS); });
   tSide.Flag("thermal_table", t.bThermalTable);
   tSide.Whole("thermal_table_rows", t.dwThermalRowsUsed, 1, dwThermalRows);
   tSide.Whole("thermal_table_columns", t.iThermalColumnsUsed, 1, iThermalColumns);
