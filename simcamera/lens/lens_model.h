@@ -4,6 +4,8 @@
 // processes.
 #pragma once
 
+#include <type_traits>
+
 #include "core/context.h"
 #include "lens/lens.h"
 
@@ -59,12 +61,12 @@ struct TLensModel {
   i32 iChannels;
   u32 dwCapability;  // ECapability
   u32 bBlockingMode;
+  u32 bThermalTable = 0;  // its camera has a table of focus by temperature, and a TMP103B sensor
   TAxisSheet tZoom, tFocus;
+  u32 bICS = 0;  // an ICS lens, which atICS describes; else a plain lens
+  TICSSheet atICS[LENS_AXES] = {};
   TSearchSheet tSearch;
   TOptics tOptics;
-  u32 bThermalTable = 0;  // its camera has a table of focus by temperature, and a TMP103B sensor
-  u32 bICS = 0;           // an ICS lens, which atICS describes; else a plain lens
-  TICSSheet atICS[LENS_AXES] = {};
   TAxisSheet tZoomKeys = {}, tFocusKeys = {};  // configuration keys of an axis that the lens does not have
   u32 dwThermalRowsUsed = 8;                   // of the thermal table
   i32 iThermalColumnsUsed = 13;
@@ -85,6 +87,12 @@ const TLensModel* Lenses_Find(const char* pszName);
 
 // The model number iIndex, from 0; null after the last.
 const TLensModel* Lenses_At(i32 iIndex);
+
+// There are no bytes between the values, so that two worlds of one model are equal byte by byte.
+static_assert(sizeof(TLensModel) == 160 + 4 * sizeof(u32) + 4 * sizeof(TAxisSheet) + sizeof(u32) +
+                                        LENS_AXES * sizeof(TICSSheet) + sizeof(TSearchSheet) + sizeof(TOptics) +
+                                        4 * sizeof(u32));
+static_assert(std::has_unique_object_representations_v<TAxisSheet>);
 
 // The optics and curves of an ICS lens are in lens/ics_optics.h; of tOptics it uses only the peaks.
 constexpr bool Model_IsICS(const TLensModel& tModel) {

@@ -238,6 +238,7 @@ constexpr TLensModel g_tThermalModel{
     .iChannels = 1,
     .dwCapability = CAPABILITY_ZOOM_AND_FOCUS,
     .bBlockingMode = 1,
+    .bThermalTable = 1,
     .tZoom = {.dwStart = 0,
               .dwEnd = 640,
               .dwTotalStep = 640,
@@ -290,7 +291,6 @@ constexpr TLensModel g_tThermalModel{
                 .dNight = 20,
                 .dPeakWide = 36,
                 .dPeakTele = 28},
-    .bThermalTable = 1,
 };
 
 // A lens with a driver of its own, which goes to positions by itself.  The sheets give its ranges and where a new
@@ -320,6 +320,9 @@ constexpr TLensModel g_tICSModel{
     .bBlockingMode = 1,
     .tZoom = ICSAxis(100, 2100, 600, 0),
     .tFocus = ICSAxis(100, 3000, 1215, 600),
+    .bICS = 1,
+    .atICS = {{.iMin = 100, .iMax = 2100, .iPI = 300, .iHome = 100, .iSpeed = 2000},
+              {.iMin = 50, .iMax = 3050, .iPI = 400, .iHome = 1500, .iSpeed = 2500}},
     .tSearch = {},
     .tOptics = {.dWide = 0,
                 .dTele = 0,
@@ -330,9 +333,6 @@ constexpr TLensModel g_tICSModel{
                 .dNight = 0,
                 .dPeakWide = 60,
                 .dPeakTele = 45},
-    .bICS = 1,
-    .atICS = {{.iMin = 100, .iMax = 2100, .iPI = 300, .iHome = 100, .iSpeed = 2000},
-              {.iMin = 50, .iMax = 3050, .iPI = 400, .iHome = 1500, .iSpeed = 2500}},
 };
 
 constexpr const TLensModel* g_aptModels[] = {&g_tZoomModel, &g_tFocusModel,   &g_tZoomOnlyModel, &g_tFixedModel,
