@@ -3,7 +3,8 @@
 #   tools/setup.sh [--checks] [--bench] [--arm]
 set -euo pipefail
 
-packages=(cmake ninja-build g++ python3 pkg-config libexpat1-dev libgtest-dev node-llhttp nlohmann-json3-dev curl)
+packages=(cmake ninja-build g++ python3 pkg-config libexpat1-dev libgtest-dev node-llhttp curl
+  libcli11-dev nlohmann-json3-dev)
 for option in "$@"; do
   case "$option" in
     --checks) packages+=(clang clang-format clang-tidy libclang-rt-dev binutils) ;;

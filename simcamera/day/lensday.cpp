@@ -1,9 +1,9 @@
 // lensday: runs, judges and draws days in the life of a thermal lens.  Exits with 0 if the lens stayed sharp and the
 // believed positions are true, with 1 if not, with 2 on wrong usage.
+#include <arguments.h>
+
 #include <cmath>
 #include <cstdio>
-#include <cstdlib>
-#include <string_view>
 
 #include "day/day.h"
 #include "day/day_plot.h"
@@ -13,46 +13,31 @@ namespace {
 
 struct TOptions {
   TDayPlan tPlan;
-  const char* pszSvg = nullptr;
+  std::string sLens, sSvg;
 };
 
-bool TakeNumber(const char* pszText, double dLowest, double dHighest, double* pdNumber) {
-  char* pcEnd = nullptr;
-  const double dNumber = std::strtod(pszText, &pcEnd);
-  if (pcEnd == pszText || *pcEnd != 0 || !(dNumber >= dLowest && dNumber <= dHighest)) return false;
-  *pdNumber = dNumber;
-  return true;
-}
-
-bool TakeWhole(const char* pszText, u64 qwLowest, u64 qwHighest, u64* pqwNumber) {
-  char* pcEnd = nullptr;
-  const u64 qwNumber = std::strtoull(pszText, &pcEnd, 10);
-  if (*pszText < '0' || *pszText > '9' || *pcEnd != 0 || qwNumber < qwLowest || qwNumber > qwHighest) return false;
-  *pqwNumber = qwNumber;
-  return true;
-}
-
-bool TakeOption(std::string_view sName, const char* pszValue, TOptions* ptOptions) {
-  TDayPlan& tPlan = ptOptions->tPlan;
-  if (sName == "--days") {
-    u64 qwDays = 0;
-    if (!TakeWhole(pszValue, 1, dwMaxDays, &qwDays)) return false;
-    tPlan.dwDays = static_cast<u32>(qwDays);
-    return true;
-  }
-  if (sName == "--seed") return TakeWhole(pszValue, 0, ~u64{0}, &tPlan.qwSeed);
-  if (sName == "--from") return TakeNumber(pszValue, iDayColdest_C, iDayHottest_C, &tPlan.dFrom_C);
-  if (sName == "--to") return TakeNumber(pszValue, iDayColdest_C, iDayHottest_C, &tPlan.dTo_C);
-  if (sName == "--svg") ptOptions->pszSvg = pszValue;
-  if (sName == "--lens") tPlan.pszModel = pszValue;
-  return sName == "--svg" || sName == "--lens";
-}
-
-bool ReadOptions(int iCount, char** apszArgs, TOptions* ptOptions) {
-  for (int i = 1; i < iCount; i += 2) {
-    if (i + 1 == iCount || !TakeOption(apszArgs[i], apszArgs[i + 1], ptOptions)) return false;
-  }
-  return ptOptions->tPlan.dFrom_C <= ptOptions->tPlan.dTo_C;
+TOptions ReadOptions(const std::vector<std::string>& asWords) {
+  TOptions tOptions;
+  TDayPlan& tPlan = tOptions.tPlan;
+  tOptions.sLens = tPlan.pszModel;
+  u64 qwDays = tPlan.dwDays;
+  CLI::App tApp(
+      "Runs, judges and draws days in the life of a thermal lens. Exit status: 0 sharp throughout, 1 not, "
+      "2 wrong usage.",
+      "lensday");
+  Arguments_Prepare(tApp);
+  tApp.add_option("--lens", tOptions.sLens, "a model with a thermal table; default thermal");
+  Arguments_AddWhole(tApp, "--days", qwDays, 1, dwMaxDays, "how many days; default 1");
+  Arguments_AddWhole(tApp, "--seed", tPlan.qwSeed, 0, ~u64{0}, "decides all that is drawn; default 1");
+  Arguments_AddNumber(tApp, "--from", tPlan.dFrom_C, iDayColdest_C, iDayHottest_C,
+                      "the coldest of a day, Celsius; default -10");
+  Arguments_AddNumber(tApp, "--to", tPlan.dTo_C, iDayColdest_C, iDayHottest_C,
+                      "the hottest of a day, Celsius; default 45");
+  tApp.add_option("--svg", tOptions.sSvg, "write the picture into this file too");
+  Arguments_Parse(tApp, asWords);
+  if (tPlan.dFrom_C > tPlan.dTo_C) Cli_RefuseUsage("--from is above --to");
+  tPlan.dwDays = static_cast<u32>(qwDays);
+  return tOptions;
 }
 
 void PrintVerdict(const TDayReport& tReport) {
@@ -74,17 +59,9 @@ void PrintVerdict(const TDayReport& tReport) {
   if (!tReport.IsBelievedTrue()) std::puts("lensday: believed and true positions differ");
 }
 
-}  // namespace
-
-int main(int iCount, char** apszArgs) {
-  TOptions tOptions;
-  if (!ReadOptions(iCount, apszArgs, &tOptions)) {
-    std::fprintf(stderr,
-                 "lensday [--lens thermal] [--days 1..%u] [--seed S] [--from C] [--to C] [--svg FILE]\n"
-                 "temperatures from %d to %d, --from not above --to\n",
-                 dwMaxDays, iDayColdest_C, iDayHottest_C);
-    return 2;
-  }
+int Run(const std::vector<std::string>& asWords) {
+  TOptions tOptions = ReadOptions(asWords);
+  tOptions.tPlan.pszModel = tOptions.sLens.c_str();
   const TDayReport tReport = Day_Run(tOptions.tPlan);
   if (!tReport.sTrouble.empty()) {
     std::fprintf(stderr, "lensday: %s", tReport.sTrouble.c_str());
@@ -92,9 +69,15 @@ int main(int iCount, char** apszArgs) {
   }
   DayPlot_Print(tReport);
   PrintVerdict(tReport);
-  if (tOptions.pszSvg != nullptr && DayPlot_WriteSvg(tReport, tOptions.pszSvg) != 0) {
-    std::perror(tOptions.pszSvg);
+  if (!tOptions.sSvg.empty() && DayPlot_WriteSvg(tReport, tOptions.sSvg.c_str()) != 0) {
+    std::perror(tOptions.sSvg.c_str());
     return 1;
   }
   return tReport.IsGood() ? 0 : 1;
+}
+
+}  // namespace
+
+int main(int iCount, char** apszArgs) {
+  return Arguments_Run("lensday", iCount, apszArgs, Run);
 }
