@@ -73,8 +73,9 @@ TEST(Lens, Walks) {
         EXPECT_EQ(Lens_Request(&tLens, eDevice, tDo.dwRequest, tDo.iArgument, tDo.qwAt_us).iResult, tDo.iResult);
       }
       Lens_Settle(&tLens, tCase.qwLook_us);
-      const std::array aiThen{tCase.iRotorThen, tCase.iGlassThen, tCase.iLostThen};
-      EXPECT_EQ((std::array{tAxis.iRotor, tAxis.iGlass, tAxis.iLost}), aiThen);
+      const i32 iToFaults = tCase.piFault != nullptr ? tCase.iLostThen : 0;
+      const std::array aiThen{tCase.iRotorThen, tCase.iGlassThen, tCase.iLostThen - iToFaults, iToFaults};
+      EXPECT_EQ((std::array{tAxis.iRotor, tAxis.iGlass, tAxis.iLostToStops, tAxis.iLostToFaults}), aiThen);
     }
   }
 }

@@ -6,6 +6,7 @@
 #include <sys/mman.h>
 #include <sys/shm.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include "hooks/hooks.h"
@@ -67,6 +68,15 @@ int Hook_shmget(key_t iKey, size_t qwSize, int iFlags) {
   return iGrown < 0 ? -1 : iIdBase | (iKey & 0xFF);
 }
 
+// The positions in a block are the daemon's from here on.
+static void TellHolder(i32 iNumber) {
+  if (!g_bPaced || iNumber >= iLensChannels) return;
+  TWorld* ptWorld = Clock_World();
+  World_Lock(ptWorld);
+  ptWorld->aiBlockHolder[iNumber] = static_cast<i32>(syscall(SYS_getpid));
+  World_Unlock(ptWorld);
+}
+
 void* Hook_shmat(int iId, const void* pvAddress, int iFlags) {
   if (!Hooks_Active() || (iId & ~0xFF) != iIdBase) return g_realShmat(iId, pvAddress, iFlags);
   Hooks_Point("shmat");
@@ -81,6 +91,7 @@ void* Hook_shmat(int iId, const void* pvAddress, int iFlags) {
     pv = mmap(nullptr, static_cast<size_t>(tStat.st_size), PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
   }
   close(fd);
+  TellHolder(iId & 0xFF);
   for (TAttached& tAttached : g_atAttached) {
     if (pv == MAP_FAILED || tAttached.pv != nullptr) continue;
     tAttached = {.iNumber = iId & 0xFF, .pv = pv, .qwSize = static_cast<size_t>(tStat.st_size)};

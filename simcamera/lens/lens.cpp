@@ -34,11 +34,18 @@ bool Axis_SlipsNow(TAxisTruth& tAxis) {
   return false;
 }
 
+bool Axis_IsAtStop(const TAxisModel& tModel, const TAxisTruth& tAxis, bool bForward) {
+  return bForward ? tAxis.iRotor >= tModel.iTravel : tAxis.iRotor <= 0;
+}
+
 // One driver step: the rotor turns unless a stop or a fault takes the step, and the glass follows through the slack.
 void Axis_Step(const TAxisModel& tModel, TAxisTruth& tAxis, bool bForward) {
-  const bool bAtStop = bForward ? tAxis.iRotor >= tModel.iTravel : tAxis.iRotor <= 0;
-  if (bAtStop || tAxis.bSticky != 0 || Axis_SlipsNow(tAxis)) {
-    ++tAxis.iLost;
+  if (Axis_IsAtStop(tModel, tAxis, bForward)) {
+    ++tAxis.iLostToStops;
+    return;
+  }
+  if (tAxis.bSticky != 0 || Axis_SlipsNow(tAxis)) {
+    ++tAxis.iLostToFaults;
     return;
   }
   tAxis.iRotor += bForward ? 1 : -1;
@@ -358,6 +365,19 @@ double Lens_FrameGlassVirtual(const TLens* ptLens, i32 iChannel, ELensAxis eAxis
   return InVirtualSteps(ptLens->atModel[eAxis], ptLens->atAxis[iChannel][eAxis].iFrameGlass);
 }
 
+bool Lens_AxisWalks(const TLens* ptLens, i32 iChannel, ELensAxis eAxis, u64 qwNow_us) {
+  if (ptLens->bICS == 0) return ptLens->atAxis[iChannel][eAxis].iWalkCount != 0;
+  const TICSAxisTruth& tAxis = ptLens->atICS[eAxis];
+  return tAxis.iSpeed > 0 && ICS_Position(tAxis, qwNow_us) != tAxis.iTarget;
+}
+
+bool Lens_AxisTurns(const TLens* ptLens, i32 iChannel, ELensAxis eAxis, u64 qwNow_us) {
+  if (!Lens_AxisWalks(ptLens, iChannel, eAxis, qwNow_us)) return false;
+  const TAxisTruth& tAxis = ptLens->atAxis[iChannel][eAxis];
+  if (ptLens->bICS != 0) return true;
+  return tAxis.bSticky == 0 && !Axis_IsAtStop(ptLens->atModel[eAxis], tAxis, tAxis.bWalkForward != 0);
+}
+
 bool Lens_IsMoving(const TLens* ptLens, u64 qwNow_us) {
   for (const auto& atChannel : ptLens->atAxis) {
     for (u32 dwAxis = 0; dwAxis < LENS_AXES; ++dwAxis) {
@@ -367,8 +387,5 @@ bool Lens_IsMoving(const TLens* ptLens, u64 qwNow_us) {
     }
   }
   if (ptLens->bICS == 0) return false;
-  for (const TICSAxisTruth& tAxis : ptLens->atICS) {
-    if (tAxis.iSpeed > 0 && ICS_Position(tAxis, qwNow_us) != tAxis.iTarget) return true;
-  }
-  return false;
+  return Lens_AxisWalks(ptLens, 0, LENS_ZOOM, qwNow_us) || Lens_AxisWalks(ptLens, 0, LENS_FOCUS, qwNow_us);
 }

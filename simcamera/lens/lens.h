@@ -40,16 +40,17 @@ struct TAxisModel {
 constexpr u64 qwFrameTime_us = 33'333;  // frame follows frame, the first begins at time 0
 
 struct TAxisTruth {
-  i32 iRotor;       // driver steps, settled to the last request's time
-  i32 iGlass;       // driver steps
-  u64 qwFrame;      // number of the frame that was under way when the axis was settled last
-  i32 iFrameGlass;  // driver steps: the glass at that frame's beginning, the end of the last whole frame
-  u32 bForward;     // direction of later walks
-  u32 bSticky;      // stall fault: the rotor does not turn while this is set (its walks take their time all the same)
-  i32 iSlipOneIn;   // slip fault: one driver step in so many is lost, 0 none
-  i32 iSlipCount;   // driver steps since the last lost one
-  i32 iSlipNow;     // slip fault: so many of the next driver steps are lost
-  i32 iLost;        // driver steps lost so far, to stops and faults; only grows
+  i32 iRotor;        // driver steps, settled to the last request's time
+  i32 iGlass;        // driver steps
+  u64 qwFrame;       // number of the frame that was under way when the axis was settled last
+  i32 iFrameGlass;   // driver steps: the glass at that frame's beginning, the end of the last whole frame
+  u32 bForward;      // direction of later walks
+  u32 bSticky;       // stall fault: the rotor does not turn while this is set (its walks take their time all the same)
+  i32 iSlipOneIn;    // slip fault: one driver step in so many is lost, 0 none
+  i32 iSlipCount;    // driver steps since the last lost one
+  i32 iSlipNow;      // slip fault: so many of the next driver steps are lost
+  i32 iLostToStops;  // driver steps lost so far to an end stop, and to faults; both only grow
+  i32 iLostToFaults;
   // The walk under way; iWalkCount 0 none.
   i32 iWalkCount;  // driver steps asked for
   i32 iWalkDone;   // driver steps settled so far
@@ -118,6 +119,11 @@ const char* Lens_RequestName(ELensDevice eDevice, u32 dwRequest);
 double Lens_TrueVirtual(const TLens* ptLens, i32 iChannel, ELensAxis eAxis);
 double Lens_GlassVirtual(const TLens* ptLens, i32 iChannel, ELensAxis eAxis);
 double Lens_FrameGlassVirtual(const TLens* ptLens, i32 iChannel, ELensAxis eAxis);
+
+// An axis that is settled to qwNow_us: a walk is under way, and its rotor turns.  A rotor that stalls or is at its stop
+// does not turn, though the walk goes on.
+bool Lens_AxisWalks(const TLens* ptLens, i32 iChannel, ELensAxis eAxis, u64 qwNow_us);
+bool Lens_AxisTurns(const TLens* ptLens, i32 iChannel, ELensAxis eAxis, u64 qwNow_us);
 
 // True while an axis of any channel is moving at the given time.
 bool Lens_IsMoving(const TLens* ptLens, u64 qwNow_us);

@@ -23,13 +23,6 @@ double ZoomShare(const TLensModel& tModel, double dZoom) {
   return dShare < 0 ? 0 : dShare > 1 ? 1 : dShare;
 }
 
-// The width of the peak at a zoom position: that of the lens, stretched by the scene.
-double PeakWidth(const TLensModel& tModel, const TScene& tScene, double dZoom) {
-  const TOptics& tOptics = tModel.tOptics;
-  const double dShare = ZoomShare(tModel, dZoom);
-  return tScene.dWidth * (tOptics.dPeakWide + (tOptics.dPeakTele - tOptics.dPeakWide) * dShare);
-}
-
 // A peak of height 1 at 0.
 double PeakShare(double dOff) {
   const double dSpread = 1 + dOff * dOff;
@@ -61,8 +54,14 @@ double Optics_SharpFocus(const TLensModel& tModel, double dZoom, double dDistanc
   return dInfinity + dNear + dThermal + dInfraRed;
 }
 
+double Optics_PeakWidth(const TLensModel& tModel, const TScene& tScene, double dZoom) {
+  const TOptics& tOptics = tModel.tOptics;
+  const double dShare = ZoomShare(tModel, dZoom);
+  return tScene.dWidth * (tOptics.dPeakWide + (tOptics.dPeakTele - tOptics.dPeakWide) * dShare);
+}
+
 double Optics_FocusValue(const TLensModel& tModel, const TScene& tScene, double dZoom, double dFocus, double dSharp) {
-  const double dWidth = PeakWidth(tModel, tScene, dZoom);
+  const double dWidth = Optics_PeakWidth(tModel, tScene, dZoom);
   const double dRange = tModel.tFocus.dwTotalStep;
   const double dSecond = dSharp + (dSharp < dRange / 2 ? dSecondPeakAway : -dSecondPeakAway) * dRange;
   const double dFirstShare = PeakShare((dFocus - dSharp) / dWidth);
@@ -71,7 +70,7 @@ double Optics_FocusValue(const TLensModel& tModel, const TScene& tScene, double 
 }
 
 double Optics_DepthOfFocus(const TLensModel& tModel, const TScene& tScene, double dZoom) {
-  return dDepth * PeakWidth(tModel, tScene, dZoom);
+  return dDepth * Optics_PeakWidth(tModel, tScene, dZoom);
 }
 
 u32 Optics_PanFocus(const TLensModel& tModel, u32 dwZoom) {

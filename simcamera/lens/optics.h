@@ -14,6 +14,9 @@ double Optics_SharpFocus(const TLensModel& tModel, double dZoom, double dDistanc
 // focus would be sharp at dSharp.
 double Optics_FocusValue(const TLensModel& tModel, const TScene& tScene, double dZoom, double dFocus, double dSharp);
 
+// The width of the focus value's peak at a zoom, as the lens and the scene make it; virtual steps.
+double Optics_PeakWidth(const TLensModel& tModel, const TScene& tScene, double dZoom);
+
 // How far the focus may be off at a zoom before the peak has lost 5 percent; virtual steps.
 double Optics_DepthOfFocus(const TLensModel& tModel, const TScene& tScene, double dZoom);
 

@@ -62,9 +62,10 @@ struct TWorld {
 
   // The image side: when it began to hold each channel's brightness (0: it does not), and its faults.
   u64 aqwHeldSince_us[iLensChannels];
-  u32 bImageSideSilent;     // it gives no answer
-  u32 bImageSideZero;       // its focus values are 0
-  u32 bImageSideBackwards;  // its focus values count down, one each frame, whatever it sees
+  u32 bImageSideSilent;              // it gives no answer
+  u32 bImageSideZero;                // its focus values are 0
+  u32 bImageSideBackwards;           // its focus values count down, one each frame, whatever it sees
+  i32 aiBlockHolder[iLensChannels];  // of a run: the process that has attached the channel's block; 0 none so far
 
   // Faults of the flash (ROOT/etc and ROOT/mnt) that only the daemon sees.  A CALL event of a life may switch them.
   u32 bFlashFull;        // writes fail with ENOSPC; a file opened for writing is still made or emptied
@@ -77,6 +78,12 @@ struct TWorld {
   TFailingCall atFailingCalls[2];
 
   u32 dwPowerCuts;  // of runs, so far: each cut draws anew which unsynced writes the flash keeps
+
+  // Of a run: the daemon cuts its own power right after the first line of its transcript that this extended regular
+  // expression matches.  "": never.  Each new pattern counts dwCutPatterns up.
+  char szCutAt[128];
+  u32 dwCutPatterns;
+  u32 dwDaemonStarts;  // of this camera, in all its runs
 };
 
 constexpr u32 dwWorldMagic = 0x314D4953;

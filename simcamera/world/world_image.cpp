@@ -24,14 +24,20 @@ double Wave(u64 qwAt_us, u64 qwPeriod_us) {
 }
 
 // The light of the scene in a frame: lamps flicker, and the brightness drifts unless it is held.
+double BrightnessNow(const TWorld* ptWorld, i32 iChannel, u64 qwFrameEnd_us) {
+  const TScene& tScene = g_atScenes[ptWorld->eScene];
+  const u64 qwHeldSince_us = ptWorld->aqwHeldSince_us[iChannel];
+  const u64 qwDriftedTo_us = qwHeldSince_us != 0 ? qwHeldSince_us : qwFrameEnd_us;
+  return (1 + tScene.dFlicker * Wave(qwFrameEnd_us, qwFlicker_us)) *
+         (1 + tScene.dDrift * Wave(qwDriftedTo_us, qwDrift_us));
+}
+
 double Brightness(TWorld* ptWorld, i32 iChannel, bool bBusy, u64 qwFrameEnd_us) {
   const TScene& tScene = g_atScenes[ptWorld->eScene];
   u64& qwHeldSince_us = ptWorld->aqwHeldSince_us[iChannel];
   if (!bBusy || !tScene.bHoldsBrightness) qwHeldSince_us = 0;
   if (bBusy && tScene.bHoldsBrightness && qwHeldSince_us == 0) qwHeldSince_us = qwFrameEnd_us;
-  const u64 qwDriftedTo_us = qwHeldSince_us != 0 ? qwHeldSince_us : qwFrameEnd_us;
-  return (1 + tScene.dFlicker * Wave(qwFrameEnd_us, qwFlicker_us)) *
-         (1 + tScene.dDrift * Wave(qwDriftedTo_us, qwDrift_us));
+  return BrightnessNow(ptWorld, iChannel, qwFrameEnd_us);
 }
 
 double SharpAt(const TWorld& tWorld, const TLensModel& tModel, double dZoom) {
@@ -84,4 +90,18 @@ double World_DepthOfFocus(const TWorld* ptWorld, i32 iChannel) {
   if (!Model_HasFocus(tModel)) return 0;
   return Optics_DepthOfFocus(tModel, g_atScenes[ptWorld->eScene],
                              Lens_GlassVirtual(&ptWorld->tLens, iChannel, LENS_ZOOM));
+}
+
+TImageView World_ImageView(const TWorld* ptWorld, i32 iChannel) {
+  const TLensModel* ptModel = Lenses_Find(ptWorld->szModel);
+  if (ptModel == nullptr || !Model_HasFocus(*ptModel)) return {};
+  const TScene& tScene = g_atScenes[ptWorld->eScene];
+  const double dZoom = Lens_GlassVirtual(&ptWorld->tLens, iChannel, LENS_ZOOM);
+  const double dFocus = Lens_GlassVirtual(&ptWorld->tLens, iChannel, LENS_FOCUS);
+  const double dSharp = SharpAt(*ptWorld, *ptModel, dZoom);
+  const u64 qwFrame = World_Now_us(ptWorld) / qwFrameTime_us;
+  return {.dPeakWidth = Optics_PeakWidth(*ptModel, tScene, dZoom),
+          .dValueNow = Optics_FocusValue(*ptModel, tScene, dZoom, dFocus, dSharp),
+          .dValueBest = Optics_FocusValue(*ptModel, tScene, dZoom, dSharp, dSharp),
+          .dBrightness = BrightnessNow(ptWorld, iChannel, qwFrame * qwFrameTime_us)};
 }

@@ -26,3 +26,13 @@ void World_ImageFrame(TWorld* ptWorld, i32 iChannel, u32* pdwBlock);
 // Optics_DepthOfFocus.  Virtual steps; 0 for a lens without focus.  The caller holds the lock and has settled the lens.
 double World_SharpFocus(const TWorld* ptWorld, i32 iChannel);
 double World_DepthOfFocus(const TWorld* ptWorld, i32 iChannel);
+
+// What the image of a channel depends on now.  Values in even light and without noise.
+struct TImageView {
+  double dPeakWidth;   // virtual steps
+  double dValueNow;    // focus value with the glass where it is
+  double dValueBest;   // focus value with the focus at its sharp position
+  double dBrightness;  // factor by which the light makes focus values larger or smaller
+};
+// For a lens with focus, of which all of the above is true too.
+TImageView World_ImageView(const TWorld* ptWorld, i32 iChannel);
