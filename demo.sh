@@ -81,12 +81,12 @@ rest() {
   done
 }
 is_sharp() {
-  off=$(awk "BEGIN { off = $(value focus lens) - $(value focus sharp); print off < 0 ? -off : off }")
-  is "$off <= $(value focus depth)"
+  off=$(awk "BEGIN { off = $(value focus glass) - $(value focus sharp); print off < 0 ? -off : off }")
+  is "$off <= $(value focus depth_vsteps)"
 }
 sharp() {
   is_sharp || fail "out of focus: $off steps from sharp"
-  printf '  %.1f steps from sharp, depth of focus %.1f\n' "$off" "$(value focus depth)"
+  printf '  %.1f steps from sharp, depth of focus %.1f\n' "$off" "$(value focus depth_vsteps)"
 }
 follows() { # KEY=VALUE that moves the sharp position: the daemon corrects the focus by itself, a minute later at most
   local before
@@ -185,7 +185,7 @@ say "Through its zoom range along that curve: steps off"
 for position in $(seq 100 250 2100); do
   "$sim" ask "$root" "function=zoom&direction=direct&position=$position" >/dev/null
   "$sim" wait "$root" --timeout 100 || fail "the lens does not come to rest"
-  echo "$position $(value focus lens) $(value focus sharp)"
+  echo "$position $(value focus glass) $(value focus sharp)"
 done | awk '{ off = $2 - $3; bar = ""; for (i = 0; i < 10 + off; i++) bar = bar (i == 10 ? "|" : " "); printf "  %5d %6.1f %s*\n", $1, off, bar }'
 rest
 sharp

@@ -8,53 +8,12 @@
 #include <cerrno>
 #include <chrono>
 #include <climits>
-#include <cmath>
 #include <cstdlib>
 #include <cstring>
 #include <thread>
 
 TScopedFd::~TScopedFd() {
   if (m_fd >= 0) close(m_fd);
-}
-
-std::optional<std::string> Arguments_TakeOption(TArguments& asArgs, const std::string& sName) {
-  const auto itName = std::find(asArgs.begin(), asArgs.end(), sName);
-  if (itName == asArgs.end()) return std::nullopt;
-  if (itName + 1 == asArgs.end()) Cli_RefuseUsage(sName + " takes a value");
-  std::string sValue = itName[1];
-  asArgs.erase(itName, itName + 2);
-  return sValue;
-}
-
-bool Arguments_TakeFlag(TArguments& asArgs, const std::string& sName) {
-  const auto itName = std::find(asArgs.begin(), asArgs.end(), sName);
-  if (itName == asArgs.end()) return false;
-  asArgs.erase(itName);
-  return true;
-}
-
-void Arguments_Expect(const TArguments& asArgs, size_t dwLeast, size_t dwMost, const std::string& sUsage) {
-  const auto itOption =
-      std::find_if(asArgs.begin(), asArgs.end(), [](const std::string& sArg) { return sArg.starts_with("--"); });
-  if (itOption != asArgs.end()) Cli_RefuseUsage("unknown option " + *itOption + "; usage: simcamera " + sUsage);
-  if (asArgs.size() < dwLeast || asArgs.size() > dwMost) Cli_RefuseUsage("usage: simcamera " + sUsage);
-}
-
-double Number_Parse(const std::string& sText, const std::string& sName, double dLeast, double dMost) {
-  char* pszEnd = nullptr;
-  const double dValue = std::strtod(sText.c_str(), &pszEnd);
-  if (sText.empty() || *pszEnd != 0 || !(dValue >= dLeast && dValue <= dMost)) {
-    char szBounds[64];
-    std::snprintf(szBounds, sizeof szBounds, " from %g to %g, not ", dLeast, dMost);
-    Cli_RefuseUsage(sName + " is a number" + szBounds + "\"" + sText + "\"");
-  }
-  return dValue;
-}
-
-i64 Integer_Parse(const std::string& sText, const std::string& sName, i64 llLeast, i64 llMost) {
-  const double dValue = Number_Parse(sText, sName, static_cast<double>(llLeast), static_cast<double>(llMost));
-  if (dValue != std::floor(dValue)) Cli_RefuseUsage(sName + " is a whole number, not \"" + sText + "\"");
-  return static_cast<i64>(dValue);
 }
 
 TOpenCamera Camera_Open(const std::string& sRoot) {

@@ -10,6 +10,8 @@
 #include <cstring>
 #include <thread>
 
+#include "cli/commands.h"
+
 namespace {
 
 constexpr i32 iReplyTimeout_s = 10;
@@ -131,28 +133,25 @@ std::optional<std::map<std::string, i64>> Client_Status(const std::string& sRoot
   return Client_ParseStatus(tReply->sBody);
 }
 
-i32 Cli_Ask(TArguments asArgs) {
-  Arguments_Expect(asArgs, 2, 2, "ask ROOT QUERY");
-  RequireQuery(asArgs[1]);
-  const TOpenCamera tCamera = Camera_Open(asArgs[0]);
-  const auto tReply = Client_Ask(tCamera.sRoot, asArgs[1]);
-  if (!tReply) Cli_Fail(asArgs[0] + ": the daemon does not answer");
+void Client_PrintReply(const TOpenCamera& tCamera, const std::string& sQuery) {
+  RequireQuery(sQuery);
+  const auto tReply = Client_Ask(tCamera.sRoot, sQuery);
+  if (!tReply) Cli_Fail(tCamera.sRoot + ": the daemon does not answer");
   std::fputs(tReply->sBody.c_str(), stdout);
   if (!tReply->sBody.empty() && !tReply->sBody.ends_with('\n')) std::fputc('\n', stdout);
   if (tReply->iStatus != 200) Cli_Fail("refused with " + std::to_string(tReply->iStatus));
-  return 0;
 }
 
-i32 Cli_Wait(TArguments asArgs) {
-  const auto sTimeout = Arguments_TakeOption(asArgs, "--timeout");
-  Arguments_Expect(asArgs, 1, 1, "wait ROOT [--timeout SECONDS]");
-  const double dTimeout_s = sTimeout ? Number_Parse(*sTimeout, "--timeout", 0, 1e6) : 120;
-  const TOpenCamera tCamera = Camera_Open(asArgs[0]);
-  const u64 qwDeadline_us = Camera_Now_us(tCamera) + static_cast<u64>(dTimeout_s * 1e6);
+void Client_WaitForRest(const TOpenCamera& tCamera, double dTimeout_s) {
+  // As fast as the machine can, camera seconds would be over between two looks: then they are the host's.
+  const auto IsAsap = [&] { return tCamera.ptWorld->tPace.dSpeed >= dSpeedMax; };
+  const u64 qwTimeout_us = static_cast<u64>(dTimeout_s * 1e6);
+  const u64 qwFrom_us = Camera_Now_us(tCamera), qwRealFrom_us = World_RealNow_us();
   i32 iIdlePolls = 0;
   while (iIdlePolls < 2) {
-    if (!Camera_IsRun(tCamera.sRoot)) Cli_Fail(asArgs[0] + ": the camera is not running");
-    if (Camera_Now_us(tCamera) > qwDeadline_us) Cli_Fail(asArgs[0] + ": not idle in time");
+    if (!Camera_IsRun(tCamera.sRoot)) Cli_Fail(tCamera.sRoot + ": the camera is not running");
+    const u64 qwTook_us = IsAsap() ? World_RealNow_us() - qwRealFrom_us : Camera_Now_us(tCamera) - qwFrom_us;
+    if (qwTook_us > qwTimeout_us) Cli_Fail(tCamera.sRoot + ": not idle in time");
     // The pause comes first: a command that was just accepted has to reach its motor before the first look.
     std::this_thread::sleep_for(tLeastPoll);
     Camera_Sleep(tCamera, qwPoll_us);
@@ -160,5 +159,4 @@ i32 Cli_Wait(TArguments asArgs) {
         !Client_HasWorkingLog(tCamera) && !Client_IsMoving(tCamera) && SaysIdle(tCamera) && !Client_IsMoving(tCamera);
     iIdlePolls = bIdle ? iIdlePolls + 1 : 0;
   }
-  return 0;
 }

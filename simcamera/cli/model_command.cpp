@@ -7,15 +7,19 @@
 #include <fstream>
 #include <sstream>
 
-#include "cli/cli.h"
+#include "cli/commands.h"
 #include "world/model_file.h"
 
 namespace {
 
 const TLensModel& FindModel(const std::string& sName) {
   const TLensModel* ptModel = Lenses_Find(sName.c_str());
-  if (ptModel == nullptr) Cli_RefuseUsage("there is no lens model \"" + sName + "\"");
-  return *ptModel;
+  if (ptModel != nullptr) return *ptModel;
+  std::string sKnown;
+  for (i32 i = 0; const TLensModel* ptKnown = Lenses_At(i); ++i) {
+    sKnown += (i == 0 ? "" : ", ") + std::string(ptKnown->szName);
+  }
+  Cli_RefuseUsage("there is no lens model \"" + sName + "\"; there are " + sKnown);
 }
 
 TLensModel ReadModel(const std::string& sPath) {
@@ -48,10 +52,8 @@ void RefuseBadEtc(const std::string& sRoot, const std::string& sEtc) {
 
 }  // namespace
 
-i32 Cli_Model(TArguments asArgs) {
-  Arguments_Expect(asArgs, 1, 1, "model NAME");
-  std::fputs(ModelFile_Print(FindModel(asArgs[0])).c_str(), stdout);
-  return 0;
+void Model_Print(const std::string& sName) {
+  std::fputs(ModelFile_Print(FindModel(sName)).c_str(), stdout);
 }
 
 void Camera_LayOut(const std::string& sRoot, const TLensChoice& tChoice, u64 qwSeed) {

@@ -1,5 +1,5 @@
 // The pace of a run, changed by command at any moment.
-#include "cli/cli.h"
+#include "cli/commands.h"
 
 namespace {
 
@@ -31,43 +31,33 @@ double Speed_Parse(const std::string& sText) {
   return sText == "max" ? dSpeedMax : Number_Parse(sText, "the speed", 0.01, 1000);
 }
 
-i32 Cli_Speed(TArguments asArgs) {
-  Arguments_Expect(asArgs, 2, 2, "speed ROOT X|max");
-  const double dSpeed = Speed_Parse(asArgs[1]);
+void Pace_SetSpeed(const TOpenCamera& tCamera, double dSpeed) {
   Change(
-      Camera_Open(asArgs[0]), [](TPace& tPace, double dNew) { tPace.dSpeed = dNew; }, dSpeed);
-  return 0;
+      tCamera, [](TPace& tPace, double dNew) { tPace.dSpeed = dNew; }, dSpeed);
 }
 
-i32 Cli_Pause(TArguments asArgs) {
-  Arguments_Expect(asArgs, 1, 1, "pause ROOT");
+void Pace_Pause(const TOpenCamera& tCamera) {
   Change(
-      Camera_Open(asArgs[0]), [](TPace& tPace, double) { tPace.bPaused = 1; }, 0);
-  return 0;
+      tCamera, [](TPace& tPace, double) { tPace.bPaused = 1; }, 0);
 }
 
-i32 Cli_Go(TArguments asArgs) {
-  Arguments_Expect(asArgs, 1, 1, "go ROOT");
+void Pace_Go(const TOpenCamera& tCamera) {
   Change(
-      Camera_Open(asArgs[0]),
+      tCamera,
       [](TPace& tPace, double) {
         tPace.bPaused = 0;
         tPace.dwSteps = 0;
       },
       0);
-  return 0;
 }
 
 // Each step is the next thing that the daemon does by itself.
-i32 Cli_Step(TArguments asArgs) {
-  Arguments_Expect(asArgs, 1, 2, "step ROOT [EVENTS]");
-  const double dEvents = asArgs.size() > 1 ? static_cast<double>(Integer_Parse(asArgs[1], "EVENTS", 1, 1'000'000)) : 1;
+void Pace_Step(const TOpenCamera& tCamera, u32 dwEvents) {
   Change(
-      Camera_Open(asArgs[0]),
+      tCamera,
       [](TPace& tPace, double dMore) {
         tPace.bPaused = 1;
         tPace.dwSteps += static_cast<u32>(dMore);
       },
-      dEvents);
-  return 0;
+      dwEvents);
 }

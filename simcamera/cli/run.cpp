@@ -1,4 +1,4 @@
-// Runs one camera: it is the camera's power, clock and image side, and has the daemon as a child.
+// Runs one camera: its power, the pace of its clock, its script, and the daemon as a child.
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/file.h>
@@ -17,8 +17,10 @@
 #include <cstring>
 #include <ctime>
 
-#include "cli/cli.h"
 #include "cli/client.h"
+#include "cli/commands.h"
+#include "cli/hold.h"
+#include "cli/script.h"
 #include "hooks/flash.h"
 #include "world/world_image.h"
 
@@ -38,6 +40,9 @@ struct TRun {
   u64 qwStarted_us = 0;   // host's clock: start of the present daemon
   u64 qwEndAsked_us = 0;  // host's clock: when its end was asked for; 0 not yet
   bool bListens = false;
+  pid_t iScript = 0;  // 0: none, or it has ended
+  bool bEndsWithScript = false;
+  bool bScriptFailed = false;
 };
 
 void Say(const char* pszText) {
@@ -69,6 +74,7 @@ void ClearMemory(TRun& tRun) {
   }
   for (i32 iChannel = 0; iChannel < tRun.tCamera.ptModel->iChannels; ++iChannel) {
     for (u32 dwWord = 0; dwWord < BLOCK_WORDS; ++dwWord) Word_Store(tRun.apdwBlock[iChannel][dwWord], 0);
+    tRun.tCamera.ptWorld->aiBlockHolder[iChannel] = 0;
   }
 }
 
@@ -93,13 +99,15 @@ void SettleClock(TWorld* ptWorld) {
 }
 
 // The camera's clock goes on from where the last run left it.
-void StartClock(TWorld* ptWorld, double dSpeed) {
+void StartClock(TWorld* ptWorld, const TRunPlan& tPlan) {
   ptWorld->bRun = 1;
   const TWorldLock tLock(ptWorld);
   ptWorld->tPace = {};
   SettleClock(ptWorld);
-  ptWorld->tPace.dSpeed = dSpeed;
-  if (ptWorld->qwBase_us == 0) ptWorld->qwWallAtZero_us = static_cast<u64>(std::time(nullptr)) * qwMicrosPerSecond;
+  ptWorld->tPace.dSpeed = tPlan.dSpeed;
+  // Under a script all is the same on every day.
+  if (ptWorld->qwBase_us == 0 && !tPlan.sScript)
+    ptWorld->qwWallAtZero_us = static_cast<u64>(std::time(nullptr)) * qwMicrosPerSecond;
 }
 
 void StopClock(TWorld* ptWorld) {
@@ -186,6 +194,50 @@ void SettleFlash(const TRun& tRun) {
   unlink((tRun.tCamera.sRoot + "/sim/flash").c_str());
 }
 
+// The script is a process of its own, so that the daemon can be started again meanwhile.  It holds the clock from
+// before the daemon's start.
+void StartScript(TRun& tRun, const TRunPlan& tPlan, const std::vector<TScriptLine>& atLines) {
+  int aiHeld[2];
+  if (pipe(aiHeld) != 0) Cli_Fail(std::string("pipe: ") + std::strerror(errno));
+  std::fflush(stdout);
+  tRun.bEndsWithScript = tPlan.bUntilRest;
+  tRun.iScript = fork();
+  if (tRun.iScript < 0) Cli_Fail(std::string("fork: ") + std::strerror(errno));
+  if (tRun.iScript == 0) {
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    sigset_t tNone;
+    sigemptyset(&tNone);
+    sigprocmask(SIG_SETMASK, &tNone, nullptr);
+    i32 iExit = iExitFailed;
+    try {
+      const TOpenCamera tCamera = Camera_Open(tPlan.sRoot);
+      Hold_Here(tCamera);
+      close(aiHeld[0]);
+      close(aiHeld[1]);
+      iExit = Script_Play(tCamera, *tPlan.sScript, atLines, tPlan.bUntilRest);
+    } catch (const TRefusal& tRefusal) {
+      std::fprintf(stderr, "simcamera: %s\n", tRefusal.sText.c_str());
+    }
+    std::fflush(stdout);
+    _exit(iExit);
+  }
+  close(aiHeld[1]);
+  char cNothing = 0;
+  if (read(aiHeld[0], &cNothing, 1) < 0) {
+    // Its end is told by SIGCHLD.
+  }
+  close(aiHeld[0]);
+}
+
+// A script that has failed, or is the whole of the run, ends the run.
+void LookForScriptsEnd(TRun& tRun) {
+  int iStatus = 0;
+  if (tRun.iScript == 0 || waitpid(tRun.iScript, &iStatus, WNOHANG) != tRun.iScript) return;
+  tRun.iScript = 0;
+  tRun.bScriptFailed = !WIFEXITED(iStatus) || WEXITSTATUS(iStatus) != 0;
+  if (tRun.bScriptFailed || tRun.bEndsWithScript) AskForEnd(tRun);
+}
+
 // Looks whether the daemon has ended.  Returns nothing while the run goes on, else the run's exit status.
 std::optional<i32> TakeEnd(TRun& tRun) {
   i32 iStatus = 0;
@@ -208,7 +260,8 @@ std::optional<i32> TakeEnd(TRun& tRun) {
 i32 Play(TRun& tRun, const sigset_t& tSignals) {
   StartDaemon(tRun);
   for (;;) {
-    if (const auto iExit = TakeEnd(tRun)) return *iExit;
+    if (const auto iExit = TakeEnd(tRun)) return tRun.bScriptFailed ? iExitFailed : *iExit;
+    LookForScriptsEnd(tRun);
     LookForSocket(tRun);
     const u64 qwPause_us = tRun.bListens ? qwLook_us : qwStartLook_us;
     const timespec tPause{static_cast<time_t>(qwPause_us / qwMicrosPerSecond),
@@ -235,16 +288,7 @@ TScopedFd TakeRoot(const std::string& sRoot) {
 
 }  // namespace
 
-i32 Cli_Run(TArguments asArgs) {
-  const TLensChoice tChoice{.sLens = Arguments_TakeOption(asArgs, "--lens"),
-                            .sModel = Arguments_TakeOption(asArgs, "--model"),
-                            .sEtc = Arguments_TakeOption(asArgs, "--etc")};
-  const auto sSpeed = Arguments_TakeOption(asArgs, "--speed");
-  const auto sSeed = Arguments_TakeOption(asArgs, "--seed");
-  Arguments_Expect(asArgs, 1, 1, "run ROOT [--lens NAME|--model FILE] [--etc FOLDER] [--speed X|max] [--seed N]");
-  const double dSpeed = sSpeed ? Speed_Parse(*sSpeed) : 1;
-  const u64 qwSeed = sSeed ? static_cast<u64>(Integer_Parse(*sSeed, "--seed", 0, 1LL << 52)) : 1;
-
+i32 Run_Play(const TRunPlan& tPlan) {
   const std::string sBuild = BuildDirectory();
   TRun tRun{};
   tRun.sDaemon = sBuild + "/bin/vernierlensd";
@@ -253,12 +297,14 @@ i32 Cli_Run(TArguments asArgs) {
   RequireReadable(tRun.sHooks);
   if (sBuild.find_first_of(" :") != std::string::npos) Cli_Fail(sBuild + ": no library in here can be preloaded");
 
-  Camera_LayOut(asArgs[0], tChoice, qwSeed);
-  tRun.tCamera = Camera_Open(asArgs[0]);
+  std::vector<TScriptLine> atScript;
+  if (tPlan.sScript) atScript = Script_Read(*tPlan.sScript);
+  Camera_LayOut(tPlan.sRoot, tPlan.tLens, tPlan.qwSeed.value_or(1));
+  tRun.tCamera = Camera_Open(tPlan.sRoot);
   const TScopedFd tHeld = TakeRoot(tRun.tCamera.sRoot);
   MapBlocks(tRun);
   SettleFlash(tRun);
-  if (sSeed) tRun.tCamera.ptWorld->qwSeed = qwSeed;
+  if (tPlan.qwSeed) tRun.tCamera.ptWorld->qwSeed = *tPlan.qwSeed;
 
   sigset_t tSignals;
   sigemptyset(&tSignals);
@@ -266,7 +312,8 @@ i32 Cli_Run(TArguments asArgs) {
   sigprocmask(SIG_BLOCK, &tSignals, nullptr);
   prctl(PR_SET_TIMERSLACK, 1);
 
-  StartClock(tRun.tCamera.ptWorld.get(), dSpeed);
+  StartClock(tRun.tCamera.ptWorld.get(), tPlan);
+  if (tPlan.sScript) StartScript(tRun, tPlan, atScript);
   try {
     const i32 iExit = Play(tRun, tSignals);
     StopClock(tRun.tCamera.ptWorld.get());

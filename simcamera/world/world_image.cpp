@@ -93,15 +93,15 @@ double World_DepthOfFocus(const TWorld* ptWorld, i32 iChannel) {
 }
 
 TImageView World_ImageView(const TWorld* ptWorld, i32 iChannel) {
-  const TLensModel* ptModel = Lenses_Find(ptWorld->szModel);
-  if (ptModel == nullptr || !Model_HasFocus(*ptModel)) return {};
+  const TLensModel& tModel = ptWorld->tModel;
+  if (!Model_HasFocus(tModel)) return {};
   const TScene& tScene = g_atScenes[ptWorld->eScene];
   const double dZoom = Lens_GlassVirtual(&ptWorld->tLens, iChannel, LENS_ZOOM);
   const double dFocus = Lens_GlassVirtual(&ptWorld->tLens, iChannel, LENS_FOCUS);
-  const double dSharp = SharpAt(*ptWorld, *ptModel, dZoom);
+  const double dSharp = SharpAt(*ptWorld, tModel, dZoom);
   const u64 qwFrame = World_Now_us(ptWorld) / qwFrameTime_us;
-  return {.dPeakWidth = Optics_PeakWidth(*ptModel, tScene, dZoom),
-          .dValueNow = Optics_FocusValue(*ptModel, tScene, dZoom, dFocus, dSharp),
-          .dValueBest = Optics_FocusValue(*ptModel, tScene, dZoom, dSharp, dSharp),
+  return {.dPeakWidth = Optics_PeakWidth(tModel, tScene, dZoom),
+          .dValueNow = Optics_FocusValue(tModel, tScene, dZoom, dFocus, dSharp),
+          .dValueBest = Optics_FocusValue(tModel, tScene, dZoom, dSharp, dSharp),
           .dBrightness = BrightnessNow(ptWorld, iChannel, qwFrame * qwFrameTime_us)};
 }
