@@ -72,21 +72,21 @@ TJson ConstantsToJson(const TSnapshot& tSnapshot, ELensAxis eAxis) {
   TJson tJson;
   tJson["range_start_vsteps"] = tSheet.dwStart;
   tJson["range_end_vsteps"] = tSheet.dwEnd;
-  tJson["driver_steps_per_vstep"] = tModel.iDriverPerVirtual;
-  tJson["take_up_vsteps"] = tSheet.dwAdjustStep;
+  tJson["steps_per_vstep"] = tModel.iDriverPerVirtual;
+  tJson["adjust_vsteps"] = tSheet.dwAdjustStep;
   if (Model_IsICS(*tSnapshot.ptModel)) {
     const TICSAxisTruth& tAxis = tSnapshot.tWorld.tLens.atICS[eAxis];
-    tJson["travel_from_steps"] = tAxis.iMin;
-    tJson["travel_to_steps"] = tAxis.iMax;
-    tJson["pi_steps"] = tAxis.iPI;
+    tJson["min_steps"] = tAxis.iMin;
+    tJson["max_steps"] = tAxis.iMax;
+    tJson["pi_sensor_steps"] = tAxis.iPI;
     tJson["speed_steps_per_s"] = tAxis.iSpeed;
     return tJson;
   }
   tJson["slack_steps"] = tModel.iSlack;
   tJson["travel_steps"] = tModel.iTravel;
   tJson["origin_steps"] = tModel.iOrigin;
-  tJson["pi_steps"] = tModel.iPI < 0 ? TJson(nullptr) : TJson(tModel.iPI);
-  tJson["step_time_us"] = Json_Number(static_cast<double>(tModel.qwStepTime_ns) / 1000);
+  tJson["pi_sensor_at_steps"] = tModel.iPI < 0 ? TJson(nullptr) : TJson(tModel.iPI);
+  tJson["step_time_ns"] = tModel.qwStepTime_ns;
   return tJson;
 }
 

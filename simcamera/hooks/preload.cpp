@@ -23,7 +23,7 @@ constinit TClockTally g_tTally{};
 constinit char g_szLast[768] = "";  // the event printed last, as it stands from its column on
 constinit u32 g_dwRepeated = 0;
 constinit TWorld* g_ptWorld = nullptr;
-constinit regex_t g_tCutAt;
+constinit regex_t g_tCutAt{};
 constinit u32 g_dwCutPattern = 0;  // number of the pattern that is compiled; 0 none
 constinit bool g_bCutAt = false;   // and valid
 
