@@ -95,6 +95,38 @@ case_pace() {
   done
 }
 
+# One hash at any pace; a line that does not hold, and one that is wrong, are named.
+case_script() {
+  cat >"$top/good" <<'END'
+# a stop, a search, a cut in the middle of a zoom
+rest ask function=zoom&direction=direct&position=600
++2.9 ask function=stop
+rest expect zoom.believed == zoom.true
++0.1 ask function=zoom&direction=forward&steps=0
+rest ask function=auto
+rest expect focus.off-depths < 1
++1 ask function=zoom&direction=direct&position=100
++1 fault power-cut
+rest expect zoom.believed == zoom.true
++0 expect focus.believed == focus.true
++0 press zoomin --for 700
+rest expect scene.night false
+END
+  printf 'rest ask function=getstatus\n+0.5 expect zoom.true > 999\n' >"$top/untrue"
+  printf 'rest ask function=getstatus\nsoon show\n' >"$top/wrong"
+  local speed status
+  for speed in max 1000 100; do
+    "$sim" run "$top/at-$speed" --speed "$speed" --script "$top/good" --until-rest >/dev/null || fail "script at $speed"
+    cmp "$top/at-max/sim/transcript" "$top/at-$speed/sim/transcript" || fail "another transcript at $speed"
+  done
+  [ "$(wc -l <"$top/at-max/sim/transcript")" -gt 300 ] || fail "nothing happened"
+  for script in untrue:1 wrong:2; do
+    status=0
+    "$sim" run "$top/refused" --speed max --script "$top/${script%:*}" --until-rest >/dev/null 2>"$top/why" || status=$?
+    [ "$status" = "${script#*:}" ] && grep --quiet "/${script%:*}:2: " "$top/why" || fail "$script: $status $(cat "$top/why")"
+  done
+}
+
 daemon_beside() { # LOG; its process is $!
   env LD_PRELOAD="$build/lib/libsimcamera.so" SIMCAMERA_ROOT="$top/camera" "$build/bin/vernierlensd" >"$1" &
 }

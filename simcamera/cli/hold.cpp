@@ -10,7 +10,6 @@
 
 namespace {
 
-constexpr u64 qwNoHold_us = ~u64{0};
 constexpr u64 qwPatience_us = 120'000'000;  // of the host's clock
 constexpr u64 qwStep_us = 1'000;
 constexpr u64 qwAnswer_us = 60'000'000;
@@ -71,10 +70,6 @@ void Hold_At(const TOpenCamera& tCamera, u64 qwAt_us) {
 
 void Hold_Here(const TOpenCamera& tCamera) {
   Set(tCamera, Camera_Now_us(tCamera));
-}
-
-void Hold_Lift(const TOpenCamera& tCamera) {
-  Set(tCamera, qwNoHold_us);
 }
 
 std::optional<TReply> Hold_Ask(const TOpenCamera& tCamera, const std::string& sQuery) {

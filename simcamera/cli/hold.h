@@ -12,7 +12,6 @@
 // under way in the camera.  Refuses after two minutes of the host's clock without a sign of that.
 void Hold_At(const TOpenCamera& tCamera, u64 qwAt_us);
 void Hold_Here(const TOpenCamera& tCamera);  // where it stands; does not wait
-void Hold_Lift(const TOpenCamera& tCamera);
 
 // Asks the daemon while the clock is held.  Where the daemon needs camera time for its answer, the hold goes on with
 // it, a millisecond at a time.  Returns nothing if there is no answer within a minute of camera time.

@@ -231,11 +231,17 @@ void StartScript(TRun& tRun, const TRunPlan& tPlan, const std::vector<TScriptLin
 
 // A script that has failed, or is the whole of the run, ends the run.
 void LookForScriptsEnd(TRun& tRun) {
-  int iStatus = 0;
-  if (tRun.iScript == 0 || waitpid(tRun.iScript, &iStatus, WNOHANG) != tRun.iScript) return;
-  tRun.iScript = 0;
-  tRun.bScriptFailed = !WIFEXITED(iStatus) || WEXITSTATUS(iStatus) != 0;
+  siginfo_t tEnd{};
+  const idtype_t eKind = P_PID;
+  if (tRun.iScript == 0 || waitid(eKind, static_cast<id_t>(tRun.iScript), &tEnd, WEXITED | WNOHANG | WNOWAIT) != 0 ||
+      tEnd.si_pid == 0) {
+    return;
+  }
+  tRun.bScriptFailed = tEnd.si_code != CLD_EXITED || tEnd.si_status != 0;
+  // The signal first: until it is waited for, the process holds the clock, so that the end comes at its last time.
   if (tRun.bScriptFailed || tRun.bEndsWithScript) AskForEnd(tRun);
+  waitpid(tRun.iScript, nullptr, 0);
+  tRun.iScript = 0;
 }
 
 // Looks whether the daemon has ended.  Returns nothing while the run goes on, else the run's exit status.

@@ -173,6 +173,5 @@ i32 Script_Play(const TOpenCamera& tCamera, const std::string& sFile, const std:
     break;
   }
   if (sWrong.empty() && bUntilRest) sWrong = Hold_UntilRest(tCamera);
-  Hold_Lift(tCamera);
   return sWrong.empty() ? 0 : 1;
 }

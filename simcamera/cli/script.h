@@ -31,7 +31,8 @@ struct TScriptLine {
 // Reads a script whole.  Refuses it as wrong usage, with file and line, at its first wrong line.
 std::vector<TScriptLine> Script_Read(const std::string& sFile);
 
-// Plays it; this process holds the camera's clock meanwhile, and has held it since before the daemon started.  With
+// Plays it; this process holds the camera's clock, and has held it since before the daemon started.  The hold ends with
+// the process.  With
 // bUntilRest it waits for rest at the end.  Returns 0, or 1 with a line on stderr that names the script's line.
 i32 Script_Play(const TOpenCamera& tCamera, const std::string& sFile, const std::vector<TScriptLine>& atLines,
                 bool bUntilRest);

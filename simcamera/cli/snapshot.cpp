@@ -58,7 +58,8 @@ void AddImage(TJson& tFocus, const TSnapshot& tSnapshot, i32 iChannel) {
   const double dDepth = World_DepthOfFocus(ptWorld, iChannel);
   const TImageView tView = World_ImageView(ptWorld, iChannel);
   tFocus["sharp"] = Json_Number(dSharp);
-  tFocus["off-depths"] = Json_Number((Lens_GlassVirtual(&ptWorld->tLens, iChannel, LENS_FOCUS) - dSharp) / dDepth);
+  tFocus["off-depths"] =
+      Json_Number(std::fabs(Lens_GlassVirtual(&ptWorld->tLens, iChannel, LENS_FOCUS) - dSharp) / dDepth);
   tFocus["depth_vsteps"] = Json_Number(dDepth);
   tFocus["peak_width_vsteps"] = Json_Number(tView.dPeakWidth);
   tFocus["value_now"] = Json_Number(tView.dValueNow);

@@ -50,7 +50,7 @@ struct TTurn {
   bool bSteps;    // the clock is held, and one step takes it to the deadline all the same
   bool bStrict;   // nothing may be under way in a foreign thread when the clock moves
   bool bAsap;     // at dSpeedMax
-  u64 qwWait_ns;  // of real time; qwNever_us: until something comes in
+  bool bStands;   // until something comes in
 };
 
 enum ETurnEnd { TURN_DUE, TURN_CAME_IN, TURN_AGAIN };
@@ -71,7 +71,7 @@ static void Publish(u64 qwNow_us);
 static void AddForeign(TPolled& tPolled);
 static bool AllSit(i32 iPolled);
 static void LetSettle();
-static void SayQuiet();
+static void SayQuiet(u32 dwTicket);
 static void TakeSignals();
 static void Pin(bool bPin);
 
@@ -160,19 +160,15 @@ static TTurn TurnOf(u64 qwNow_us, u64 qwNext_us) {
   const u64 qwHold_to_us = qwHold_us > qwNow_us ? qwHold_us : qwNow_us;
   tTurn.qwTo_us = tTurn.bHeld ? qwHold_to_us : qwNext_us;
   tTurn.bStrict = tTurn.bHeld || tTurn.bSteps || tTurn.bAsap;
-  const bool bStands = (tTurn.bHeld && tTurn.qwTo_us == qwNow_us) || tTurn.qwTo_us == qwNever_us;
-  if (bStands) {
-    tTurn.qwWait_ns = qwNever_us;
-  } else if (!tTurn.bSteps && !tTurn.bAsap && tTurn.qwTo_us > qwNow_us) {
-    tTurn.qwWait_ns = RealWait_ns(tTurn.qwTo_us);
-  }
+  tTurn.bStands = (tTurn.bHeld && tTurn.qwTo_us == qwNow_us) || tTurn.qwTo_us == qwNever_us;
   World_Unlock(g_ptWorld);
   return tTurn;
 }
 
-// How long until the camera may stand there.  Under the lock.
+// How long until the camera may stand there.  From here on the world's time runs.
 static u64 RealWait_ns(u64 qwTo_us) {
   TPace& tPace = g_ptWorld->tPace;
+  World_Lock(g_ptWorld);
   const double dSpeed = tPace.dSpeed > 0 ? tPace.dSpeed : 1;  // a daemon without a run
   const u64 qwReal_us = World_RealNow_us();
   const double dCamera_us = static_cast<double>(static_cast<i64>(qwTo_us - tPace.qwAnchor_us));
@@ -183,6 +179,7 @@ static u64 RealWait_ns(u64 qwTo_us) {
     tPace.qwRealAnchor_us = qwReal_us - qwCredit_us;
   }
   tPace.qwLimit_us = qwTo_us;
+  World_Unlock(g_ptWorld);
   return llDue_us > static_cast<i64>(qwReal_us) ? (static_cast<u64>(llDue_us) - qwReal_us) * 1000 : 0;
 }
 
@@ -196,8 +193,11 @@ static TPolled Gather(const TPolled& tTasks) {
   return tPolled;
 }
 
-// What is there already comes in before the time moves.
+// What is there already comes in before the time moves: whoever sends something and then lifts a hold has sent it at the
+// time of the hold.
 static ETurnEnd WaitOnce(const TTurn& tTurn, TPolled& tPolled) {
+  // The ticket before the poll: whoever has taken one after sending something is not told before that has come in.
+  const u32 dwTicket = std::atomic_ref(g_ptWorld->tPace.dwQuietAsked).load(std::memory_order_acquire);
   const i32 iOwn = tPolled.iCount;
   if (tTurn.bStrict) AddForeign(tPolled);
   i32 iReady = PollRaw(tPolled, &qwNoTime_ns);
@@ -205,11 +205,15 @@ static ETurnEnd WaitOnce(const TTurn& tTurn, TPolled& tPolled) {
     LetSettle();
     return TURN_AGAIN;
   }
-  const bool bStands = tTurn.qwWait_ns == qwNever_us;
-  if (iReady == 0 && bStands) SayQuiet();
-  if (iReady == 0 && tTurn.qwWait_ns > 0) iReady = PollRaw(tPolled, bStands ? nullptr : &tTurn.qwWait_ns);
+  if (iReady == 0 && tTurn.bStands) {
+    SayQuiet(dwTicket);
+    iReady = PollRaw(tPolled, nullptr);
+  } else if (iReady == 0 && !tTurn.bSteps && !tTurn.bAsap && tTurn.qwTo_us > g_ptWorld->qwBase_us) {
+    const u64 qwWait_ns = RealWait_ns(tTurn.qwTo_us);
+    if (qwWait_ns > 0) iReady = PollRaw(tPolled, &qwWait_ns);
+  }
   if (iReady > 0) return TURN_CAME_IN;
-  return iReady < 0 || bStands ? TURN_AGAIN : TURN_DUE;
+  return iReady < 0 || tTurn.bStands ? TURN_AGAIN : TURN_DUE;
 }
 
 // The camera time of this moment is the world's from here on.  True: something is for the tasks.
@@ -250,13 +254,11 @@ bool Pace_TakesMore(u64 qwNow_us) {
   return bHeld || ++g_dwTaken <= dwMaxAtOneTime;
 }
 
-// Says the ticket that was taken last.
-static void SayQuiet() {
+static void SayQuiet(u32 dwTicket) {
   TPace& tPace = g_ptWorld->tPace;
-  const u32 dwAsked = std::atomic_ref(tPace.dwQuietAsked).load(std::memory_order_acquire);
   const std::atomic_ref<u32> tSaid(tPace.dwQuietSaid);
-  if (tSaid.load(std::memory_order_relaxed) == dwAsked) return;
-  tSaid.store(dwAsked, std::memory_order_release);
+  if (tSaid.load(std::memory_order_relaxed) == dwTicket) return;
+  tSaid.store(dwTicket, std::memory_order_release);
   syscall(SYS_futex, &tPace.dwQuietSaid, FUTEX_WAKE, 64, nullptr, nullptr, 0);
 }
 
