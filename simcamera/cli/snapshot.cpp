@@ -134,9 +134,9 @@ TJson Snapshot_ToJson(const TSnapshot& tSnapshot) {
                  {"paused", tSnapshot.bRun && tWorld.tPace.bPaused != 0},
                  {"model", tWorld.tModel.szName},
                  {"scene", Snapshot_SceneToJson(tWorld)},
-                 {"channels", TJson::array()},
                  {"faults", Fault_List(tSnapshot.sRoot, tWorld)},
-                 {"lens", TJson::object()}};
+                 {"lens", TJson::object()},
+                 {"channels", TJson::array()}};
   for (i32 iChannel = 0; iChannel < tSnapshot.ptModel->iChannels; ++iChannel) {
     TJson tChannel = TJson::object();
     for (const ELensAxis eAxis : {LENS_ZOOM, LENS_FOCUS}) {
