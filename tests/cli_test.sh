@@ -30,9 +30,9 @@ case_arguments() {
     [ "$status" = 0 ] || mv "$top/err" "$top/out"
     grep --quiet --fixed-strings -- "$text" "$top/out" || fail "$words says $(cat "$top/out")"
   done <<'ROWS'
-2|there is no "fly"; there are run, lenses, ask,|simcamera fly
+2|there is no "fly"; there are run, lenses, model,|simcamera fly
 2|a command is missing; there are run,|simcamera
-2|run: there is no option --sped; there are --help, --lens, --speed, --seed|simcamera run --sped=5 ROOT
+2|run: there is no option --sped; there are --help, --lens, --model, --etc,|simcamera run --sped=5 ROOT
 2|the speed is a number from 0.01 to 1000, not "0.001"|simcamera run ROOT --speed=0.001
 2|there is no lens model "tele"; there are zoom, focus,|simcamera run ROOT --lens tele
 2|wait: --timeout takes a value|simcamera wait ROOT --timeout

@@ -45,12 +45,12 @@ constinit u32 g_dwTaken = 0;
 
 // What one turn of the wait goes by, as the world's words say at its beginning.
 struct TTurn {
-  u64 qwTo_us;    // the deadline, or the hold before it
-  bool bHeld;     // it is a hold
-  bool bSteps;    // the clock is held, and one step takes it to the deadline all the same
-  bool bStrict;   // nothing may be under way in a foreign thread when the clock moves
-  bool bAsap;     // at dSpeedMax
-  bool bStands;   // until something comes in
+  u64 qwTo_us;   // the deadline, or the hold before it
+  bool bHeld;    // it is a hold
+  bool bSteps;   // the clock is held, and one step takes it to the deadline all the same
+  bool bStrict;  // nothing may be under way in a foreign thread when the clock moves
+  bool bAsap;    // at dSpeedMax
+  bool bStands;  // until something comes in
 };
 
 enum ETurnEnd { TURN_DUE, TURN_CAME_IN, TURN_AGAIN };
@@ -193,8 +193,8 @@ static TPolled Gather(const TPolled& tTasks) {
   return tPolled;
 }
 
-// What is there already comes in before the time moves: whoever sends something and then lifts a hold has sent it at the
-// time of the hold.
+// What is there already comes in before the time moves: whoever sends something and then lifts a hold has sent it at
+// the time of the hold.
 static ETurnEnd WaitOnce(const TTurn& tTurn, TPolled& tPolled) {
   // The ticket before the poll: whoever has taken one after sending something is not told before that has come in.
   const u32 dwTicket = std::atomic_ref(g_ptWorld->tPace.dwQuietAsked).load(std::memory_order_acquire);
